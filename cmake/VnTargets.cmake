@@ -1,0 +1,60 @@
+# Helpers that give every library and test suite of the project the same shape.
+include(GoogleTest)
+
+set(VN_TEST_TIMEOUT 300 CACHE STRING "Seconds one test may run")
+
+# vn_add_library(<target> DIRS <dir>... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
+# Builds lib<target>.so from <dir>/src/**.cpp, exporting <dir>/include.
+function(vn_add_library target)
+    cmake_parse_arguments(A "" "" "DIRS;PUBLIC_LIBS;PRIVATE_LIBS" ${ARGN})
+    set(sources "")
+    foreach(dir IN LISTS A_DIRS)
+        file(GLOB_RECURSE dir_sources CONFIGURE_DEPENDS "${dir}/src/*.cpp")
+        list(APPEND sources ${dir_sources})
+    endforeach()
+    add_library(${target} SHARED ${sources})
+    foreach(dir IN LISTS A_DIRS)
+        target_include_directories(${target}
+            PUBLIC "$<BUILD_INTERFACE:${dir}/include>"
+            PRIVATE "${dir}/src")
+    endforeach()
+    target_link_libraries(${target} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS} vn_warnings)
+    set_target_properties(${target} PROPERTIES
+        CXX_VISIBILITY_PRESET hidden
+        LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")
+endfunction()
+
+# vn_add_tests(<prefix> DIR <dir> LIBS <libs>...)
+# <dir>/tests/*Stress*.cpp become <prefix>_stress (label "stress"), the rest <prefix>_tests
+# (label "unit"). Each GoogleTest case is one ctest test.
+function(vn_add_tests prefix)
+    cmake_parse_arguments(A "" "DIR" "LIBS" ${ARGN})
+    file(GLOB all_tests CONFIGURE_DEPENDS "${A_DIR}/tests/*.cpp")
+    set(unit "")
+    set(stress "")
+    foreach(f IN LISTS all_tests)
+        get_filename_component(base "${f}" NAME)
+        if(base MATCHES "Stress")
+            list(APPEND stress "${f}")
+        else()
+            list(APPEND unit "${f}")
+        endif()
+    endforeach()
+    foreach(kind unit stress)
+        if(NOT ${kind})
+            continue()
+        endif()
+        if(kind STREQUAL "unit")
+            set(exe ${prefix}_tests)
+        else()
+            set(exe ${prefix}_stress)
+        endif()
+        add_executable(${exe} ${${kind}})
+        target_include_directories(${exe} PRIVATE "${A_DIR}/src" "${A_DIR}/tests")
+        target_link_libraries(${exe} PRIVATE ${A_LIBS} GTest::gmock_main Threads::Threads vn_warnings)
+        gtest_discover_tests(${exe}
+            DISCOVERY_MODE PRE_TEST
+            TEST_PREFIX "${prefix}."
+            PROPERTIES LABELS ${kind} TIMEOUT ${VN_TEST_TIMEOUT})
+    endforeach()
+endfunction()

@@ -1,0 +1,8 @@
+# Warning set shared by every target of the project.
+add_library(vn_warnings INTERFACE)
+target_compile_options(vn_warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wno-interference-size)
+if(VN_WERROR)
+    target_compile_options(vn_warnings INTERFACE -Werror)
+endif()
