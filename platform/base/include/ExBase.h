@@ -47,7 +47,7 @@ private:
 // A fault of the system itself, with a message.
 class VN_EXPORT ExInternalError : public ExBase {
 public:
-    ExInternalError(char const* file, int line, std::string text);
+    ExInternalError(char const* file, int line, std::string text = "internal error");
     ~ExInternalError() override;
     VN_EX_CLONE_RAISE(ExInternalError)
 };

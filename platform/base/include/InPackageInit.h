@@ -39,6 +39,11 @@ public:
     void registerPackage();
     // Names a package that must start before this one. Listing one twice is harmless.
     void addDependency(std::type_info const* package);
+    // One addDependency per tag, in the order given.
+    template <class... Tags>
+    void addDependencies() {
+        (addDependency(&typeid(Tags)), ...);
+    }
 
     std::vector<std::type_info const*> const& getDependencies() const { return _dependencies; }
     std::vector<InVariableBase*> const& getVariables() const { return _variables; }

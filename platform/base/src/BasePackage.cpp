@@ -1,3 +1,4 @@
+#include "EvEventManager.h"
 #include "InPackageInit.h"
 
 namespace Vn {
@@ -10,8 +11,11 @@ InInit<VnInit::base>::InInit() : InPackageInit("base") {
 template <>
 void InInit<VnInit::base>::initialize() {}
 
+// The event thread must not outlive the packages whose events it runs.
 template <>
-void InInit<VnInit::base>::finalize() {}
+void InInit<VnInit::base>::finalize() {
+    EvEventManager::getInstance().stop();
+}
 
 namespace {
 InInit<VnInit::base> s_package;

@@ -53,9 +53,7 @@ void InPackageInit::registerPackage() { InInitMgr::getInstance().registerPackage
 
 void InPackageInit::addDependency(std::type_info const* package) {
     VN_ASSERT(package != nullptr);
-    for (auto* d : _dependencies)
-        if (*d == *package)
-            return;
+    // Kept as registered, repeats included; the ordering visits a repeat once.
     _dependencies.push_back(package);
 }
 

@@ -29,9 +29,7 @@ int PxConfig::getOutsideScale() noexcept { return INT_MIN; }
 template <>
 InInit<VnInit::pluginAPI>::InInit() : InPackageInit("pluginAPI") {
     registerPackage();
-    addDependency(&InInit<VnInit::primitives>::getType());
-    addDependency(&InInit<VnInit::resmgt>::getType());
-    addDependency(&InInit<VnInit::base>::getType());
+    addDependencies<VnInit::primitives, VnInit::resmgt, VnInit::base>();
 }
 
 template <>

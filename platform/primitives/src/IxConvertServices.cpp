@@ -23,8 +23,7 @@ bool IxConvertServices::isSSEConfigured() {
 template <>
 InInit<VnInit::primitives>::InInit() : InPackageInit("primitives") {
     registerPackage();
-    addDependency(&InInit<VnInit::resmgt>::getType());
-    addDependency(&InInit<VnInit::base>::getType());
+    addDependencies<VnInit::resmgt, VnInit::base>();
 }
 
 template <>

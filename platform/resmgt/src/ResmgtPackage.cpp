@@ -6,7 +6,7 @@ namespace Vn {
 template <>
 InInit<VnInit::resmgt>::InInit() : InPackageInit("resmgt") {
     registerPackage();
-    addDependency(&InInit<VnInit::base>::getType());
+    addDependencies<VnInit::base>();
 }
 
 template <>

@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the dataImp package.
+struct dataImp {};
+} // namespace VnInit

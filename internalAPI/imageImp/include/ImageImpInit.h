@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the imageImp package.
+struct imageImp {};
+} // namespace VnInit

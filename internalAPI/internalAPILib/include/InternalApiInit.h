@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the internalAPI package.
+struct internalAPI {};
+} // namespace VnInit

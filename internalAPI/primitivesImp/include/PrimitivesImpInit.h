@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the primitivesImp package.
+struct primitivesImp {};
+} // namespace VnInit

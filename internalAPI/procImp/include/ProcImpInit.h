@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the procImp package.
+struct procImp {};
+} // namespace VnInit

@@ -1,0 +1,54 @@
+#include "Assertions.h"
+#include "EnvIntVar.h"
+#include "ImageImpInit.h"
+#include "InPackageInit.h"
+#include "IxConvertServices.h"
+#include "PrimitivesImpInit.h"
+#include "ProcImpInit.h"
+#include "PxConfig.h"
+#include "PxGraphLog.h"
+#include "ResmgtInit.h"
+#include "StatisticsInit.h"
+
+VN_LG_DEFINE_GROUP(PxGraph)
+
+namespace Vn {
+
+namespace {
+EnvIntVar s_tileSizeExpX(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPX", PxConfig::kDefaultTileSizeExp,
+                         PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
+EnvIntVar s_tileSizeExpY(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPY", PxConfig::kDefaultTileSizeExp,
+                         PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
+} // namespace
+
+template <>
+InInit<VnInit::procImp>::InInit() : InPackageInit("procImp") {
+    registerPackage();
+    addDependencies<VnInit::primitivesImp, VnInit::imageImp, VnInit::statistics, VnInit::pluginAPI,
+                    VnInit::primitives, VnInit::resmgt, VnInit::pluginAPI, VnInit::base>();
+}
+
+template <>
+void InInit<VnInit::procImp>::initialize() {
+    // clang-format off
+    VN_ASSERT(LgGroups::VN_XGLUE( MinorLevel, PxGraph ) == 0);
+    // clang-format on
+    LgGroups::MinorLevelPxGraph =
+        new LgMinorGroup(LgMajorGroup::getInstanceForName("Pp"), "PxGraph");
+    PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
+}
+
+template <>
+void InInit<VnInit::procImp>::finalize() {
+    // clang-format off
+    VN_ASSERT(LgGroups::VN_XGLUE( MinorLevel, PxGraph ) != 0);
+    // clang-format on
+    delete LgGroups::MinorLevelPxGraph;
+    LgGroups::MinorLevelPxGraph = nullptr;
+}
+
+namespace {
+InInit<VnInit::procImp> s_package;
+}
+
+} // namespace Vn

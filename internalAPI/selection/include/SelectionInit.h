@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the selection package.
+struct selection {};
+} // namespace VnInit

@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the statistics package.
+struct statistics {};
+} // namespace VnInit

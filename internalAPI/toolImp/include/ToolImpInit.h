@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the toolImp package.
+struct toolImp {};
+} // namespace VnInit

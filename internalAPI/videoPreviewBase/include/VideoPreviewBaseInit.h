@@ -1,0 +1,6 @@
+#pragma once
+
+namespace VnInit {
+// Tag of the videoPreviewBase package.
+struct videoPreviewBase {};
+} // namespace VnInit

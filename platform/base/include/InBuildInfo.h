@@ -1,0 +1,42 @@
+#pragma once
+
+#include "OPtr.h"
+#include "VnExport.h"
+
+#include <string>
+#include <vector>
+
+namespace Vn {
+
+// What a library says of its own build.
+class VN_EXPORT InBuildInfo {
+public:
+    virtual ~InBuildInfo();
+    virtual std::string getProductName() const = 0;
+    virtual std::string getLibraryName() const = 0;
+    virtual int getYear() const = 0;
+    virtual std::string getVersionText() const = 0;
+    virtual std::string getSuffix() const = 0;
+    virtual int getMajorVersion() const = 0;
+    virtual int getMinorVersion() const = 0;
+    virtual int getReleaseStage() const = 0;
+    virtual int getBuildNumber() const = 0;
+    virtual std::string getBuildDate() const = 0;
+    virtual std::string getBuildConfiguration() const = 0;
+
+    // "<library> <version><suffix> (<product>, build <n>, <date>, <configuration>)"
+    std::string describe() const;
+};
+
+// The registry of build information, one entry per library name. Safe from any thread.
+class VN_EXPORT InBuildInfoUtil {
+public:
+    // Replaces an entry of the same library name.
+    static void registerInfo(OPtr<InBuildInfo> info);
+    static bool unregisterInfo(std::string const& libraryName);
+    // Null when the library has not registered.
+    static InBuildInfo const* findInfo(std::string const& libraryName);
+    static std::vector<std::string> getLibraryNames();
+};
+
+} // namespace Vn

@@ -1,0 +1,58 @@
+#include "InBuildInfo.h"
+
+#include <map>
+#include <mutex>
+
+namespace Vn {
+
+InBuildInfo::~InBuildInfo() = default;
+
+std::string InBuildInfo::describe() const {
+    return getLibraryName() + " " + getVersionText() + getSuffix() + " (" + getProductName() +
+           ", build " + std::to_string(getBuildNumber()) + ", " + getBuildDate() + ", " +
+           getBuildConfiguration() + ")";
+}
+
+namespace {
+struct Registry {
+    std::mutex lock;
+    std::map<std::string, OPtr<InBuildInfo>> infos;
+};
+Registry& registry() {
+    static auto* r = new Registry;
+    return *r;
+}
+} // namespace
+
+void InBuildInfoUtil::registerInfo(OPtr<InBuildInfo> info) {
+    if (!info)
+        return;
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    std::string name = info->getLibraryName();
+    r.infos[name] = std::move(info);
+}
+
+bool InBuildInfoUtil::unregisterInfo(std::string const& libraryName) {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    return r.infos.erase(libraryName) > 0;
+}
+
+InBuildInfo const* InBuildInfoUtil::findInfo(std::string const& libraryName) {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    auto it = r.infos.find(libraryName);
+    return it == r.infos.end() ? nullptr : it->second.get();
+}
+
+std::vector<std::string> InBuildInfoUtil::getLibraryNames() {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    std::vector<std::string> names;
+    for (auto const& [name, info] : r.infos)
+        names.push_back(name);
+    return names;
+}
+
+} // namespace Vn
