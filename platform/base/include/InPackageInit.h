@@ -93,6 +93,7 @@ public:
     bool isInitializing() const noexcept { return _initializing; }
     bool isFinalizing() const noexcept { return _finalizing; }
     bool isInitialized(std::type_info const& package) const;
+    std::vector<InPackageInit*> const& getPackages() const { return _packages; }
     // Names of the started packages in the order they started.
     std::vector<std::string> getInitializedNames() const;
 

@@ -51,7 +51,7 @@ private:
     std::atomic<std::uint32_t> _levels;
 };
 
-struct LgEntry {
+struct VN_EXPORT LgEntry {
     std::string major;
     std::string minor;
     int level = 0;

@@ -1,0 +1,43 @@
+# The two everyday commands: `make render` runs the batch renderer on its built-in default,
+# `make test` runs every test. Both install what is missing and build first.
+PRESET ?= release
+OUT ?= out
+CMAKE_BUILD_PARALLEL_LEVEL ?= 2
+export CMAKE_BUILD_PARALLEL_LEVEL
+
+.PHONY: deps configure build render test asan tsan bench format clean
+
+deps:
+	@bash scripts/install-deps
+
+configure: deps
+	@cmake --preset $(PRESET) >/dev/null
+
+build: configure
+	@cmake --build --preset $(PRESET)
+
+render: build
+	@mkdir -p $(OUT)
+	@./build/$(PRESET)/tools/vnrender/vnrender --out $(OUT)
+
+test: build
+	@ctest --preset $(PRESET)
+
+# AddressSanitizer + UndefinedBehaviorSanitizer over every test.
+asan:
+	@$(MAKE) --no-print-directory PRESET=asan test
+
+# ThreadSanitizer over the randomized concurrency tests.
+tsan: deps
+	@cmake --preset tsan >/dev/null
+	@cmake --build --preset tsan
+	@setarch "$$(uname -m)" -R ctest --preset tsan -L stress
+
+bench: build
+	@for b in build/$(PRESET)/bench/*Bench; do echo "== $$b"; "$$b"; done
+
+format:
+	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
+
+clean:
+	@rm -rf build $(OUT)
