@@ -7,8 +7,7 @@ namespace Vn {
 template <>
 InInit<VnInit::dataImp>::InInit() : InPackageInit("dataImp") {
     registerPackage();
-    addDependencies<VnInit::resmgt,
-                    VnInit::base>();
+    addDependencies<VnInit::resmgt, VnInit::base>();
 }
 
 template <>

@@ -9,10 +9,7 @@ namespace Vn {
 template <>
 InInit<VnInit::imageImp>::InInit() : InPackageInit("imageImp") {
     registerPackage();
-    addDependencies<VnInit::primitives,
-                    VnInit::resmgt,
-                    VnInit::pluginAPI,
-                    VnInit::base>();
+    addDependencies<VnInit::primitives, VnInit::resmgt, VnInit::pluginAPI, VnInit::base>();
 }
 
 template <>

@@ -17,8 +17,8 @@ using namespace Vn;
 namespace {
 std::string shortName(std::type_info const& t) {
     int status = 0;
-    std::unique_ptr<char, void (*)(void*)> s(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status),
-                                             std::free);
+    std::unique_ptr<char, void (*)(void*)> s(
+        abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
     std::string n = s ? s.get() : t.name();
     auto pos = n.rfind("::");
     return pos == std::string::npos ? n : n.substr(pos + 2);
@@ -58,9 +58,7 @@ struct FailingTag {};
 // Starts after primitivesImp and fails.
 class FailingPackage : public InPackageInit {
 public:
-    FailingPackage() : InPackageInit("failing") {
-        addDependencies<VnInit::primitivesImp>();
-    }
+    FailingPackage() : InPackageInit("failing") { addDependencies<VnInit::primitivesImp>(); }
     void initialize() override { throw ExInternalError(__FILE__, __LINE__, "no start"); }
     std::type_info const& getPackageType() const override { return typeid(FailingTag); }
 };

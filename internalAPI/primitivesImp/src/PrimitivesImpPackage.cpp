@@ -7,8 +7,7 @@ namespace Vn {
 template <>
 InInit<VnInit::primitivesImp>::InInit() : InPackageInit("primitivesImp") {
     registerPackage();
-    addDependencies<VnInit::primitives,
-                    VnInit::base>();
+    addDependencies<VnInit::primitives, VnInit::base>();
 }
 
 template <>

@@ -9,10 +9,7 @@ namespace Vn {
 template <>
 InInit<VnInit::selection>::InInit() : InPackageInit("selection") {
     registerPackage();
-    addDependencies<VnInit::base,
-                    VnInit::primitives,
-                    VnInit::resmgt,
-                    VnInit::pluginAPI>();
+    addDependencies<VnInit::base, VnInit::primitives, VnInit::resmgt, VnInit::pluginAPI>();
 }
 
 template <>

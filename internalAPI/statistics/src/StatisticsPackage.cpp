@@ -8,9 +8,7 @@ namespace Vn {
 template <>
 InInit<VnInit::statistics>::InInit() : InPackageInit("statistics") {
     registerPackage();
-    addDependencies<VnInit::primitives,
-                    VnInit::resmgt,
-                    VnInit::base>();
+    addDependencies<VnInit::primitives, VnInit::resmgt, VnInit::base>();
 }
 
 template <>

@@ -8,9 +8,7 @@ namespace Vn {
 template <>
 InInit<VnInit::timeImp>::InInit() : InPackageInit("timeImp") {
     registerPackage();
-    addDependencies<VnInit::pluginAPI,
-                    VnInit::resmgt,
-                    VnInit::base>();
+    addDependencies<VnInit::pluginAPI, VnInit::resmgt, VnInit::base>();
 }
 
 template <>

@@ -15,16 +15,9 @@ namespace Vn {
 template <>
 InInit<VnInit::toolImp>::InInit() : InPackageInit("toolImp") {
     registerPackage();
-    addDependencies<VnInit::timeImp,
-                    VnInit::dataImp,
-                    VnInit::procImp,
-                    VnInit::selection,
-                    VnInit::primitivesImp,
-                    VnInit::imageImp,
-                    VnInit::pluginAPI,
-                    VnInit::primitives,
-                    VnInit::resmgt,
-                    VnInit::base>();
+    addDependencies<VnInit::timeImp, VnInit::dataImp, VnInit::procImp, VnInit::selection,
+                    VnInit::primitivesImp, VnInit::imageImp, VnInit::pluginAPI, VnInit::primitives,
+                    VnInit::resmgt, VnInit::base>();
 }
 
 template <>

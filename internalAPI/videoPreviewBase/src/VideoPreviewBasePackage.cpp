@@ -8,9 +8,7 @@ namespace Vn {
 template <>
 InInit<VnInit::videoPreviewBase>::InInit() : InPackageInit("videoPreviewBase") {
     registerPackage();
-    addDependencies<VnInit::dataImp,
-                    VnInit::pluginAPI,
-                    VnInit::base>();
+    addDependencies<VnInit::dataImp, VnInit::pluginAPI, VnInit::base>();
 }
 
 template <>

@@ -42,7 +42,9 @@ private:
     ::Vn::OPtrRet<::Vn::ExBase> clone() const override {                                           \
         return ::Vn::OPtrRet<::Vn::ExBase>(new Class(*this));                                      \
     }                                                                                              \
-    [[noreturn]] void raise() const override { throw Class(*this); }
+    [[noreturn]] void raise() const override {                                                     \
+        throw Class(*this);                                                                        \
+    }
 
 // A fault of the system itself, with a message.
 class VN_EXPORT ExInternalError : public ExBase {
@@ -103,7 +105,8 @@ public:
         if (_original)
             this->setReason(_original->getReason());
     }
-    ExRethrow(ExRethrow const& o) : Base(o), _original(o._original ? o._original->clone() : nullptr) {}
+    ExRethrow(ExRethrow const& o)
+        : Base(o), _original(o._original ? o._original->clone() : nullptr) {}
 
     ExBase const* getOriginal() const { return _original.get(); }
     std::string getDetailedReason() const override {
@@ -156,4 +159,5 @@ public:
 
 } // namespace Vn
 
-#define VN_THROW_MSG(ExClass, message) throw ::Vn::MsgException<ExClass>(__FILE__, __LINE__, message)
+#define VN_THROW_MSG(ExClass, message)                                                             \
+    throw ::Vn::MsgException<ExClass>(__FILE__, __LINE__, message)

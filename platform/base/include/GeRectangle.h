@@ -27,7 +27,9 @@ struct GeRectangle {
     constexpr bool isEmpty() const { return !(xmin < xmax) || !(ymin < ymax); }
     constexpr T width() const { return isEmpty() ? T() : xmax - xmin; }
     constexpr T height() const { return isEmpty() ? T() : ymax - ymin; }
-    constexpr bool contains(T x, T y) const { return xmin <= x && x < xmax && ymin <= y && y < ymax; }
+    constexpr bool contains(T x, T y) const {
+        return xmin <= x && x < xmax && ymin <= y && y < ymax;
+    }
     constexpr bool contains(GeRectangle const& r) const {
         return r.isEmpty() ||
                (xmin <= r.xmin && r.xmax <= xmax && ymin <= r.ymin && r.ymax <= ymax);

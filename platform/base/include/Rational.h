@@ -16,7 +16,9 @@ public:
 
     std::int64_t getNumerator() const noexcept { return _num; }
     std::int64_t getDenominator() const noexcept { return _den; }
-    double toDouble() const noexcept { return static_cast<double>(_num) / static_cast<double>(_den); }
+    double toDouble() const noexcept {
+        return static_cast<double>(_num) / static_cast<double>(_den);
+    }
     std::string toString() const;
 
     Rational operator+(Rational const& o) const;

@@ -1,8 +1,8 @@
 #include "EvEventManager.h"
 #include "ExBase.h"
 
-#include <condition_variable>
 #include <atomic>
+#include <condition_variable>
 #include <deque>
 #include <mutex>
 #include <thread>

@@ -19,15 +19,23 @@ char const* ExBase::what() const noexcept {
     }
 }
 
-std::string ExBase::getReason() const { return _reason; }
+std::string ExBase::getReason() const {
+    return _reason;
+}
 
 std::string ExBase::getDetailedReason() const {
     return _file + ":" + std::to_string(_line) + ": " + getReason();
 }
 
-OPtrRet<ExBase> ExBase::clone() const { return OPtrRet<ExBase>(new ExBase(*this)); }
-void ExBase::raise() const { throw ExBase(*this); }
-void ExBase::setReason(std::string reason) { _reason = std::move(reason); }
+OPtrRet<ExBase> ExBase::clone() const {
+    return OPtrRet<ExBase>(new ExBase(*this));
+}
+void ExBase::raise() const {
+    throw ExBase(*this);
+}
+void ExBase::setReason(std::string reason) {
+    _reason = std::move(reason);
+}
 
 ExInternalError::ExInternalError(char const* file, int line, std::string text)
     : ExBase(file, line) {

@@ -3,8 +3,8 @@
 #include "ExBase.h"
 
 #include <algorithm>
-#include <cxxabi.h>
 #include <cstdlib>
+#include <cxxabi.h>
 #include <memory>
 #include <unordered_map>
 
@@ -13,8 +13,8 @@ namespace Vn {
 namespace {
 std::string demangle(std::type_info const& t) {
     int status = 0;
-    std::unique_ptr<char, void (*)(void*)> s(abi::__cxa_demangle(t.name(), nullptr, nullptr, &status),
-                                             std::free);
+    std::unique_ptr<char, void (*)(void*)> s(
+        abi::__cxa_demangle(t.name(), nullptr, nullptr, &status), std::free);
     return status == 0 && s ? std::string(s.get()) : std::string(t.name());
 }
 
@@ -33,7 +33,9 @@ InPackageInit::~InPackageInit() {
         _manager->unregisterPackage(this);
 }
 
-char const* InPackageInit::getName() const { return _name.c_str(); }
+char const* InPackageInit::getName() const {
+    return _name.c_str();
+}
 
 void InPackageInit::addDependency(InVariableBase* variable) {
     if (variable && std::find(_variables.begin(), _variables.end(), variable) == _variables.end())
@@ -49,7 +51,9 @@ void InPackageInit::preFinalize() {}
 void InPackageInit::initialize() {}
 void InPackageInit::finalize() {}
 
-void InPackageInit::registerPackage() { InInitMgr::getInstance().registerPackage(this); }
+void InPackageInit::registerPackage() {
+    InInitMgr::getInstance().registerPackage(this);
+}
 
 void InPackageInit::addDependency(std::type_info const* package) {
     VN_ASSERT(package != nullptr);
@@ -115,9 +119,8 @@ std::vector<InPackageInit*> InInitMgr::computeOrder() const {
             InPackageInit* d = find(*dep);
             if (!d)
                 throw ExInternalError(__FILE__, __LINE__,
-                                      std::string("Package '") + p->getName() +
-                                          "' depends on '" + demangle(*dep) +
-                                          "', which is not registered");
+                                      std::string("Package '") + p->getName() + "' depends on '" +
+                                          demangle(*dep) + "', which is not registered");
             self(self, d);
         }
         path.pop_back();
@@ -194,6 +197,8 @@ std::vector<std::string> InInitMgr::getInitializedNames() const {
     return names;
 }
 
-void InInitMgr::setArguments(std::vector<std::string> args) { _arguments = std::move(args); }
+void InInitMgr::setArguments(std::vector<std::string> args) {
+    _arguments = std::move(args);
+}
 
 } // namespace Vn

@@ -17,6 +17,8 @@ void RCSWCount::releaseWeak() noexcept {
         delete this;
 }
 
-RCSWBase<LkCounter<int>>::~RCSWBase() { _counter->releaseWeak(); }
+RCSWBase<LkCounter<int>>::~RCSWBase() {
+    _counter->releaseWeak();
+}
 
 } // namespace Vn

@@ -44,8 +44,12 @@ Rational Rational::operator+(Rational const& o) const {
     return Rational(checkedAdd(checkedMul(_num, o._den / g), checkedMul(o._num, _den / g)), den);
 }
 
-Rational Rational::operator-(Rational const& o) const { return *this + -o; }
-Rational Rational::operator-() const { return Rational(-_num, _den); }
+Rational Rational::operator-(Rational const& o) const {
+    return *this + -o;
+}
+Rational Rational::operator-() const {
+    return Rational(-_num, _den);
+}
 
 Rational Rational::operator*(Rational const& o) const {
     // Cross-reduce first so that products of reduced fractions stay small.

@@ -23,7 +23,9 @@ struct Action final : CbHandler<int> {
     }
 };
 
-void addTo(int const& v, int* sum) { *sum += v; }
+void addTo(int const& v, int* sum) {
+    *sum += v;
+}
 } // namespace
 
 TEST(CbDispatcher, NullAndDuplicateSubscriptionsAreIgnored) {
@@ -52,7 +54,9 @@ TEST(CbDispatcher, NullAndDuplicateSubscriptionsAreIgnored) {
 TEST(CbDispatcher, HandlersRemovedDuringACallAreNotCalled) {
     CbDispatcher<int> d;
     Action first, second, third;
-    first.fn = [&] { d.removeHandler(&second); };
+    first.fn = [&] {
+        d.removeHandler(&second);
+    };
     d.addHandler(&first);
     d.addHandler(&second);
     d.addHandler(&third);
@@ -63,7 +67,9 @@ TEST(CbDispatcher, HandlersRemovedDuringACallAreNotCalled) {
 
     // A handler added during a call waits for the next one.
     Action late;
-    first.fn = [&] { d.addHandler(&late); };
+    first.fn = [&] {
+        d.addHandler(&late);
+    };
     d.call(2);
     EXPECT_EQ(late.calls, 0);
     d.call(3);
@@ -97,7 +103,9 @@ TEST(CbDispatcher, EitherEndMayDieFirst) {
     CbDispatcher<int> d2;
     Action killer;
     auto victim = std::make_unique<Action>();
-    killer.fn = [&] { victim.reset(); };
+    killer.fn = [&] {
+        victim.reset();
+    };
     d2.addHandler(&killer);
     d2.addHandler(victim.get());
     d2.call(0);

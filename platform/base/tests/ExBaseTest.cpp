@@ -1,5 +1,5 @@
-#include "Assertions.h"
 #include "ExBase.h"
+#include "Assertions.h"
 
 #include <gtest/gtest.h>
 
@@ -31,9 +31,8 @@ TEST(Assertions, TextIsConditionAndPositionIsCarried) {
         EXPECT_EQ(e.getReason(), "x == 4 && \"never\"");
         EXPECT_EQ(e.getFile(), "platform/base/tests/ExBaseTest.cpp");
         EXPECT_EQ(e.getLine(), line);
-        EXPECT_EQ(std::string(e.what()),
-                  "platform/base/tests/ExBaseTest.cpp:" + std::to_string(line) +
-                      ": x == 4 && \"never\"");
+        EXPECT_EQ(std::string(e.what()), "platform/base/tests/ExBaseTest.cpp:" +
+                                             std::to_string(line) + ": x == 4 && \"never\"");
     }
 }
 
@@ -66,7 +65,9 @@ TEST(ExBase, CloneAndRaiseKeepTheRealClass) {
 TEST(ExRethrow, RaisesTheOriginalTypeOnAnotherThread) {
     OPtr<ExBase> caught;
     std::thread([&] {
-        auto work = [] { throw ExCustom("worker.cpp", 77, 9); };
+        auto work = [] {
+            throw ExCustom("worker.cpp", 77, 9);
+        };
         caught = ExWrapper::execute(work);
     }).join();
     ASSERT_TRUE(caught);
@@ -86,13 +87,18 @@ TEST(ExRethrow, RaisesTheOriginalTypeOnAnotherThread) {
 }
 
 TEST(ExWrapper, TurnsEveryFailureIntoAnExBase) {
-    auto ok = [] {};
+    auto ok = [] {
+    };
     EXPECT_FALSE(ExWrapper::execute(ok));
-    auto stdFail = [] { throw std::runtime_error("disk full"); };
+    auto stdFail = [] {
+        throw std::runtime_error("disk full");
+    };
     auto e1 = ExWrapper::execute(stdFail);
     ASSERT_TRUE(e1);
     EXPECT_EQ(e1->getReason(), "disk full");
-    auto odd = [] { throw 3; };
+    auto odd = [] {
+        throw 3;
+    };
     auto e2 = ExWrapper::execute(odd);
     ASSERT_TRUE(e2);
     EXPECT_THROW(e2->raise(), ExInternalError);

@@ -1,5 +1,5 @@
-#include "ExBase.h"
 #include "InPackageInit.h"
+#include "ExBase.h"
 #include "InVariable.h"
 
 #include <gtest/gtest.h>
@@ -117,7 +117,8 @@ TEST(InInitMgr, MissingDependencyAndCycleAreNamed) {
             mgr.initialize();
             FAIL();
         } catch (ExInternalError const& e) {
-            EXPECT_NE(e.getReason().find("'a' depends on '(anonymous namespace)::Tag<9>'"), std::string::npos)
+            EXPECT_NE(e.getReason().find("'a' depends on '(anonymous namespace)::Tag<9>'"),
+                      std::string::npos)
                 << e.getReason();
         }
         EXPECT_TRUE(log.empty());

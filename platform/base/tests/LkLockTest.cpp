@@ -1,5 +1,5 @@
-#include "ExBase.h"
 #include "LkLock.h"
+#include "ExBase.h"
 
 #include <gtest/gtest.h>
 

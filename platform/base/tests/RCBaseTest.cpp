@@ -1,5 +1,5 @@
-#include "ExBase.h"
 #include "RCBase.h"
+#include "ExBase.h"
 
 #include <gtest/gtest.h>
 

@@ -10,9 +10,7 @@ TEST(Trace, ScopesWriteIndentedLinesOnlyUpToTheLevel) {
         TraceManager::getInstance().setOutput([&](std::string const& l) { lines.push_back(l); });
     Trace t("unit");
     EXPECT_FALSE(t.isEnabled(Trace::MainTraceLevel));
-    {
-        VN_TRACE_SCOPE(t, Trace::MainTraceLevel, "quiet");
-    }
+    { VN_TRACE_SCOPE(t, Trace::MainTraceLevel, "quiet"); }
     EXPECT_TRUE(lines.empty());
 
     t.setLevel(Trace::MainTraceLevel);

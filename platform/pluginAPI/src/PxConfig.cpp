@@ -21,10 +21,18 @@ void PxConfig::initialize(int expX, int expY) {
     s_expY.store(expY, std::memory_order_relaxed);
 }
 
-int PxConfig::getTileSizeExpX() noexcept { return s_expX.load(std::memory_order_relaxed); }
-int PxConfig::getTileSizeExpY() noexcept { return s_expY.load(std::memory_order_relaxed); }
-int PxConfig::getOutsideTile() noexcept { return INT_MIN; }
-int PxConfig::getOutsideScale() noexcept { return INT_MIN; }
+int PxConfig::getTileSizeExpX() noexcept {
+    return s_expX.load(std::memory_order_relaxed);
+}
+int PxConfig::getTileSizeExpY() noexcept {
+    return s_expY.load(std::memory_order_relaxed);
+}
+int PxConfig::getOutsideTile() noexcept {
+    return INT_MIN;
+}
+int PxConfig::getOutsideScale() noexcept {
+    return INT_MIN;
+}
 
 template <>
 InInit<VnInit::pluginAPI>::InInit() : InPackageInit("pluginAPI") {

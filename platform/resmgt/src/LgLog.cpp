@@ -155,11 +155,21 @@ Logger& logger() {
 
 } // namespace
 
-LgQueue* LgLog::getQueue() { return logger().isRunning() ? &logger() : nullptr; }
-bool LgLog::outputEntry(LgEntry const& entry) { return logger().write(entry); }
-LgLog::Output LgLog::setOutput(Output output) { return logger().setOutput(std::move(output)); }
-void LgLog::startLogger() { logger().start(); }
-void LgLog::stopLogger() { logger().stop(); }
+LgQueue* LgLog::getQueue() {
+    return logger().isRunning() ? &logger() : nullptr;
+}
+bool LgLog::outputEntry(LgEntry const& entry) {
+    return logger().write(entry);
+}
+LgLog::Output LgLog::setOutput(Output output) {
+    return logger().setOutput(std::move(output));
+}
+void LgLog::startLogger() {
+    logger().start();
+}
+void LgLog::stopLogger() {
+    logger().stop();
+}
 
 LgStatement::LgStatement(LgMinorGroup const& group, int level)
     : _group(group), _level(level), _queue(LgLog::getQueue()) {
@@ -167,7 +177,9 @@ LgStatement::LgStatement(LgMinorGroup const& group, int level)
         _entry = _queue->reserveEntry(group, level);
 }
 
-std::ostream& LgStatement::stream() { return _entry ? _entry->getStream() : _local; }
+std::ostream& LgStatement::stream() {
+    return _entry ? _entry->getStream() : _local;
+}
 
 LgStatement::~LgStatement() {
     try {

@@ -1,5 +1,5 @@
-#include "EnvIntVar.h"
 #include "LgLog.h"
+#include "EnvIntVar.h"
 
 #include <gtest/gtest.h>
 
