@@ -96,6 +96,20 @@ TEST_F(Started, BuildInformationIsRegistered) {
                                           std::to_string(info->getMinorVersion()));
 }
 
+TEST_F(Started, ProcImpCreatesItsLogGroupOnce) {
+    InPackageInit* procImp = nullptr;
+    for (auto* p : InInitMgr::getInstance().getPackages())
+        if (std::string(p->getName()) == "procImp")
+            procImp = p;
+    ASSERT_NE(procImp, nullptr);
+    try {
+        procImp->initialize();
+        FAIL() << "a second start must be refused";
+    } catch (ExAssertionFailed const& e) {
+        EXPECT_EQ(e.getReason(), "LgGroups::VN_XGLUE( MinorLevel, PxGraph ) == 0");
+    }
+}
+
 TEST(ProcImp, LogGroupLivesExactlyWhileStarted) {
     auto& mgr = InInitMgr::getInstance();
     EXPECT_EQ(LgGroups::MinorLevelPxGraph, nullptr);
