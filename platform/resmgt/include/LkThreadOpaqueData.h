@@ -1,0 +1,58 @@
+#pragma once
+
+#include "OPtr.h"
+#include "VnExport.h"
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace Vn {
+
+struct LkThreadSlot;
+
+// One object per thread, made by makeFn on the thread's first getPointee() and freed by freeFn
+// when the thread ends. Objects of threads still alive when this is destroyed are freed then.
+// freeFn runs under a process-wide lock: it must not make thread data of its own.
+class VN_EXPORT LkThreadOpaqueData {
+public:
+    using MakeFn = void* (*)(void* context);
+    using FreeFn = void (*)(void* pointee, void* context);
+
+    LkThreadOpaqueData(LkThreadOpaqueData const&) = delete;
+    LkThreadOpaqueData& operator=(LkThreadOpaqueData const&) = delete;
+    ~LkThreadOpaqueData();
+
+    // The calling thread's object, made now if it has none.
+    void* getPointee();
+    // As getPointee(), but null once the calling thread has begun freeing its thread data at exit.
+    void* tryGetPointee();
+
+    std::string const& getName() const noexcept { return _name; }
+    // Objects made and not yet freed.
+    int getNbPointees() const;
+
+private:
+    friend class LkThreadOpaqueDataFactory;
+    friend struct LkThreadRegistry;
+    LkThreadOpaqueData(char const* name, MakeFn makeFn, FreeFn freeFn, void* context);
+    void* makeSlot();
+
+    std::string _name;
+    MakeFn _makeFn;
+    FreeFn _freeFn;
+    void* _context;
+    std::uint32_t _index;
+    std::uint64_t _uid;
+    std::vector<LkThreadSlot*> _slots;
+};
+
+class VN_EXPORT LkThreadOpaqueDataFactory {
+public:
+    // context is handed to both functions. makeFn must not return null.
+    static OPtrRet<LkThreadOpaqueData> create(char const* name, LkThreadOpaqueData::MakeFn makeFn,
+                                              LkThreadOpaqueData::FreeFn freeFn,
+                                              void* context = nullptr);
+};
+
+} // namespace Vn
