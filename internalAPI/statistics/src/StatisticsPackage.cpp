@@ -1,6 +1,10 @@
 #include "InPackageInit.h"
 #include "IxConvertServices.h"
 #include "ResmgtInit.h"
+#include "StatMemPool.h"
+#include "StatMgr.h"
+#include "StatResourceRegistry.h"
+#include "StatTypes.h"
 #include "StatisticsInit.h"
 
 namespace Vn {
@@ -11,11 +15,27 @@ InInit<VnInit::statistics>::InInit() : InPackageInit("statistics") {
     addDependencies<VnInit::primitives, VnInit::resmgt, VnInit::base>();
 }
 
+// A failed start undoes itself, since a package that did not start is not finalised.
 template <>
-void InInit<VnInit::statistics>::initialize() {}
+void InInit<VnInit::statistics>::initialize() {
+    StatMemPool::initialize();
+    try {
+        StatResourceRegistry::initialize();
+        StatTypes::initialize();
+    } catch (...) {
+        StatResourceRegistry::finalize();
+        StatMemPool::finalize();
+        throw;
+    }
+}
 
 template <>
-void InInit<VnInit::statistics>::finalize() {}
+void InInit<VnInit::statistics>::finalize() {
+    StatMgr::flushStatistics();
+    StatTypes::finalize();
+    StatResourceRegistry::finalize();
+    StatMemPool::finalize();
+}
 
 namespace {
 InInit<VnInit::statistics> s_package;

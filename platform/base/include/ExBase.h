@@ -86,7 +86,7 @@ public:
 
 // Adds a message to any exception class whose constructor takes (file, line).
 template <class Base = ExBase>
-class MsgException : public Base {
+class VN_EXPORT MsgException : public Base {
 public:
     MsgException(char const* file, int line, std::string message) : Base(file, line) {
         this->setReason(std::move(message));
@@ -98,7 +98,7 @@ public:
 // Carries an exception cloned on another thread. Raising it throws the original's real class;
 // its texts are the original's, with the place of the rethrow added to the detailed reason.
 template <class Base = ExBase>
-class ExRethrow : public Base {
+class VN_EXPORT ExRethrow : public Base {
 public:
     ExRethrow(char const* file, int line, OPtr<ExBase> original)
         : Base(file, line), _original(std::move(original)) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "MtThread.h"
 #include "VnExport.h"
 
 #include <string>
@@ -29,11 +30,18 @@ public:
     int getNbProcessors() const noexcept { return _nbProcessors; }
     // The calling thread's pool and index; null on a thread no pool started.
     MtThreadInfo const* findCurrentThread() const noexcept;
+    // The calling thread's id; 0 on a thread no pool started.
+    MtThread::Id getCurrentThreadId() const noexcept;
+    // The thread of that id while it runs; a handle that names no thread otherwise.
+    MtThread findThread(MtThread::Id id) const;
 
 private:
     MtThreadMgr();
     friend class MtThreadPool;
     static void setCurrentThread(MtThreadInfo const* info) noexcept;
+    // Gives the calling thread an id under which other threads find it.
+    static MtThread::Id registerCurrentThread();
+    static void unregisterCurrentThread() noexcept;
 
     int _nbProcessors;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LkLock.h"
+#include "MtThread.h"
 #include "OPtr.h"
 #include "VnExport.h"
 
@@ -36,6 +37,9 @@ public:
     bool isStopping() const noexcept { return _stopping.load(std::memory_order_acquire); }
     // Threads of the last start, 0 before the first.
     int getNbThreads() const noexcept { return _nbThreads.load(std::memory_order_relaxed); }
+    // The id under which MtThreadMgr finds thread index, 0 while that thread does not run. Not
+    // while start() runs on another thread.
+    MtThread::Id getThreadId(int index) const;
     std::string const& getName() const noexcept { return _name; }
     bool getKeepOnProcessor() const noexcept { return _keepOnProcessor; }
 
@@ -59,6 +63,7 @@ private:
     LkLock _controlLock;
     std::vector<std::thread> _threads;
     std::vector<OPtr<MtThreadInfo>> _infos;
+    std::vector<std::atomic<MtThread::Id>> _threadIds;
     LkLock _failureLock;
     OPtr<ExBase> _failure;
 };

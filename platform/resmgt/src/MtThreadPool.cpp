@@ -69,6 +69,7 @@ void MtThreadPool::start(int n) {
     _infos.clear();
     for (int i = 0; i < n; ++i)
         _infos.push_back(makeOPtr<MtThreadInfo>(*this, i));
+    _threadIds = std::vector<std::atomic<MtThread::Id>>(static_cast<std::size_t>(n));
     _nbThreads.store(n, std::memory_order_relaxed);
     _running.store(true, std::memory_order_release);
     try {
@@ -109,6 +110,11 @@ void MtThreadPool::stop() {
         failure->raise();
 }
 
+MtThread::Id MtThreadPool::getThreadId(int index) const {
+    VN_ASSERT(index >= 0 && index < getNbThreads());
+    return _threadIds[static_cast<std::size_t>(index)].load(std::memory_order_acquire);
+}
+
 void MtThreadPool::doneTask() {}
 
 void MtThreadPool::obtainTask() {}
@@ -120,7 +126,9 @@ void MtThreadPool::run(int index) {
     if (_keepOnProcessor)
         keepOnProcessor(index);
     MtThreadMgr::setCurrentThread(_infos[static_cast<std::size_t>(index)].get());
+    std::atomic<MtThread::Id>& id = _threadIds[static_cast<std::size_t>(index)];
     try {
+        id.store(MtThreadMgr::registerCurrentThread(), std::memory_order_release);
         main(index);
     } catch (...) {
         OPtr<ExBase> failure = ExWrapper::cloneCurrent();
@@ -128,6 +136,8 @@ void MtThreadPool::run(int index) {
         if (!_failure)
             _failure = std::move(failure);
     }
+    id.store(0, std::memory_order_release);
+    MtThreadMgr::unregisterCurrentThread();
     MtThreadMgr::setCurrentThread(nullptr);
 }
 

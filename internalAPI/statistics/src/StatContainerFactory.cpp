@@ -1,0 +1,7 @@
+#include "StatContainerFactory.h"
+
+namespace Vn {
+
+StatContainerFactory::~StatContainerFactory() = default;
+
+} // namespace Vn
