@@ -33,7 +33,9 @@ tsan: deps
 	@cmake --build --preset tsan
 	@setarch "$$(uname -m)" -R ctest --preset tsan -L stress
 
-bench: build
+bench:
+	@bash scripts/install-deps --bench
+	@$(MAKE) --no-print-directory build
 	@for b in build/$(PRESET)/bench/*Bench; do echo "== $$b"; "$$b"; done
 
 format:

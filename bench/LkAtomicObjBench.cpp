@@ -3,6 +3,8 @@
 
 #include "LkAtomicObj.h"
 
+#include "BenchRatio.h"
+
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -76,43 +78,10 @@ void BM_Mutex(benchmark::State& st) {
 BENCHMARK(BM_LkAtomicObj)->Threads(1)->Threads(2)->UseRealTime()->Repetitions(5);
 BENCHMARK(BM_Mutex)->Threads(1)->Threads(2)->UseRealTime()->Repetitions(5);
 
-// Shows the runs as usual and keeps the median time per iteration of each (name, threads), or
-// the time of the single run when there is no median.
-class CollectingReporter : public benchmark::ConsoleReporter {
-public:
-    CollectingReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_Defaults : OO_Tabular) {}
-    void ReportRuns(std::vector<Run> const& runs) override {
-        ConsoleReporter::ReportRuns(runs);
-        for (Run const& r : runs) {
-            if (r.error_occurred)
-                continue;
-            std::pair<std::string, std::int64_t> key{r.run_name.function_name, r.threads};
-            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
-                _nsPerIteration[key] = r.GetAdjustedRealTime();
-            else if (r.run_type == Run::RT_Iteration && r.repetitions <= 1)
-                _nsPerIteration[key] = r.GetAdjustedRealTime();
-        }
-    }
-    std::map<std::pair<std::string, std::int64_t>, double> _nsPerIteration;
-};
-
 } // namespace
 
 int main(int argc, char** argv) {
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    CollectingReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    for (std::int64_t threads : {1, 2}) {
-        auto ours = reporter._nsPerIteration.find({"BM_LkAtomicObj", threads});
-        auto ref = reporter._nsPerIteration.find({"BM_Mutex", threads});
-        if (ours == reporter._nsPerIteration.end() || ref == reporter._nsPerIteration.end())
-            continue;
-        std::printf("ratio threads=%lld: LkAtomicObj %.1f ns / mutex %.1f ns per commit = %.2f\n",
-                    static_cast<long long>(threads), ours->second, ref->second,
-                    ours->second / ref->second);
-    }
-    benchmark::Shutdown();
-    return 0;
+    return VnBench::runWithRatios(
+        argc, argv,
+        {{"commit", "BM_LkAtomicObj", "BM_Mutex", 1}, {"commit", "BM_LkAtomicObj", "BM_Mutex", 2}});
 }

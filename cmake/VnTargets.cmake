@@ -19,6 +19,9 @@ function(vn_add_library target)
             PRIVATE "${dir}/src")
     endforeach()
     target_link_libraries(${target} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS} vn_warnings)
+    # The libraries are linked at start-up, never opened later: their thread-local data can live
+    # in the static block, reached without a call.
+    target_compile_options(${target} PRIVATE -ftls-model=initial-exec)
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")

@@ -7,6 +7,7 @@
 #include "ProcImpInit.h"
 #include "PxConfig.h"
 #include "PxGraphLog.h"
+#include "RequestEngine.h"
 #include "ResmgtInit.h"
 #include "StatisticsInit.h"
 
@@ -36,6 +37,7 @@ void InInit<VnInit::procImp>::initialize() {
     LgGroups::MinorLevelPxGraph =
         new LgMinorGroup(LgMajorGroup::getInstanceForName("Pp"), "PxGraph");
     PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
+    RequestEngine::initializeEngine();
 }
 
 template <>
@@ -43,6 +45,7 @@ void InInit<VnInit::procImp>::finalize() {
     // clang-format off
     VN_ASSERT(LgGroups::VN_XGLUE( MinorLevel, PxGraph ) != 0);
     // clang-format on
+    RequestEngine::finalizeEngine();
     delete LgGroups::MinorLevelPxGraph;
     LgGroups::MinorLevelPxGraph = nullptr;
 }

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <bit>
+#include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -36,6 +37,15 @@ template <class T>
 class LkAtomicRdGuard;
 template <class T>
 class LkAtomicWrGuard;
+
+// A value type may tell that only a prefix of it is in use: kHeadBytes leading bytes always are,
+// and getLiveBytes(value), read from that head, says how many are in all. Bytes past them are
+// neither copied nor read.
+template <class T>
+concept LkAtomicPartialCopy = requires(T const& v) {
+    { T::kHeadBytes } -> std::convertible_to<std::size_t>;
+    { T::getLiveBytes(v) } -> std::convertible_to<std::size_t>;
+};
 
 namespace LkAtomicDetail {
 
@@ -88,18 +98,46 @@ struct Layout {
                (tag & kLowMask);
     }
 
-    static void copyIn(unsigned char* dst, void* block) noexcept {
+    // Words [from, to) of a block into dst.
+    static void copyWordsIn(unsigned char* dst, void* block, std::size_t from,
+                            std::size_t to) noexcept {
         auto* words = static_cast<std::uint64_t*>(block);
 #pragma GCC unroll 8
-        for (std::size_t i = 0; i < kWords; ++i) {
+        for (std::size_t i = from; i < to; ++i) {
             std::uint64_t w = std::atomic_ref<std::uint64_t>(words[i]).load(kWordLoad);
             std::memcpy(dst + 8 * i, &w, 8);
         }
     }
+
+    // Words in use in a value: all of them, unless T says how many bytes of it carry information
+    // (LkAtomicPartialCopy), so that the unused tail of a large value is never copied.
+    static std::size_t liveWords(unsigned char const* value) noexcept {
+        if constexpr (LkAtomicPartialCopy<T>) {
+            std::size_t const n = (T::getLiveBytes(*reinterpret_cast<T const*>(value)) + 7) / 8;
+            return n < kWords ? n : kWords;
+        } else {
+            return kWords;
+        }
+    }
+
+    static void copyIn(unsigned char* dst, void* block) noexcept {
+        if constexpr (LkAtomicPartialCopy<T>) {
+            // The head tells how much follows; a torn head is caught by the caller's re-check.
+            constexpr std::size_t head =
+                (T::kHeadBytes + 7) / 8 < kWords ? (T::kHeadBytes + 7) / 8 : kWords;
+            copyWordsIn(dst, block, 0, head);
+            std::size_t const n = liveWords(dst);
+            if (n > head)
+                copyWordsIn(dst, block, head, n);
+        } else {
+            copyWordsIn(dst, block, 0, kWords);
+        }
+    }
     static void copyOut(void* block, unsigned char const* src) noexcept {
         auto* words = static_cast<std::uint64_t*>(block);
+        std::size_t const n = liveWords(src);
 #pragma GCC unroll 8
-        for (std::size_t i = 0; i < kWords; ++i) {
+        for (std::size_t i = 0; i < n; ++i) {
             std::uint64_t w;
             std::memcpy(&w, src + 8 * i, 8);
             std::atomic_ref<std::uint64_t>(words[i]).store(w, kWordStore);

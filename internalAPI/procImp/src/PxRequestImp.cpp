@@ -1,0 +1,808 @@
+// How one request travels: execution on a worker, completion, waiting, failure and death.
+
+#include "PxRequestImp.h"
+
+#include "Assertions.h"
+#include "ExBase.h"
+#include "MtThreadTimes.h"
+#include "PxEx.h"
+#include "PxGraphLog.h"
+#include "RequestEngine.h"
+#include "StatMgr.h"
+#include "StatThreadLocal.h"
+
+#include <typeinfo>
+#include <vector>
+
+namespace Vn {
+
+namespace {
+
+using RS = PxRequestState;
+using StateGuard = LkAtomicWrGuard<RS>;
+constexpr int GFX = RequestEngine::GFX;
+
+// ---- the GFX worker's callbacks ----
+CbHandler<CbEmptyType>* _initCb = nullptr;
+CbHandler<CbEmptyType>* _finalizeCb = nullptr;
+bool _exists = false;
+bool _initialized = false;
+
+struct Guard {
+    static bool exists() noexcept { return _exists; }
+};
+
+// ---- the cascading timer of each thread ----
+std::atomic<bool> s_timerEnabled{false};
+
+struct TimerLevels {
+    std::vector<double> stack;
+    MtThreadTimes::Split last = 0;
+    bool made = false;
+};
+thread_local TimerLevels t_timer;
+
+TimerLevels& timerLevels() {
+    TimerLevels& t = t_timer;
+    if (!t.made) {
+        t.stack.reserve(32);
+        t.stack.push_back(0.0);
+        t.last = MtThreadTimes::timeSplit();
+        t.made = true;
+    }
+    return t;
+}
+
+// ---- the functors run inside ExWrapper::execute ----
+struct ExecuteFunctor {
+    PxRequest* request;
+    bool pending;
+    void operator()() const {
+        PxRequestMgr::getInstance().checkCancelled();
+        request->performExecute();
+        if (!pending)
+            request->completeExecution();
+    }
+};
+
+struct CompleteExecutionFunctor {
+    PxRequest* request;
+    void operator()() const {
+        PxRequestMgr::getInstance().checkCancelled();
+        request->completeExecution();
+    }
+};
+
+struct PostExecuteFunctor {
+    PxRequest* request;
+    void operator()() const { request->postExecute(); }
+};
+
+bool isSilent(ExBase const* e) {
+    return dynamic_cast<PxEx::ExRequestCancelled const*>(e) ||
+           dynamic_cast<PxEx::ExRequestFailed const*>(e);
+}
+
+} // namespace
+
+// ---- exceptions and statistics left behind ----
+
+void RequestEngine::reportException(ExBase const* e) {
+    if (!e || isSilent(e))
+        return;
+    auto const* rethrow = dynamic_cast<ExRethrow<ExBase> const*>(e);
+    if (!rethrow || isSilent(rethrow->getOriginal()))
+        return; // it stays in the request for its waiter
+    VN_LOG_GROUP(PxGraph, 0,
+                 "Caught exception: \n"
+                     << rethrow->getDetailedReason() << "\n"
+                     << "while executing a PxRequest \n"
+                     << "Call stack:"
+                     << "No call stack available with an optimized build."
+                     << "\n");
+}
+
+void RequestEngine::dropLeftStatistics(char const* message) {
+    if (!StatMgr::hasLocalStats())
+        return;
+    OPtr<StatThreadLocal> left = StatMgr::releaseLocalStats();
+    if (message && left && left->hasStatistic())
+        VN_LOG_GROUP(PxGraph, 2, message);
+}
+
+void RequestEngine::failureUnnoticed(char const* file, int line) {
+    Assertions::throwAssertionFailed(
+        file, line, "guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded()");
+}
+
+void RequestEngine::signalAll(LkWaitEntry* waiters) noexcept {
+    while (waiters) {
+        // Read the link first: a woken waiter may link its entry elsewhere at once.
+        auto* next = static_cast<LkWaitEntry*>(waiters->getNext());
+        waiters->signal();
+        waiters = next;
+    }
+}
+
+// ---- GFX worker ----
+
+void RequestEngine::gfxWorkerStarted() {
+    VN_ASSERT(!_exists);
+    _exists = true;
+}
+
+void RequestEngine::gfxWorkerEnded() {
+    _exists = false;
+    if (_initialized) {
+        if (_finalizeCb)
+            _finalizeCb->execute(CbEmptyType{});
+        _initialized = false;
+    }
+}
+
+void RequestEngine::gfxInitialize() {
+    if (_initialized)
+        return;
+    VN_ASSERT(Guard::exists());
+    if (_initCb)
+        _initCb->execute(CbEmptyType{});
+    _initialized = true;
+}
+
+// clang-format off
+void PxRequestImp::registerGFXInitialize(CbHandler<CbEmptyType>* cb) {
+    VN_ASSERT(( _initCb == 0 ) || ( cb == 0 ));
+    _initCb = cb;
+}
+
+void PxRequestImp::registerGFXFinalize(CbHandler<CbEmptyType>* cb) {
+    VN_ASSERT(( _finalizeCb == 0 ) || ( cb == 0 ));
+    _finalizeCb = cb;
+}
+// clang-format on
+
+// ---- timer ----
+
+bool RequestEngine::timerEnabled() noexcept {
+    return s_timerEnabled.load(std::memory_order_relaxed);
+}
+
+void RequestEngine::timerStartLevel() {
+    TimerLevels& t = timerLevels();
+    MtThreadTimes::Split const now = MtThreadTimes::timeSplit();
+    t.stack.back() += MtThreadTimes::cpuTime(t.last, now);
+    t.stack.push_back(0.0);
+    t.last = now;
+}
+
+double RequestEngine::timerEndLevel() {
+    TimerLevels& t = timerLevels();
+    MtThreadTimes::Split const now = MtThreadTimes::timeSplit();
+    t.stack.back() += MtThreadTimes::cpuTime(t.last, now);
+    t.last = now;
+    if (t.stack.size() < 2)
+        return 0.0; // unbalanced: the timer was enabled inside this scope
+    double const v = t.stack.back();
+    t.stack.pop_back();
+    return v;
+}
+
+void RequestEngine::timerAddToTop(double seconds) {
+    timerLevels().stack.back() += seconds;
+}
+
+PxRequestImp::CascadingTimer::CascadingTimer() {
+    if (RequestEngine::timerEnabled()) {
+        RequestEngine::timerStartLevel();
+        _levelStarted = true;
+    }
+}
+
+double PxRequestImp::CascadingTimer::stop() {
+    if (_running) {
+        _running = false;
+        if (_levelStarted)
+            _elapsed = static_cast<float>(RequestEngine::timerEndLevel());
+    }
+    return _elapsed;
+}
+
+PxRequestImp::CascadingTimer::~CascadingTimer() {
+    if (_running)
+        stop();
+}
+
+bool PxRequestImp::CascadingTimer::isEnabled() {
+    return RequestEngine::timerEnabled();
+}
+
+void PxRequestImp::CascadingTimer::enable(bool on) {
+    VN_ASSERT(PxRequestMgr::getInstance().isWorkerThreadSequential());
+    s_timerEnabled.store(on, std::memory_order_relaxed);
+    if (on)
+        RequestEngine::timerStartLevel();
+}
+
+void PxRequestImp::setNbWorkerThreads(int n) {
+    RequestMgrImp& m = RequestEngine::mgr();
+    if (m.isRunning()) {
+        VN_LOG_GROUP(PxGraph, 2,
+                     "Could not adjust the number of processing threads because the processing "
+                     "engine is already running");
+        return;
+    }
+    m.setNbThreads(std::max(std::min(n, RequestEngine::configuredNbThreads()), 2));
+}
+
+// ---- execution ----
+
+namespace {
+
+// Runs one half of a request in a timer level when the timer is on, and reports its failure.
+template <class Functor>
+OPtr<ExBase> runTimed(Functor& f, double& cpu) {
+    bool const timed = RequestEngine::timerEnabled();
+    if (timed)
+        RequestEngine::timerStartLevel();
+    OPtr<ExBase> ex = ExWrapper::execute(f);
+    cpu = timed ? RequestEngine::timerEndLevel() : 0.0;
+    RequestEngine::reportException(ex.get());
+    return ex;
+}
+
+// Stores the outcome of an execution and, unless a completion is still pending, wakes the
+// waiters and post-executes. The children go when nobody holds the request's list any more.
+void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pending, bool addTime) {
+    OPtr<StatThreadLocal> stats = StatMgr::releaseLocalStats();
+    PxRequest* children = nullptr;
+    LkWaitEntry* waiters = nullptr;
+    {
+        StateGuard g(request->getStateObj());
+        do {
+            children = nullptr;
+            waiters = nullptr;
+            g->setStatus(ex ? RS::FAILED : pending ? RS::PENDING : RS::DONE);
+            if (g->_nbReferences == 0) {
+                children = g->_firstChild;
+                g->_firstChild = nullptr;
+            }
+            g->_stats = stats.get();
+            g->_cpuTime = addTime ? g->_cpuTime + cpu : cpu;
+            g->_exception = ex.get();
+            if (!pending) {
+                waiters = g->_waiters;
+                g->_waiters = nullptr;
+            }
+        } while (!g.commit());
+    }
+    stats.release();
+    ex.release();
+    RequestEngine::detachChildren(children);
+    RequestEngine::signalAll(waiters);
+    if (!pending)
+        RequestEngine::postExecute(request, true);
+}
+
+} // namespace
+
+bool RequestEngine::asyncExecute(PxRequest* request) {
+    bool pending = request->getResourceType() == GFX;
+    if (pending)
+        gfxInitialize();
+    ExecuteFunctor f{request, pending};
+    double cpu = 0.0;
+    OPtr<ExBase> ex = runTimed(f, cpu);
+    if (ex)
+        pending = false;
+    finishExecution(request, std::move(ex), cpu, pending, false);
+    return pending;
+}
+
+bool RequestEngine::completePendingRequest(PxRequest* next) {
+    WorkerTLS& tls = workerTLS();
+    PxRequest* request = tls._pendingRequest;
+    tls._pendingRequest = next;
+    if (!request)
+        return false;
+    dropLeftStatistics("Unexpected statistics found entering PxRequestImp::completePendingRequest: "
+                       "they will be flushed and lost");
+    RS const first = request->getStateObj().load();
+    if (first._stats) {
+        // The second half adds to the statistics of the first.
+        StateGuard g(request->getStateObj());
+        StatThreadLocal* stats = nullptr;
+        do {
+            stats = g->_stats;
+            g->_stats = nullptr;
+        } while (!g.commit());
+        StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
+    }
+    PxRequest* const savedCurrent = tls._currentRequest;
+    PxRequest* const savedExternal = tls._currentExternalRequest;
+    tls._currentExternalRequest = first.has(RS::EXTERNAL) ? request : first._rootRequest;
+    tls._currentRequest = request;
+    CompleteExecutionFunctor f{request};
+    double cpu = 0.0;
+    OPtr<ExBase> ex = runTimed(f, cpu);
+    finishExecution(request, std::move(ex), cpu, false, true);
+    tls._currentExternalRequest = savedExternal;
+    tls._currentRequest = savedCurrent;
+    return true;
+}
+
+void RequestEngine::postExecute(PxRequest* request, bool checkStats) {
+    PostExecuteFunctor f{request};
+    OPtr<ExBase> ex = ExWrapper::execute(f);
+    if (ex) {
+        VN_LOG_GROUP(PxGraph, 0,
+                     "Caught exception: \n"
+                         << ex->getDetailedReason() << "\n"
+                         << "while invoking the PxRequest::postExecute() member function\n"
+                         << "on a request of type : \n"
+                         << typeid(*request).name() << "\n"
+                         << "Exceptions should never escape from a PxRequest::postExecute() "
+                         << "member function.\n"
+                         << "Call stack:"
+                         << "No call stack available."
+                         << "\n");
+    }
+
+    enum { KEEP, CLEAN_UP, CLEAN_UP_AND_DESTROY, DESTROY } action = KEEP;
+    bool noticed = true;
+    {
+        StateGuard guard(request->getStateObj());
+        do {
+            action = KEEP;
+            noticed = true;
+            bool const released = guard->has(RS::RELEASED);
+            bool const free = released && guard->has(RS::DEQUEUED) && guard->_nbReferences == 0;
+            switch (guard->getStatus()) {
+            case RS::DONE:
+                if (free) {
+                    guard->setStatus(RS::DESTROYED);
+                    action = CLEAN_UP_AND_DESTROY;
+                } else {
+                    guard->setStatus(RS::POST_EXECUTED);
+                    action = released ? CLEAN_UP : KEEP;
+                }
+                break;
+            case RS::FAILED:
+                if (free) {
+                    noticed =
+                        guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
+                    guard->setStatus(RS::DESTROYED);
+                    action = DESTROY;
+                } else {
+                    guard->setStatus(RS::FAILED_POST_EXECUTED);
+                }
+                break;
+            default:
+                VN_ABORT("postExecute of a request that has not finished");
+            }
+        } while (!guard.commit());
+    }
+
+    if (checkStats)
+        dropLeftStatistics("Unexpected statistics gathered during PxRequestImp::postExecute: they "
+                           "will be flushed and lost");
+    switch (action) {
+    case KEEP:
+        break;
+    case CLEAN_UP:
+        cleanUp(request);
+        break;
+    case CLEAN_UP_AND_DESTROY:
+        request->performCleanUp();
+        delete request;
+        dropLeftStatistics(nullptr);
+        break;
+    case DESTROY:
+        delete request;
+        dropLeftStatistics(nullptr);
+        break;
+    }
+    // Raised only after the request is disposed of, so that nothing leaks on this path.
+    if (!noticed)
+        failureUnnoticed(__FILE__, __LINE__);
+    if (ex)
+        ExRethrow<ExBase>(__FILE__, __LINE__, ex->clone()).raise();
+}
+
+void RequestEngine::cleanUp(PxRequest* request) {
+    request->performCleanUp();
+    bool destroy = false;
+    bool noticed = true;
+    {
+        StateGuard guard(request->getStateObj());
+        do {
+            destroy = false;
+            noticed = true;
+            if (guard->has(RS::DEQUEUED)) {
+                noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
+                if (guard->_nbReferences == 0) {
+                    guard->setStatus(RS::DESTROYED);
+                    destroy = true;
+                }
+            }
+            if (!destroy)
+                guard->setStatus(RS::CLEANED_UP);
+        } while (!guard.commit());
+    }
+    if (destroy)
+        delete request;
+    if (!noticed)
+        failureUnnoticed(__FILE__, __LINE__);
+}
+
+void RequestEngine::detachChildren(PxRequest* head) {
+    while (head) {
+        PxRequest* const child = head;
+        PxRequest* grandChildren = nullptr;
+        bool destroy = false;
+        {
+            StateGuard g(child->getStateObj());
+            do {
+                head = g->_nextSibling;
+                g->_nextSibling = nullptr;
+                grandChildren = nullptr;
+                destroy = false;
+                --g->_nbReferences;
+                if (g->_nbReferences == 0) {
+                    grandChildren = g->_firstChild;
+                    g->_firstChild = nullptr;
+                    RS::Status const st = g->getStatus();
+                    if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
+                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED)) {
+                        g->setStatus(RS::DESTROYED);
+                        destroy = true;
+                    }
+                }
+            } while (!g.commit());
+        }
+        if (destroy)
+            delete child;
+        detachChildren(grandChildren);
+    }
+}
+
+bool RequestEngine::helpWithChildren(PxRequest* list) {
+    WorkerTLS& tls = workerTLS();
+    bool ran = false;
+    // Deep first: the subtrees of children that are running.
+    for (PxRequest* c = list; c;) {
+        PxRequest* grandChildren = nullptr;
+        PxRequest* next = nullptr;
+        {
+            StateGuard g(c->getStateObj());
+            do {
+                next = g->_nextSibling;
+                grandChildren = nullptr;
+                RS::Status const st = g->getStatus();
+                if ((st == RS::EXECUTING || st == RS::PENDING) && g->_firstChild) {
+                    grandChildren = g->_firstChild;
+                    ++g->_nbReferences;
+                } else {
+                    break;
+                }
+            } while (!g.commit());
+        }
+        if (grandChildren) {
+            ran |= helpWithChildren(grandChildren);
+            PxRequest* detach = nullptr;
+            StateGuard g(c->getStateObj());
+            do {
+                detach = nullptr;
+                if (--g->_nbReferences == 0) {
+                    detach = g->_firstChild;
+                    g->_firstChild = nullptr;
+                }
+            } while (!g.commit());
+            detachChildren(detach);
+        }
+        c = next;
+    }
+
+    PxRequest* const savedExternal = tls._currentExternalRequest;
+    tls._currentExternalRequest = nullptr;
+    for (PxRequest* c = list; c;) {
+        bool take = false;
+        PxRequest* next = nullptr;
+        {
+            StateGuard g(c->getStateObj());
+            do {
+                next = g->_nextSibling;
+                take = g->getStatus() == RS::QUEUED &&
+                       (c->getResourceType() != GFX || tls._resourceType == GFX);
+                if (!take)
+                    break;
+                g->setStatus(RS::EXECUTING);
+            } while (!g.commit());
+        }
+        if (take) {
+            tls._currentExternalRequest = savedExternal;
+            PxRequest* const savedCurrent = tls._currentRequest;
+            tls._currentRequest = c;
+            bool const pending = asyncExecute(c);
+            tls._currentExternalRequest = nullptr;
+            tls._currentRequest = savedCurrent;
+            if (pending)
+                completePendingRequest(c);
+            ran = true;
+        }
+        c = next;
+    }
+    tls._currentExternalRequest = savedExternal;
+    return ran;
+}
+
+// ---- waiting ----
+
+void RequestEngine::wait(PxRequest* request, bool rethrow) {
+    VN_ASSERT(request != nullptr);
+    WorkerTLS& tls = workerTLS();
+    LkWaitEntry& me = LkWaitEntry::getEntry();
+    bool const isWorker = tls._isWorker;
+    bool const isGfxWorker = isWorker && tls._resourceType == GFX;
+    bool const isGfxRequest = request->getResourceType() == GFX;
+
+    enum { RUN_INLINE, SLEEP, HELP, TAKE } action = SLEEP;
+    StatThreadLocal* stats = nullptr;
+    double time = 0.0;
+    ExBase const* failure = nullptr;
+    PxRequest* helpList = nullptr;
+
+    for (;;) {
+        {
+            StateGuard g(request->getStateObj());
+            for (;;) {
+                bool commitNeeded = true;
+                stats = nullptr;
+                time = 0.0;
+                failure = nullptr;
+                helpList = nullptr;
+                switch (g->getStatus()) {
+                case RS::QUEUED:
+                    if (!g->has(RS::EXTERNAL) && (isGfxWorker || !isGfxRequest)) {
+                        g->setStatus(RS::EXECUTING);
+                        action = RUN_INLINE;
+                    } else {
+                        LkSListNode::push(g->_waiters, &me);
+                        action = SLEEP;
+                    }
+                    break;
+                case RS::EXECUTING:
+                case RS::PENDING:
+                    if (threadCooperation() && isWorker && g->_firstChild) {
+                        ++g->_nbReferences;
+                        helpList = g->_firstChild;
+                        action = HELP;
+                    } else {
+                        LkSListNode::push(g->_waiters, &me);
+                        action = SLEEP;
+                    }
+                    break;
+                case RS::DONE:
+                case RS::POST_EXECUTED:
+                case RS::FAILED:
+                case RS::FAILED_POST_EXECUTED:
+                    action = TAKE;
+                    if (!g->has(RS::EXTERNAL)) {
+                        stats = g->_stats;
+                        g->_stats = nullptr;
+                    }
+                    time = g->_cpuTime;
+                    g->_cpuTime = 0.0;
+                    failure = g->_exception;
+                    if (!stats && !(time > 0.0) && g->isResultQueried())
+                        commitNeeded = false;
+                    else
+                        g->set(RS::RESULT_QUERIED);
+                    break;
+                default:
+                    VN_ABORT("Waiting for a request that was never submitted or is gone");
+                }
+                if (!commitNeeded || g.commit())
+                    break;
+            }
+        }
+
+        if (action == RUN_INLINE) {
+            PxRequest* const savedCurrent = tls._currentRequest;
+            tls._currentRequest = request;
+            if (isGfxRequest)
+                gfxInitialize();
+            ExecuteFunctor f{request, false};
+            OPtr<ExBase> ex = ExWrapper::execute(f);
+            reportException(ex.get());
+            PxRequest* children = nullptr;
+            LkWaitEntry* waiters = nullptr;
+            {
+                StateGuard g(request->getStateObj());
+                do {
+                    children = nullptr;
+                    g->setStatus(ex ? RS::FAILED : RS::DONE);
+                    g->_exception = ex.get();
+                    g->set(RS::RESULT_QUERIED);
+                    waiters = g->_waiters;
+                    g->_waiters = nullptr;
+                    if (g->_nbReferences == 0) {
+                        children = g->_firstChild;
+                        g->_firstChild = nullptr;
+                    }
+                } while (!g.commit());
+            }
+            failure = ex.release();
+            detachChildren(children);
+            signalAll(waiters);
+            postExecute(request, false);
+            tls._currentRequest = savedCurrent;
+            if (failure && rethrow)
+                ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+            return;
+        }
+
+        if (action == HELP) {
+            for (;;) {
+                bool const ran = helpWithChildren(helpList);
+                PxRequest* detach = nullptr;
+                bool again = false;
+                StateGuard g(request->getStateObj());
+                for (;;) {
+                    detach = nullptr;
+                    again = false;
+                    stats = nullptr;
+                    time = 0.0;
+                    failure = nullptr;
+                    RS::Status const st = g->getStatus();
+                    if (st == RS::EXECUTING || st == RS::PENDING) {
+                        if (ran) {
+                            // Something was done: look at the children again.
+                            helpList = g->_firstChild;
+                            again = true;
+                            break;
+                        }
+                        --g->_nbReferences;
+                        LkSListNode::push(g->_waiters, &me);
+                        action = SLEEP;
+                    } else {
+                        if (--g->_nbReferences == 0) {
+                            detach = g->_firstChild;
+                            g->_firstChild = nullptr;
+                        }
+                        if (!g->has(RS::EXTERNAL)) {
+                            stats = g->_stats;
+                            g->_stats = nullptr;
+                        }
+                        time = g->_cpuTime;
+                        g->_cpuTime = 0.0;
+                        failure = g->_exception;
+                        g->set(RS::RESULT_QUERIED);
+                        action = TAKE;
+                    }
+                    if (g.commit())
+                        break;
+                }
+                if (again)
+                    continue;
+                detachChildren(detach);
+                break;
+            }
+        }
+
+        if (action == SLEEP) {
+            // What the GFX worker holds pending completes only on this thread: finish it before
+            // sleeping, or a wait on it, direct or through other workers, would never end.
+            if (isGfxWorker && tls._pendingRequest)
+                completePendingRequest(nullptr);
+            if (isWorker) {
+                mgr().workerBlocked();
+                me.wait();
+                mgr().workerUnblocked();
+            } else {
+                {
+                    LkGuard lock(mgr()._externalRequestsLock);
+                    ++mgr()._nbExternalWaits;
+                }
+                me.wait();
+            }
+            continue; // take the result
+        }
+        break; // TAKE
+    }
+
+    if (time > 0.0 && timerEnabled())
+        timerAddToTop(time);
+    if (stats)
+        StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
+    if (failure && rethrow)
+        ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+}
+
+void RequestMgrImp::waitRequest(PxRequest* request) {
+    RequestEngine::wait(request, true);
+}
+
+// ---- release ----
+
+void RequestMgrImp::releaseRequest(PxRequest* request) {
+    VN_ASSERT(request != nullptr);
+    bool const unwinding = std::uncaught_exceptions() > 0;
+    for (;;) {
+        enum { NOTHING, WAIT, CLEAN_UP, CLEAN_UP_AND_DESTROY, DESTROY } action = NOTHING;
+        bool noticed = true;
+        {
+            StateGuard guard(request->getStateObj());
+            do {
+                action = NOTHING;
+                noticed = true;
+                if (unwinding)
+                    guard->set(RS::UNWINDED);
+                bool const dequeued = guard->has(RS::DEQUEUED);
+                bool const referenced = guard->_nbReferences > 0;
+                switch (guard->getStatus()) {
+                case RS::NEW:
+                    // Never submitted: nobody else knows it.
+                    guard->set(RS::RELEASED);
+                    guard->setStatus(RS::DESTROYED);
+                    action = DESTROY;
+                    break;
+                case RS::QUEUED:
+                case RS::EXECUTING:
+                case RS::PENDING:
+                    if (guard->isUnwinded() && !guard->has(RS::EXTERNAL))
+                        action = WAIT;
+                    else
+                        guard->set(RS::RELEASED);
+                    break;
+                case RS::DONE:
+                case RS::FAILED:
+                    guard->set(RS::RELEASED);
+                    break;
+                case RS::POST_EXECUTED:
+                    guard->set(RS::RELEASED);
+                    if (!dequeued || referenced) {
+                        action = CLEAN_UP;
+                    } else {
+                        guard->setStatus(RS::DESTROYED);
+                        action = CLEAN_UP_AND_DESTROY;
+                    }
+                    break;
+                case RS::FAILED_POST_EXECUTED:
+                    guard->set(RS::RELEASED);
+                    if (dequeued)
+                        noticed =
+                            guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
+                    if (!referenced && dequeued) {
+                        guard->setStatus(RS::DESTROYED);
+                        action = DESTROY;
+                    }
+                    break;
+                default:
+                    VN_ABORT("Release of a request that is already released");
+                }
+            } while (!guard.commit());
+        }
+        switch (action) {
+        case WAIT:
+            RequestEngine::wait(request, false);
+            continue;
+        case CLEAN_UP:
+            RequestEngine::cleanUp(request);
+            break;
+        case CLEAN_UP_AND_DESTROY:
+            request->performCleanUp();
+            delete request;
+            break;
+        case DESTROY:
+            delete request;
+            break;
+        case NOTHING:
+            break;
+        }
+        if (!noticed && !unwinding)
+            RequestEngine::failureUnnoticed(__FILE__, __LINE__);
+        return;
+    }
+}
+
+} // namespace Vn

@@ -1,0 +1,76 @@
+#pragma once
+
+// Internals shared by the engine's scheduler (RequestMgrImp.cpp) and the execution of one
+// request (PxRequestImp.cpp).
+
+#include "PxRequest.h"
+#include "RequestMgrImp.h"
+
+namespace Vn {
+
+class ExBase;
+
+// What the engine knows of the calling thread. All zero on threads outside the pool.
+struct WorkerTLS {
+    bool _isWorker;
+    int _resourceType;
+    PxRequest* _currentExternalRequest;
+    PxRequest* _currentRequest;
+    PxRequest* _pendingRequest;
+    int _blockedCount;
+
+    PxRequest* getPendingRequest() const noexcept { return _pendingRequest; }
+    // What must hold when a thread leaves the engine.
+    void checkExit() const;
+};
+
+// Runs alone, after everything submitted before it: sync() waits for it.
+class SyncRequest final : public PxRequest {
+public:
+    RequestType getRequestType() const override { return RequestType(SEQUENTIAL, REFERENCED, CPU); }
+    void performExecute() override {}
+};
+
+WorkerTLS& workerTLS() noexcept;
+
+struct RequestEngine {
+    static constexpr int CPU = PxRequest::CPU;
+    static constexpr int GFX = PxRequest::GFX;
+
+    static RequestMgrImp& mgr() noexcept;
+    // Made and destroyed by the processing package.
+    static void initializeEngine();
+    static void finalizeEngine();
+    static int configuredNbThreads() noexcept;
+    // Takes and runs the next request of the calling worker; false when there was none.
+    static bool runNext(WorkerTLS& tls);
+    static bool threadCooperation() noexcept;
+
+    // Execution of one request on a worker; true when its completion is pending (GFX).
+    static bool asyncExecute(PxRequest* request);
+    // Swaps next in as the GFX worker's pending request and completes the one it replaces;
+    // true when something was completed.
+    static bool completePendingRequest(PxRequest* next);
+    static void postExecute(PxRequest* request, bool checkStats);
+    static void cleanUp(PxRequest* request);
+    static void detachChildren(PxRequest* head);
+    static bool helpWithChildren(PxRequest* list);
+    // The wait of waitRequest; with rethrow it raises the request's failure.
+    static void wait(PxRequest* request, bool rethrow);
+    static void signalAll(LkWaitEntry* waiters) noexcept;
+    static void reportException(ExBase const* e);
+    // Drops statistics a request's code left behind on this thread, logging `message` if any.
+    static void dropLeftStatistics(char const* message);
+    // The GFX worker's one-time initialisation before its first GFX request.
+    static void gfxInitialize();
+    static void gfxWorkerStarted();
+    static void gfxWorkerEnded();
+    // Timer levels of the calling thread.
+    static void timerStartLevel();
+    static double timerEndLevel();
+    static void timerAddToTop(double seconds);
+    static bool timerEnabled() noexcept;
+    [[noreturn]] static void failureUnnoticed(char const* file, int line);
+};
+
+} // namespace Vn

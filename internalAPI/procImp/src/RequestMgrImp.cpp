@@ -1,0 +1,791 @@
+#include "RequestMgrImp.h"
+
+#include "Assertions.h"
+#include "EnvIntVar.h"
+#include "ExBase.h"
+#include "IxConvertServices.h"
+#include "MtThreadMgr.h"
+#include "PxEx.h"
+#include "PxGraphLog.h"
+#include "PxRequestImp.h"
+#include "RequestEngine.h"
+#include "StatMgr.h"
+#include "StatScalar.h"
+#include "StatThreadLocal.h"
+#include "StatThreadPoolCPUUsage.h"
+#include "StatTypes.h"
+
+#include <algorithm>
+#include <thread>
+
+namespace Vn {
+
+namespace {
+
+EnvIntVar s_nbThreadsVar(__FILE__, "VN_NB_PXREQUEST_THREADS", RequestMgrImp::kMaxThreads);
+EnvIntVar s_maxConcurrentVar(__FILE__, "VN_MAX_PXREQUEST_CONCURRENT_THREADS", -1);
+EnvIntVar s_keepOnProcVar(__FILE__, "VN_NB_PXREQUEST_KEEPONPROC", 0);
+EnvIntVar s_delayPoolDeleteVar(__FILE__, "VN_DELAY_PXREQUEST_MEMPOOL_DELETE", 0);
+EnvIntVar s_threadCoopVar(__FILE__, "VN_PXREQUEST_THREAD_COOP", 1);
+
+constinit thread_local WorkerTLS t_worker{};
+bool s_threadCoop = true;
+DaMemPool* s_pool = nullptr;
+
+constexpr int CPU = RequestEngine::CPU;
+constexpr int GFX = RequestEngine::GFX;
+
+using State = RequestMgrImp::State;
+using EngineState = RequestMgrImp::EngineState;
+using EngineGuard = LkAtomicWrGuard<EngineState>;
+using RS = PxRequestState;
+
+// A scheduling decision of a worker, computed on a state copy inside a commit loop.
+struct Decision {
+    bool changed = false;
+    bool stop = false;
+    bool exit = false;
+    LkWaitEntry* wake = nullptr;
+};
+
+// Takes a worker for a freed running slot: first one that left a blocking wait, else a parked
+// CPU worker.
+void handOff(EngineState& s, bool cpuWanted, Decision& d) {
+    if ((cpuWanted || !s._unBlockedWorkers.isEmpty()) &&
+        s._nbRunningWorkers < s._maxRunningWorkers) {
+        if (!s._unBlockedWorkers.isEmpty())
+            d.wake = s._unBlockedWorkers.popFront();
+        else
+            d.wake = s._stoppedWorkers[CPU].pop();
+        if (d.wake) {
+            ++s._nbRunningWorkers;
+            d.changed = true;
+        }
+    }
+}
+
+Decision decide(EngineState& s, int res, LkWaitEntry* me) {
+    Decision d;
+    bool const cpuEmpty = s._internalRequests[CPU].isEmpty();
+    bool const gfxEmpty = s._internalRequests[GFX].isEmpty();
+    bool const ownEmpty = res == CPU ? cpuEmpty : gfxEmpty;
+    bool const ringEmpty = s._unBlockedWorkers.isEmpty();
+    bool const last = s._nbRunningWorkers == 1 && s._nbBlockedWorkers == 0 && ringEmpty;
+    bool askCpu = false;
+
+    switch (s._state) {
+    case RequestMgrImp::UNINITIALIZED:
+    case RequestMgrImp::IDLE:
+        break;
+    case RequestMgrImp::RUNNING:
+        if (!cpuEmpty && res == CPU) {
+        } else if (!cpuEmpty) {
+            d.stop = gfxEmpty;
+            askCpu = true;
+        } else if (gfxEmpty && ringEmpty && s._nbExternalRequests == 0) {
+            d.stop = true;
+            if (s._nbRunningWorkers == 1 && s._nbBlockedWorkers == 0)
+                s._state = RequestMgrImp::IDLE;
+        } else if (res == CPU) {
+            d.stop = s._nbExternalRequests == 0;
+        } else {
+            d.stop = gfxEmpty;
+            askCpu = s._nbExternalRequests > 0;
+        }
+        break;
+    case RequestMgrImp::DRAINING:
+        if (!ownEmpty) {
+        } else if (last) {
+            s._state = RequestMgrImp::SEQUENTIAL;
+            s._internalRequests[CPU].push(s._pendingSeqRequest);
+            s._pendingSeqRequest = nullptr;
+            d.changed = true;
+            if (res == GFX) {
+                d.stop = true;
+                askCpu = true;
+            }
+        } else {
+            d.stop = true;
+        }
+        break;
+    case RequestMgrImp::SEQUENTIAL:
+        if (cpuEmpty && gfxEmpty) {
+            if (last) {
+                s._state = RequestMgrImp::RUNNING;
+                d.changed = true;
+                if (res == GFX) {
+                    d.stop = true;
+                    askCpu = true;
+                }
+            } else {
+                d.stop = true;
+            }
+        } else {
+            d.stop = ownEmpty;
+        }
+        break;
+    case RequestMgrImp::SHUTTING_DOWN:
+        if (ownEmpty) {
+            --s._nbRunningWorkers;
+            d.exit = true;
+            d.changed = true;
+        }
+        break;
+    default:
+        VN_ABORT("Unknown state of the processing engine");
+    }
+    if (d.stop) {
+        s._stoppedWorkers[res].push(me);
+        --s._nbRunningWorkers;
+        d.changed = true;
+    }
+    if (!d.exit)
+        handOff(s, askCpu, d);
+    return d;
+}
+
+} // namespace
+
+WorkerTLS& workerTLS() noexcept {
+    return t_worker;
+}
+
+void WorkerTLS::checkExit() const {
+    VN_ASSERT(_currentExternalRequest == 0);
+    VN_ASSERT(_pendingRequest == 0);
+    VN_ASSERT(_blockedCount == 0);
+}
+
+RequestMgrImp& RequestEngine::mgr() noexcept {
+    return static_cast<RequestMgrImp&>(PxRequestMgr::getInstance());
+}
+
+bool RequestEngine::threadCooperation() noexcept {
+    return s_threadCoop;
+}
+
+DaMemPool& RequestMgrImp::getMemPool() {
+    VN_ASSERT(s_pool != nullptr);
+    return *s_pool;
+}
+
+// ---- start-up and thread counts ----
+
+RequestMgrImp::RequestMgrImp(bool keepOnProcessor, int nbThreads, int maxRunningWorkers)
+    : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}) {
+    setNbThreads(nbThreads);
+    setMaxRunningWorkers(maxRunningWorkers);
+}
+
+void RequestMgrImp::setNbThreads(int n) {
+    VN_ASSERT(!isRunning());
+    auto const wanted = static_cast<std::uint32_t>(n);
+    if (wanted > static_cast<std::uint32_t>(kMaxThreads)) {
+        VN_LOG_GROUP(PxGraph, 2,
+                     "Requested number of processing threads is too high (limit is " << kMaxThreads
+                                                                                     << ").");
+        _nbThreads = kMaxThreads;
+        return;
+    }
+    // A pool needs its GFX worker and at least one CPU worker.
+    _nbThreads = std::max<std::uint32_t>(wanted, 2);
+}
+
+int RequestMgrImp::clampMaxRunning(int n, bool poolRuns) const {
+    if (n < 1)
+        n = MtThreadMgr::getInstance().getNbProcessors();
+    n = std::min(n, kMaxThreads);
+    if (poolRuns)
+        n = std::min(n, static_cast<int>(_nbThreads));
+    return std::max(n, 1);
+}
+
+void RequestMgrImp::setMaxRunningWorkers(int n) {
+    int const value = clampMaxRunning(n, isRunning());
+    EngineGuard g(_engine);
+    do {
+        g->_maxRunningWorkers = value;
+    } while (!g.commit());
+}
+
+int RequestMgrImp::getMaxRunningWorkers() const {
+    return LkAtomicRdGuard<EngineState>(_engine)->_maxRunningWorkers;
+}
+
+void RequestMgrImp::startWorkers() {
+    if (_workersStarted.load(std::memory_order_acquire))
+        return;
+    LkGuard lock(_workerInitLock);
+    if (_workersStarted.load(std::memory_order_relaxed))
+        return;
+    VN_ASSERT(getNbThreadsWanted() >= 2);
+    {
+        EngineGuard g(_engine);
+        do {
+            g->_maxRunningWorkers =
+                std::min({g->_maxRunningWorkers, kMaxThreads, static_cast<int>(_nbThreads)});
+        } while (!g.commit());
+    }
+    MtThreadPool::start(static_cast<int>(_nbThreads));
+    for (std::uint32_t i = 0; i < _nbThreads; ++i)
+        _workerInitSema.wait();
+    _workersStarted.store(true, std::memory_order_release);
+}
+
+// ---- workers ----
+
+void RequestMgrImp::main(int threadIndex) {
+    IxConvertServices::configureSSE();
+    WorkerTLS& tls = t_worker;
+    int const res = threadIndex == 0 ? GFX : CPU;
+    tls._isWorker = true;
+    tls._resourceType = res;
+    if (res == GFX)
+        RequestEngine::gfxWorkerStarted();
+    LkWaitEntry& me = LkWaitEntry::getEntry();
+    {
+        EngineGuard g(_engine);
+        do {
+            if (g->_state != UNINITIALIZED && g->_state != IDLE)
+                VN_ABORT("A processing worker started in an engine that already runs");
+            g->_state = IDLE;
+            g->_stoppedWorkers[res].push(&me);
+        } while (!g.commit());
+    }
+    _workerInitSema.post();
+    me.wait();
+
+    for (;;) {
+        Decision d;
+        {
+            EngineGuard g(_engine);
+            for (;;) {
+                d = decide(*g, res, &me);
+                if (!d.changed || g.commit())
+                    break;
+            }
+        }
+        if (d.wake)
+            d.wake->signal();
+        if (d.exit)
+            break;
+        if (d.stop)
+            me.wait();
+        for (;;) {
+            try {
+                while (RequestEngine::runNext(tls))
+                    ;
+                if (!RequestEngine::completePendingRequest(nullptr))
+                    break;
+            } catch (ExBase const& e) {
+                // A fault of the engine itself; the request concerned is lost, the worker not.
+                VN_LOG_GROUP(PxGraph, 0,
+                             "Internal failure on a processing worker: " << e.getDetailedReason());
+            }
+        }
+    }
+
+    WorkerTLS* _workerTLS = &tls;
+    VN_ASSERT(_workerTLS->getPendingRequest() == 0);
+    tls.checkExit();
+    if (res == GFX)
+        RequestEngine::gfxWorkerEnded();
+    tls = WorkerTLS{};
+}
+
+bool RequestEngine::runNext(WorkerTLS& tls) {
+    RequestMgrImp& m = mgr();
+    int const res = tls._resourceType;
+    PxRequest* request = nullptr;
+    bool external = false;
+    {
+        EngineGuard g(m._engine);
+        for (;;) {
+            request = g->_internalRequests[res].pop();
+            external = false;
+            if (!request) {
+                if (res == GFX)
+                    return false;
+                if (g->_state != RequestMgrImp::IDLE && g->_state != RequestMgrImp::RUNNING)
+                    return false;
+                if (g->_nbExternalRequests < 1)
+                    return false;
+                --g->_nbExternalRequests;
+                external = true;
+            }
+            if (g.commit())
+                break;
+        }
+    }
+
+    if (external) {
+        LkGuard lock(m._externalRequestsLock);
+        VN_ASSERT(!m._externalRequests.empty());
+        PxRequest* front = m._externalRequests.front();
+        bool const sequential = front->getExecutionMode() == PxRequest::SEQUENTIAL;
+        enum { TAKE, TAKE_SEQUENTIAL, LEAVE } action = TAKE;
+        EngineGuard g(m._engine);
+        do {
+            switch (g->_state) {
+            case RequestMgrImp::IDLE:
+            case RequestMgrImp::RUNNING:
+                action = sequential ? TAKE_SEQUENTIAL : TAKE;
+                if (sequential) {
+                    g->_state = RequestMgrImp::DRAINING;
+                    g->_pendingSeqRequest = front;
+                }
+                break;
+            case RequestMgrImp::DRAINING:
+            case RequestMgrImp::SEQUENTIAL:
+                action = LEAVE;
+                ++g->_nbExternalRequests;
+                break;
+            default:
+                VN_ABORT("An external request taken while the engine shuts down");
+            }
+        } while (!g.commit());
+        if (action != LEAVE)
+            m._externalRequests.pop_front();
+        if (action != TAKE)
+            return false;
+        request = front;
+    }
+
+    // The request's own state: a request that a waiter already ran inline is only disposed of.
+    bool run = false;
+    bool destroy = false;
+    {
+        LkAtomicWrGuard<RS> guard(request->getStateObj());
+        do {
+            run = false;
+            destroy = false;
+            guard->set(RS::DEQUEUED);
+            if (guard->getStatus() == RS::QUEUED) {
+                guard->setStatus(RS::EXECUTING);
+                run = true;
+            } else if (guard->has(RS::RELEASED) && guard->_nbReferences == 0 &&
+                       (guard->getStatus() == RS::CLEANED_UP ||
+                        guard->getStatus() == RS::FAILED_POST_EXECUTED)) {
+                guard->setStatus(RS::DESTROYED);
+                destroy = true;
+            }
+        } while (!guard.commit());
+    }
+    if (destroy)
+        delete request;
+    if (!run)
+        return true;
+
+    dropLeftStatistics("Unexpected statistics found before entering PxRequestImp::asyncExecute: "
+                       "they will be flushed and lost");
+    PxRequest* const savedCurrent = tls._currentRequest;
+    if (external) {
+        tls._currentExternalRequest = request;
+    } else {
+        tls._currentExternalRequest = LkAtomicRdGuard<RS>(request->getStateObj())->_rootRequest;
+    }
+    tls._currentRequest = request;
+    bool const pending = asyncExecute(request);
+    tls._currentExternalRequest = nullptr;
+    tls._currentRequest = savedCurrent;
+    if (pending)
+        completePendingRequest(request);
+    return true;
+}
+
+void RequestMgrImp::notifyStop() {
+    for (;;) {
+        LkWaitEntry* wake = nullptr;
+        bool done = false;
+        {
+            EngineGuard g(_engine);
+            for (;;) {
+                wake = nullptr;
+                if (g->_stoppedWorkers[CPU].isEmpty() && g->_stoppedWorkers[GFX].isEmpty() &&
+                    g->_unBlockedWorkers.isEmpty() && g->_state == SHUTTING_DOWN) {
+                    done = true;
+                    break;
+                }
+                g->_state = SHUTTING_DOWN;
+                if (g->_nbRunningWorkers < g->_maxRunningWorkers) {
+                    if (!g->_unBlockedWorkers.isEmpty())
+                        wake = g->_unBlockedWorkers.popFront();
+                    else if (!g->_stoppedWorkers[GFX].isEmpty())
+                        wake = g->_stoppedWorkers[GFX].pop();
+                    else
+                        wake = g->_stoppedWorkers[CPU].pop();
+                    if (wake)
+                        ++g->_nbRunningWorkers;
+                }
+                if (g.commit())
+                    break;
+            }
+        }
+        if (done)
+            return;
+        if (wake)
+            wake->signal();
+        else
+            std::this_thread::yield(); // the slots are taken by workers on their way out
+    }
+}
+
+// ---- submission ----
+
+void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
+    VN_ASSERT(request != nullptr);
+    WorkerTLS& tls = t_worker;
+    bool const isExternal = !tls._isWorker;
+    constexpr auto GFX = PxRequest::GFX;
+    // clang-format off
+    VN_ASSERT(!( isExternal && executeManually ));
+    VN_ASSERT(!( (request->getReferencingMode() == PxRequest::FIRE_AND_FORGET ) && executeManually ));
+    VN_ASSERT(!( (request->getReferencingMode() == PxRequest::FIRE_AND_FORGET ) && !isExternal ));
+    VN_ASSERT(!( ( request->getResourceType() == GFX ) && executeManually ));
+    // clang-format on
+    int const res = request->getResourceType();
+
+    {
+        // Nobody else holds the request yet: this commit cannot lose.
+        LkAtomicWrGuard<RS> g(request->getStateObj());
+        VN_ASSERT(g->getStatus() == RS::NEW);
+        if (executeManually)
+            g->set(RS::DEQUEUED);
+        if (isExternal)
+            g->set(RS::EXTERNAL);
+        else
+            g->_rootRequest = tls._currentExternalRequest;
+        g->setStatus(RS::QUEUED);
+        if (!isExternal)
+            g->_nbReferences = 1;
+        VN_ASSERT(g.commit());
+    }
+
+    if (!isExternal) {
+        PxRequest* parent = tls._currentRequest;
+        bool joined = false;
+        if (parent) {
+            LkAtomicWrGuard<RS> pg(parent->getStateObj());
+            for (;;) {
+                RS::Status const st = pg->getStatus();
+                if (st != RS::EXECUTING && st != RS::PENDING)
+                    break;
+                {
+                    LkAtomicWrGuard<RS> cg(request->getStateObj());
+                    cg->_nextSibling = pg->_firstChild;
+                    VN_ASSERT(cg.commit());
+                }
+                pg->_firstChild = request;
+                if (pg.commit()) {
+                    joined = true;
+                    break;
+                }
+            }
+        }
+        if (!joined) {
+            // No child list holds it: its owner's release alone decides its end.
+            LkAtomicWrGuard<RS> g(request->getStateObj());
+            g->_nbReferences = 0;
+            VN_ASSERT(g.commit());
+        }
+        if (executeManually)
+            return;
+        LkWaitEntry* wake = nullptr;
+        EngineGuard g(_engine);
+        do {
+            wake = nullptr;
+            g->_internalRequests[res].push(request);
+            if ((g->_nbRunningWorkers < g->_maxRunningWorkers || res == GFX) &&
+                !g->_stoppedWorkers[res].isEmpty()) {
+                wake = g->_stoppedWorkers[res].pop();
+                ++g->_nbRunningWorkers;
+            }
+        } while (!g.commit());
+        if (wake)
+            wake->signal();
+        return;
+    }
+
+    startWorkers();
+    {
+        LkGuard lock(_externalRequestsLock);
+        _externalRequests.push_back(request);
+        if (request->getExecutionMode() == PxRequest::CONCURRENT &&
+            request->getPriorityLevel() == 1) {
+            auto it = _externalRequests.end() - 1;
+            while (it != _externalRequests.begin()) {
+                PxRequest* before = *(it - 1);
+                if (before->getExecutionMode() != PxRequest::CONCURRENT ||
+                    before->getPriorityLevel() != 0)
+                    break;
+                std::iter_swap(it - 1, it);
+                --it;
+            }
+        }
+        ++_nbExternalRequestsTotal;
+    }
+    LkWaitEntry* wake = nullptr;
+    EngineGuard g(_engine);
+    do {
+        wake = nullptr;
+        ++g->_nbExternalRequests;
+        bool wanted = false;
+        if (g->_state == IDLE) {
+            if (!g->_stoppedWorkers[CPU].isEmpty()) {
+                g->_state = RUNNING;
+                wanted = true;
+            }
+        } else if (g->_state == RUNNING) {
+            wanted = true;
+        }
+        if (wanted && g->_nbRunningWorkers < g->_maxRunningWorkers &&
+            !g->_stoppedWorkers[CPU].isEmpty()) {
+            wake = g->_stoppedWorkers[CPU].pop();
+            ++g->_nbRunningWorkers;
+        }
+    } while (!g.commit());
+    if (wake)
+        wake->signal();
+}
+
+// ---- blocking ----
+
+void RequestMgrImp::workerBlocked() {
+    WorkerTLS& tls = t_worker;
+    VN_ASSERT(tls._isWorker);
+    if (tls._blockedCount++ != 0)
+        return;
+    LkWaitEntry* wake = nullptr;
+    EngineGuard g(_engine);
+    do {
+        wake = nullptr;
+        ++g->_nbBlockedWorkers;
+        if (g->_nbRunningWorkers > g->_maxRunningWorkers) {
+            --g->_nbRunningWorkers;
+        } else if (!g->_unBlockedWorkers.isEmpty()) {
+            wake = g->_unBlockedWorkers.popFront();
+        } else if (!g->_stoppedWorkers[GFX].isEmpty()) {
+            wake = g->_stoppedWorkers[GFX].pop();
+        } else if (!g->_stoppedWorkers[CPU].isEmpty()) {
+            wake = g->_stoppedWorkers[CPU].pop();
+        } else {
+            --g->_nbRunningWorkers;
+        }
+    } while (!g.commit());
+    if (wake)
+        wake->signal();
+}
+
+void RequestMgrImp::workerUnblocked() {
+    WorkerTLS& tls = t_worker;
+    VN_ASSERT(tls._isWorker && tls._blockedCount > 0);
+    if (--tls._blockedCount > 0)
+        return;
+    LkWaitEntry& me = LkWaitEntry::getEntry();
+    bool queued = false;
+    EngineGuard g(_engine);
+    do {
+        queued = false;
+        --g->_nbBlockedWorkers;
+        if (g->_nbRunningWorkers < g->_maxRunningWorkers) {
+            ++g->_nbRunningWorkers;
+        } else {
+            g->_unBlockedWorkers.pushBack(&me);
+            queued = true;
+        }
+    } while (!g.commit());
+    if (queued)
+        me.wait();
+}
+
+// ---- queries ----
+
+bool RequestMgrImp::isWorkerThreadCurrent() const {
+    return t_worker._isWorker;
+}
+
+bool RequestMgrImp::isWorkerThreadSequential() const {
+    return t_worker._isWorker && LkAtomicRdGuard<EngineState>(_engine)->_state == SEQUENTIAL;
+}
+
+bool RequestMgrImp::isWorkerThreadBlocked() const {
+    return t_worker._isWorker && t_worker._blockedCount > 0;
+}
+
+bool RequestMgrImp::isCancelled() const {
+    PxRequest* root = t_worker._currentExternalRequest;
+    return root && LkAtomicRdGuard<RS>(root->getStateObj())->isCancelled();
+}
+
+void RequestMgrImp::checkCancelled() const {
+    if (isCancelled())
+        throw PxEx::ExRequestCancelled(__FILE__, __LINE__);
+}
+
+RequestMgrImp::Snapshot RequestMgrImp::getSnapshot() const {
+    LkAtomicRdGuard<EngineState> g(_engine);
+    return Snapshot{State(g->_state),
+                    g->_nbRunningWorkers,
+                    g->_nbBlockedWorkers,
+                    static_cast<int>(g->_unBlockedWorkers._count),
+                    g->_nbExternalRequests,
+                    g->_maxRunningWorkers,
+                    g->_internalRequests[CPU].isEmpty() && g->_internalRequests[GFX].isEmpty(),
+                    g->_pendingSeqRequest != nullptr};
+}
+
+void RequestMgrImp::recordStatistics() {
+    StatThreadPoolCPUUsage pool;
+    pool.timeSplit(*this, StatTypes::getPxThreadPoolCPUUsageId());
+    EngineState const s = _engine.load();
+    StatScalar scalar;
+    scalar.setScalar(s._nbExternalRequests, StatTypes::getWaitingRequestsId());
+    scalar.setScalar(s._nbRunningWorkers, StatTypes::getRunningWorkersId());
+    scalar.setScalar(s._nbBlockedWorkers + static_cast<long long>(s._unBlockedWorkers._count),
+                     StatTypes::getBlockedWorkersId());
+    long long total = 0;
+    long long waits = 0;
+    {
+        LkGuard lock(_externalRequestsLock);
+        total = _nbExternalRequestsTotal;
+        waits = _nbExternalWaits;
+    }
+    scalar.setScalar(total, StatTypes::getExternalPxRequestsId());
+    scalar.setScalar(waits, StatTypes::getExternalPxWaitsId());
+}
+
+// ---- memory of requests ----
+
+void* RequestMgrImp::allocate(std::size_t size) {
+    return getMemPool().alloc(size);
+}
+void RequestMgrImp::deallocate(void* p, std::size_t size) {
+    getMemPool().free(p, size);
+}
+
+namespace {
+int liveShard() noexcept {
+    static std::atomic<int> next{0};
+    thread_local int const shard = next.fetch_add(1, std::memory_order_relaxed);
+    return shard % 16; // one per shard of RequestMgrImp's live count
+}
+} // namespace
+
+void RequestMgrImp::initRequest(PxRequest&) {
+    _nbLiveRequests[liveShard()]._n.fetch_add(1, std::memory_order_relaxed);
+}
+
+long RequestMgrImp::getNbLiveRequests() const noexcept {
+    long n = 0;
+    for (auto const& s : _nbLiveRequests)
+        n += s._n.load(std::memory_order_relaxed);
+    return n;
+}
+
+void RequestMgrImp::destroyRequest(PxRequest& request) {
+    RS const s = request.getStateObj().load();
+    delete s._exception;
+    if (s._stats)
+        OPtr<StatThreadLocal>(s._stats).reset();
+    _nbLiveRequests[liveShard()]._n.fetch_sub(1, std::memory_order_relaxed);
+}
+
+OPtrRet<StatThreadLocal> RequestMgrImp::takeRequestStats(PxRequest* request) {
+    VN_ASSERT(request != nullptr);
+    StatThreadLocal* stats = nullptr;
+    LkAtomicWrGuard<RS> g(request->getStateObj());
+    do {
+        stats = g->_stats;
+        g->_stats = nullptr;
+    } while (stats && !g.commit());
+    return OPtrRet<StatThreadLocal>(stats);
+}
+
+void RequestMgrImp::cancelRequest(PxRequest* request) {
+    VN_ASSERT(request != nullptr);
+    LkAtomicWrGuard<RS> g(request->getStateObj());
+    do {
+        g->set(RS::CANCELLED);
+    } while (!g.commit());
+}
+
+void RequestMgrImp::sync() {
+    PxRequestPtr<PxRequest> request(new SyncRequest);
+    executeRequest(request.get(), false);
+    waitRequest(request.get());
+}
+
+// ---- shutdown ----
+
+void RequestMgrImp::shutdown() {
+    if (_shutDown)
+        return;
+    _shutDown = true;
+    bool const ran = _workersStarted.load();
+    if (ran) {
+        sync();
+        MtThreadPool::stop();
+    }
+    LkAtomicRdGuard<EngineState> guard(_engine);
+    // clang-format off
+    if (ran)
+        VN_ASSERT(guard->_state == SHUTTING_DOWN);
+    else
+        VN_ASSERT(guard->_state == UNINITIALIZED);
+    VN_ASSERT(guard->_internalRequests[CPU].isEmpty());
+    VN_ASSERT(guard->_internalRequests[GFX].isEmpty());
+    VN_ASSERT(guard->_nbExternalRequests == 0);
+    VN_ASSERT(guard->_pendingSeqRequest == 0);
+    VN_ASSERT(guard->_stoppedWorkers[CPU].isEmpty());
+    VN_ASSERT(guard->_stoppedWorkers[GFX].isEmpty());
+    VN_ASSERT(guard->_unBlockedWorkers.isEmpty());
+    VN_ASSERT(guard->_nbRunningWorkers == 0);
+    VN_ASSERT(guard->_nbBlockedWorkers == 0);
+    VN_ASSERT(guard->_maxRunningWorkers > 0);
+    VN_ASSERT(_externalRequests.empty());
+    // clang-format on
+}
+
+RequestMgrImp::~RequestMgrImp() {
+    try {
+        shutdown();
+    } catch (ExBase const& e) {
+        ExStdout::printAtomically("Processing engine shut down with a fault: " +
+                                  e.getDetailedReason());
+    }
+    if (isRunning())
+        MtThreadPool::stop();
+}
+
+// ---- engine start and end, from the processing package ----
+
+void RequestEngine::initializeEngine() {
+    s_threadCoop = s_threadCoopVar.getValue() != 0;
+    if (!s_pool)
+        s_pool = new DaMemPool("PxRequestMgrImp", 16384, 0x20000, 1024);
+    PxRequestMgr::initialize(new RequestMgrImp(
+        s_keepOnProcVar.getValue() != 0, s_nbThreadsVar.getValue(), s_maxConcurrentVar.getValue()));
+}
+
+void RequestEngine::finalizeEngine() {
+    if (!PxRequestMgr::isInitialized())
+        return;
+    auto& m = mgr();
+    m.shutdown();
+    long const live = m.getNbLiveRequests();
+    PxRequestMgr::finalize();
+    // Requests still alive would free their memory into the pool later: keep it then.
+    if (live == 0 && s_delayPoolDeleteVar.getValue() == 0) {
+        delete s_pool;
+        s_pool = nullptr;
+    } else if (live != 0) {
+        VN_LOG_GROUP(PxGraph, 1,
+                     live << " processing requests were never released; their memory is kept");
+    }
+}
+
+int RequestEngine::configuredNbThreads() noexcept {
+    return s_nbThreadsVar.getValue();
+}
+
+} // namespace Vn

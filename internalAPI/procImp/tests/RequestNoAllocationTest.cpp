@@ -1,0 +1,85 @@
+// The road of internal requests allocates nothing but from the engine's pools: a warmed-up run of
+// a request tree calls the global operator new zero times.
+
+#include "EngineTestSupport.h"
+
+#include <array>
+#include <cstdlib>
+#include <new>
+
+namespace {
+std::atomic<bool> g_counting{false};
+std::atomic<long> g_allocations{0};
+} // namespace
+
+// The replacement pairs malloc with free on purpose.
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+
+void* operator new(std::size_t size) {
+    if (g_counting.load(std::memory_order_relaxed))
+        g_allocations.fetch_add(1, std::memory_order_relaxed);
+    if (void* p = std::malloc(size ? size : 1))
+        return p;
+    throw std::bad_alloc();
+}
+void operator delete(void* p) noexcept {
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+
+using namespace VnTest;
+using namespace Vn;
+
+namespace {
+
+// A tree of requests built without any container that allocates.
+class Node : public PxRequest {
+public:
+    explicit Node(int depth) : _depth(depth) {}
+    void performExecute() override {
+        if (_depth == 0)
+            return;
+        std::array<PxRequestPtr<Node>, 4> children;
+        for (std::size_t i = 0; i < children.size(); ++i) {
+            children[i] = PxRequestPtr<Node>(new Node(_depth - 1));
+            engine().executeRequest(children[i].get(), i % 2 == 0);
+        }
+        for (auto& c : children)
+            engine().waitRequest(c.get());
+    }
+
+private:
+    int _depth;
+};
+
+// Counts allocations while it builds and waits for its tree.
+class CountingRoot : public PxRequest {
+public:
+    void performExecute() override {
+        g_counting = true;
+        {
+            PxRequestPtr<Node> tree(new Node(4));
+            engine().executeRequest(tree.get(), false);
+            engine().waitRequest(tree.get());
+        }
+        g_counting = false;
+    }
+};
+
+class RequestNoAllocation : public EngineTest {
+protected:
+    int poolSize() const override { return 2; } // one CPU worker: every thread is warmed up
+};
+
+} // namespace
+
+TEST_F(RequestNoAllocation, InternalRequestsUseOnlyThePools) {
+    for (int i = 0; i < 20; ++i)
+        runAndWait(new CountingRoot);
+    g_allocations = 0;
+    for (int i = 0; i < 5; ++i)
+        runAndWait(new CountingRoot);
+    EXPECT_EQ(g_allocations.load(), 0);
+}
