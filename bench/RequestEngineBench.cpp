@@ -56,6 +56,12 @@ public:
     void performExecute() override { benchmark::ClobberMemory(); }
 };
 
+class EmptySequential final : public PxRequest {
+public:
+    RequestType getRequestType() const override { return RequestType(SEQUENTIAL, REFERENCED, CPU); }
+    void performExecute() override { benchmark::ClobberMemory(); }
+};
+
 void tbbNode(int depth) {
     if (depth == 0)
         return;
@@ -143,6 +149,36 @@ void BM_TbbThroughput(benchmark::State& st) {
     }
 }
 
+// 100 concurrent requests queued behind a sequential one, against the same 101 requests all
+// concurrent: the cost of draining and of waking the workers again after it.
+template <bool kWithSequential>
+void BM_EngineBehindSequential(benchmark::State& st) {
+    std::vector<PxRequestPtr<PxRequest>> requests;
+    requests.reserve(101);
+    for (auto _ : st) {
+        if (kWithSequential)
+            requests.emplace_back(new EmptySequential);
+        else
+            requests.emplace_back(new Empty);
+        engine().executeRequest(requests.back().get(), false);
+        for (int i = 0; i < 100; ++i) {
+            requests.emplace_back(new Empty);
+            engine().executeRequest(requests.back().get(), false);
+        }
+        for (auto& r : requests)
+            engine().waitRequest(r.get());
+        requests.clear();
+    }
+}
+void BM_EngineAfterSequential(benchmark::State& st) {
+    BM_EngineBehindSequential<true>(st);
+}
+void BM_EngineAllConcurrent(benchmark::State& st) {
+    BM_EngineBehindSequential<false>(st);
+}
+
+BENCHMARK(BM_EngineAfterSequential)->UseRealTime()->Repetitions(3);
+BENCHMARK(BM_EngineAllConcurrent)->UseRealTime()->Repetitions(3);
 BENCHMARK(BM_EngineTree)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_TbbTree)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(3);
 BENCHMARK(BM_EngineRoundTrip)->UseRealTime()->Repetitions(3);
@@ -158,7 +194,9 @@ int main(int argc, char** argv) {
         argc, argv,
         {{"fork-join tree of 1.1e6 requests", "BM_EngineTree", "BM_TbbTree"},
          {"round trip of one external request", "BM_EngineRoundTrip", "BM_TbbRoundTrip"},
-         {"1e5 independent external requests", "BM_EngineThroughput", "BM_TbbThroughput"}});
+         {"1e5 independent external requests", "BM_EngineThroughput", "BM_TbbThroughput"},
+         {"100 requests behind a sequential one (against all concurrent)",
+          "BM_EngineAfterSequential", "BM_EngineAllConcurrent"}});
     g_engine.reset();
     return rc;
 }
