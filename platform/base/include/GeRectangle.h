@@ -1,11 +1,13 @@
 #pragma once
 
+#include "VnExport.h"
+
 #include <algorithm>
 
 namespace Vn {
 
 template <class T>
-struct GePoint {
+struct VN_EXPORT GePoint {
     T x{};
     T y{};
     bool operator==(GePoint const&) const = default;
@@ -15,7 +17,7 @@ struct GePoint {
 // ymin <= y < ymax, and it is empty when a maximum does not exceed its minimum. All empty
 // rectangles compare equal.
 template <class T>
-struct GeRectangle {
+struct VN_EXPORT GeRectangle {
     T xmin{};
     T xmax{};
     T ymin{};

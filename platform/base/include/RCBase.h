@@ -118,7 +118,8 @@ public:
 
     int getStrongCount() const noexcept { return _strong.get(); }
     int getWeakCount() const noexcept { return _weak.get(); }
-    void addStrong() noexcept { _strong.increment(); }
+    // The new strong count.
+    int addStrong() noexcept { return _strong.increment(); }
     // True when this dropped the last strong reference.
     bool releaseStrong() noexcept { return _strong.decrement() == 0; }
     // Raises the strong count only if it is not 0.

@@ -4,7 +4,9 @@
 namespace Vn {
 
 namespace {
-constexpr int kSpins = 64;
+// About tens of microseconds: a worker parked between two requests of a stream, or a caller
+// waiting for a short request, is woken without a system call.
+constexpr int kSpins = 1000;
 }
 
 LkWaitEntry& LkWaitEntry::getEntry() {

@@ -1,0 +1,111 @@
+#pragma once
+
+#include "LkLock.h"
+#include "PxPassThroughProtocol.h"
+#include "PxStreams.h"
+#include "PxValueProtocol.h"
+
+#include <memory>
+#include <vector>
+
+namespace Vn {
+
+// Implements Protocol by forwarding to one child of class Child, which may change. Tells
+// subscribed handlers of each invalidation that reaches it.
+template <class Protocol, class Child = Protocol>
+class VN_EXPORT PxPassThroughBaseNode : public PxPassThroughProtocol, public Protocol {
+public:
+    using InvalidationInfo = PxPassThroughProtocol::InvalidationInfo;
+    using InvalidationHandler = PxPassThroughProtocol::InvalidationHandler;
+
+    // The child must not be null.
+    PxPassThroughBaseNode(PxNode::Init const& init, PxStrongHndl<Child const> const& child);
+    ~PxPassThroughBaseNode() override;
+
+    void setChild(PxUPtr<PxNode const> const& child) override;
+    void addInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) override;
+    void removeInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) override;
+    void invalidateAndReinitialize(PxValidityInterval const& interval,
+                                   PxUPtr<PxNode const> const& from, int stream) override;
+
+    void setChildTyped(PxUPtr<Child const> const& child);
+    PxNodePtr<Child const> const& getChild() const noexcept { return _child; }
+
+protected:
+    void init() override;
+
+private:
+    PxNodePtr<Child const> _child;
+    LkLock _lock{"PxInvalidation callback dispatcher lock"};
+    std::unique_ptr<std::vector<RCWeakPtr<InvalidationHandler>>> _dispatcher;
+};
+
+// The protocol operations, forwarded to the child.
+template <class Protocol, class Base>
+class PxForwarding;
+
+template <class T, class Base>
+class VN_EXPORT PxForwarding<PxValueProtocol<T>, Base> : public Base {
+public:
+    using Base::Base;
+    PxResult<T> getValue() const override { return this->getChild()->getValue(); }
+};
+
+template <class T, class Base>
+class VN_EXPORT PxForwarding<PxAnimValueProtocol<T>, Base> : public Base {
+public:
+    using Base::Base;
+    PxResult<T> getValue(PxTimeContext const& context) const override {
+        return this->getChild()->getValue(context);
+    }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxGraphObjIdsProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    int getNodeId() const override { return this->getChild()->getNodeId(); }
+    int getOutputSocketId() const override { return this->getChild()->getOutputSocketId(); }
+};
+
+template <class Protocol, class Child = Protocol>
+class VN_EXPORT PxPassThroughNode
+    : public PxForwarding<Protocol, PxPassThroughBaseNode<Protocol, Child>> {
+public:
+    PxPassThroughNode(PxNode::Init const& init, PxStrongHndl<Child const> const& child);
+};
+
+// A pass-through that lets one invalidation through per wave, interval and stream, however
+// many ways lead to it.
+template <class Protocol>
+class VN_EXPORT PxCollapsingPassThroughNode : public PxPassThroughNode<Protocol, Protocol> {
+public:
+    PxCollapsingPassThroughNode(PxNode::Init const& init,
+                                PxStrongHndl<Protocol const> const& child);
+    bool propagateAndRemapInvalidation(PxValidityInterval* interval,
+                                       PxUPtr<PxNode const> const& from,
+                                       int* stream) const override;
+    void invalidateAndReinitialize(PxValidityInterval const& interval,
+                                   PxUPtr<PxNode const> const& from, int stream) override;
+
+private:
+    bool alreadyPassed(PxValidityInterval const& interval, int stream) const;
+    int _lastId = -1;
+    PxValidityInterval _lastInterval = PxValidityInterval::EMPTY;
+    PxStreams _streams;
+};
+
+// The one node that gives the ids of a tool-graph node and output socket.
+class VN_EXPORT PxGraphObjIdsNode final : public PxGraphObjIdsProtocol {
+public:
+    PxGraphObjIdsNode(PxNode::Init const& init, int nodeId, int outputSocketId)
+        : PxNode(init), _nodeId(nodeId), _outputSocketId(outputSocketId) {}
+    int getNodeId() const override { return _nodeId; }
+    int getOutputSocketId() const override { return _outputSocketId; }
+
+private:
+    int _nodeId;
+    int _outputSocketId;
+};
+
+} // namespace Vn

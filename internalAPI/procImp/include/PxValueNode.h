@@ -1,0 +1,95 @@
+#pragma once
+
+#include "PxQueryRequest.h"
+#include "PxValueProtocol.h"
+
+namespace Vn {
+
+// A node that holds one value with its interval. Instances: int, double, bool, std::string,
+// DtTime, CoRgbColorTyped<float>, CoRgbaColorTyped<float>.
+template <class T>
+class VN_EXPORT PxValueNode : public PxValueProtocol<T> {
+public:
+    PxValueNode(PxNode::Init const& init, PxResult<T> value);
+    PxResult<T> getValue() const override;
+    // Sequential requests only: stores the value and invalidates the parents over all time, on
+    // every stream, even when the value is the one held.
+    void setValue(PxResult<T> const& value);
+
+private:
+    PxResult<T> _value;
+};
+
+// A node that holds one value, the same at all times. Instances: int, double, bool,
+// GeVector3<double>, CoRgbColorTyped<float>, CoRgbaColorTyped<float>.
+template <class T>
+class VN_EXPORT PxAnimValueNode : public PxAnimValueProtocol<T> {
+public:
+    PxAnimValueNode(PxNode::Init const& init, PxResult<T> value);
+    PxResult<T> getValue(PxTimeContext const& context) const override;
+
+protected:
+    template <class>
+    friend class PxAnimValueSetRequest;
+    // Sequential requests only; subclasses may do more.
+    virtual void setValue(PxResult<T> value);
+
+private:
+    PxResult<T> _value;
+};
+
+// A value that never changes. Instances: those of PxAnimValueNode and GeVector2<double>.
+template <class T>
+class VN_EXPORT PxConstantAnimValueNode final : public PxAnimValueProtocol<T> {
+public:
+    PxConstantAnimValueNode(PxNode::Init const& init, PxResult<T> value);
+    PxResult<T> getValue(PxTimeContext const& context) const override;
+
+private:
+    PxResult<T> _value;
+};
+
+template <class T>
+class VN_EXPORT PxValueSetRequest final : public PxMutationRequest {
+public:
+    PxValueSetRequest(PxUPtr<PxValueNode<T>> const& node, PxResult<T> value);
+    void performExecute() override;
+
+private:
+    PxUPtr<PxValueNode<T>> _node;
+    PxResult<T> _value;
+};
+
+template <class T>
+class VN_EXPORT PxAnimValueSetRequest final : public PxMutationRequest {
+public:
+    PxAnimValueSetRequest(PxUPtr<PxAnimValueNode<T>> const& node, PxResult<T> value);
+    void performExecute() override;
+
+private:
+    PxUPtr<PxAnimValueNode<T>> _node;
+    PxResult<T> _value;
+};
+
+// Calls a member function of a node with a stored argument, then invalidates the node over the
+// stored interval on every stream.
+template <class Node, class Arg>
+class PxSetRequest final : public PxMutationRequest {
+public:
+    using Method = void (Node::*)(Arg const&);
+    PxSetRequest(PxUPtr<Node> const& node, Method method, Arg arg,
+                 PxValidityInterval const& interval = PxValidityInterval::FULL)
+        : _node(node), _method(method), _arg(std::move(arg)), _interval(interval) {}
+    void performExecute() override {
+        ((*_node).*_method)(_arg);
+        _node->invalidate(_interval, -2);
+    }
+
+private:
+    PxUPtr<Node> _node;
+    Method _method;
+    Arg _arg;
+    PxValidityInterval _interval;
+};
+
+} // namespace Vn

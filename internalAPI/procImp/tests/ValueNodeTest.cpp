@@ -1,0 +1,304 @@
+#include "EngineTestSupport.h"
+
+#include "ExBase.h"
+#include "PxNodeSingleton.h"
+#include "PxPassThroughNode.h"
+#include "PxValueNode.h"
+
+#include <mutex>
+#include <thread>
+
+using namespace VnTest;
+using namespace Vn;
+
+namespace {
+
+// A node that records the invalidations reaching it, and may move them to another stream.
+class Recorder final : public PxAnimValueProtocol<int> {
+public:
+    explicit Recorder(char const* name = "Recorder") : PxNode(PxNode::Init{name}) {}
+    PxResult<int> getValue(PxTimeContext const&) const override { return PxResult<int>(0); }
+    void invalidateAndReinitialize(PxValidityInterval const& interval, PxUPtr<PxNode const> const&,
+                                   int stream) override {
+        std::lock_guard g(_m);
+        _received.push_back({interval, stream});
+    }
+    bool propagateAndRemapInvalidation(PxValidityInterval*, PxUPtr<PxNode const> const&,
+                                       int* stream) const override {
+        if (_remapTo != kKeep)
+            *stream = _remapTo;
+        return true;
+    }
+    std::vector<std::pair<PxValidityInterval, int>> received() {
+        std::lock_guard g(_m);
+        return _received;
+    }
+    static constexpr int kKeep = -100;
+    int _remapTo = kKeep;
+
+private:
+    std::mutex _m;
+    std::vector<std::pair<PxValidityInterval, int>> _received;
+};
+
+template <class N>
+PxStrongHndl<N> make(N* n) {
+    PxStrongHndl<N> h(n);
+    PxNode::init(PxStrongHndl<PxNode>(h));
+    return h;
+}
+
+void link(PxStrongHndl<PxNode> const& parent, PxStrongHndl<PxNode> const& child) {
+    parent->registerChild(PxNodePtr<PxNode const>(child));
+}
+
+void invalidateAll(PxStrongHndl<PxNode> const& node, int stream = -2) {
+    PxMutationRequest::submit(
+        new PxInvalidationRequest(PxUPtr<PxNode const>(node), PxValidityInterval::FULL, stream));
+    engine().sync();
+}
+
+using IntNode = PxValueNode<int>;
+
+} // namespace
+
+using ValueNodes = EngineTest;
+
+TEST_F(ValueNodes, ASetIsSeenByTheNextQueryOfTheSameThread) {
+    auto node = make(new IntNode(PxNode::Init{"int"}, PxResult<int>(1, PxValidityInterval(0, 5))));
+    for (int v = 2; v < 40; ++v) {
+        PxMutationRequest::submit(
+            new PxValueSetRequest<int>(PxUPtr<IntNode>(node), PxResult<int>(v)));
+        auto* q = new PxValueRequest<int>(PxUPtr<PxValueProtocol<int> const>(node));
+        PxRequestPtr<PxValueRequest<int>> p(q);
+        engine().executeRequest(q, false);
+        ASSERT_EQ(q->getValue().getValue(), v);
+        EXPECT_TRUE(q->getValue().getValidityInterval().isFull());
+    }
+}
+
+TEST_F(ValueNodes, ASetInvalidatesTheParentsEvenWithTheSameValue) {
+    auto node = make(new IntNode(PxNode::Init{"int"}, PxResult<int>(7)));
+    auto parent = make(new Recorder);
+    link(parent, node);
+    EXPECT_EQ(node->getNbParents(), 1);
+    PxMutationRequest::submit(new PxValueSetRequest<int>(PxUPtr<IntNode>(node), PxResult<int>(7)));
+    engine().sync();
+    auto got = parent->received();
+    ASSERT_EQ(got.size(), 1u);
+    EXPECT_TRUE(got[0].first.isFull());
+    EXPECT_EQ(got[0].second, -2);
+}
+
+TEST_F(ValueNodes, OneWaveReachesTheTopOfADiamondOnce) {
+    auto bottom = make(new Recorder("bottom"));
+    auto left = make(new Recorder("left"));
+    auto right = make(new Recorder("right"));
+    auto top = make(new Recorder("top"));
+    link(left, bottom);
+    link(right, bottom);
+    link(top, left);
+    link(top, right);
+    invalidateAll(bottom);
+    EXPECT_EQ(top->received().size(), 1u);
+    invalidateAll(bottom); // a new wave reaches it again
+    EXPECT_EQ(top->received().size(), 2u);
+    // Once the top is gone, the wave stops below it.
+    auto const before = left->received().size();
+    top.reset();
+    invalidateAll(bottom);
+    EXPECT_EQ(left->received().size(), before + 1);
+    EXPECT_EQ(left->getNbParents(), 0);
+}
+
+TEST_F(ValueNodes, ACollapsingPassThroughLetsOnePerStreamThrough) {
+    // Three ways from the source to each pass-through, arriving on streams 1, 0 and 1 again.
+    auto source = make(new Recorder("source"));
+    std::vector<PxStrongHndl<Recorder>> ways;
+    for (int stream : {1, 0, 1}) {
+        ways.push_back(make(new Recorder("way")));
+        ways.back()->_remapTo = stream;
+        link(ways.back(), source);
+    }
+    auto collapsing = make(new PxCollapsingPassThroughNode<PxAnimValueProtocol<int>>(
+        PxNode::Init{"collapsing"}, ways[0]));
+    auto plain =
+        make(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"plain"}, ways[0]));
+    for (std::size_t i = 1; i < ways.size(); ++i) {
+        link(collapsing, ways[i]);
+        link(plain, ways[i]);
+    }
+    auto aboveCollapsing = make(new Recorder("above collapsing"));
+    auto abovePlain = make(new Recorder("above plain"));
+    link(aboveCollapsing, collapsing);
+    link(abovePlain, plain);
+
+    invalidateAll(source);
+    EXPECT_EQ(aboveCollapsing->received().size(), 2u);
+    EXPECT_EQ(abovePlain->received().size(), 3u);
+    invalidateAll(source);
+    EXPECT_EQ(aboveCollapsing->received().size(), 4u);
+}
+
+TEST_F(ValueNodes, SetChildOnlyInvalidatesForANewChild) {
+    auto anim = make(new PxAnimValueNode<int>(PxNode::Init{"a"}, PxResult<int>(1)));
+    auto anim2 = make(new PxAnimValueNode<int>(PxNode::Init{"b"}, PxResult<int>(2)));
+    auto through =
+        make(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, anim));
+    auto above = make(new Recorder);
+    link(above, through);
+    auto setChild = [&](PxStrongHndl<PxNode> const& child) {
+        PxMutationRequest::submit(new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(through),
+                                                        PxUPtr<PxNode const>(child)));
+        engine().sync();
+    };
+
+    setChild(anim);
+    EXPECT_TRUE(above->received().empty());
+    setChild(anim2);
+    EXPECT_EQ(above->received().size(), 1u);
+    EXPECT_EQ(anim->getNbParents(), 0);
+    EXPECT_EQ(anim2->getNbParents(), 1);
+
+    auto* q = new PxAnimValueRequest<int>(PxUPtr<PxAnimValueProtocol<int> const>(through),
+                                          PxTimeContext(3.0));
+    PxRequestPtr<PxAnimValueRequest<int>> p(q);
+    engine().executeRequest(q, false);
+    EXPECT_EQ(q->getValue().getValue(), 2);
+    // A second read gives the same result object.
+    EXPECT_EQ(&q->getValue(), &q->getValue());
+}
+
+TEST_F(ValueNodes, AFailedQueryRaisesAtEveryRead) {
+    auto* q = new PxValueRequest<int>(PxUPtr<PxValueProtocol<int> const>());
+    PxRequestPtr<PxValueRequest<int>> p(q);
+    engine().executeRequest(q, false);
+    EXPECT_THROW(q->getValue(), ExNullPtr);
+    EXPECT_THROW(q->getValue(), ExNullPtr);
+}
+
+TEST_F(ValueNodes, PassThroughHandlersThatDiedArePruned) {
+    auto value = make(new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
+    auto through =
+        make(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, value));
+    using Info = PxPassThroughProtocol::InvalidationInfo const;
+    std::atomic<int> keptCalls{0}, goneCalls{0};
+    auto kept = makeRCCbHandler<Info>([&](Info& info) {
+        EXPECT_EQ(info.stream, 4);
+        ++keptCalls;
+    });
+    auto gone = makeRCCbHandler<Info>([&](Info&) { ++goneCalls; });
+    for (auto const& h : {kept, gone})
+        PxMutationRequest::submit(
+            new PxAddInvalidateCbRequest(PxUPtr<PxPassThroughProtocol>(through),
+                                         RCWeakPtr<PxPassThroughProtocol::InvalidationHandler>(h)));
+    invalidateAll(through, 4);
+    EXPECT_EQ(keptCalls.load(), 1);
+    EXPECT_EQ(goneCalls.load(), 1);
+    gone.reset();
+    invalidateAll(through, 4);
+    EXPECT_EQ(keptCalls.load(), 2);
+    EXPECT_EQ(goneCalls.load(), 1);
+}
+
+TEST_F(ValueNodes, GraphObjIdsPassThrough) {
+    auto ids = make(new PxGraphObjIdsNode(PxNode::Init{"ids"}, 12, 3));
+    auto through = make(new PxPassThroughNode<PxGraphObjIdsProtocol>(PxNode::Init{"pass"}, ids));
+    auto* q = new PxGraphObjIdsRequest(PxUPtr<PxGraphObjIdsProtocol const>(through));
+    PxRequestPtr<PxGraphObjIdsRequest> p(q);
+    engine().executeRequest(q, false);
+    EXPECT_EQ(q->getNodeId(), 12);
+    EXPECT_EQ(q->getOutputSocketId(), 3);
+}
+
+TEST_F(ValueNodes, HandlesBelongToTheirSide) {
+    auto node = make(new IntNode(PxNode::Init{"int"}, PxResult<int>(1)));
+    std::string onWorker, outside;
+    IntNode* raw = node.get();
+    runAndWait(new FnRequest([&] {
+        try {
+            PxStrongHndl<IntNode> h(raw);
+        } catch (ExAssertionFailed const& e) {
+            onWorker = e.getReason();
+        }
+        PxNodePtr<IntNode> fine(raw); // workers hold nodes this way
+    }));
+    try {
+        PxNodePtr<IntNode> p(raw);
+    } catch (ExAssertionFailed const& e) {
+        outside = e.getReason();
+    }
+    EXPECT_EQ(onWorker, "!PxRequestMgr::getInstance().isWorkerThreadCurrent()");
+    EXPECT_EQ(outside, "PxRequestMgr::getInstance().isWorkerThreadCurrent()");
+}
+
+namespace {
+class Counted final : public PxAnimValueProtocol<int> {
+public:
+    explicit Counted(std::atomic<int>* destroyed) : PxNode(PxNode::Init{"c"}), _d(destroyed) {}
+    PxResult<int> getValue(PxTimeContext const&) const override { return PxResult<int>(1); }
+
+protected:
+    void destroy() override {
+        ++*_d;
+        PxNode::destroy();
+    }
+
+private:
+    std::atomic<int>* _d;
+};
+
+class MadeOnce final : public PxNodeSingleton<PxAnimValueProtocol<int>> {
+public:
+    std::atomic<int> made{0};
+    std::atomic<int> destroyed{0};
+
+protected:
+    PxStrongHndl<PxAnimValueProtocol<int>> createNode() override {
+        ++made;
+        return PxStrongHndl<PxAnimValueProtocol<int>>(new Counted(&destroyed));
+    }
+};
+} // namespace
+
+TEST_F(ValueNodes, WeakHandlesAndSingletons) {
+    std::atomic<int> destroyed{0};
+    PxWeakHndl<Counted> weak;
+    {
+        PxStrongHndl<Counted> strong(new Counted(&destroyed));
+        weak = PxWeakHndl<Counted>(strong);
+        EXPECT_EQ(weak.lock().get(), strong.get());
+    }
+    EXPECT_EQ(destroyed.load(), 1);
+    EXPECT_TRUE(weak.lock().isNull());
+
+    MadeOnce singleton;
+    std::vector<std::thread> threads;
+    std::atomic<PxAnimValueProtocol<int> const*> seen[16];
+    for (int i = 0; i < 16; ++i)
+        threads.emplace_back([&, i] { seen[i] = singleton.getNodeInstance().get(); });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(singleton.made.load(), 1);
+    for (auto const& s : seen)
+        EXPECT_EQ(s.load(), singleton.getNodeInstance().get());
+}
+
+TEST(ValidityInterval, BoundsIntersectionAndFrames) {
+    using VI = PxValidityInterval;
+    EXPECT_TRUE(VI::FULL.isFull());
+    EXPECT_TRUE(VI::EMPTY.isEmpty());
+    EXPECT_TRUE(VI(2, 1).isEmpty());
+    EXPECT_EQ(VI(0, 10).intersect(VI(5, 20)), VI(5, 10));
+    EXPECT_TRUE(VI(0, 1).intersect(VI(2, 3)).isEmpty());
+    EXPECT_EQ(VI::FULL.intersect(VI(1, 2)), VI(1, 2));
+    EXPECT_TRUE(VI(1, 2).contains(1.0));
+    EXPECT_FALSE(VI(1, 2).contains(2.0)); // the upper bound is exclusive
+    // Infinite bounds are never shifted.
+    EXPECT_EQ(VI(VI::kNegInfinity, 3).shifted(2), VI(VI::kNegInfinity, 5));
+    EXPECT_TRUE(VI::FULL.shifted(100).isFull());
+    // Seconds to whole frames at 24 fps: frames 24 to 48 start inside [1, 2).
+    EXPECT_EQ(VI(1, 2).getDiscreteInterval(Rational(24)), VI(24, 48));
+    EXPECT_EQ(VI(1.01, 2).getDiscreteInterval(Rational(24)), VI(25, 48));
+    EXPECT_TRUE(VI::FULL.getDiscreteInterval(Rational(30000, 1001)).isFull());
+}
