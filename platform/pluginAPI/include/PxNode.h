@@ -170,9 +170,7 @@ public:
         if (_p)
             _p->addStrongRef();
     }
-    PxStrongHndl(PxStrongHndl&& o) : _p(std::exchange(o._p, nullptr)) {
-        PxHandleCheck::outside();
-    }
+    PxStrongHndl(PxStrongHndl&& o) : _p(std::exchange(o._p, nullptr)) { PxHandleCheck::outside(); }
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     PxStrongHndl(PxStrongHndl<U> const& o) : PxStrongHndl(o.get()) {}
     PxStrongHndl& operator=(PxStrongHndl o) {
@@ -284,8 +282,7 @@ public:
     // Asked before an invalidation reaches this node: false stops it here; the node may remap
     // the interval and stream.
     virtual bool propagateAndRemapInvalidation(PxValidityInterval* interval,
-                                               PxUPtr<PxNode const> const& from,
-                                               int* stream) const;
+                                               PxUPtr<PxNode const> const& from, int* stream) const;
     // The same during one wave, different from one wave to the next.
     static int getInvalidationId() noexcept;
 

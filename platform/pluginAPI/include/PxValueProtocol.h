@@ -56,8 +56,7 @@ private:
 
 class VN_EXPORT PxGraphObjIdsRequest final : public PxQueryRequest<std::pair<int, int>> {
 public:
-    explicit PxGraphObjIdsRequest(PxUPtr<PxGraphObjIdsProtocol const> const& node)
-        : _node(node) {}
+    explicit PxGraphObjIdsRequest(PxUPtr<PxGraphObjIdsProtocol const> const& node) : _node(node) {}
     void performExecute() override;
     // Node ids are plain values: nothing to drop at clean-up.
     void performCleanUp() override {}

@@ -14,7 +14,9 @@ void RCStrongBaseWithDestroy::releaseStrongRef() const {
     }
 }
 
-RCStrongBaseWithDestroy::~RCStrongBaseWithDestroy() { _counter->releaseWeak(); }
+RCStrongBaseWithDestroy::~RCStrongBaseWithDestroy() {
+    _counter->releaseWeak();
+}
 
 // ---- handle sides ----
 
@@ -52,10 +54,16 @@ void PxNode::lock() const noexcept {
         std::this_thread::yield();
 }
 
-void PxNode::unlock() const noexcept { _lock.clear(std::memory_order_release); }
+void PxNode::unlock() const noexcept {
+    _lock.clear(std::memory_order_release);
+}
 
-void PxNode::init(PxStrongHndl<PxNode> const& node) { node->init(); }
-void PxNode::init(PxNodePtr<PxNode> const& node) { node->init(); }
+void PxNode::init(PxStrongHndl<PxNode> const& node) {
+    node->init();
+}
+void PxNode::init(PxNodePtr<PxNode> const& node) {
+    node->init();
+}
 void PxNode::init() {}
 
 PxNode const* PxNode::getParent(int index) const {
@@ -118,7 +126,9 @@ void PxNode::destroy() {
     }
 }
 
-int PxNode::getInvalidationId() noexcept { return s_invalidationId.load(std::memory_order_acquire); }
+int PxNode::getInvalidationId() noexcept {
+    return s_invalidationId.load(std::memory_order_acquire);
+}
 
 void PxNode::invalidate(PxValidityInterval const& interval, int stream) const {
     s_invalidationId.fetch_add(1, std::memory_order_acq_rel);

@@ -7,7 +7,7 @@ namespace {
 // About tens of microseconds: a worker parked between two requests of a stream, or a caller
 // waiting for a short request, is woken without a system call.
 constexpr int kSpins = 1000;
-}
+} // namespace
 
 LkWaitEntry& LkWaitEntry::getEntry() {
     thread_local LkWaitEntry entry;
