@@ -1,0 +1,257 @@
+#include "IxScanlineCacheImp.h"
+#include "Assertions.h"
+#include "IxMemResource.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <exception>
+
+namespace Vn {
+
+namespace {
+
+template <class T>
+std::atomic<int> s_prefetchHint{3};
+template <class T>
+std::atomic<int> s_prefetchDistance{1};
+
+template <class T>
+T zeroValue() {
+    return T{};
+}
+template <>
+CoRgbaColorTyped<float> zeroValue<CoRgbaColorTyped<float>>() {
+    return CoRgbaColorTyped<float>{0.0f, 0.0f, 0.0f, 1.0f};
+}
+
+void prefetch(void const* p, int hint) {
+    switch (hint) {
+    case 0:
+        __builtin_prefetch(p, 0, 0);
+        break;
+    case 1:
+        __builtin_prefetch(p, 0, 3);
+        break;
+    case 2:
+        __builtin_prefetch(p, 0, 2);
+        break;
+    default:
+        __builtin_prefetch(p, 0, 1);
+        break;
+    }
+}
+
+// Moves n elements of a row into element i of n lines spaced `stride` apart.
+template <class T, int N>
+inline void scatter(T* __restrict lines, std::ptrdiff_t stride, T const* __restrict row) {
+    for (int j = 0; j < N; ++j)
+        lines[j * stride] = row[j];
+}
+
+template <class T, int N>
+inline void gather(T* __restrict row, T const* __restrict lines, std::ptrdiff_t stride) {
+    for (int j = 0; j < N; ++j)
+        row[j] = lines[j * stride];
+}
+
+} // namespace
+
+template <class T>
+IxScanlineCacheImp<T>::IxScanlineCacheImp(GeRectangle<int> const& dst, GeRectangle<int> const& src)
+    : _dstRows{dst.ymin, std::max(dst.ymin, dst.ymax)}, _srcRows{src.ymin,
+                                                                 std::max(src.ymin, src.ymax)},
+      _currentX(dst.xmin), _xEnd(dst.xmin), _lineStride(0) {}
+
+template <class T>
+IxScanlineCacheImp<T>::~IxScanlineCacheImp() noexcept(false) {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    VN_ASSERT(std::uncaught_exception() || _nbAccumulated == 0);
+#pragma GCC diagnostic pop
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::init(GeRectangle<int> const& dst, GeRectangle<int> const& src) {
+    IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
+    GeRectangle<int> const h(dst.xmin, dst.xmax, src.ymin, src.ymax);
+    unsigned int const sizeH = IxTile::computeBufferSize(format, h);
+    unsigned int const sizeV = IxTile::computeBufferSize(format, dst);
+    RCShdPtr<IxMemory> memory = IxMemResource::getInstance().allocate(std::max(sizeH, sizeV));
+    CoRgbaColorTyped<float> const zero{};
+    _horizontal.set(createTile(format, h, memory, zero));
+    _vertical.set(createTile(format, dst, memory, zero));
+    _currentX = dst.xmin;
+    _xEnd = h.isEmpty() ? dst.xmin : h.xmax;
+}
+
+template <class T>
+IxWriteGuardProxy const& IxScanlineCacheImp<T>::getHorizontalBuffer() {
+    return _horizontal;
+}
+
+template <class T>
+IxWriteGuard IxScanlineCacheImp<T>::getVerticalBuffer() {
+    return *_vertical;
+}
+
+template <class T>
+bool IxScanlineCacheImp<T>::hasNext() const {
+    return _currentX + _nbAccumulated < _xEnd;
+}
+
+template <class T>
+T* IxScanlineCacheImp<T>::scratchLine(int k) const {
+    return _scratch.getPixel<T>(0, k);
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::buildScratch() {
+    if (!_scancolumns.isNull())
+        return;
+    constexpr int B = BLOCK_WIDTH;
+    IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
+    int width = std::max(_dstRows.max - _dstRows.min, _srcRows.max - _srcRows.min);
+    // Lines an even number of cache lines apart would crowd into a few cache sets: one more
+    // cache line keeps the B + 1 lines of a column apart.
+    if ((IxTile::computeLineStride(format, width) / IxTile::MIN_LINE_ALIGN) % 2 == 0 && width > 0)
+        width += static_cast<int>(IxTile::MIN_LINE_ALIGN / sizeof(T));
+    GeRectangle<int> const region(0, width, 0, B + 1);
+    RCShdPtr<IxMemory> memory =
+        IxMemResource::getInstance().allocate(IxTile::computeBufferSize(format, region));
+    _scratch = IxWriteGuard(createTile(format, region, std::move(memory), {}));
+    _lineStride = _scratch.getLineStride() / static_cast<std::ptrdiff_t>(sizeof(T));
+    IxPaddingPolicy<T> const padding(IxPaddingPolicy<T>::NOOP, zeroValue<T>());
+    bool const empty = _scratch.getPixelRegion().isEmpty();
+    APtr<OPtr<IxScanline<T>>> lines(B + 1);
+    for (int k = 0; k <= B; ++k)
+        lines[k].reset(new IxScanline<T>(empty ? nullptr : scratchLine(k), _srcRows.min,
+                                         _srcRows.max, padding));
+    _scancolumns = std::move(lines);
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::readBlock() {
+    constexpr int B = BLOCK_WIDTH;
+    VN_ASSERT(!_scancolumns.isNull());
+    int const toRead = std::min(B, _xEnd - _currentX);
+    VN_ASSERT(toRead >= 0);
+    int const hint = s_prefetchHint<T>.load(std::memory_order_relaxed);
+    if (hint < 0 || hint > 3)
+        VN_ABORT("scanline cache prefetch hint must be 0 to 3");
+    int const distance = s_prefetchDistance<T>.load(std::memory_order_relaxed);
+    for (int k = 1; k <= B; ++k)
+        _scancolumns[k]->rebuild(_srcRows.min, _srcRows.max);
+    if (toRead == 0 || _srcRows.min == _srcRows.max)
+        return;
+    IxWriteGuard const& h = *_horizontal;
+    std::ptrdiff_t const stride = _lineStride;
+    T* column = scratchLine(1);
+    int const last = _srcRows.max - 1;
+    for (int y = _srcRows.min; y <= last; ++y, ++column) {
+        if (y + distance <= last)
+            prefetch(h.getAddress(_currentX, y + distance), hint);
+        T const* row = h.getPixel<T>(_currentX, y);
+        if (toRead == B) {
+            scatter<T, B>(column, stride, row);
+        } else {
+            for (int j = 0; j < toRead; ++j)
+                column[j * stride] = row[j];
+        }
+    }
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::writeBlock() {
+    constexpr int B = BLOCK_WIDTH;
+    VN_ASSERT(!_scancolumns.isNull());
+    int const toWrite = std::min(B, _xEnd - _currentX);
+    VN_ASSERT(toWrite >= 0);
+    if (toWrite == 0 || _dstRows.min == _dstRows.max)
+        return;
+    IxWriteGuard const& v = *_vertical;
+    std::ptrdiff_t const stride = _lineStride;
+    T const* column = scratchLine(0);
+    for (int y = _dstRows.min; y < _dstRows.max; ++y, ++column) {
+        T* row = v.getPixel<T>(_currentX, y);
+        if (toWrite == B) {
+            gather<T, B>(row, column, stride);
+        } else {
+            T local[B];
+            for (int j = 0; j < toWrite; ++j)
+                local[j] = column[j * stride];
+            std::memcpy(static_cast<void*>(row), local, toWrite * sizeof(T));
+        }
+    }
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::getNext(IxScanline<T>*& dst, IxScanline<T>*& src) {
+    constexpr int B = BLOCK_WIDTH;
+    buildScratch();
+    VN_ASSERT(!_flushCalled);
+    VN_ASSERT(hasNext());
+    if (_firstBlockToRead) {
+        readBlock();
+        _firstBlockToRead = false;
+    }
+    if (_nbAccumulated == B) {
+        writeBlock();
+        _currentX += _nbAccumulated;
+        _nbAccumulated = 0;
+        readBlock();
+    }
+    dst = _scancolumns[_nbAccumulated].get();
+    src = _scancolumns[_nbAccumulated + 1].get();
+    dst->rebuild(_dstRows.min, _dstRows.max);
+    ++_nbAccumulated;
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::flush() {
+    buildScratch();
+    writeBlock();
+    _currentX += _nbAccumulated;
+    _nbAccumulated = 0;
+    _flushCalled = true;
+}
+
+template <class T>
+typename IxScanlineCache<T>::Imp* IxScanlineCacheImp<T>::create(GeRectangle<int> const& dst,
+                                                                GeRectangle<int> const& src) {
+    return new IxScanlineCacheImp(dst, src);
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::initialize() {
+    IxScanlineCache<T>::setImplementationFactory(&create);
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::finalize() {}
+
+template <class T>
+void IxScanlineCacheImp<T>::setPrefetchHint(int hint) {
+    s_prefetchHint<T>.store(hint, std::memory_order_relaxed);
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::setPrefetchDistance(int rows) {
+    s_prefetchDistance<T>.store(rows, std::memory_order_relaxed);
+}
+
+template <class T>
+int IxScanlineCacheImp<T>::getPrefetchHint() {
+    return s_prefetchHint<T>.load(std::memory_order_relaxed);
+}
+
+template <class T>
+int IxScanlineCacheImp<T>::getPrefetchDistance() {
+    return s_prefetchDistance<T>.load(std::memory_order_relaxed);
+}
+
+template class IxScanlineCacheImp<float>;
+template class IxScanlineCacheImp<std::complex<float>>;
+template class IxScanlineCacheImp<CoRgbaColorTyped<float>>;
+
+} // namespace Vn

@@ -1,0 +1,243 @@
+#include "IxConvertUtil.h"
+#include "Assertions.h"
+
+#include <Imath/half.h>
+
+#include <cstring>
+#include <type_traits>
+
+namespace Vn {
+
+namespace {
+
+using Rgba = CoRgbaColorTyped<float>;
+using Imath::half;
+
+struct Cplx {
+    float re;
+    float im;
+};
+static_assert(sizeof(half) == 2 && sizeof(Cplx) == 8);
+
+inline float toF(std::uint8_t v) {
+    return IxConvertUtil::uint8ToFloat(v);
+}
+inline float toF(half v) {
+    return static_cast<float>(v);
+}
+inline float toF(float v) {
+    return v;
+}
+inline float toF(Cplx v) {
+    return v.re;
+}
+
+template <class S>
+S fromF(float v);
+template <>
+inline std::uint8_t fromF<std::uint8_t>(float v) {
+    return IxConvertUtil::floatToUint8(v);
+}
+template <>
+inline half fromF<half>(float v) {
+    half h;
+    h.setBits(IxConvertUtil::floatToHalf(v));
+    return h;
+}
+template <>
+inline float fromF<float>(float v) {
+    return v;
+}
+template <>
+inline Cplx fromF<Cplx>(float v) {
+    return Cplx{v, 0.0f};
+}
+
+template <int C, class S>
+void readRgba(Rgba* d, std::byte const* src, int n) {
+    auto const* s = reinterpret_cast<S const*>(src);
+    for (int i = 0; i < n; ++i, s += C) {
+        if constexpr (C == 1) {
+            d[i] = Rgba{0.0f, 0.0f, 0.0f, toF(s[0])};
+        } else if constexpr (C == 2) {
+            float const l = toF(s[0]);
+            d[i] = Rgba{l, l, l, toF(s[1])};
+        } else if constexpr (C == 3) {
+            d[i] = Rgba{toF(s[0]), toF(s[1]), toF(s[2]), 1.0f};
+        } else {
+            d[i] = Rgba{toF(s[0]), toF(s[1]), toF(s[2]), toF(s[3])};
+        }
+    }
+}
+
+template <int C, class S>
+void writeRgba(std::byte* dst, Rgba const* p, int n) {
+    auto* s = reinterpret_cast<S*>(dst);
+    for (int i = 0; i < n; ++i, s += C) {
+        if constexpr (C == 1) {
+            s[0] = fromF<S>(p[i].a);
+        } else if constexpr (C == 2) {
+            s[0] = fromF<S>(p[i].r);
+            s[1] = fromF<S>(p[i].a);
+        } else {
+            s[0] = fromF<S>(p[i].r);
+            s[1] = fromF<S>(p[i].g);
+            s[2] = fromF<S>(p[i].b);
+            if constexpr (C == 4)
+                s[3] = fromF<S>(p[i].a);
+        }
+    }
+}
+
+// The alpha of each pixel: component `alpha` of C, or 1 when alpha < 0.
+template <class S, class D, class Get>
+void readAlpha(D* d, std::byte const* src, int n, int comps, Get get) {
+    auto const* s = reinterpret_cast<S const*>(src);
+    int const alpha = comps == 1 ? 0 : comps == 2 ? 1 : comps == 4 ? 3 : -1;
+    if (alpha < 0) {
+        for (int i = 0; i < n; ++i)
+            d[i] = D(1.0f);
+        return;
+    }
+    for (int i = 0; i < n; ++i)
+        d[i] = get(s[i * comps + alpha]);
+}
+
+template <class Fn>
+void byDepth(ImPixelFormat const& format, Fn&& fn) {
+    // clang-format off
+    VN_ASSERT(format.getComps() >= 1 && format.getComps() <= 4);
+    // clang-format on
+    switch (format.getDepth()) {
+    case ImPixelFormat::UINT8:
+        fn(std::uint8_t{});
+        break;
+    case ImPixelFormat::FLOAT16:
+        fn(half{});
+        break;
+    case ImPixelFormat::FLOAT32:
+        fn(float{});
+        break;
+    case ImPixelFormat::COMPLEX:
+        fn(Cplx{});
+        break;
+    default:
+        VN_ASSERT(ImPixelFormat::isValidDepth(format.getDepth()));
+    }
+}
+
+} // namespace
+
+float const IxConvertUtil::kUint8ToFloat[256] = {
+#define VN_U8(i) static_cast<float>(i) / 255.0f
+#define VN_U8_4(i) VN_U8(i), VN_U8(i + 1), VN_U8(i + 2), VN_U8(i + 3)
+#define VN_U8_16(i) VN_U8_4(i), VN_U8_4(i + 4), VN_U8_4(i + 8), VN_U8_4(i + 12)
+#define VN_U8_64(i) VN_U8_16(i), VN_U8_16(i + 16), VN_U8_16(i + 32), VN_U8_16(i + 48)
+    VN_U8_64(0), VN_U8_64(64), VN_U8_64(128), VN_U8_64(192)
+#undef VN_U8_64
+#undef VN_U8_16
+#undef VN_U8_4
+#undef VN_U8
+};
+float IxConvertUtil::halfToFloat(std::uint16_t bits) noexcept {
+    return imath_half_to_float(bits);
+}
+
+std::uint16_t IxConvertUtil::floatToHalf(float v) noexcept {
+    std::uint32_t u;
+    std::memcpy(&u, &v, sizeof u);
+    std::uint32_t const magnitude = u & 0x7fffffffu;
+    // Finite values that would round to infinity stop at the largest half.
+    if (magnitude > 0x477fefffu && magnitude < 0x7f800000u)
+        return static_cast<std::uint16_t>(((u >> 16) & 0x8000u) | 0x7bffu);
+    return imath_float_to_half(v);
+}
+
+void IxConvertUtil::readFrom(CoRgbaColorTyped<float>* dst, std::byte const* src, int count,
+                             ImPixelFormat const& format) {
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        switch (format.getComps()) {
+        case 1:
+            readRgba<1, S>(dst, src, count);
+            break;
+        case 2:
+            readRgba<2, S>(dst, src, count);
+            break;
+        case 3:
+            readRgba<3, S>(dst, src, count);
+            break;
+        default:
+            readRgba<4, S>(dst, src, count);
+        }
+    });
+}
+
+void IxConvertUtil::writeTo(std::byte* dst, CoRgbaColorTyped<float> const* src, int count,
+                            ImPixelFormat const& format) {
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        switch (format.getComps()) {
+        case 1:
+            writeRgba<1, S>(dst, src, count);
+            break;
+        case 2:
+            writeRgba<2, S>(dst, src, count);
+            break;
+        case 3:
+            writeRgba<3, S>(dst, src, count);
+            break;
+        default:
+            writeRgba<4, S>(dst, src, count);
+        }
+    });
+}
+
+void IxConvertUtil::readFrom(float* dst, std::byte const* src, int count,
+                             ImPixelFormat const& format) {
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        readAlpha<S>(dst, src, count, format.getComps(), [](S v) { return toF(v); });
+    });
+}
+
+void IxConvertUtil::writeTo(std::byte* dst, float const* src, int count,
+                            ImPixelFormat const& format) {
+    VN_ASSERT(format.getComps() == 1);
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        auto* d = reinterpret_cast<S*>(dst);
+        for (int i = 0; i < count; ++i)
+            d[i] = fromF<S>(src[i]);
+    });
+}
+
+void IxConvertUtil::readFrom(std::complex<float>* dst, std::byte const* src, int count,
+                             ImPixelFormat const& format) {
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        readAlpha<S>(dst, src, count, format.getComps(), [](S v) {
+            if constexpr (std::is_same_v<S, Cplx>)
+                return std::complex<float>(v.re, v.im);
+            else
+                return std::complex<float>(toF(v), 0.0f);
+        });
+    });
+}
+
+void IxConvertUtil::writeTo(std::byte* dst, std::complex<float> const* src, int count,
+                            ImPixelFormat const& format) {
+    VN_ASSERT(format.getComps() == 1);
+    byDepth(format, [&](auto s) {
+        using S = decltype(s);
+        auto* d = reinterpret_cast<S*>(dst);
+        for (int i = 0; i < count; ++i) {
+            if constexpr (std::is_same_v<S, Cplx>)
+                d[i] = Cplx{src[i].real(), src[i].imag()};
+            else
+                d[i] = fromF<S>(src[i].real());
+        }
+    });
+}
+
+} // namespace Vn
