@@ -2,6 +2,7 @@
 #include "PxConfig.h"
 #include "ResmgtInit.h"
 #include "TimeImpInit.h"
+#include "TmCurrentEditingTime.h"
 
 namespace Vn {
 
@@ -12,10 +13,14 @@ InInit<VnInit::timeImp>::InInit() : InPackageInit("timeImp") {
 }
 
 template <>
-void InInit<VnInit::timeImp>::initialize() {}
+void InInit<VnInit::timeImp>::initialize() {
+    TmCurrentEditingTime::initialize();
+}
 
 template <>
-void InInit<VnInit::timeImp>::finalize() {}
+void InInit<VnInit::timeImp>::finalize() {
+    TmCurrentEditingTime::finalize();
+}
 
 namespace {
 InInit<VnInit::timeImp> s_package;

@@ -1,0 +1,7 @@
+#include "ObObserver.h"
+
+namespace Vn {
+
+ObObserverAny::~ObObserverAny() = default;
+
+} // namespace Vn

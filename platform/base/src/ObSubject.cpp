@@ -1,0 +1,7 @@
+#include "ObSubject.h"
+
+namespace Vn {
+
+ObSubjectAny::~ObSubjectAny() = default;
+
+} // namespace Vn
