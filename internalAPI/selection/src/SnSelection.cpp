@@ -61,20 +61,31 @@ void SnSelection::notifyChange() {
     notify(ObHints(RCShdPtr<ObHint>(new SnSelectionChangeHint(this))));
 }
 
-SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item) {
-    if (_hasIndex) {
+namespace {
+// The item of the list that `matches` accepts: through the identity index when the selection
+// keeps one and the item gives a hash, else by walking the list.
+template <class List, class Index, class Match>
+typename List::iterator findMatching(List& items, Index const& index, bool hasIndex,
+                                     SnItem const& item, Match matches) {
+    if (hasIndex) {
         if (auto hash = item.getIdentityHash()) {
-            auto [it, end] = _index.equal_range(*hash);
+            auto [it, end] = index.equal_range(*hash);
             for (; it != end; ++it)
-                if (item.isEqualIgnoreParts(**it->second))
+                if (matches(**it->second))
                     return it->second;
-            return _items.end();
+            return items.end();
         }
     }
-    for (auto it = _items.begin(); it != _items.end(); ++it)
-        if (*it && item.isEqualIgnoreParts(**it))
+    for (auto it = items.begin(); it != items.end(); ++it)
+        if (*it && matches(**it))
             return it;
-    return _items.end();
+    return items.end();
+}
+} // namespace
+
+SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item) {
+    return findMatching(_items, _index, _hasIndex, item,
+                        [&](SnItem const& other) { return item.isEqualIgnoreParts(other); });
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& item) const {
@@ -83,19 +94,8 @@ SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& i
 
 SnSelection::List::iterator SnSelection::lookUpExact(SnItem const& item) {
     // Without doubles, the exact match is the one match ignoring parts.
-    if (_hasIndex) {
-        if (auto hash = item.getIdentityHash()) {
-            auto [it, end] = _index.equal_range(*hash);
-            for (; it != end; ++it)
-                if (item.isEqual(**it->second))
-                    return it->second;
-            return _items.end();
-        }
-    }
-    for (auto it = _items.begin(); it != _items.end(); ++it)
-        if (*it && item.isEqual(**it))
-            return it;
-    return _items.end();
+    return findMatching(_items, _index, _hasIndex, item,
+                        [&](SnItem const& other) { return item.isEqual(other); });
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpExact(SnItem const& item) const {
