@@ -12,13 +12,20 @@ namespace Vn {
 // discarded when its commit fails.
 class LkSListNode {
 public:
-    LkSListNode() noexcept = default;
+    // Even the first write is atomic: the memory of a node that died may be read by a stale
+    // copy while a new node is built in it.
+    LkSListNode() noexcept { setNext(nullptr); }
     // A copied node is a new node: it starts unlinked.
-    LkSListNode(LkSListNode const&) noexcept {}
+    LkSListNode(LkSListNode const&) noexcept { setNext(nullptr); }
     LkSListNode& operator=(LkSListNode const&) noexcept { return *this; }
 
-    LkSListNode* getNext() const noexcept { return _next.load(std::memory_order_relaxed); }
-    void setNext(LkSListNode* next) noexcept { _next.store(next, std::memory_order_relaxed); }
+    LkSListNode* getNext() const noexcept {
+        return std::atomic_ref<LkSListNode*>(const_cast<LkSListNode*&>(_next))
+            .load(std::memory_order_relaxed);
+    }
+    void setNext(LkSListNode* next) noexcept {
+        std::atomic_ref<LkSListNode*>(_next).store(next, std::memory_order_relaxed);
+    }
 
     // Stack operations on a plain head pointer, typically a field of a state copy. N is the node
     // class, derived from LkSListNode.
@@ -39,7 +46,7 @@ public:
     }
 
 private:
-    std::atomic<LkSListNode*> _next{nullptr};
+    alignas(std::atomic_ref<LkSListNode*>::required_alignment) LkSListNode* _next;
 };
 
 static_assert(std::is_standard_layout_v<LkSListNode>);
