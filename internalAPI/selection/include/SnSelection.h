@@ -118,6 +118,10 @@ private:
     // Applies op to a clone of the listed item; the clone takes its place if op changed it.
     template <class Op>
     bool changeListed(List::iterator listed, Op op);
+    // Calls perItem(item of rhs, where it is listed here or end) for each non-null item of rhs
+    // (a copy when rhs is this selection), then notifies once if any call changed something.
+    template <class PerItem>
+    void combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerItem perItem);
     void notifyChange();
 
     // Every change of the list goes through these, to keep the index in step.

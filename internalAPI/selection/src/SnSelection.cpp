@@ -277,69 +277,55 @@ void SnSelection::replaceAllItems(RCShdPtr<SnSelection const> const& items) {
     notifyChange();
 }
 
-void SnSelection::unionWith(RCShdPtr<SnSelection const> const& rhsItems) {
+template <class PerItem>
+void SnSelection::combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerItem perItem) {
     VN_ASSERT(!rhsItems.isNull());
     List const own = rhsItems.get() == this ? _items : List();
     List const& rhs = rhsItems.get() == this ? own : rhsItems->_items;
     bool changed = false;
-    for (auto const& e : rhs) {
-        if (!e)
-            continue;
-        auto listed = lookUpIgnoreParts(*e);
-        if (listed == _items.end()) {
-            putItem(_items.end(), e);
-            changed = true;
-        } else if (!(*listed)->hasEqualParts(*e)) {
-            changed |= changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
-        }
-    }
+    for (auto const& e : rhs)
+        if (e)
+            changed |= perItem(e, lookUpIgnoreParts(*e));
     if (changed)
         notifyChange();
+}
+
+void SnSelection::unionWith(RCShdPtr<SnSelection const> const& rhsItems) {
+    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
+        if (listed == _items.end()) {
+            putItem(_items.end(), e);
+            return true;
+        }
+        if (!(*listed)->hasEqualParts(*e))
+            return changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
+        return false;
+    });
 }
 
 void SnSelection::differenceWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    VN_ASSERT(!rhsItems.isNull());
-    List const own = rhsItems.get() == this ? _items : List();
-    List const& rhs = rhsItems.get() == this ? own : rhsItems->_items;
-    bool changed = false;
-    for (auto const& e : rhs) {
-        if (!e)
-            continue;
-        auto listed = lookUpIgnoreParts(*e);
+    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
         if (listed == _items.end())
-            continue;
+            return false;
         if (!e->hasParts()) {
             eraseItem(listed);
-            changed = true;
-        } else {
-            changed |= changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
+            return true;
         }
-    }
-    if (changed)
-        notifyChange();
+        return changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
+    });
 }
 
 void SnSelection::xorWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    VN_ASSERT(!rhsItems.isNull());
-    List const own = rhsItems.get() == this ? _items : List();
-    List const& rhs = rhsItems.get() == this ? own : rhsItems->_items;
-    bool changed = false;
-    for (auto const& e : rhs) {
-        if (!e)
-            continue;
-        auto listed = lookUpIgnoreParts(*e);
+    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
         if (listed == _items.end()) {
             putItem(_items.end(), e);
-            changed = true;
-        } else if (!e->hasParts()) {
-            eraseItem(listed);
-            changed = true;
-        } else {
-            changed |= changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
+            return true;
         }
-    }
-    if (changed)
-        notifyChange();
+        if (!e->hasParts()) {
+            eraseItem(listed);
+            return true;
+        }
+        return changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
+    });
 }
 
 int SnSelection::getSize() const {
