@@ -1,6 +1,7 @@
 #include "Assertions.h"
 #include "EnvIntVar.h"
 #include "ImageImpInit.h"
+#include "ImageProtocolServices.h"
 #include "InPackageInit.h"
 #include "IxConvertServices.h"
 #include "PrimitivesImpInit.h"
@@ -37,6 +38,7 @@ void InInit<VnInit::procImp>::initialize() {
     LgGroups::MinorLevelPxGraph =
         new LgMinorGroup(LgMajorGroup::getInstanceForName("Pp"), "PxGraph");
     PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
+    PxImageProtocolServices::initialize(OPtr<PxImageProtocolServices>(new ImageProtocolServices));
     RequestEngine::initializeEngine();
 }
 
@@ -46,6 +48,7 @@ void InInit<VnInit::procImp>::finalize() {
     VN_ASSERT(LgGroups::VN_XGLUE( MinorLevel, PxGraph ) != 0);
     // clang-format on
     RequestEngine::finalizeEngine();
+    PxImageProtocolServices::finalize();
     delete LgGroups::MinorLevelPxGraph;
     LgGroups::MinorLevelPxGraph = nullptr;
 }

@@ -2,6 +2,7 @@
 #include "ImageImpInit.h"
 #include "InPackageInit.h"
 #include "IxConvertServices.h"
+#include "PiPixelLoopImp.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -21,10 +22,14 @@ InInit<VnInit::toolImp>::InInit() : InPackageInit("toolImp") {
 }
 
 template <>
-void InInit<VnInit::toolImp>::initialize() {}
+void InInit<VnInit::toolImp>::initialize() {
+    PiPixelLoopImp::initialize();
+}
 
 template <>
-void InInit<VnInit::toolImp>::finalize() {}
+void InInit<VnInit::toolImp>::finalize() {
+    PiPixelLoopImp::finalize();
+}
 
 namespace {
 InInit<VnInit::toolImp> s_package;

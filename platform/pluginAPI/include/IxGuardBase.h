@@ -99,6 +99,8 @@ public:
         return reinterpret_cast<P*>(addressOf(x, y));
     }
     std::byte* getBase() const noexcept { return reinterpret_cast<std::byte*>(addressOf(0, 0)); }
+    // Sets the fill colour of the guard's copy of the tile: the one a writer hands on.
+    void setFillColor(CoRgbaColorTyped<float> const& fill) noexcept { _tile.setFillColor(fill); }
 
 private:
     void acquire();

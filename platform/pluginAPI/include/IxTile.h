@@ -26,6 +26,10 @@ public:
 
     // A tile without memory.
     IxTile() noexcept = default;
+    // A tile with new memory from the process's tile memory resource; the pixels are not
+    // cleared. An empty region gives a tile without storage, which stands for its fill colour.
+    IxTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+           CoRgbaColorTyped<float> const& fill);
 
     IxPixelFormat const& getPixelFormat() const noexcept { return _format; }
     GeRectangle<int> const& getPixelRegion() const noexcept { return _region; }

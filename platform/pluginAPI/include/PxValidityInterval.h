@@ -53,6 +53,8 @@ public:
     explicit PxBaseResult(PxValidityInterval const& vi) noexcept : _vi(vi) {}
     PxValidityInterval const& getValidityInterval() const noexcept { return _vi; }
     void setValidityInterval(PxValidityInterval const& vi) noexcept { _vi = vi; }
+    // Narrows vi to the result's own interval.
+    void reduceVI(PxValidityInterval& vi) const noexcept { vi &= _vi; }
 
 private:
     PxValidityInterval _vi;

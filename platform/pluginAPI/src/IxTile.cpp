@@ -15,6 +15,14 @@ constinit thread_local char const* t_ownerName = "";
 std::atomic<IxMemResource*> s_resource{nullptr};
 } // namespace
 
+IxTile::IxTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+               CoRgbaColorTyped<float> const& fill)
+    : _format(format), _region(region.isEmpty() ? GeRectangle<int>() : region), _fill(fill),
+      _stride(computeLineStride(format, _region.width())), _owner(getCurrentTileOwnerName()) {
+    VN_ASSERT(format.isValid());
+    _memory = IxMemResource::getInstance().allocate(computeBufferSize(format, _region));
+}
+
 std::int32_t IxTile::computeLineStride(IxPixelFormat const& format, int width) {
     if (width <= 0)
         return 0;

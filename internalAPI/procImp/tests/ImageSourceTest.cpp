@@ -1,0 +1,250 @@
+#include "ImageTestGraph.h"
+
+#include "ImageProtocolServices.h"
+#include "PxConfig.h"
+
+using namespace VnTest;
+using namespace Vn;
+
+namespace {
+
+using Color = CoRgbaColorTyped<float>;
+
+IxPixelFormat const kRGBA32(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+
+// A tile whose pixel (x, y) is (x, y, 0, 1).
+IxTile rampTile(GeRectangle<int> const& region, Color fill = {0.5f, 0.5f, 0.5f, 0.5f}) {
+    IxTile t(kRGBA32, region, fill);
+    IxWriteGuard const g(t);
+    for (int y = region.ymin; y < region.ymax; ++y)
+        for (int x = region.xmin; x < region.xmax; ++x)
+            *g.getPixel<Color>(x, y) = {float(x), float(y), 0.0f, 1.0f};
+    return t;
+}
+
+PxImageProtocolServices& services() {
+    return PxImageProtocolServices::getInstance();
+}
+
+Color const kFill{0.5f, 0.5f, 0.5f, 0.5f};
+
+} // namespace
+
+using ImageServices = EngineTest;
+
+TEST_F(ImageServices, ExtendGuardKeepsTheSourceMemoryWhenTheRegionIsInside) {
+    IxTile const t = rampTile({0, 16, 0, 8});
+    IxReadGuard const g(t);
+    IxReadGuard const e = services().extendGuard(g, {2, 10, 1, 7});
+    EXPECT_EQ(e.getAddress(3, 3), g.getAddress(3, 3));
+    EXPECT_EQ(e.getPixelRegion(), t.getPixelRegion());
+}
+
+TEST_F(ImageServices, ExtendGuardPadsWithTheFillColour) {
+    // An empty source: all fill.
+    IxTile const empty(kRGBA32, {}, kFill);
+    IxReadGuard const eg = services().extendGuard(IxReadGuard(empty), {-3, 4, 2, 5});
+    for (int y = 2; y < 5; ++y)
+        for (int x = -3; x < 4; ++x)
+            ASSERT_EQ(*eg.getPixel<Color>(x, y), kFill) << x << "," << y;
+
+    // A partial overlap: the source where it is, the fill in the four bands around it.
+    IxTile const t = rampTile({2, 6, 3, 5});
+    GeRectangle<int> const region{0, 9, 1, 8};
+    IxReadGuard const g = services().extendGuard(IxReadGuard(t), region);
+    ASSERT_EQ(g.getPixelRegion(), region);
+    for (int y = region.ymin; y < region.ymax; ++y)
+        for (int x = region.xmin; x < region.xmax; ++x) {
+            bool const inside = x >= 2 && x < 6 && y >= 3 && y < 5;
+            Color const expected = inside ? Color{float(x), float(y), 0.0f, 1.0f} : kFill;
+            ASSERT_EQ(*g.getPixel<Color>(x, y), expected) << x << "," << y;
+        }
+}
+
+TEST_F(ImageServices, AssembleTilesJoinsTheirPixelsOverTheRegion) {
+    Vector<PxImageResult> results{{rampTile({0, 4, 0, 4}, kFill), PxValidityInterval::FULL},
+                                  {rampTile({4, 8, 0, 4}), PxValidityInterval::FULL},
+                                  {rampTile({0, 8, 4, 6}), PxValidityInterval::FULL}};
+    IxTile const joined = services().assembleTiles(results, {1, 100, 2, 5});
+    ASSERT_EQ(joined.getPixelRegion(), (GeRectangle<int>{1, 8, 2, 5}));
+    EXPECT_EQ(joined.getFillColor(), kFill);
+    for (int y = 2; y < 5; ++y)
+        for (int x = 1; x < 8; ++x)
+            ASSERT_EQ(pixelAt(joined, x, y), (Color{float(x), float(y), 0.0f, 1.0f}));
+
+    // Tiles all empty: an empty tile of the first one's format and fill.
+    IxPixelFormat const u8(IxPixelFormat::ALPHA, IxPixelFormat::UINT8);
+    Vector<PxImageResult> empties{{IxTile(u8, {}, kFill), PxValidityInterval::FULL},
+                                  {IxTile(kRGBA32, {}, {}), PxValidityInterval::FULL}};
+    IxTile const none = services().assembleTiles(empties, {0, 10, 0, 10});
+    EXPECT_TRUE(none.isValid());
+    EXPECT_TRUE(none.getPixelRegion().isEmpty());
+    EXPECT_EQ(none.getPixelFormat(), u8);
+    EXPECT_EQ(none.getFillColor(), kFill);
+    EXPECT_FALSE(services().assembleTiles({}, {0, 1, 0, 1}).isValid());
+}
+
+TEST_F(ImageServices, AllocateTileCutsTheRegionToTheContextsTile) {
+    int const w = PxConfig::getTileSizeX();
+    IxTile const t = services().allocateTile(PxImageContext(0.0, {1, 0}, 0, 0), kRGBA32, kFill,
+                                             {0, 3 * w, 5, 9});
+    EXPECT_EQ(t.getPixelRegion(), (GeRectangle<int>{w, 2 * w, 5, 9}));
+    IxTile const out =
+        services().allocateTile(PxImageContext::outside(0.0, 0), kRGBA32, kFill, {0, 3 * w, 5, 9});
+    EXPECT_TRUE(out.getPixelRegion().isEmpty());
+    EXPECT_EQ(out.getFillColor(), kFill);
+}
+
+TEST(ImageCoordinates, PixelizingRoundsOutwardsWithAspectAndScale) {
+    GeRectangle<float> const rod{0.0f, 1920.0f, 0.0f, 1080.0f};
+    EXPECT_EQ(PxImageProtocol::nominalToPixelized(rod, 1.0f, 1.0f),
+              (GeRectangle<int>{0, 1920, 0, 1080}));
+    EXPECT_EQ(PxImageProtocol::nominalToPixelized(rod, 2.0f, 0.25f),
+              (GeRectangle<int>{0, 240, 0, 270}));
+    EXPECT_EQ(PxImageProtocol::nominalToPixelized({-0.5f, 2.5f, -1.25f, 0.75f}, 1.0f, 1.0f),
+              (GeRectangle<int>{-1, 3, -2, 1}));
+    EXPECT_EQ(PxImageProtocol::pixelizedToNominal({0, 240, 0, 270}, 2.0f, 0.25f), rod);
+}
+
+TEST(ImageCoordinates, TileIndicesAndPixelsConvertBothWays) {
+    InInitMgr::getInstance().initialize();
+    int const w = PxConfig::getTileSizeX();
+    int const h = PxConfig::getTileSizeY();
+    EXPECT_EQ(PxImageProtocol::convertTilesToPixels({-1, 2, 0, 1}),
+              (GeRectangle<int>{-w, 2 * w, 0, h}));
+    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-1, w + 1, 0, h}),
+              (GeRectangle<int>{-1, 2, 0, 1}));
+    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-w, 0, h - 1, h}),
+              (GeRectangle<int>{-1, 0, 0, 1}));
+    InInitMgr::getInstance().finalize();
+}
+
+using ImageSources = EngineTest;
+
+TEST_F(ImageSources, BlackSourceHasNoPixelsAndFullValidity) {
+    PxStrongHndl<PxImageProtocol const> black =
+        makeNode(new PxBlackSourceNode(PxNode::Init{"black"}));
+    PxImageResult const r = tileOf(black, PxImageContext(3.0, {2, -1}, 1, 0));
+    EXPECT_TRUE(r.getPixelRegion().isEmpty());
+    EXPECT_EQ(r.getTile().getPixelFormat(),
+              IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8));
+    EXPECT_EQ(r.getFillColor(), (Color{0, 0, 0, 0}));
+    EXPECT_TRUE(r.getValidityInterval().isFull());
+    PxRequestPtr<PxImageRODRequest> rod(
+        new PxImageRODRequest(PxUPtr<PxImageProtocol const>(black), PxTimeStreamContext(0.0, 0)));
+    engine().executeRequest(rod.get(), false);
+    EXPECT_TRUE(rod->getImageROD().getROD().isEmpty());
+    EXPECT_TRUE(rod->getImageROD().getValidityInterval().isFull());
+}
+
+TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
+    ColorSourceSpec spec;
+    spec.fill = {1.0f, 0.0f, 0.0f};
+    spec.fillOpacity = 0.5;
+    spec.colorVI = {-1.0, 4.0};
+    spec.opacityVI = {2.0, 9.0};
+    auto node = colorSource(spec);
+    PxImageResult const r = tileOf(node, PxImageContext(2.5, {0, 0}, 0, 0));
+    EXPECT_EQ(r.getPixelRegion(), (GeRectangle<int>{0, 40, 0, 30}));
+    EXPECT_EQ(r.getValidityInterval(), PxValidityInterval(2.0, 4.0));
+    EXPECT_EQ(r.getFillColor(), (Color{1.0f, 0.0f, 0.0f, 0.5f}));
+    EXPECT_EQ(pixelAt(r.getTile(), 39, 29), (Color{0.25f, 0.5f, 0.75f, 1.0f}));
+
+    // A constant colour leaves the opacity's validity alone, and the reverse.
+    spec.colorVI = PxValidityInterval::FULL;
+    EXPECT_EQ(tileOf(colorSource(spec), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
+              spec.opacityVI);
+    spec.colorVI = {-1.0, 4.0};
+    spec.opacityVI = PxValidityInterval::FULL;
+    EXPECT_EQ(tileOf(colorSource(spec), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
+              spec.colorVI);
+
+    // The outside tile gives the fill colour and no pixels.
+    PxImageResult const out = tileOf(node, PxImageContext::outside(2.5, 0));
+    EXPECT_TRUE(out.getPixelRegion().isEmpty());
+    EXPECT_EQ(out.getFillColor(), (Color{1.0f, 0.0f, 0.0f, 0.5f}));
+}
+
+TEST_F(ImageSources, ColorSourceFrameFollowsScaleAndAspect) {
+    ColorSourceSpec spec;
+    spec.width = 600;
+    spec.height = 20;
+    spec.format = imageFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(2));
+    auto node = colorSource(spec);
+    int const w = PxConfig::getTileSizeX();
+    PxImageResult const second = tileOf(node, PxImageContext(0.0, {1, 0}, 0, 0));
+    EXPECT_EQ(second.getPixelRegion(), (GeRectangle<int>{w, 600, 0, 20}));
+    PxImageResult const half = tileOf(node, PxImageContext(0.0, {0, 0}, 1, 0));
+    EXPECT_EQ(half.getPixelRegion(), (GeRectangle<int>{0, 300, 0, 10}));
+    // Beyond the frame: an empty tile of the fill colour.
+    EXPECT_TRUE(tileOf(node, PxImageContext(0.0, {5, 5}, 0, 0)).getPixelRegion().isEmpty());
+}
+
+TEST_F(ImageSources, MultiTileRequestGathersTheTilesOfEachForm) {
+    int const w = PxConfig::getTileSizeX();
+    int const h = PxConfig::getTileSizeY();
+    ColorSourceSpec spec;
+    spec.width = 2 * w + 3;
+    spec.height = h + 1;
+    auto node = colorSource(spec);
+    for (int param : {0, 1}) {
+        PxRequestPtr<PxImageMultiTileRequest> whole(new PxImageMultiTileRequest(
+            PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
+        engine().executeRequest(whole.get(), false);
+        auto results = whole->getResults();
+        ASSERT_EQ(results->size(), 6u);
+        GeRectangle<int> const all{0, 2 * w + 3, 0, h + 1};
+        EXPECT_EQ(PxImageProtocol::computePixelRegion(*results), all);
+        IxTile const joined = PxImageMultiTileRequest::assembleTiles(*results, all);
+        EXPECT_EQ(pixelAt(joined, 2 * w + 2, h), (Color{0.25f, 0.5f, 0.75f, 1.0f}));
+    }
+    PxRequestPtr<PxImageMultiTileRequest> rect(
+        new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(node),
+                                    GeRectangle<int>{w - 1, w + 1, 0, 2}, 0, PxTimeInfo(0.0), 0));
+    engine().executeRequest(rect.get(), false);
+    EXPECT_EQ(rect->getResults()->size(), 2u);
+    EXPECT_EQ(rect->getPixelRegion(), (GeRectangle<int>{w - 1, w + 1, 0, 2}));
+    PxRequestPtr<PxImageMultiTileRequest> tile(new PxImageMultiTileRequest(
+        PxUPtr<PxImageProtocol const>(node), GeVector2<int>{2, 1}, 0, PxTimeInfo(0.0), 0));
+    engine().executeRequest(tile.get(), false);
+    ASSERT_EQ(tile->getResults()->size(), 1u);
+    EXPECT_EQ(tile->getResults()->front().getPixelRegion(),
+              (GeRectangle<int>{2 * w, 2 * w + 3, h, h + 1}));
+    // Outside the frame: nothing to gather.
+    PxRequestPtr<PxImageMultiTileRequest> none(new PxImageMultiTileRequest(
+        PxUPtr<PxImageProtocol const>(node), GeVector2<int>{7, 7}, 0, PxTimeInfo(0.0), 0));
+    engine().executeRequest(none.get(), false);
+    EXPECT_TRUE(none->getResults()->empty());
+}
+
+TEST_F(ImageSources, FormatSetRequestChangesTheFormatAndInvalidatesTheParents) {
+    auto formatNode = makeNode(new PxImageFormatNode(PxNode::Init{"format"}, imageFormat()));
+    PxStrongHndl<PxImageProtocol const> source = makeNode(new PxColorSourceNode(
+        PxNode::Init{"color"}, PxStrongHndl<PxImageFormatProtocol const>(formatNode), animValue(4),
+        animValue(4), animValue(CoRgbColorTyped<float>{}), animValue(0.0),
+        animValue(CoRgbColorTyped<float>{1, 1, 1}), animValue(1.0)));
+    int invalidated = 0;
+    struct Watcher final : PxImageNode {
+        Watcher(PxStrongHndl<PxImageProtocol const> const& s, int& n)
+            : PxNode(Init{"watcher"}), PxImageNode(Init{"watcher"}, s), _n(n) {}
+        PxImageResult getImageResult(PxImageContext const& c) const override {
+            return getPrimary()->getImageResult(c);
+        }
+        void invalidateAndReinitialize(PxValidityInterval const& vi, PxUPtr<PxNode const> const&,
+                                       int stream) override {
+            if (vi.isFull() && stream == -2)
+                ++_n;
+        }
+        int& _n;
+    };
+    PxStrongHndl<PxImageProtocol const> watcher = makeNode(new Watcher(source, invalidated));
+    watcher->registerChild(PxNodePtr<PxNode const>(source));
+    PxImageFormat const half = imageFormat(IxPixelFormat::RGB, IxPixelFormat::FLOAT16);
+    PxMutationRequest::submit(
+        new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(formatNode), half));
+    PxRequestPtr<PxImageFormatRequest> q(
+        new PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const>(watcher)));
+    engine().executeRequest(q.get(), false);
+    EXPECT_EQ(q->getImageFormat(), half);
+    EXPECT_EQ(invalidated, 1);
+}

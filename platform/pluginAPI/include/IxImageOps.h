@@ -1,0 +1,25 @@
+#pragma once
+
+#include "CoRgbaColor.h"
+#include "GeRectangle.h"
+#include "VnExport.h"
+
+namespace Vn {
+
+class IxReadGuard;
+class IxWriteGuard;
+
+// The pixel operations of the primitives library over tiles.
+
+// Copies the pixels of region that both tiles hold, at the same absolute coordinates,
+// converting between formats.
+VN_EXPORT void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src,
+                      GeRectangle<int> const& region);
+// Copies the pixels of srcRegion into dst moved by (dx, dy); only what both tiles hold.
+VN_EXPORT void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src,
+                      GeRectangle<int> const& srcRegion, int dx, int dy);
+// Sets the pixels of region that dst holds to color, converted to dst's format.
+VN_EXPORT void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
+                     CoRgbaColorTyped<float> const& color);
+
+} // namespace Vn
