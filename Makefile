@@ -18,7 +18,7 @@ build: configure
 
 render: build
 	@mkdir -p $(OUT)
-	@./build/$(PRESET)/tools/vnrender/vnrender --out $(OUT)
+	@./build/$(PRESET)/tools/vnrender/vnrender -o $(OUT)/default.exr -o $(OUT)/default.png $(ARGS)
 
 test: build
 	@ctest --preset $(PRESET)

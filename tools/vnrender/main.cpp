@@ -1,26 +1,111 @@
-// vnrender: the batch renderer. It starts the engine, evaluates a graph and writes image files.
+// vnrender: the batch renderer. It starts the engine, evaluates its graph frame by frame, tile by
+// tile, and writes image files.
 
 #include "EngineSession.h"
 
-#include "ExBase.h"
+#include "HoRender.h"
 
 #include <CLI/CLI.hpp>
 
-#include <filesystem>
+#include <chrono>
+#include <cstdio>
 #include <iostream>
+#include <map>
+#include <unistd.h>
+
+namespace {
+
+// "A-B" or "N".
+std::pair<int, int> parseFrames(std::string const& text) {
+    std::size_t const dash = text.find('-', 1);
+    std::size_t used = 0;
+    try {
+        int const a = std::stoi(text.substr(0, dash), &used);
+        if (used != (dash == std::string::npos ? text.size() : dash))
+            throw std::invalid_argument(text);
+        if (dash == std::string::npos)
+            return {a, a};
+        std::string const rest = text.substr(dash + 1);
+        int const b = std::stoi(rest, &used);
+        if (used != rest.size())
+            throw std::invalid_argument(text);
+        return {a, b};
+    } catch (std::logic_error const&) {
+        throw CLI::ValidationError("--frames", "'" + text + "' is not a frame range like 1-48");
+    }
+}
+
+class ProgressLine {
+public:
+    explicit ProgressLine(bool shown) : _shown(shown), _start(std::chrono::steady_clock::now()) {}
+    ~ProgressLine() {
+        if (_shown && _printed)
+            std::fputc('\n', stderr);
+    }
+    void operator()(Vn::HoRenderJob::Progress const& p) {
+        if (!_shown)
+            return;
+        double const s =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
+        std::fprintf(stderr, "\rvnrender: tiles %d/%d  frames %d/%d  %.1f s ", p.tilesDone,
+                     p.tilesTotal, p.framesDone, p.framesTotal, s);
+        std::fflush(stderr);
+        _printed = true;
+    }
+
+private:
+    bool _shown;
+    bool _printed = false;
+    std::chrono::steady_clock::time_point _start;
+};
+
+} // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"vnrender: evaluates a processing graph and writes its images"};
-    std::string outDir = "out";
+    CLI::App app{"vnrender: renders the built-in test graph through the engine and writes image "
+                 "files"};
+    Vn::HoRenderJob job;
+    job.outputs = {"out/default.exr", "out/default.png"};
+    std::string format = "half";
+    std::string frames;
     bool quiet = false;
-    app.add_option("-o,--out", outDir, "Folder the images are written to");
+    bool info = false;
+    app.add_option("--width", job.width, "Width in pixels")->capture_default_str();
+    app.add_option("--height", job.height, "Height in pixels")->capture_default_str();
+    app.add_option("--format", format, "Pixel depth: uint8, half or float")
+        ->check(CLI::IsMember({"uint8", "half", "float"}))
+        ->capture_default_str();
+    app.add_option("--frames", frames,
+                   "Frames A-B to render; output names then need '#' or '%04d' for the number");
+    app.add_option("--threads", job.threads, "How many workers may run at once")
+        ->check(CLI::Range(1, 1024));
+    app.add_option("-o,--output", job.outputs,
+                   "Output file; repeat for several. The extension chooses the file format")
+        ->capture_default_str();
     app.add_flag("-q,--quiet", quiet, "Print only errors");
-    CLI11_PARSE(app, argc, argv);
+    app.add_flag("--info", info, "Print the build information and the started packages, then stop");
 
     try {
-        std::filesystem::create_directories(outDir);
+        app.parse(argc, argv);
+        if (!frames.empty())
+            job.frames = parseFrames(frames);
+    } catch (CLI::CallForHelp const& e) {
+        return app.exit(e);
+    } catch (CLI::ParseError const& e) {
+        std::cerr << "vnrender: error: " << e.what() << "\n";
+        return 2;
+    }
+    job.depth =
+        std::map<std::string, Vn::IxPixelFormat::Depth>{{"uint8", Vn::IxPixelFormat::UINT8},
+                                                        {"half", Vn::IxPixelFormat::FLOAT16},
+                                                        {"float", Vn::IxPixelFormat::FLOAT32}}
+            .at(format);
+
+    try {
+        if (!info)
+            job.validate();
         VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
-        if (!quiet) {
+        if (info) {
             session.printBuildInfo(std::cout);
             std::cout << "Packages started: ";
             char const* sep = "";
@@ -29,8 +114,13 @@ int main(int argc, char** argv) {
                 sep = ", ";
             }
             std::cout << "\n";
+            return 0;
         }
+        ProgressLine progress(!quiet && ::isatty(STDERR_FILENO));
+        job.run([&](Vn::HoRenderJob::Progress const& p) { progress(p); });
         return 0;
+    } catch (Vn::HoRenderError const& e) {
+        std::cerr << "vnrender: error: " << e.getReason() << "\n";
     } catch (Vn::ExBase const& e) {
         std::cerr << "vnrender: error: " << e.getDetailedReason() << "\n";
     } catch (std::exception const& e) {

@@ -23,6 +23,8 @@ public:
     int getPixelSize() const noexcept { return _tile._format.getPixelSize(); }
     // True while the guard holds a tile's memory, even one without storage.
     bool holdsMemory() const noexcept { return _held; }
+    // The region's first pixel; null for a tile without storage.
+    std::byte* getFirst() const noexcept { return _first; }
 
     void* getMemoryState() noexcept { return _memoryState; }
 

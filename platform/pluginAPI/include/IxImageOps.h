@@ -2,12 +2,17 @@
 
 #include "CoRgbaColor.h"
 #include "GeRectangle.h"
+#include "IpCopy.h"
 #include "VnExport.h"
 
 namespace Vn {
 
+class IxGuardBase;
 class IxReadGuard;
 class IxWriteGuard;
+
+// The pixels a guard holds, for the operations of the primitives library.
+VN_EXPORT IpPixels ipPixelsOf(IxGuardBase const& guard);
 
 // The pixel operations of the primitives library over tiles.
 

@@ -11,28 +11,26 @@ IpPixels pixelsOf(IxGuardBase const& guard, std::byte const* first, int dx = 0, 
             ImPixelFormat(f.getComps(), f.getDepth()), guard.getPixelRegion().translated(dx, dy)};
 }
 
-std::byte const* firstOf(IxReadGuard const& g) {
-    return g.getAddress(g.getPixelRegion().xmin, g.getPixelRegion().ymin);
-}
-std::byte* firstOf(IxWriteGuard const& g) {
-    return g.getAddress(g.getPixelRegion().xmin, g.getPixelRegion().ymin);
-}
 } // namespace
 
+IpPixels ipPixelsOf(IxGuardBase const& guard) {
+    return pixelsOf(guard, guard.getFirst());
+}
+
 void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src, GeRectangle<int> const& region) {
-    ipCopy(pixelsOf(dst, firstOf(dst)), pixelsOf(src, firstOf(src)), region);
+    ipCopy(pixelsOf(dst, dst.getFirst()), pixelsOf(src, src.getFirst()), region);
 }
 
 void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src, GeRectangle<int> const& srcRegion,
             int dx, int dy) {
     // The source seen at its destination place: same memory, region moved.
-    ipCopy(pixelsOf(dst, firstOf(dst)), pixelsOf(src, firstOf(src), dx, dy),
+    ipCopy(pixelsOf(dst, dst.getFirst()), pixelsOf(src, src.getFirst(), dx, dy),
            srcRegion.translated(dx, dy));
 }
 
 void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
            CoRgbaColorTyped<float> const& color) {
-    ipSet(pixelsOf(dst, firstOf(dst)), region, color);
+    ipSet(pixelsOf(dst, dst.getFirst()), region, color);
 }
 
 } // namespace Vn

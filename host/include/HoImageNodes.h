@@ -1,0 +1,43 @@
+#pragma once
+
+#include "PxImageNode.h"
+
+namespace Vn {
+
+// The test pattern of the batch renderer: four horizontal bands, red, green, blue and grey
+// ramps from left to right, under an alpha that falls from 1 at the top to 0.25 at the bottom.
+// Pixels are premultiplied. The ramps move right by a quarter of the frame per second.
+class VN_EXPORT HoTestPatternNode final : public PxImageLeafNode {
+public:
+    using PxImageLeafNode::PxImageLeafNode;
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+
+    // The pattern's colour at (u, v) of the frame, both in [0, 1), at a time.
+    static CoRgbaColorTyped<float> colorAt(float u, float v, double time);
+};
+
+// A premultiplied front image over a back image. The frame is the union of both; the format
+// and the other questions of the image are the back's.
+class VN_EXPORT HoOverNode final : public PxImageNode {
+public:
+    // No handle may be null.
+    HoOverNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& front,
+               PxStrongHndl<PxImageProtocol const> const& back);
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override;
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+
+    static CoRgbaColorTyped<float> over(CoRgbaColorTyped<float> const& front,
+                                        CoRgbaColorTyped<float> const& back) noexcept {
+        float const k = 1.0f - front.a;
+        return {front.r + back.r * k, front.g + back.g * k, front.b + back.b * k,
+                front.a + back.a * k};
+    }
+
+protected:
+    void init() override;
+
+private:
+    PxNodePtr<PxImageProtocol const> _front;
+};
+
+} // namespace Vn

@@ -1,0 +1,97 @@
+#pragma once
+
+#include "ExBase.h"
+#include "IxPixelFormat.h"
+#include "PxImageProtocol.h"
+
+#include <cstddef>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Vn {
+
+// A failure the user can act on: a bad option, a file that cannot be written. Its reason is
+// the whole message.
+class VN_EXPORT HoRenderError : public ExBase {
+public:
+    HoRenderError(char const* file, int line, std::string message);
+    ~HoRenderError() override;
+    VN_EX_CLONE_RAISE(HoRenderError)
+};
+
+// A rendered frame: pixels of one format, top row first, lines packed.
+struct VN_EXPORT HoImage {
+    int width = 0;
+    int height = 0;
+    IxPixelFormat format;
+    std::vector<std::byte> pixels;
+
+    std::size_t getLineSize() const noexcept {
+        return static_cast<std::size_t>(width) * format.getPixelSize();
+    }
+    // Pixel (x, y) counted from the top left, as float RGBA.
+    CoRgbaColorTyped<float> getColor(int x, int y) const;
+};
+
+// The renderer's built-in graph: the test pattern over an opaque dark grey background, both
+// width x height of the given format.
+struct VN_EXPORT HoDefaultGraph {
+    static PxStrongHndl<PxImageProtocol const> create(int width, int height,
+                                                      PxImageFormat const& format);
+};
+
+// Evaluates a node's frames through the engine, one request per tile.
+class VN_EXPORT HoRenderer {
+public:
+    // (tiles done, tiles of the frame)
+    using TileProgress = std::function<void(int, int)>;
+    // The node's frame at scale 0 and a time, in the node's format. Waits for every tile;
+    // raises what the engine raised.
+    static HoImage renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
+                               TileProgress const& progress = {});
+};
+
+// Image files, through the image library.
+class VN_EXPORT HoImageFile {
+public:
+    // Writes under a temporary name beside the final one and renames it, so that a failure
+    // leaves no file under the final name. The file's format follows the extension; the data
+    // type is the image's depth where the file format has it, else the nearest it has.
+    static void write(HoImage const& image, std::string const& path);
+    // Reads a file as float RGBA.
+    static HoImage read(std::string const& path);
+
+    // True when the name holds a frame pattern: a run of '#' or a printf form "%d" / "%0Nd".
+    static bool hasFramePattern(std::string const& name);
+    // The name with its frame pattern replaced by the frame number, padded to the run's length
+    // or to N digits.
+    static std::string expandFramePattern(std::string const& name, int frame);
+};
+
+// What the batch renderer is asked.
+struct VN_EXPORT HoRenderJob {
+    int width = 1920;
+    int height = 1080;
+    IxPixelFormat::Depth depth = IxPixelFormat::FLOAT16;
+    std::vector<std::string> outputs;
+    // First and last frame, both included; none renders frame 0 alone.
+    std::optional<std::pair<int, int>> frames;
+    // The running-worker limit; 0 keeps the engine's.
+    int threads = 0;
+    Rational frameRate = Rational(25);
+
+    struct Progress {
+        int tilesDone;
+        int tilesTotal;
+        int framesDone;
+        int framesTotal;
+    };
+    // Checks the job and raises HoRenderError with what is wrong.
+    void validate() const;
+    // Renders every frame and writes every output; the engine must be started.
+    void run(std::function<void(Progress const&)> const& progress = {}) const;
+};
+
+} // namespace Vn

@@ -1,0 +1,118 @@
+#include "HoImageNodes.h"
+#include "Assertions.h"
+#include "PiPixelLoop.h"
+
+#include <cmath>
+
+namespace Vn {
+
+namespace {
+using Color = CoRgbaColorTyped<float>;
+using Line = PiPixelLoop::Scanline;
+
+class PatternLoop final : public PiPixelGeneratorLoop {
+public:
+    PatternLoop(IxWriteGuard& result, GeRectangle<int> const& frame, double time)
+        : PiPixelGeneratorLoop(result), _frame(frame), _time(time) {}
+    void processScanline(Line& dst) override {
+        // Rows grow upwards: the top of the frame is its last row.
+        float const v = (static_cast<float>(_frame.ymax - 1 - getGlobalScanlineIndex()) + 0.5f) /
+                        static_cast<float>(_frame.height());
+        float const w = static_cast<float>(_frame.width());
+        for (int x = dst.getX0(); x < dst.getX1(); ++x)
+            dst[x] = HoTestPatternNode::colorAt((static_cast<float>(x - _frame.xmin) + 0.5f) / w, v,
+                                                _time);
+    }
+
+private:
+    GeRectangle<int> _frame;
+    double _time;
+};
+
+class OverLoop final : public PiPixelLoopTwoSources {
+public:
+    using PiPixelLoopTwoSources::PiPixelLoopTwoSources;
+    void processScanline(Line& dst, Line const& front, Line const& back) override {
+        Color* d = dst.getData();
+        Color const* f = front.getData();
+        Color const* b = back.getData();
+        for (int i = 0, n = dst.getWidth(); i < n; ++i)
+            d[i] = HoOverNode::over(f[i], b[i]);
+    }
+    Color processFillColor(Color const& front, Color const& back) override {
+        return HoOverNode::over(front, back);
+    }
+};
+} // namespace
+
+Color HoTestPatternNode::colorAt(float u, float v, double time) {
+    float const shifted = u - static_cast<float>(0.25 * time);
+    float const ramp = shifted - std::floor(shifted);
+    int const band = std::min(static_cast<int>(v * 4.0f), 3);
+    float const alpha = 1.0f - 0.75f * v;
+    float const level = ramp * alpha;
+    switch (band) {
+    case 0:
+        return {level, 0.0f, 0.0f, alpha};
+    case 1:
+        return {0.0f, level, 0.0f, alpha};
+    case 2:
+        return {0.0f, 0.0f, level, alpha};
+    default:
+        return {level, level, level, alpha};
+    }
+}
+
+PxImageResult HoTestPatternNode::getImageResult(PxImageContext const& context) const {
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    IxTile const tile = allocateImageBuffer(context, vi);
+    if (tile.getPixelRegion().isEmpty())
+        return {tile, vi};
+    // The pattern moves: it holds for its own instant only.
+    double const t = context.getTime();
+    vi &= PxValidityInterval(t, std::nextafter(t, PxValidityInterval::kPosInfinity));
+    PxRODResult const rod = computeImageROD(context.getTimeStreamContext());
+    GeRectangle<int> const frame = nominalToPixelized(
+        rod.getROD(), getImageFormat().getAspectRatio(), context.getScaleFactor());
+    IxWriteGuard guard(tile);
+    PatternLoop loop(guard, frame, context.getTime());
+    loop.process();
+    return {guard.getTile(), vi};
+}
+
+HoOverNode::HoOverNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& front,
+                       PxStrongHndl<PxImageProtocol const> const& back)
+    : PxNode(init), PxImageNode(init, back), _front(front) {
+    VN_ASSERT(!_front.isNull());
+}
+
+void HoOverNode::init() {
+    PxImageNode::init();
+    registerChild(_front);
+    registerChild(getPrimary());
+}
+
+PxRODResult HoOverNode::getImageROD(PxTimeStreamContext const& context) const {
+    PxRODResult const f = _front->getImageROD(context);
+    PxRODResult b = getPrimary()->getImageROD(context);
+    PxValidityInterval vi = b.getValidityInterval();
+    f.reduceVI(vi);
+    return {f.getROD().unite(b.getROD()), vi};
+}
+
+PxImageResult HoOverNode::getImageResult(PxImageContext const& context) const {
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    GeRectangle<int> const region = computeTileRegion(context, vi);
+    PxImageResult const front = _front->getImageResult(context);
+    PxImageResult const back = getPrimary()->getImageResult(context);
+    front.reduceVI(vi);
+    back.reduceVI(vi);
+    IxTile const tile =
+        context.isOutside() ? allocateEmptyImageBuffer() : allocateImageBuffer(context, {}, region);
+    IxWriteGuard guard(tile);
+    OverLoop loop(guard, PiImageModifierTypes::AFFECT_RGBA);
+    loop.process(front.getTileGuard(), back.getTileGuard());
+    return {guard.getTile(), vi};
+}
+
+} // namespace Vn

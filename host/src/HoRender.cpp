@@ -1,0 +1,266 @@
+#include "HoRender.h"
+#include "Assertions.h"
+#include "HoImageNodes.h"
+#include "IxConvertUtil.h"
+#include "IxImageOps.h"
+#include "PxImageRequests.h"
+#include "PxImageSourceNodes.h"
+#include "PxValueNode.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <filesystem>
+#include <regex>
+#include <unistd.h>
+
+namespace Vn {
+
+HoRenderError::HoRenderError(char const* file, int line, std::string message) : ExBase(file, line) {
+    setReason(std::move(message));
+}
+
+HoRenderError::~HoRenderError() = default;
+
+#define HO_FAIL(message) throw HoRenderError(__FILE__, __LINE__, message)
+
+namespace {
+ImPixelFormat imFormat(IxPixelFormat const& f) {
+    return ImPixelFormat(f.getComps(), f.getDepth());
+}
+
+// The image's pixels as the primitives see them: rows grow upwards, so the region's first row
+// is the image's last.
+IpPixels pixelsOf(HoImage& image, GeRectangle<int> const& region) {
+    std::ptrdiff_t const line = static_cast<std::ptrdiff_t>(image.getLineSize());
+    return {image.pixels.data() + (image.height - 1) * line, -line, imFormat(image.format), region};
+}
+
+template <class T>
+PxStrongHndl<T> made(T* node) {
+    PxStrongHndl<T> h(node);
+    PxNode::init(PxStrongHndl<PxNode>(h));
+    return h;
+}
+
+template <class T>
+PxStrongHndl<PxAnimValueProtocol<T> const> value(T v) {
+    return made(new PxAnimValueNode<T>(PxNode::Init{"value"}, PxResult<T>(v)));
+}
+
+OIIO::TypeDesc typeOf(IxPixelFormat::Depth depth) {
+    switch (depth) {
+    case IxPixelFormat::UINT8:
+        return OIIO::TypeDesc::UINT8;
+    case IxPixelFormat::FLOAT16:
+        return OIIO::TypeDesc::HALF;
+    case IxPixelFormat::FLOAT32:
+        return OIIO::TypeDesc::FLOAT;
+    default:
+        HO_FAIL("images of complex pixels cannot be written");
+    }
+}
+
+std::string firstLine(std::string const& text) {
+    std::string const line = text.substr(0, text.find('\n'));
+    return line.empty() ? "unknown error" : line;
+}
+
+std::regex const kFramePattern("#+|%0?([0-9]*)d");
+} // namespace
+
+CoRgbaColorTyped<float> HoImage::getColor(int x, int y) const {
+    VN_ASSERT(x >= 0 && x < width && y >= 0 && y < height);
+    CoRgbaColorTyped<float> c;
+    IxConvertUtil::readFrom(
+        &c, pixels.data() + y * getLineSize() + static_cast<std::size_t>(x) * format.getPixelSize(),
+        1, imFormat(format));
+    return c;
+}
+
+PxStrongHndl<PxImageProtocol const> HoDefaultGraph::create(int width, int height,
+                                                           PxImageFormat const& format) {
+    PxStrongHndl<PxImageFormatProtocol const> const f =
+        made(new PxImageFormatNode(PxNode::Init{"format"}, format));
+    auto const w = value(width);
+    auto const h = value(height);
+    auto const clear = value(CoRgbColorTyped<float>{});
+    auto const transparent = value(0.0);
+    PxStrongHndl<PxImageProtocol const> const pattern =
+        made(new HoTestPatternNode(PxNode::Init{"test pattern"}, f, w, h, clear, transparent));
+    PxStrongHndl<PxImageProtocol const> const background =
+        made(new PxColorSourceNode(PxNode::Init{"background"}, f, w, h, clear, transparent,
+                                   value(CoRgbColorTyped<float>{0.18f, 0.18f, 0.18f}), value(1.0)));
+    return made(new HoOverNode(PxNode::Init{"over"}, pattern, background));
+}
+
+HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
+                                TileProgress const& progress) {
+    PxRequestMgr& mgr = PxRequestMgr::getInstance();
+    PxUPtr<PxImageProtocol const> const n(node);
+    PxRequestPtr<PxImageFormatRequest> formatRequest(new PxImageFormatRequest(n));
+    PxRequestPtr<PxImageRODRequest> rodRequest(
+        new PxImageRODRequest(n, PxTimeStreamContext(time, 0)));
+    mgr.executeRequest(formatRequest.get(), false);
+    mgr.executeRequest(rodRequest.get(), false);
+    PxImageFormat const format = formatRequest->getImageFormat();
+    GeRectangle<int> const region = PxImageProtocol::nominalToPixelized(
+        rodRequest->getImageROD().getROD(), format.getAspectRatio(), 1.0f);
+
+    HoImage image;
+    image.width = region.width();
+    image.height = region.height();
+    image.format = format.getPixelFormat();
+    image.pixels.resize(image.getLineSize() * image.height);
+    IpPixels const dst = pixelsOf(image, region);
+
+    // Every tile is submitted at once; they are collected in order, each let go once copied.
+    GeRectangle<int> const tiles = PxImageProtocol::convertPixelsToTiles(region);
+    std::vector<PxRequestPtr<PxImageMultiTileRequest>> requests;
+    for (int j = tiles.ymin; j < tiles.ymax; ++j)
+        for (int i = tiles.xmin; i < tiles.xmax; ++i) {
+            requests.emplace_back(
+                new PxImageMultiTileRequest(n, GeVector2<int>{i, j}, 0, PxTimeInfo(time), 0));
+            mgr.executeRequest(requests.back().get(), false);
+        }
+    int done = 0;
+    for (auto& r : requests) {
+        for (PxImageResult const& result : *r->getResults()) {
+            IxReadGuard const src = result.getTileGuard();
+            ipCopy(dst, ipPixelsOf(src), result.getPixelRegion());
+        }
+        r.reset();
+        if (progress)
+            progress(++done, static_cast<int>(requests.size()));
+    }
+    return image;
+}
+
+void HoImageFile::write(HoImage const& image, std::string const& path) {
+    namespace fs = std::filesystem;
+    fs::path const final(path);
+    if (final.has_parent_path()) {
+        std::error_code ec;
+        fs::create_directories(final.parent_path(), ec);
+        if (ec)
+            HO_FAIL("cannot write '" + path + "': " + ec.message());
+    }
+    fs::path tmp = final;
+    tmp.replace_filename("." + final.stem().string() + ".partial-" + std::to_string(::getpid()) +
+                         final.extension().string());
+    auto out = OIIO::ImageOutput::create(tmp.string());
+    if (!out)
+        HO_FAIL("cannot write '" + path + "': no image format for the extension '" +
+                final.extension().string() + "'");
+    OIIO::ImageSpec spec(image.width, image.height, image.format.getComps(),
+                         typeOf(image.format.getDepth()));
+    if (image.format.getComps() == IxPixelFormat::RGBA)
+        spec.alpha_channel = 3;
+    bool ok = out->open(tmp.string(), spec);
+    if (ok)
+        ok = out->write_image(typeOf(image.format.getDepth()), image.pixels.data());
+    ok = out->close() && ok;
+    if (!ok) {
+        std::string const why = firstLine(out->geterror());
+        std::error_code ignored;
+        fs::remove(tmp, ignored);
+        HO_FAIL("cannot write '" + path + "': " + why);
+    }
+    std::error_code ec;
+    fs::rename(tmp, final, ec);
+    if (ec) {
+        std::error_code ignored;
+        fs::remove(tmp, ignored);
+        HO_FAIL("cannot write '" + path + "': " + ec.message());
+    }
+}
+
+HoImage HoImageFile::read(std::string const& path) {
+    auto in = OIIO::ImageInput::open(path);
+    if (!in)
+        HO_FAIL("cannot read '" + path + "': " + firstLine(OIIO::geterror()));
+    OIIO::ImageSpec const& spec = in->spec();
+    HoImage image;
+    image.width = spec.width;
+    image.height = spec.height;
+    image.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+    std::vector<float> raw(static_cast<std::size_t>(spec.width) * spec.height * spec.nchannels);
+    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, raw.data()))
+        HO_FAIL("cannot read '" + path + "': " + firstLine(in->geterror()));
+    image.pixels.resize(image.getLineSize() * image.height);
+    auto* px = reinterpret_cast<CoRgbaColorTyped<float>*>(image.pixels.data());
+    for (std::size_t i = 0, n = static_cast<std::size_t>(spec.width) * spec.height; i < n; ++i) {
+        float const* s = raw.data() + i * spec.nchannels;
+        float const grey = s[0];
+        px[i] = {grey, spec.nchannels > 2 ? s[1] : grey, spec.nchannels > 2 ? s[2] : grey,
+                 spec.nchannels == 4   ? s[3]
+                 : spec.nchannels == 2 ? s[1]
+                                       : 1.0f};
+    }
+    return image;
+}
+
+bool HoImageFile::hasFramePattern(std::string const& name) {
+    return std::regex_search(std::filesystem::path(name).filename().string(), kFramePattern);
+}
+
+std::string HoImageFile::expandFramePattern(std::string const& name, int frame) {
+    std::filesystem::path p(name);
+    std::string file = p.filename().string();
+    std::smatch m;
+    if (!std::regex_search(file, m, kFramePattern))
+        return name;
+    std::size_t const width =
+        m.str(0)[0] == '#' ? m.length(0) : (m[1].length() ? std::stoul(m.str(1)) : 0);
+    std::string digits = std::to_string(frame < 0 ? -frame : frame);
+    if (digits.size() < width)
+        digits.insert(0, width - digits.size(), '0');
+    if (frame < 0)
+        digits.insert(0, 1, '-');
+    file = m.prefix().str() + digits + m.suffix().str();
+    p.replace_filename(file);
+    return p.string();
+}
+
+void HoRenderJob::validate() const {
+    if (width < 1 || height < 1 || width > 65536 || height > 65536)
+        HO_FAIL("the size " + std::to_string(width) + "x" + std::to_string(height) +
+                " is out of range: width and height go from 1 to 65536");
+    if (outputs.empty())
+        HO_FAIL("no output file is given");
+    if (frames && frames->first > frames->second)
+        HO_FAIL("the frame range " + std::to_string(frames->first) + "-" +
+                std::to_string(frames->second) + " ends before it starts");
+    bool const several = frames && frames->first != frames->second;
+    for (std::string const& out : outputs) {
+        if (several && !HoImageFile::hasFramePattern(out))
+            HO_FAIL("the output '" + out +
+                    "' needs a frame pattern ('#' or '%04d') to hold several frames");
+        std::string const ext = std::filesystem::path(out).extension().string();
+        if (ext.empty() || !OIIO::ImageOutput::create(out))
+            HO_FAIL("cannot write '" + out + "': no image format for the extension '" + ext + "'");
+    }
+}
+
+void HoRenderJob::run(std::function<void(Progress const&)> const& progress) const {
+    validate();
+    if (threads > 0)
+        PxRequestMgr::getInstance().setMaxRunningWorkers(threads);
+    PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, depth), frameRate);
+    PxStrongHndl<PxImageProtocol const> const graph = HoDefaultGraph::create(width, height, format);
+    int const first = frames ? frames->first : 0;
+    int const last = frames ? frames->second : 0;
+    int const nbFrames = last - first + 1;
+    for (int f = first; f <= last; ++f) {
+        double const time = static_cast<double>(f) / frameRate.toDouble();
+        HoImage const image = HoRenderer::renderFrame(graph, time, [&](int done, int total) {
+            if (progress)
+                progress({done, total, f - first, nbFrames});
+        });
+        for (std::string const& out : outputs)
+            HoImageFile::write(image, frames ? HoImageFile::expandFramePattern(out, f) : out);
+        if (progress)
+            progress({1, 1, f - first + 1, nbFrames});
+    }
+}
+
+} // namespace Vn

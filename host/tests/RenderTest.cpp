@@ -1,0 +1,205 @@
+#include "HoImageNodes.h"
+#include "HoRender.h"
+
+#include "InPackageInit.h"
+#include "PxRequestMgr.h"
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <sys/wait.h>
+
+using namespace Vn;
+namespace fs = std::filesystem;
+
+namespace {
+
+using Color = CoRgbaColorTyped<float>;
+
+// A fresh folder for the test's files, removed after it.
+class TempDir {
+public:
+    TempDir() {
+        _path = fs::temp_directory_path() /
+                ("vnhost-" + std::to_string(::getpid()) + "-" +
+                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(_path);
+        fs::create_directories(_path);
+    }
+    ~TempDir() { fs::remove_all(_path); }
+    std::string operator/(std::string const& name) const { return (_path / name).string(); }
+    std::vector<std::string> list() const {
+        std::vector<std::string> names;
+        for (auto const& e : fs::directory_iterator(_path))
+            names.push_back(e.path().filename().string());
+        std::sort(names.begin(), names.end());
+        return names;
+    }
+
+private:
+    fs::path _path;
+};
+
+// What the default graph shows at pixel (x, y) from the top left of a w x h frame.
+Color expected(int x, int y, int w, int h, double time) {
+    Color const front = HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w),
+                                                   (float(y) + 0.5f) / float(h), time);
+    return HoOverNode::over(front, {0.18f, 0.18f, 0.18f, 1.0f});
+}
+
+void expectNear(Color const& a, Color const& b, float tolerance, std::string const& where) {
+    EXPECT_NEAR(a.r, b.r, tolerance) << where;
+    EXPECT_NEAR(a.g, b.g, tolerance) << where;
+    EXPECT_NEAR(a.b, b.b, tolerance) << where;
+    EXPECT_NEAR(a.a, b.a, tolerance) << where;
+}
+
+class Render : public ::testing::Test {
+protected:
+    void SetUp() override { InInitMgr::getInstance().initialize(); }
+    void TearDown() override { InInitMgr::getInstance().finalize(); }
+};
+
+// Runs a command; gives its exit code and what it printed on stderr.
+std::pair<int, std::string> runCommand(std::string const& command) {
+    std::string const err =
+        fs::temp_directory_path() / ("vnrender-err-" + std::to_string(::getpid()));
+    int const status = std::system((command + " 2>" + err).c_str());
+    std::ifstream in(err);
+    std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    fs::remove(err);
+    return {WEXITSTATUS(status), text};
+}
+
+} // namespace
+
+TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
+    TempDir dir;
+    HoRenderJob job;
+    // Wider and taller than one tile, so that several tiles meet in the file.
+    job.width = 700;
+    job.height = 530;
+    job.depth = IxPixelFormat::FLOAT32;
+    job.outputs = {dir / "frame.exr", dir / "frame.png"};
+    job.frames = std::pair{3, 3};
+    int calls = 0;
+    job.run([&](HoRenderJob::Progress const& p) {
+        ++calls;
+        EXPECT_LE(p.tilesDone, p.tilesTotal);
+        EXPECT_EQ(p.framesTotal, 1);
+    });
+    EXPECT_GE(calls, 4);
+    double const time = 3.0 / 25.0;
+    HoImage const exr = HoImageFile::read(dir / "frame.exr");
+    ASSERT_EQ(exr.width, 700);
+    ASSERT_EQ(exr.height, 530);
+    HoImage const png = HoImageFile::read(dir / "frame.png");
+    for (auto [x, y] : std::array<std::pair<int, int>, 7>{
+             {{0, 0}, {699, 0}, {511, 0}, {512, 100}, {350, 200}, {10, 529}, {699, 529}}}) {
+        std::string const where = std::to_string(x) + "," + std::to_string(y);
+        Color const e = expected(x, y, 700, 530, time);
+        expectNear(exr.getColor(x, y), e, 1e-6f, where);
+        // PNG: 8 bits, and its alpha is straight; the frame is opaque.
+        expectNear(png.getColor(x, y), e, 1.0f / 255.0f, where);
+    }
+    // The top band is red, the bottom grey.
+    EXPECT_GT(exr.getColor(600, 5).r, exr.getColor(600, 5).g);
+    EXPECT_EQ(exr.getColor(600, 525).r, exr.getColor(600, 525).b);
+}
+
+TEST_F(Render, FramesGoToNumberedFilesAndThePatternMoves) {
+    TempDir dir;
+    HoRenderJob job;
+    job.width = 40;
+    job.height = 8;
+    job.depth = IxPixelFormat::FLOAT16;
+    job.outputs = {dir / "f.##.exr", dir / "g.%03d.exr"};
+    job.frames = std::pair{-1, 1};
+    job.run();
+    EXPECT_EQ(dir.list(), (std::vector<std::string>{"f.-01.exr", "f.00.exr", "f.01.exr",
+                                                    "g.-001.exr", "g.000.exr", "g.001.exr"}));
+    HoImage const a = HoImageFile::read(dir / "f.00.exr");
+    HoImage const b = HoImageFile::read(dir / "f.01.exr");
+    EXPECT_NE(a.getColor(20, 0).r, b.getColor(20, 0).r);
+    expectNear(b.getColor(20, 0), expected(20, 0, 40, 8, 1.0 / 25.0), 2e-3f, "half");
+}
+
+TEST(FramePattern, ExpandsHashesAndPrintfForms) {
+    EXPECT_EQ(HoImageFile::expandFramePattern("a/b.####.exr", 12), "a/b.0012.exr");
+    EXPECT_EQ(HoImageFile::expandFramePattern("b.%04d.exr", 7), "b.0007.exr");
+    EXPECT_EQ(HoImageFile::expandFramePattern("b.%d.exr", 7), "b.7.exr");
+    EXPECT_EQ(HoImageFile::expandFramePattern("b.#.exr", 123), "b.123.exr");
+    // Only the file name holds the pattern.
+    EXPECT_FALSE(HoImageFile::hasFramePattern("dir#1/b.exr"));
+    EXPECT_EQ(HoImageFile::expandFramePattern("dir#1/b.exr", 3), "dir#1/b.exr");
+}
+
+TEST_F(Render, BadJobsAreRejectedBeforeRendering) {
+    TempDir dir;
+    auto fails = [](HoRenderJob const& job, std::string const& text) {
+        try {
+            job.validate();
+            ADD_FAILURE() << "accepted: " << text;
+        } catch (HoRenderError const& e) {
+            EXPECT_NE(e.getReason().find(text), std::string::npos) << e.getReason();
+        }
+    };
+    HoRenderJob job;
+    job.outputs = {dir / "x.exr"};
+    job.width = 0;
+    fails(job, "out of range");
+    job.width = 8;
+    job.frames = std::pair{2, 1};
+    fails(job, "ends before it starts");
+    job.frames = std::pair{1, 2};
+    fails(job, "needs a frame pattern");
+    job.frames.reset();
+    job.outputs = {dir / "x.nosuchformat"};
+    fails(job, "no image format");
+    job.outputs.clear();
+    fails(job, "no output");
+}
+
+TEST_F(Render, AFailedWriteLeavesNoFileUnderTheFinalName) {
+    TempDir dir;
+    HoImage image;
+    image.width = 2;
+    image.height = 2;
+    image.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8);
+    image.pixels.assign(16, std::byte{0x80});
+    // The final name is taken by a folder: the rename fails.
+    fs::create_directories(dir / "taken.exr");
+    EXPECT_THROW(HoImageFile::write(image, dir / "taken.exr"), HoRenderError);
+    EXPECT_EQ(dir.list(), (std::vector<std::string>{"taken.exr"}));
+    EXPECT_TRUE(fs::is_directory(dir / "taken.exr"));
+    // The folder cannot be made: a file stands in its way.
+    std::ofstream(dir / "file") << "x";
+    EXPECT_THROW(HoImageFile::write(image, dir / "file/x.exr"), HoRenderError);
+}
+
+TEST(RenderProgram, ReportsBadInputInOneLineAndLeavesNoFile) {
+    TempDir dir;
+    std::string const exe = VNRENDER_PATH;
+    auto [code, err] =
+        runCommand(exe + " --width 8 --height 8 --format twelve -o " + (dir / "a.exr"));
+    EXPECT_EQ(code, 2);
+    EXPECT_EQ(err, "vnrender: error: --format: twelve not in {uint8,half,float}\n");
+    // A file stands where the output's folder should be.
+    std::ofstream(dir / "in") << "x";
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (dir / "in/b.exr"));
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
+    EXPECT_NE(err.find("vnrender: error: cannot write '" + (dir / "in/b.exr") + "'"),
+              std::string::npos)
+        << err;
+    for (auto const& name : dir.list())
+        EXPECT_EQ(name.find("partial"), std::string::npos) << name;
+    // A good run prints nothing when not on a terminal.
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (dir / "ok.png"));
+    EXPECT_EQ(code, 0);
+    EXPECT_EQ(err, "");
+    EXPECT_TRUE(fs::exists(dir / "ok.png"));
+}
