@@ -41,7 +41,8 @@ struct RatioPair {
     std::int64_t threads = 1;
 };
 
-// benchmark's main, followed by one "ratio" line per pair (lower is better).
+// benchmark's main, followed by one "ratio" line per pair (lower is better), each time in its
+// benchmark's unit.
 inline int runWithRatios(int argc, char** argv, std::vector<RatioPair> const& pairs) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
@@ -53,7 +54,7 @@ inline int runWithRatios(int argc, char** argv, std::vector<RatioPair> const& pa
         auto ref = reporter._nsPerIteration.find({p.reference, p.threads});
         if (ours == reporter._nsPerIteration.end() || ref == reporter._nsPerIteration.end())
             continue;
-        std::printf("ratio %s (threads=%lld): %s %.1f ns / %s %.1f ns = %.2f\n", p.label,
+        std::printf("ratio %s (threads=%lld): %s %.4g / %s %.4g = %.2f\n", p.label,
                     static_cast<long long>(p.threads), p.ours, ours->second, p.reference,
                     ref->second, ours->second / ref->second);
     }

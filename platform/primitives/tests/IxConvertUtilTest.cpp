@@ -164,3 +164,35 @@ TEST(IxConvertUtil, AlphaAndComplexLines) {
                  ExAssertionFailed);
     EXPECT_THROW(IxConvertUtil::readFrom(&px, bytes, 1, ImPixelFormat()), ExAssertionFailed);
 }
+
+TEST(IxConvertUtil, Uint8RgbaLinesMatchThePixelFunctionsAtEveryLength) {
+    // Whole lines take a vector path with a scalar tail: both must give the per-value results.
+    ImPixelFormat const rgba8(4, ImPixelFormat::UINT8);
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> dist(-0.5f, 1.5f);
+    float const specials[] = {std::numeric_limits<float>::quiet_NaN(),
+                              -std::numeric_limits<float>::quiet_NaN(),
+                              std::numeric_limits<float>::infinity(),
+                              -std::numeric_limits<float>::infinity(),
+                              0.5f / 255.0f,
+                              1.5f / 255.0f,
+                              254.5f / 255.0f,
+                              -0.0f};
+    for (int n : {1, 3, 4, 5, 8, 13, 64, 67}) {
+        std::vector<CoRgbaColorTyped<float>> in(n);
+        float* f = &in[0].r;
+        for (int k = 0; k < 4 * n; ++k)
+            f[k] = k < 8 ? specials[k] : dist(rng);
+        std::vector<std::uint8_t> bytes(4 * n);
+        IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(bytes.data()), in.data(), n, rgba8);
+        for (int k = 0; k < 4 * n; ++k)
+            ASSERT_EQ(bytes[k], IxConvertUtil::floatToUint8(f[k])) << n << ":" << k << " " << f[k];
+        for (int k = 0; k < 4 * n; ++k)
+            bytes[k] = static_cast<std::uint8_t>(rng());
+        std::vector<CoRgbaColorTyped<float>> out(n);
+        IxConvertUtil::readFrom(out.data(), reinterpret_cast<std::byte const*>(bytes.data()), n,
+                                rgba8);
+        for (int k = 0; k < 4 * n; ++k)
+            ASSERT_EQ((&out[0].r)[k], IxConvertUtil::uint8ToFloat(bytes[k])) << n << ":" << k;
+    }
+}
