@@ -1,5 +1,6 @@
 #include "ImageTestGraph.h"
 
+#include "ExBase.h"
 #include "ImageProtocolServices.h"
 #include "PxConfig.h"
 
@@ -247,4 +248,78 @@ TEST_F(ImageSources, FormatSetRequestChangesTheFormatAndInvalidatesTheParents) {
     engine().executeRequest(q.get(), false);
     EXPECT_EQ(q->getImageFormat(), half);
     EXPECT_EQ(invalidated, 1);
+}
+
+namespace {
+// Fails on one tile; the others are the colour source's.
+class FailingTile final : public PxImageNode {
+public:
+    explicit FailingTile(PxStrongHndl<PxImageProtocol const> const& s)
+        : PxNode(Init{"failing"}), PxImageNode(Init{"failing"}, s) {}
+    PxImageResult getImageResult(PxImageContext const& c) const override {
+        if (c.getTile() == GePoint2<int>{1, 0})
+            VN_THROW_MSG(ExBase, "tile 1,0 failed");
+        return getPrimary()->getImageResult(c);
+    }
+};
+
+// Asks the tiles of a region from a worker, as nodes do.
+class RegionRequest final : public PxQueryRequest<Vector<PxImageResult>> {
+public:
+    RegionRequest(PxStrongHndl<PxImageProtocol const> const& n, GeRectangle<int> const& r)
+        : _node(n), _region(r) {}
+    void performExecute() override {
+        vi = PxValidityInterval::FULL;
+        setResult(PxImageProtocol::getImageTilesInRegion(PxImageContext(1.0, {0, 0}, 0, 0),
+                                                         PxNodePtr<PxImageProtocol const>(_node),
+                                                         vi, _region, fill));
+    }
+    Vector<PxImageResult> const& get() const { return waitResult(); }
+    PxValidityInterval vi;
+    Color fill;
+
+private:
+    PxUPtr<PxImageProtocol const> _node;
+    GeRectangle<int> _region;
+};
+} // namespace
+
+TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
+    int const w = PxConfig::getTileSizeX();
+    ColorSourceSpec spec;
+    spec.width = 3 * w;
+    PxStrongHndl<PxImageProtocol const> node = makeNode(new FailingTile(colorSource(spec)));
+    for (int param : {0, 1}) {
+        PxRequestPtr<PxImageMultiTileRequest> r(new PxImageMultiTileRequest(
+            PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
+        engine().executeRequest(r.get(), false);
+        try {
+            r->getResults();
+            ADD_FAILURE() << "no failure";
+        } catch (ExBase const& e) {
+            EXPECT_NE(e.getReason().find("tile 1,0 failed"), std::string::npos);
+        }
+    }
+}
+
+TEST_F(ImageSources, TilesInARegionCarryTheChildsFillAndValidity) {
+    int const w = PxConfig::getTileSizeX();
+    ColorSourceSpec spec;
+    spec.width = 2 * w;
+    spec.fill = {0.0f, 1.0f, 0.0f};
+    spec.fillOpacity = 1.0;
+    spec.colorVI = {0.0, 2.0};
+    auto node = colorSource(spec);
+    PxRequestPtr<RegionRequest> r(new RegionRequest(node, {w - 2, w + 2, 0, 1}));
+    engine().executeRequest(r.get(), false);
+    ASSERT_EQ(r->get().size(), 2u);
+    EXPECT_EQ(PxImageProtocol::computePixelRegion(r->get()), (GeRectangle<int>{0, 2 * w, 0, 30}));
+    EXPECT_EQ(r->fill, (Color{0, 1, 0, 1}));
+    EXPECT_EQ(r->vi, spec.colorVI);
+    // Outside the child: no tiles, and the fill colour is asked for alone.
+    PxRequestPtr<RegionRequest> none(new RegionRequest(node, {-9, -1, 0, 1}));
+    engine().executeRequest(none.get(), false);
+    EXPECT_TRUE(none->get().empty());
+    EXPECT_EQ(none->fill, (Color{0, 1, 0, 1}));
+    EXPECT_EQ(none->vi, spec.colorVI);
 }
