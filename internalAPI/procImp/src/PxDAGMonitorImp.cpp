@@ -398,6 +398,8 @@ void DumpDAGRequest::prune() {
 // Iterative: a chain of any length fits in the heap, not in a worker's stack.
 void DumpDAGRequest::writeTree() {
     Trace& trace = PxDAGMonitorImp::getTrace();
+    if (!trace.isEnabled(Trace::MainTraceLevel))
+        return; // nobody would see it
     std::vector<std::pair<DagNodeRecord*, int>> stack;
     for (DagNodeRecord* root : _roots) {
         stack.emplace_back(root, 1);
