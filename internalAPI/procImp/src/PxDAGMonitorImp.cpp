@@ -353,15 +353,11 @@ void DumpDAGRequest::keepOnlyUnderRoot() {
             }
     }
     _roots.clear();
-    for (auto it = _records.begin(); it != _records.end();) {
-        if (it->second._mark == -1) {
-            it = _records.erase(it);
-            continue;
-        }
-        DagNodeRecord& r = it->second;
-        std::erase_if(r._parents, [](DagNodeRecord const* p) { return p->_mark == -1; });
-        ++it;
-    }
+    // Cut the links first: the records they lead to are still there to be asked.
+    for (auto& [node, r] : _records)
+        if (r._mark != -1)
+            std::erase_if(r._parents, [](DagNodeRecord const* p) { return p->_mark == -1; });
+    std::erase_if(_records, [](auto const& entry) { return entry.second._mark == -1; });
     for (auto& [node, r] : _records) {
         r._mark = -1;
         if (r._parents.empty())
@@ -380,14 +376,18 @@ void DumpDAGRequest::prune() {
             ++it;
             continue;
         }
+        // A link is bridged only from one parent to one child, so that both of its ends know
+        // it: a black source with several parents and a child would otherwise leave one end
+        // pointing at a record that a later removal frees.
+        bool const bridge = r._parents.size() == 1 && r._children.size() == 1;
         for (DagNodeRecord* p : r._parents) {
             eraseOne(p->_children, &r);
-            if (r._children.size() == 1)
+            if (bridge)
                 p->_children.push_back(r._children.front());
         }
         for (DagNodeRecord* c : r._children) {
             eraseOne(c->_parents, &r);
-            if (r._parents.size() == 1)
+            if (bridge)
                 c->_parents.push_back(r._parents.front());
         }
         eraseOne(_roots, &r);

@@ -403,6 +403,9 @@ TEST_F(DAGMonitor, PruningKeepsForksAndJoinsAndDropsTheBlackSource) {
     link(b, join);
     link(join, black);
     link(other, black);
+    // Removing a node with several parents bridges nothing: its child is left alone, and goes.
+    auto leaf = make<TestNode>();
+    link(black, leaf);
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE);
     auto const all = takeTrace();
