@@ -45,15 +45,11 @@ public:
 
     // Where the tree and the DOT text go; VN_TRACE_PxDAGMonitor sets its level at start.
     static Trace& getTrace();
-    // Whether dumps leave out the nodes where the graph neither forks nor joins; from
+    // Whether dumps leave out the black sources and the nodes other than image nodes where the
+    // graph neither forks nor joins; from
     // VN_PX_PRUNED_DAG_DUMP (default on) until set here.
     static bool isPruning() noexcept;
     static void setPruning(bool pruning) noexcept;
-
-    // Which nodes a pruned dump always keeps (the image nodes) and always drops (the black
-    // source). The image protocol sets them; until then neither holds for any node.
-    using NodeTest = bool (*)(PxNode const& node);
-    static void setPruningTests(NodeTest isImageFormatNode, NodeTest isBlackSourceNode) noexcept;
 
     // Forgets the file run, its sequence number and the last text written, as at process start;
     // for a program that moves to another directory between dumps.

@@ -9,6 +9,8 @@
 #include "LkThreadOpaqueData.h"
 #include "MtThreadMgr.h"
 #include "PxGraphLog.h"
+#include "PxImageProtocol.h"
+#include "PxImageSourceNodes.h"
 #include "PxRequest.h"
 #include "PxRequestMgr.h"
 #include "Trace.h"
@@ -50,12 +52,6 @@ MonitorState& state() {
 EnvIntVar s_prunedDump(__FILE__, "VN_PX_PRUNED_DAG_DUMP", 1);
 // -1 while the variable decides.
 std::atomic<int> s_pruningOverride{-1};
-
-bool neverHolds(PxNode const&) {
-    return false;
-}
-std::atomic<PxDAGMonitorImp::NodeTest> s_isImageFormatNode{&neverHolds};
-std::atomic<PxDAGMonitorImp::NodeTest> s_isBlackSourceNode{&neverHolds};
 
 // Touched only by dumps, which are sequential, and by restartFileRun.
 struct FileRun {
@@ -366,12 +362,11 @@ void DumpDAGRequest::keepOnlyUnderRoot() {
 }
 
 void DumpDAGRequest::prune() {
-    PxDAGMonitorImp::NodeTest const isImage = s_isImageFormatNode.load();
-    PxDAGMonitorImp::NodeTest const isBlack = s_isBlackSourceNode.load();
     for (auto it = _records.begin(); it != _records.end();) {
         DagNodeRecord& r = it->second;
-        bool const goes = isBlack(*r._node) ||
-                          (r._parents.size() <= 1 && r._children.size() <= 1 && !isImage(*r._node));
+        bool const goes = dynamic_cast<PxBlackSourceNode const*>(r._node) ||
+                          (r._parents.size() <= 1 && r._children.size() <= 1 &&
+                           !dynamic_cast<PxImageFormatProtocol const*>(r._node));
         if (!goes) {
             ++it;
             continue;
@@ -649,12 +644,6 @@ bool PxDAGMonitorImp::isPruning() noexcept {
 
 void PxDAGMonitorImp::setPruning(bool pruning) noexcept {
     s_pruningOverride.store(pruning ? 1 : 0, std::memory_order_relaxed);
-}
-
-void PxDAGMonitorImp::setPruningTests(NodeTest isImageFormatNode,
-                                      NodeTest isBlackSourceNode) noexcept {
-    s_isImageFormatNode.store(isImageFormatNode ? isImageFormatNode : &neverHolds);
-    s_isBlackSourceNode.store(isBlackSourceNode ? isBlackSourceNode : &neverHolds);
 }
 
 void PxDAGMonitorImp::restartFileRun() {

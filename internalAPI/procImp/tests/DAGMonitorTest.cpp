@@ -4,6 +4,7 @@
 #include "ExBase.h"
 #include "LgLog.h"
 #include "PxDAGMonitorImp.h"
+#include "PxImageSourceNodes.h"
 #include "PxPassThroughNode.h"
 #include "PxValueNode.h"
 #include "Trace.h"
@@ -31,14 +32,15 @@ public:
     TestNode() : PxNode(PxNode::Init{"TestNode"}) {}
     PxResult<int> getValue(PxTimeContext const&) const override { return PxResult<int>(0); }
 };
-// Stands for an image node in pruned dumps.
-class ImageNode final : public TestNode {};
-// Stands for the black source.
-class BlackNode final : public TestNode {};
+// An image node that can stand below a value pass-through.
+class ImageNode final : public TestNode, public PxImageFormatProtocol {
+public:
+    PxImageFormat getImageFormat() const override { return PxImageFormat::INVALID_FORMAT; }
+};
 
 template <class N>
-PxStrongHndl<N> make() {
-    PxStrongHndl<N> h(new N);
+PxStrongHndl<N> make(N* n = new N) {
+    PxStrongHndl<N> h(n);
     PxNode::init(PxStrongHndl<PxNode>(h));
     return h;
 }
@@ -97,13 +99,6 @@ std::ptrdiff_t indexOf(std::vector<std::string> const& lines, std::string const&
     return it == lines.end() ? -1 : it - lines.begin();
 }
 
-bool isImage(PxNode const& n) {
-    return dynamic_cast<ImageNode const*>(&n) != nullptr;
-}
-bool isBlack(PxNode const& n) {
-    return dynamic_cast<BlackNode const*>(&n) != nullptr;
-}
-
 // Runs each test in a directory of its own, with the monitor's trace captured and the dump
 // unpruned unless a test says otherwise.
 class DAGMonitor : public EngineTest {
@@ -135,7 +130,6 @@ protected:
         TraceManager::getInstance().setOutput(std::move(_savedOutput));
         PxDAGMonitorImp::getTrace().setLevel(_savedLevel);
         PxDAGMonitorImp::setPruning(true);
-        PxDAGMonitorImp::setPruningTests(nullptr, nullptr);
         fs::current_path(_home);
         fs::remove_all(_dir);
         EngineTest::TearDown();
@@ -365,7 +359,6 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
 
     // Pruned, the chain between the two image nodes goes, and so does the value leaf.
     PxDAGMonitorImp::setPruning(true);
-    PxDAGMonitorImp::setPruningTests(&isImage, &isBlack);
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_IN_TRACE);
     lines = splitLines(dotFromTrace());
     ASSERT_EQ(lines.size(), 5u) << ::testing::PrintToString(lines);
@@ -388,14 +381,13 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
 
 TEST_F(DAGMonitor, PruningKeepsForksAndJoinsAndDropsTheBlackSource) {
     PxDAGMonitorImp::setPruning(true);
-    PxDAGMonitorImp::setPruningTests(&isImage, &isBlack);
     // top -> a -> join, top -> b -> join, join -> black; a and b go, the black source goes
     // although two nodes use it.
     auto top = make<TestNode>();
     auto a = make<TestNode>();
     auto b = make<TestNode>();
     auto join = make<TestNode>();
-    auto black = make<BlackNode>();
+    auto black = make(new PxBlackSourceNode(PxNode::Init{"black"}));
     auto other = make<TestNode>();
     link(top, a);
     link(top, b);
