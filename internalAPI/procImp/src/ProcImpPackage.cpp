@@ -7,6 +7,7 @@
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
+#include "PxDAGMonitorImp.h"
 #include "PxGraphLog.h"
 #include "RequestEngine.h"
 #include "ResmgtInit.h"
@@ -39,6 +40,7 @@ void InInit<VnInit::procImp>::initialize() {
         new LgMinorGroup(LgMajorGroup::getInstanceForName("Pp"), "PxGraph");
     PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
     PxImageProtocolServices::initialize(OPtr<PxImageProtocolServices>(new ImageProtocolServices));
+    PxDAGMonitor::initialize(new PxDAGMonitorImp);
     RequestEngine::initializeEngine();
 }
 
@@ -49,6 +51,7 @@ void InInit<VnInit::procImp>::finalize() {
     // clang-format on
     RequestEngine::finalizeEngine();
     PxImageProtocolServices::finalize();
+    PxDAGMonitor::finalize();
     delete LgGroups::MinorLevelPxGraph;
     LgGroups::MinorLevelPxGraph = nullptr;
 }

@@ -1,4 +1,5 @@
 #include "PxNode.h"
+#include "PxDAGMonitor.h"
 
 #include <algorithm>
 #include <thread>
@@ -39,6 +40,8 @@ std::atomic<int> s_invalidationId{0};
 PxNode::PxNode(Init const& init) : _typeName(init.typeName ? init.typeName : "PxNode") {}
 
 PxNode::~PxNode() {
+    if (PxDAGMonitor* monitor = PxDAGMonitor::tryGetInstance())
+        monitor->nodeDestroyed(this);
     // A node that never had a strong handle was never destroyed: leave the graph now.
     for (auto const& c : _children) {
         c->lock();
@@ -58,7 +61,11 @@ void PxNode::unlock() const noexcept {
     _lock.clear(std::memory_order_release);
 }
 
+// Only nodes finished outside the workers are listed by the monitor: a worker holds no handle
+// the monitor could take.
 void PxNode::init(PxStrongHndl<PxNode> const& node) {
+    if (PxDAGMonitor* monitor = PxDAGMonitor::tryGetInstance())
+        monitor->nodeCreated(PxWeakHndl<PxNode>(node));
     node->init();
 }
 void PxNode::init(PxNodePtr<PxNode> const& node) {
