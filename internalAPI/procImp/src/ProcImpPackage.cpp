@@ -6,6 +6,7 @@
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
+#include "PxGeometryCacheNode.h"
 #include "PxGraphLog.h"
 #include "RequestEngine.h"
 #include "ResmgtInit.h"
@@ -20,6 +21,8 @@ EnvIntVar s_tileSizeExpX(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPX", PxConfig::kDefa
                          PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
 EnvIntVar s_tileSizeExpY(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPY", PxConfig::kDefaultTileSizeExp,
                          PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
+// Below 1 counts as 1.
+EnvIntVar s_geometryCacheLruSize(__FILE__, "VN_GEOMETRY_CACHE_LRU_SIZE", 8);
 } // namespace
 
 template <>
@@ -37,6 +40,7 @@ void InInit<VnInit::procImp>::initialize() {
     LgGroups::MinorLevelPxGraph =
         new LgMinorGroup(LgMajorGroup::getInstanceForName("Pp"), "PxGraph");
     PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
+    PxGeometryCacheNode::setLruSize(s_geometryCacheLruSize.getValue());
     RequestEngine::initializeEngine();
 }
 
