@@ -1,6 +1,8 @@
 #pragma once
 
 #include "LkLock.h"
+#include "PxAffineMatrixProtocol.h"
+#include "PxGeometryProtocol.h"
 #include "PxPassThroughProtocol.h"
 #include "PxStreams.h"
 #include "PxValueProtocol.h"
@@ -68,6 +70,24 @@ public:
     int getOutputSocketId() const override { return this->getChild()->getOutputSocketId(); }
 };
 
+template <class Base>
+class VN_EXPORT PxForwarding<PxAffineMatrix2Protocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxResult<GeAffineMatrix2<float>> getMatrix(PxTimeContext const& context) const override {
+        return this->getChild()->getMatrix(context);
+    }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxGeometryProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxGeometryResult getGeometry(PxGeometryContext const& context) const override {
+        return this->getChild()->getGeometry(context);
+    }
+};
+
 template <class Protocol, class Child = Protocol>
 class VN_EXPORT PxPassThroughNode
     : public PxForwarding<Protocol, PxPassThroughBaseNode<Protocol, Child>> {
@@ -87,6 +107,10 @@ public:
                                        int* stream) const override;
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override;
+
+protected:
+    // Told of each invalidation this node passes on, before its handlers are.
+    virtual void reinitialize(PxValidityInterval const& interval);
 
 private:
     bool alreadyPassed(PxValidityInterval const& interval, int stream) const;

@@ -8,6 +8,7 @@
 #include "ProcImpInit.h"
 #include "PxConfig.h"
 #include "PxDAGMonitorImp.h"
+#include "PxGeometryCacheNode.h"
 #include "PxGraphLog.h"
 #include "RequestEngine.h"
 #include "ResmgtInit.h"
@@ -22,6 +23,8 @@ EnvIntVar s_tileSizeExpX(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPX", PxConfig::kDefa
                          PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
 EnvIntVar s_tileSizeExpY(__FILE__, "VN_PXCONFIG_TILE_SIZE_EXPY", PxConfig::kDefaultTileSizeExp,
                          PxConfig::kMinTileSizeExp, PxConfig::kMaxTileSizeExp);
+// Below 1 counts as 1.
+EnvIntVar s_geometryCacheLruSize(__FILE__, "VN_GEOMETRY_CACHE_LRU_SIZE", 8);
 } // namespace
 
 template <>
@@ -41,6 +44,7 @@ void InInit<VnInit::procImp>::initialize() {
     PxConfig::initialize(s_tileSizeExpX.getValue(), s_tileSizeExpY.getValue());
     PxImageProtocolServices::initialize(OPtr<PxImageProtocolServices>(new ImageProtocolServices));
     PxDAGMonitor::initialize(new PxDAGMonitorImp);
+    PxGeometryCacheNode::setLruSize(s_geometryCacheLruSize.getValue());
     RequestEngine::initializeEngine();
 }
 

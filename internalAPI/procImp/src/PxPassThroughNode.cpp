@@ -132,8 +132,12 @@ void PxCollapsingPassThroughNode<Protocol>::invalidateAndReinitialize(
         _streams.clear();
     }
     _streams.add(stream);
+    reinitialize(interval);
     PxPassThroughNode<Protocol, Protocol>::invalidateAndReinitialize(interval, from, stream);
 }
+
+template <class Protocol>
+void PxCollapsingPassThroughNode<Protocol>::reinitialize(PxValidityInterval const&) {}
 
 #define VN_PASS_THROUGH(Protocol)                                                                  \
     template class PxPassThroughBaseNode<Protocol, Protocol>;                                      \
@@ -146,5 +150,7 @@ VN_PASS_THROUGH(PxAnimValueProtocol<bool>)
 VN_PASS_THROUGH(PxAnimValueProtocol<std::string>)
 VN_PASS_THROUGH(PxValueProtocol<DtTime>)
 VN_PASS_THROUGH(PxGraphObjIdsProtocol)
+VN_PASS_THROUGH(PxAffineMatrix2Protocol)
+VN_PASS_THROUGH(PxGeometryProtocol)
 
 } // namespace Vn
