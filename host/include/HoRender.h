@@ -53,6 +53,16 @@ public:
                                TileProgress const& progress = {});
 };
 
+// The processing graph as pictures.
+class VN_EXPORT HoGraphDump {
+public:
+    // Writes the DOT text of the graph under root; raises HoRenderError when it cannot.
+    static void writeDot(PxStrongHndl<PxImageProtocol const> const& root, std::string const& path);
+    // Runs `dot -Tpng` on a DOT file; false when Graphviz is not installed. Raises HoRenderError
+    // when it is installed and fails.
+    static bool renderPng(std::string const& dotPath, std::string const& pngPath);
+};
+
 // Image files, through the image library.
 class VN_EXPORT HoImageFile {
 public:
@@ -81,6 +91,9 @@ struct VN_EXPORT HoRenderJob {
     // The running-worker limit; 0 keeps the engine's.
     int threads = 0;
     Rational frameRate = Rational(25);
+    // When not empty, the DOT dump of the rendered graph is written there, and a PNG of it
+    // beside it (its extension replaced by ".png") when Graphviz's `dot` is on the PATH.
+    std::string dagFile;
 
     struct Progress {
         int tilesDone;
@@ -90,6 +103,9 @@ struct VN_EXPORT HoRenderJob {
     };
     // Checks the job and raises HoRenderError with what is wrong.
     void validate() const;
+    // The DOT file beside the first output: its name (first frame) with ".dag.dot" for its
+    // extension.
+    std::string defaultDagFile() const;
     // Renders every frame and writes every output; the engine must be started.
     void run(std::function<void(Progress const&)> const& progress = {}) const;
 };

@@ -3,15 +3,22 @@
 #include "HoImageNodes.h"
 #include "IxConvertUtil.h"
 #include "IxImageOps.h"
+#include "PxDAGMonitorImp.h"
 #include "PxImageRequests.h"
 #include "PxImageSourceNodes.h"
 #include "PxValueNode.h"
 
 #include <OpenImageIO/imageio.h>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <regex>
+#include <spawn.h>
+#include <sys/wait.h>
 #include <unistd.h>
+
+extern char** environ;
 
 namespace Vn {
 
@@ -135,6 +142,42 @@ HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node,
     return image;
 }
 
+void HoGraphDump::writeDot(PxStrongHndl<PxImageProtocol const> const& root,
+                           std::string const& path) {
+    std::filesystem::path const p(path);
+    if (p.has_parent_path()) {
+        std::error_code ec;
+        std::filesystem::create_directories(p.parent_path(), ec);
+    }
+    try {
+        PxDAGMonitorImp::writeDOTFile(PxStrongHndl<PxNode const>(root), path);
+    } catch (ExBase const&) {
+        HO_FAIL("cannot write the graph to '" + path + "'");
+    }
+}
+
+bool HoGraphDump::renderPng(std::string const& dotPath, std::string const& pngPath) {
+    std::string const out = "-o" + pngPath;
+    char const* argv[] = {"dot", "-Tpng", out.c_str(), dotPath.c_str(), nullptr};
+    pid_t pid = 0;
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    // Graphviz's own complaints would break the one-line error rule.
+    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+    int const rc = posix_spawnp(&pid, "dot", &actions, nullptr, const_cast<char**>(argv), environ);
+    posix_spawn_file_actions_destroy(&actions);
+    if (rc != 0)
+        return false; // not installed
+    int status = 0;
+    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    if (WIFEXITED(status) && WEXITSTATUS(status) == 127)
+        return false;
+    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0)
+        HO_FAIL("Graphviz could not draw '" + dotPath + "'");
+    return true;
+}
+
 void HoImageFile::write(HoImage const& image, std::string const& path) {
     namespace fs = std::filesystem;
     fs::path const final(path);
@@ -241,6 +284,13 @@ void HoRenderJob::validate() const {
     }
 }
 
+std::string HoRenderJob::defaultDagFile() const {
+    VN_ASSERT(!outputs.empty());
+    std::string const first =
+        frames ? HoImageFile::expandFramePattern(outputs.front(), frames->first) : outputs.front();
+    return std::filesystem::path(first).replace_extension(".dag.dot").string();
+}
+
 void HoRenderJob::run(std::function<void(Progress const&)> const& progress) const {
     validate();
     if (threads > 0)
@@ -250,6 +300,11 @@ void HoRenderJob::run(std::function<void(Progress const&)> const& progress) cons
     int const first = frames ? frames->first : 0;
     int const last = frames ? frames->second : 0;
     int const nbFrames = last - first + 1;
+    if (!dagFile.empty()) {
+        HoGraphDump::writeDot(graph, dagFile);
+        HoGraphDump::renderPng(dagFile,
+                               std::filesystem::path(dagFile).replace_extension(".png").string());
+    }
     for (int f = first; f <= last; ++f) {
         double const time = static_cast<double>(f) / frameRate.toDouble();
         HoImage const image = HoRenderer::renderFrame(graph, time, [&](int done, int total) {

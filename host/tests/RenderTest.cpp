@@ -203,3 +203,25 @@ TEST(RenderProgram, ReportsBadInputInOneLineAndLeavesNoFile) {
     EXPECT_EQ(err, "");
     EXPECT_TRUE(fs::exists(dir / "ok.png"));
 }
+
+TEST_F(Render, TheGraphDumpShowsTheRenderedNodes) {
+    TempDir dir;
+    HoRenderJob job;
+    job.width = 16;
+    job.height = 16;
+    job.outputs = {dir / "f.####.exr"};
+    job.frames = std::pair{5, 6};
+    job.dagFile = job.defaultDagFile();
+    EXPECT_EQ(job.dagFile, dir / "f.0005.dag.dot");
+    job.run();
+    std::ifstream in(job.dagFile);
+    std::string const dot((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(dot.rfind("digraph", 0), 0u) << dot;
+    EXPECT_NE(dot.find("\"HoTestPatternNode"), std::string::npos) << dot;
+    EXPECT_NE(dot.find("\"PxColorSourceNode"), std::string::npos) << dot;
+    EXPECT_NE(dot.find("->\"HoOverNode"), std::string::npos) << dot;
+    if (std::system("command -v dot >/dev/null 2>&1") == 0)
+        EXPECT_GT(fs::file_size(dir / "f.0005.dag.png"), 100u);
+    else
+        EXPECT_FALSE(HoGraphDump::renderPng(job.dagFile, dir / "x.png"));
+}

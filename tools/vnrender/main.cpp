@@ -70,6 +70,7 @@ int main(int argc, char** argv) {
     std::string frames;
     bool quiet = false;
     bool info = false;
+    bool dumpDag = false;
     app.add_option("--width", job.width, "Width in pixels")->capture_default_str();
     app.add_option("--height", job.height, "Height in pixels")->capture_default_str();
     app.add_option("--format", format, "Pixel depth: uint8, half or float")
@@ -83,6 +84,9 @@ int main(int argc, char** argv) {
                    "Output file; repeat for several. The extension chooses the file format")
         ->capture_default_str();
     app.add_flag("-q,--quiet", quiet, "Print only errors");
+    app.add_flag("--dump-dag", dumpDag,
+                 "Also write the processing graph as DOT beside the first output (NAME.dag.dot), "
+                 "and as PNG when Graphviz is installed");
     app.add_flag("--info", info, "Print the build information and the started packages, then stop");
 
     try {
@@ -104,6 +108,8 @@ int main(int argc, char** argv) {
     try {
         if (!info)
             job.validate();
+        if (dumpDag)
+            job.dagFile = job.defaultDagFile();
         VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
         if (info) {
             session.printBuildInfo(std::cout);
