@@ -30,7 +30,7 @@ public:
     virtual PxGeometryResult getGeometry(PxGeometryContext const& context) const = 0;
 };
 
-class VN_EXPORT PxGeometryRequest final : public PxQueryRequest<PxGeometryResult> {
+class VN_EXPORT PxGeometryRequest final : public PxPointerQueryRequest<RCShdPtr<SdMesh const>> {
 public:
     PxGeometryRequest(PxUPtr<PxGeometryProtocol const> const& node,
                       PxGeometryContext const& context)

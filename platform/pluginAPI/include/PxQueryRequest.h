@@ -2,6 +2,7 @@
 
 #include "PxRequest.h"
 #include "PxRequestMgr.h"
+#include "PxValidityInterval.h"
 
 #include <optional>
 #include <utility>
@@ -29,6 +30,14 @@ protected:
 private:
     std::optional<R> _result;
     mutable bool _read = false;
+};
+
+// A query whose result holds a counted pointer. Clean-up empties the result rather than destroying
+// it, so that it stays readable, null and valid at all times, until the request goes.
+template <class P>
+class VN_EXPORT PxPointerQueryRequest : public PxQueryRequest<PxResult<P>> {
+public:
+    void performCleanUp() override { this->setResult(PxResult<P>(P(), PxValidityInterval::FULL)); }
 };
 
 // Mutations run alone, after everything submitted before them, and nobody waits for them.
