@@ -2,8 +2,12 @@
 
 #include "LkLock.h"
 #include "PxAffineMatrixProtocol.h"
+#include "PxCameraProtocol.h"
 #include "PxGeometryProtocol.h"
+#include "PxMaterialProtocol.h"
+#include "PxObject3dProtocol.h"
 #include "PxPassThroughProtocol.h"
+#include "PxShape2dProtocol.h"
 #include "PxStreams.h"
 #include "PxValueProtocol.h"
 
@@ -11,6 +15,13 @@
 #include <vector>
 
 namespace Vn {
+
+class PxImageProtocol;
+class PxImageFormat;
+class PxImageContext;
+class PxImageResult;
+class PxRODResult;
+class PxTimeStreamContext;
 
 // Implements Protocol by forwarding to one child of class Child, which may change. Tells
 // subscribed handlers of each invalidation that reaches it.
@@ -86,6 +97,55 @@ public:
     PxGeometryResult getGeometry(PxGeometryContext const& context) const override {
         return this->getChild()->getGeometry(context);
     }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxCameraProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxCameraResult getCamera(PxTimeContext const& context) const override {
+        return this->getChild()->getCamera(context);
+    }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxMaterialProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxMaterialResult getMaterial(PxTimeContext const& context) const override {
+        return this->getChild()->getMaterial(context);
+    }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxObject3dProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxObject3dResult getScene(PxObject3dContext const& context) const override {
+        return this->getChild()->getScene(context);
+    }
+};
+
+template <class Base>
+class VN_EXPORT PxForwarding<PxShape2dProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxShape2dResult getShape(PxTimeContext const& context) const override {
+        return this->getChild()->getShape(context);
+    }
+};
+
+// Defined with the instances, so that this header need not hold the image protocol's.
+template <class Base>
+class VN_EXPORT PxForwarding<PxImageProtocol, Base> : public Base {
+public:
+    using Base::Base;
+    PxImageFormat getImageFormat() const override;
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override;
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+    bool isChainConnected() const override;
+    bool producesFullFrames() const override;
+    int getNbStreams() const override;
 };
 
 template <class Protocol, class Child = Protocol>

@@ -1,6 +1,7 @@
 #include "PxPassThroughNode.h"
 
 #include "DtTime.h"
+#include "PxImageProtocol.h"
 
 #include <algorithm>
 #include <string>
@@ -139,6 +140,33 @@ void PxCollapsingPassThroughNode<Protocol>::invalidateAndReinitialize(
 template <class Protocol>
 void PxCollapsingPassThroughNode<Protocol>::reinitialize(PxValidityInterval const&) {}
 
+template <class Base>
+PxImageFormat PxForwarding<PxImageProtocol, Base>::getImageFormat() const {
+    return this->getChild()->getImageFormat();
+}
+template <class Base>
+PxRODResult
+PxForwarding<PxImageProtocol, Base>::getImageROD(PxTimeStreamContext const& context) const {
+    return this->getChild()->getImageROD(context);
+}
+template <class Base>
+PxImageResult
+PxForwarding<PxImageProtocol, Base>::getImageResult(PxImageContext const& context) const {
+    return this->getChild()->getImageResult(context);
+}
+template <class Base>
+bool PxForwarding<PxImageProtocol, Base>::isChainConnected() const {
+    return this->getChild()->isChainConnected();
+}
+template <class Base>
+bool PxForwarding<PxImageProtocol, Base>::producesFullFrames() const {
+    return this->getChild()->producesFullFrames();
+}
+template <class Base>
+int PxForwarding<PxImageProtocol, Base>::getNbStreams() const {
+    return this->getChild()->getNbStreams();
+}
+
 #define VN_PASS_THROUGH(Protocol)                                                                  \
     template class PxPassThroughBaseNode<Protocol, Protocol>;                                      \
     template class PxPassThroughNode<Protocol, Protocol>;                                          \
@@ -152,5 +180,12 @@ VN_PASS_THROUGH(PxValueProtocol<DtTime>)
 VN_PASS_THROUGH(PxGraphObjIdsProtocol)
 VN_PASS_THROUGH(PxAffineMatrix2Protocol)
 VN_PASS_THROUGH(PxGeometryProtocol)
+VN_PASS_THROUGH(PxCameraProtocol)
+VN_PASS_THROUGH(PxMaterialProtocol)
+VN_PASS_THROUGH(PxObject3dProtocol)
+VN_PASS_THROUGH(PxShape2dProtocol)
+template class PxForwarding<PxImageProtocol,
+                            PxPassThroughBaseNode<PxImageProtocol, PxImageProtocol>>;
+VN_PASS_THROUGH(PxImageProtocol)
 
 } // namespace Vn
