@@ -4,6 +4,7 @@
 #include "PxRequestMgr.h"
 #include "PxValidityInterval.h"
 
+#include <atomic>
 #include <optional>
 #include <utility>
 
@@ -19,9 +20,9 @@ public:
 
 protected:
     R const& waitResult() const {
-        if (!_read) {
+        if (!_read.load(std::memory_order_acquire)) {
             PxRequestMgr::getInstance().waitRequest(const_cast<PxQueryRequest*>(this));
-            _read = true;
+            _read.store(true, std::memory_order_release);
         }
         return *_result;
     }
@@ -29,7 +30,8 @@ protected:
 
 private:
     std::optional<R> _result;
-    mutable bool _read = false;
+    // Atomic: a handler told on a worker and the request's owner may both read the result.
+    mutable std::atomic<bool> _read{false};
 };
 
 // A query whose result holds a counted pointer. Clean-up empties the result rather than destroying
