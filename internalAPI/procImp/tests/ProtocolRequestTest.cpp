@@ -3,6 +3,7 @@
 #include "ExBase.h"
 #include "PxCameraProtocol.h"
 #include "PxCurveProtocol.h"
+#include "PxGeometryProtocol.h"
 #include "PxImageProtocol.h"
 #include "PxImageRequests.h"
 #include "PxInteractiveProtocol.h"
@@ -24,19 +25,21 @@ using namespace Vn;
 
 namespace {
 
-// A node of every pointer and camera protocol. Its results are made once and tagged with n: n
-// scene objects, shininess n, n shape points, a curve through (0, n), a field of view of n.
+// A node of every pointer, camera and interactive protocol. Its results are made once and tagged
+// with n: n scene objects, shininess n, n shape points, a curve through (0, n), a field of view of
+// n.
 class Giver final : public PxObject3dProtocol,
                     public PxMaterialProtocol,
+                    public PxGeometryProtocol,
                     public PxShape2dProtocol,
                     public PxCurveProtocol,
                     public PxCameraProtocol,
                     public PxInteractiveProtocol {
 public:
-    explicit Giver(int n, PxValidityInterval const& vi = PxValidityInterval(1, 4))
-        : PxNode(PxNode::Init{"giver"}), vi(vi), scene(new SdScene),
+    explicit Giver(int n, PxValidityInterval const& interval = PxValidityInterval(1, 4))
+        : PxNode(PxNode::Init{"giver"}), vi(interval), scene(new SdScene),
           material(new SdMaterial({1, 0, 0, 1}, {1, 1, 1}, float(n))),
-          shape(new PmShape2d(Vector<GePoint<float>>(n), true)),
+          shape(new PmShape2d(Vector<GePoint<float>>(n), true)), mesh(new SdMesh),
           curve(new GeCurve(Vector<GePoint<float>>{GePoint<float>{0.0f, float(n)}})),
           drawing(new SdMaterial) {
         for (int i = 0; i < n; ++i)
@@ -52,6 +55,10 @@ public:
     PxMaterialResult getMaterial(PxTimeContext const& c) const override {
         seen(c.getTime());
         return {material, vi};
+    }
+    PxGeometryResult getGeometry(PxGeometryContext const& c) const override {
+        seen(c.getTime());
+        return {mesh, vi};
     }
     PxShape2dResult getShape(PxTimeContext const& c) const override {
         seen(c.getTime());
@@ -86,6 +93,7 @@ public:
     RCShdPtr<SdScene> scene;
     RCShdPtr<SdMaterial const> material;
     RCPvtEngPtr<PmShape2d> shape;
+    RCShdPtr<SdMesh const> mesh;
     RCShdPtr<GeCurve> curve;
     RCShdPtr<RCBase<LkCounter<int>>> drawing;
     VwCamera camera;
@@ -142,31 +150,35 @@ TEST_F(ProtocolRequests, PointerQueriesGiveTheResultThenAnEmptyOneOnceReleased) 
         seen.emptied = &after == &first && after.getValue().isNull() &&
                        after.getValidityInterval().isFull() && expected->getRefCount() == before;
     };
-    Seen scene, material, shape, curve;
+    Seen scene, material, mesh, shape, curve;
     onWorker([&] {
         check(
             new PxObject3dRequest(PxUPtr<PxObject3dProtocol const>(giver.get()),
-                                  PxObject3dContext(2.5, placement)),
+                                  PxObject3dContext(2.0, placement)),
             [](auto* r) -> auto const& { return r->getScene(); }, giver->scene, scene);
         check(
             new PxMaterialRequest(PxUPtr<PxMaterialProtocol const>(giver.get()),
-                                  PxTimeContext(3.5)),
+                                  PxTimeContext(2.5)),
             [](auto* r) -> auto const& { return r->getMaterial(); }, giver->material, material);
         check(
-            new PxShape2dRequest(PxUPtr<PxShape2dProtocol const>(giver.get()), PxTimeContext(4.5)),
+            new PxGeometryRequest(PxUPtr<PxGeometryProtocol const>(giver.get()),
+                                  PxGeometryContext(3.0)),
+            [](auto* r) -> auto const& { return r->getGeometry(); }, giver->mesh, mesh);
+        check(
+            new PxShape2dRequest(PxUPtr<PxShape2dProtocol const>(giver.get()), PxTimeContext(3.5)),
             [](auto* r) -> auto const& { return r->getShape(); }, giver->shape, shape);
         check(
-            new PxCurveRequest(PxUPtr<PxCurveProtocol const>(giver.get()), PxTimeContext(5.5)),
+            new PxCurveRequest(PxUPtr<PxCurveProtocol const>(giver.get()), PxTimeContext(4.0)),
             [](auto* r) -> auto const& { return r->getCurve(); }, giver->curve, curve);
     });
-    double time = 2.5;
-    for (Seen const* s : {&scene, &material, &shape, &curve}) {
+    double time = 2.0;
+    for (Seen const* s : {&scene, &material, &mesh, &shape, &curve}) {
         EXPECT_TRUE(s->sameObject);
         EXPECT_TRUE(s->sameInterval);
         EXPECT_EQ(s->time, time);
         EXPECT_TRUE(s->sameReference);
         EXPECT_TRUE(s->emptied);
-        time += 1.0;
+        time += 0.5;
     }
     EXPECT_EQ(giver->placement, placement);
 }
@@ -190,6 +202,8 @@ TEST_F(ProtocolRequests, AFailedQueryRaisesAtEveryRead) {
     expectRaisesTwice(new PxObject3dRequest(giver, PxObject3dContext(1.0)),
                       [](auto* r) { r->getScene(); });
     expectRaisesTwice(new PxMaterialRequest(giver, t), [](auto* r) { r->getMaterial(); });
+    expectRaisesTwice(new PxGeometryRequest(giver, PxGeometryContext(1.0)),
+                      [](auto* r) { r->getGeometry(); });
     expectRaisesTwice(new PxShape2dRequest(giver, t), [](auto* r) { r->getShape(); });
     expectRaisesTwice(new PxCurveRequest(giver, t), [](auto* r) { r->getCurve(); });
     expectRaisesTwice(new PxCameraRequest(giver, t), [](auto* r) { r->getCamera(); });
@@ -323,7 +337,7 @@ namespace {
 // An image node whose every answer is tagged with n.
 class TaggedImage final : public PxImageProtocol {
 public:
-    explicit TaggedImage(int n) : PxNode(PxNode::Init{"image"}), n(n) {}
+    explicit TaggedImage(int tag) : PxNode(PxNode::Init{"image"}), n(tag) {}
     PxImageFormat getImageFormat() const override { return {IxPixelFormat(), Rational(n)}; }
     PxRODResult getImageROD(PxTimeStreamContext const&) const override {
         return {GeRectangle<float>(0, float(n), 0, 1), PxValidityInterval::FULL};
