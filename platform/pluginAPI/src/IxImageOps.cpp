@@ -1,6 +1,10 @@
 #include "IxImageOps.h"
 #include "IpCopy.h"
+#include "IxConvertUtil.h"
 #include "IxGuardBase.h"
+
+#include <algorithm>
+#include <cmath>
 
 namespace Vn {
 
@@ -31,6 +35,100 @@ void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src, GeRectangle<int> co
 void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
            CoRgbaColorTyped<float> const& color) {
     ipSet(pixelsOf(dst, dst.getFirst()), region, color);
+}
+
+} // namespace Vn
+
+// ---- conversions ----
+
+namespace Vn {
+
+void ipFormatChange(IxWriteGuard const& dst, IxReadGuard const& src,
+                    GeRectangle<int> const* region) {
+    ipCopy(dst, src, region ? *region : src.getPixelRegion());
+}
+
+namespace {
+// The taps of one destination pixel: weights of consecutive source pixels from `first`.
+struct Taps {
+    int first;
+    int count;
+    int offset; // into the shared weight array
+};
+} // namespace
+
+void ipAspectChange(IxWriteGuard const& dst, Vector<IxReadGuard> const& srcs,
+                    IpFilters::Filter const& filter, GeRectangle<int> const& region) {
+    GeRectangle<int> const r = region.intersect(dst.getPixelRegion());
+    if (r.isEmpty())
+        return;
+    if (srcs.empty()) {
+        ipSet(dst, r, dst.getTile().getFillColor());
+        return;
+    }
+    using Rgba = CoRgbaColorTyped<float>;
+    double const dstAspect = dst.getPixelFormat().getAspectRatio().toDouble();
+    double const srcAspect = srcs.front().getPixelFormat().getAspectRatio().toDouble();
+    float const ratio = static_cast<float>(dstAspect / srcAspect);
+    float const support = IpFilters::Filter::scale(filter.getRadius(), ratio);
+    // Shrinking stretches the kernel over the source pixels one destination pixel spans.
+    double const stretch = IpFilters::Filter::scale(1.0f, ratio);
+
+    // Pixel k's centre is k + 0.5; destination pixel x has its centre at (x + 0.5) * ratio.
+    Vector<Taps> taps(static_cast<std::size_t>(r.width()));
+    Vector<float> weights;
+    int spanMin = 0;
+    int spanMax = 0;
+    for (int x = r.xmin; x < r.xmax; ++x) {
+        double const c = (x + 0.5) * static_cast<double>(ratio);
+        int const k0 = static_cast<int>(std::floor(c - support));
+        int const k1 = static_cast<int>(std::ceil(c + support));
+        Taps& t = taps[static_cast<std::size_t>(x - r.xmin)];
+        t.first = k0;
+        t.count = k1 - k0 + 1;
+        t.offset = static_cast<int>(weights.size());
+        double sum = 0.0;
+        for (int k = k0; k <= k1; ++k) {
+            float const w = filter.evaluate(static_cast<float>((k + 0.5 - c) / stretch));
+            weights.push_back(w);
+            sum += w;
+        }
+        if (sum != 0.0)
+            for (int i = 0; i < t.count; ++i)
+                weights[static_cast<std::size_t>(t.offset + i)] /= static_cast<float>(sum);
+        spanMin = x == r.xmin ? k0 : std::min(spanMin, k0);
+        spanMax = std::max(spanMax, k1 + 1);
+    }
+
+    Rgba const fill = srcs.front().getTile().getFillColor();
+    Vector<Rgba> line(static_cast<std::size_t>(spanMax - spanMin));
+    Vector<Rgba> out(static_cast<std::size_t>(r.width()));
+    IpPixels const d = ipPixelsOf(dst);
+    for (int y = r.ymin; y < r.ymax; ++y) {
+        std::fill(line.begin(), line.end(), fill);
+        for (IxReadGuard const& g : srcs) {
+            GeRectangle<int> const sr = g.getPixelRegion().intersect({spanMin, spanMax, y, y + 1});
+            if (sr.isEmpty())
+                continue;
+            IpPixels const s = ipPixelsOf(g);
+            IxConvertUtil::readFrom(line.data() + (sr.xmin - spanMin), s.address(sr.xmin, y),
+                                    sr.width(), s.format);
+        }
+        for (int x = r.xmin; x < r.xmax; ++x) {
+            Taps const& t = taps[static_cast<std::size_t>(x - r.xmin)];
+            Rgba const* p = line.data() + (t.first - spanMin);
+            float const* w = weights.data() + t.offset;
+            float cr = 0.0f, cg = 0.0f, cb = 0.0f, ca = 0.0f;
+            for (int i = 0; i < t.count; ++i) {
+                cr += w[i] * p[i].r;
+                cg += w[i] * p[i].g;
+                cb += w[i] * p[i].b;
+                ca += w[i] * p[i].a;
+            }
+            out[static_cast<std::size_t>(x - r.xmin)] = Rgba{cr, cg, cb, ca};
+        }
+        IxConvertUtil::writeTo(d.address(r.xmin, y), out.data(), r.width(), d.format);
+    }
 }
 
 } // namespace Vn
