@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <sstream>
 
@@ -286,8 +287,12 @@ PxValidityInterval PiImageRepeatNode::mapValidity(PxValidityInterval const& v, d
     double const a = c - std::max(v.getLow(), cycleLow);
     double const b = std::min(v.getHigh(), cycleHigh) - c;
     // Spans of a few ulps of the child's time can vanish in rounding at the parent's.
-    auto around = [t](double low, double high) {
-        return PxValidityInterval(std::min(low, t), std::max(high, std::nextafter(t, HUGE_VAL)));
+    // Workers read denormals as zero, so the time just after t must be a normal number.
+    double next = std::nextafter(t, HUGE_VAL);
+    if (std::fabs(next) < std::numeric_limits<double>::min())
+        next = std::numeric_limits<double>::min();
+    auto around = [t, next](double low, double high) {
+        return PxValidityInterval(std::min(low, t), std::max(high, next));
     };
     if (_mode == TmTypes::PING_PONG) {
         // The pass getCurrentTime folded t into, so that the two agree on half frames.
