@@ -4,6 +4,8 @@
 //    memcpy of the output's bytes and against OpenCV (convertTo, convertFp16);
 //  - AspectConverter halving the width with the Lanczos3 filter (FLOAT32), against libvips
 //    reduceh with its lanczos3 kernel on one thread, its operation cache off.
+// A NoOpConverter, which only forwards, shows the engine's own share of each request, and
+// ipFormatChange between tiles made once the conversion's.
 // Prints our time over each reference's (lower is better).
 
 #include "BenchRatio.h"
@@ -122,8 +124,33 @@ void BM_Format_F32_F16(benchmark::State& st) {
 void BM_Format_F32_U8(benchmark::State& st) {
     runConverter(st, format(IxPixelFormat::FLOAT32), format(IxPixelFormat::UINT8));
 }
+// The engine's share: one tile request through a converter that only forwards.
+void BM_NoOp_F32(benchmark::State& st) {
+    runConverter(st, format(IxPixelFormat::FLOAT32), format(IxPixelFormat::FLOAT32));
+}
 void BM_Aspect_F32_Halve(benchmark::State& st) {
     runConverter(st, format(IxPixelFormat::FLOAT32), format(IxPixelFormat::FLOAT32, Rational(2)));
+}
+
+// The conversion alone, between tiles made once, on the calling thread.
+void BM_ipFormatChange(benchmark::State& st, IxPixelFormat::Depth from, IxPixelFormat::Depth to) {
+    IxTile const src = sourceTile(IxPixelFormat(IxPixelFormat::RGBA, from));
+    IxTile const dst(IxPixelFormat(IxPixelFormat::RGBA, to), {0, kSide, 0, kSide}, {});
+    IxReadGuard const in(src);
+    IxWriteGuard const out(dst);
+    for (auto _ : st) {
+        ipFormatChange(out, in, nullptr);
+        benchmark::ClobberMemory();
+    }
+}
+void BM_ipFormatChange_U8_F32(benchmark::State& st) {
+    BM_ipFormatChange(st, IxPixelFormat::UINT8, IxPixelFormat::FLOAT32);
+}
+void BM_ipFormatChange_F32_F16(benchmark::State& st) {
+    BM_ipFormatChange(st, IxPixelFormat::FLOAT32, IxPixelFormat::FLOAT16);
+}
+void BM_ipFormatChange_F32_U8(benchmark::State& st) {
+    BM_ipFormatChange(st, IxPixelFormat::FLOAT32, IxPixelFormat::UINT8);
 }
 
 void BM_Memcpy(benchmark::State& st, std::size_t bytesPerComponent) {
@@ -197,13 +224,17 @@ void BM_Vips_Reduceh_Halve(benchmark::State& st) {
     g_object_unref(in);
 }
 
+BENCHMARK(BM_NoOp_F32)->UseRealTime();
 BENCHMARK(BM_Format_U8_F32)->UseRealTime();
+BENCHMARK(BM_ipFormatChange_U8_F32);
 BENCHMARK(BM_Memcpy_F32);
 BENCHMARK(BM_OpenCV_U8_F32);
 BENCHMARK(BM_Format_F32_F16)->UseRealTime();
+BENCHMARK(BM_ipFormatChange_F32_F16);
 BENCHMARK(BM_Memcpy_F16);
 BENCHMARK(BM_OpenCV_F32_F16);
 BENCHMARK(BM_Format_F32_U8)->UseRealTime();
+BENCHMARK(BM_ipFormatChange_F32_U8);
 BENCHMARK(BM_Memcpy_U8);
 BENCHMARK(BM_OpenCV_F32_U8);
 BENCHMARK(BM_Aspect_F32_Halve)->UseRealTime();
@@ -223,11 +254,17 @@ int main(int argc, char** argv) {
         {{"FormatConverter UINT8->FLOAT32 / memcpy", "BM_Format_U8_F32", "BM_Memcpy_F32"},
          {"FormatConverter UINT8->FLOAT32 / OpenCV convertTo", "BM_Format_U8_F32",
           "BM_OpenCV_U8_F32"},
+         {"ipFormatChange UINT8->FLOAT32 / OpenCV convertTo", "BM_ipFormatChange_U8_F32",
+          "BM_OpenCV_U8_F32"},
          {"FormatConverter FLOAT32->FLOAT16 / memcpy", "BM_Format_F32_F16", "BM_Memcpy_F16"},
          {"FormatConverter FLOAT32->FLOAT16 / OpenCV convertFp16", "BM_Format_F32_F16",
           "BM_OpenCV_F32_F16"},
+         {"ipFormatChange FLOAT32->FLOAT16 / OpenCV convertFp16", "BM_ipFormatChange_F32_F16",
+          "BM_OpenCV_F32_F16"},
          {"FormatConverter FLOAT32->UINT8 / memcpy", "BM_Format_F32_U8", "BM_Memcpy_U8"},
          {"FormatConverter FLOAT32->UINT8 / OpenCV convertTo", "BM_Format_F32_U8",
+          "BM_OpenCV_F32_U8"},
+         {"ipFormatChange FLOAT32->UINT8 / OpenCV convertTo", "BM_ipFormatChange_F32_U8",
           "BM_OpenCV_F32_U8"},
          {"AspectConverter halving FLOAT32 / vips reduceh lanczos3", "BM_Aspect_F32_Halve",
           "BM_Vips_Reduceh_Halve"}});
