@@ -339,4 +339,26 @@ TEST_F(ImageConvertTest, InputFollowsTheTargetFormat) {
     EXPECT_EQ(tileOf(input, tile(0)).getTile().getPixelFormat().getDepth(), IxPixelFormat::FLOAT32);
 }
 
+TEST_F(ImageConvertTest, InputFollowsTheChildFormat) {
+    PxStrongHndl<PxImageFormatNode> const childFormat = formatNode(fmt(IxPixelFormat::FLOAT32));
+    PxStrongHndl<PxImageProtocol const> const child = makeNode(new PxColorSourceNode(
+        PxNode::Init{"color"}, childFormat, animValue(40), animValue(30),
+        animValue(CoRgbColorTyped<float>{}), animValue(0.0),
+        animValue(CoRgbColorTyped<float>{0.25f, 0.5f, 0.75f}), animValue(1.0)));
+    auto const input = convert(child, formatNode(fmt(IxPixelFormat::UINT8)));
+    EXPECT_STREQ(input->getConverter()->getTypeName(), "FormatConverter");
+    // The child turns 8-bit: nothing is left to convert.
+    PxMutationRequest::submit(new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(childFormat),
+                                                          fmt(IxPixelFormat::UINT8)));
+    PxImageResult const r = tileOf(input, tile(0));
+    EXPECT_STREQ(input->getConverter()->getTypeName(), "NoOpConverter");
+    EXPECT_EQ(input->getConverter()->getSourceFormat(), fmt(IxPixelFormat::UINT8));
+    EXPECT_EQ(r.getTile().getPixelFormat().getDepth(), IxPixelFormat::UINT8);
+    // Its aspect changes: the width is resampled.
+    PxMutationRequest::submit(new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(childFormat),
+                                                          fmt(IxPixelFormat::UINT8, Rational(2))));
+    EXPECT_EQ(tileOf(input, tile(0)).getPixelRegion(), GeRectangle<int>(0, 80, 0, 30));
+    EXPECT_STREQ(input->getConverter()->getTypeName(), "AspectConverter");
+}
+
 } // namespace
