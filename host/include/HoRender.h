@@ -36,10 +36,15 @@ struct VN_EXPORT HoImage {
 };
 
 // The renderer's built-in graph: the test pattern over an opaque dark grey background, both
-// width x height of the given format.
+// width x height of the given format. The pattern is made in float and converted to the
+// format; with a loop, its frames [first, second) repeat. When keep is given, it receives
+// handles on the image and format nodes under the root: while they live, the graph stays whole
+// (invalidations and dumps reach every node), not only the root and its own children.
 struct VN_EXPORT HoDefaultGraph {
-    static PxStrongHndl<PxImageProtocol const> create(int width, int height,
-                                                      PxImageFormat const& format);
+    static PxStrongHndl<PxImageProtocol const>
+    create(int width, int height, PxImageFormat const& format,
+           std::optional<std::pair<int, int>> const& loop = {},
+           std::vector<PxStrongHndl<PxNode const>>* keep = nullptr);
 };
 
 // Evaluates a node's frames through the engine, one request per tile.
@@ -86,8 +91,10 @@ struct VN_EXPORT HoRenderJob {
     int height = 1080;
     IxPixelFormat::Depth depth = IxPixelFormat::FLOAT16;
     std::vector<std::string> outputs;
-    // First and last frame, both included; none renders frame 0 alone.
+    // First and last frame, both included; none renders frame 0 alone. With frames, the
+    // pattern loops over its first kLoopFrames frames.
     std::optional<std::pair<int, int>> frames;
+    static constexpr int kLoopFrames = 4;
     // The running-worker limit; 0 keeps the engine's.
     int threads = 0;
     Rational frameRate = Rational(25);

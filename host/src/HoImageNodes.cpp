@@ -3,6 +3,7 @@
 #include "PiPixelLoop.h"
 
 #include <cmath>
+#include <limits>
 
 namespace Vn {
 
@@ -70,7 +71,11 @@ PxImageResult HoTestPatternNode::getImageResult(PxImageContext const& context) c
         return {tile, vi};
     // The pattern moves: it holds for its own instant only.
     double const t = context.getTime();
-    vi &= PxValidityInterval(t, std::nextafter(t, PxValidityInterval::kPosInfinity));
+    // Workers read denormals as zero: an instant at 0 must end at a normal number.
+    double const next = std::nextafter(t, PxValidityInterval::kPosInfinity);
+    vi &= PxValidityInterval(t, std::fabs(next) < std::numeric_limits<double>::min()
+                                    ? std::numeric_limits<double>::min()
+                                    : next);
     PxRODResult const rod = computeImageROD(context.getTimeStreamContext());
     GeRectangle<int> const frame = nominalToPixelized(
         rod.getROD(), getImageFormat().getAspectRatio(), context.getScaleFactor());

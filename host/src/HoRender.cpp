@@ -3,6 +3,8 @@
 #include "HoImageNodes.h"
 #include "IxConvertUtil.h"
 #include "IxImageOps.h"
+#include "PiImageConvertNode.h"
+#include "PiImageRepeatNode.h"
 #include "PxDAGMonitorImp.h"
 #include "PxImageRequests.h"
 #include "PxImageSourceNodes.h"
@@ -84,20 +86,43 @@ CoRgbaColorTyped<float> HoImage::getColor(int x, int y) const {
     return c;
 }
 
-PxStrongHndl<PxImageProtocol const> HoDefaultGraph::create(int width, int height,
-                                                           PxImageFormat const& format) {
+PxStrongHndl<PxImageProtocol const>
+HoDefaultGraph::create(int width, int height, PxImageFormat const& format,
+                       std::optional<std::pair<int, int>> const& loop,
+                       std::vector<PxStrongHndl<PxNode const>>* keep) {
+    // A node whose last handle goes leaves the graph: its children stop knowing it as a
+    // parent. Kept handles hold the whole graph together for invalidation and dumps.
+    auto node = [keep](auto* n) {
+        auto h = made(n);
+        if (keep)
+            keep->emplace_back(h);
+        return h;
+    };
     PxStrongHndl<PxImageFormatProtocol const> const f =
-        made(new PxImageFormatNode(PxNode::Init{"format"}, format));
+        node(new PxImageFormatNode(PxNode::Init{"format"}, format));
+    // The pattern is made in float and converted to the output's depth.
+    IxPixelFormat const& pixels = format.getPixelFormat();
+    PxStrongHndl<PxImageFormatProtocol const> const patternFormat = node(
+        new PxImageFormatNode(PxNode::Init{"pattern format"},
+                              PxImageFormat(IxPixelFormat(pixels.getComps(), IxPixelFormat::FLOAT32,
+                                                          pixels.getAspectRatio()),
+                                            format.getFrameRate())));
     auto const w = value(width);
     auto const h = value(height);
     auto const clear = value(CoRgbColorTyped<float>{});
     auto const transparent = value(0.0);
-    PxStrongHndl<PxImageProtocol const> const pattern =
-        made(new HoTestPatternNode(PxNode::Init{"test pattern"}, f, w, h, clear, transparent));
+    PxStrongHndl<PxImageProtocol const> pattern = node(new HoTestPatternNode(
+        PxNode::Init{"test pattern"}, patternFormat, w, h, clear, transparent));
+    if (loop)
+        pattern = node(new PiImageRepeatNode(PxNode::Init{"loop"}, pattern, value(loop->first),
+                                             value(loop->second),
+                                             value(static_cast<int>(TmTypes::LOOP)), value(false)));
+    PxStrongHndl<PxImageProtocol const> const converted = node(new PiImageInputConvertNode(
+        PxNode::Init{"convert"}, pattern, PxNodePtr<PxImageFormatProtocol const>(f)));
     PxStrongHndl<PxImageProtocol const> const background =
-        made(new PxColorSourceNode(PxNode::Init{"background"}, f, w, h, clear, transparent,
+        node(new PxColorSourceNode(PxNode::Init{"background"}, f, w, h, clear, transparent,
                                    value(CoRgbColorTyped<float>{0.18f, 0.18f, 0.18f}), value(1.0)));
-    return made(new HoOverNode(PxNode::Init{"over"}, pattern, background));
+    return made(new HoOverNode(PxNode::Init{"over"}, converted, background));
 }
 
 HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
@@ -296,8 +321,13 @@ void HoRenderJob::run(std::function<void(Progress const&)> const& progress) cons
     if (threads > 0)
         PxRequestMgr::getInstance().setMaxRunningWorkers(threads);
     PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, depth), frameRate);
-    PxStrongHndl<PxImageProtocol const> const graph = HoDefaultGraph::create(width, height, format);
     int const first = frames ? frames->first : 0;
+    std::optional<std::pair<int, int>> loop;
+    if (frames)
+        loop = std::pair{first, first + kLoopFrames};
+    std::vector<PxStrongHndl<PxNode const>> nodes;
+    PxStrongHndl<PxImageProtocol const> const graph =
+        HoDefaultGraph::create(width, height, format, loop, &nodes);
     int const last = frames ? frames->second : 0;
     int const nbFrames = last - first + 1;
     if (!dagFile.empty()) {

@@ -127,6 +127,33 @@ TEST_F(Render, FramesGoToNumberedFilesAndThePatternMoves) {
     expectNear(b.getColor(20, 0), expected(20, 0, 40, 8, 1.0 / 25.0), 2e-3f, "half");
 }
 
+TEST_F(Render, AFrameRangeLoopsThePattern) {
+    TempDir dir;
+    HoRenderJob job;
+    job.width = 40;
+    job.height = 8;
+    job.depth = IxPixelFormat::UINT8;
+    job.outputs = {dir / "f.##.png"};
+    job.frames = std::pair{2, 11};
+    job.run();
+    auto frame = [&](int f) {
+        return HoImageFile::read(dir / HoImageFile::expandFramePattern("f.##.png", f));
+    };
+    auto same = [](HoImage const& a, HoImage const& b) {
+        for (int x = 0; x < a.width; ++x)
+            if (!(a.getColor(x, 3) == b.getColor(x, 3)))
+                return false;
+        return true;
+    };
+    // Frames 2 to 5 move; then they come again, every four frames.
+    std::vector<HoImage> const first{frame(2), frame(3), frame(4), frame(5)};
+    for (int i = 1; i < 4; ++i)
+        EXPECT_FALSE(same(first[0], first[static_cast<std::size_t>(i)])) << i;
+    for (int f = 6; f <= 11; ++f)
+        EXPECT_TRUE(same(frame(f), first[static_cast<std::size_t>((f - 2) % 4)])) << f;
+    expectNear(frame(9).getColor(20, 3), expected(20, 3, 40, 8, 5.0 / 25.0), 1.0f / 255.0f, "loop");
+}
+
 TEST(FramePattern, ExpandsHashesAndPrintfForms) {
     EXPECT_EQ(HoImageFile::expandFramePattern("a/b.####.exr", 12), "a/b.0012.exr");
     EXPECT_EQ(HoImageFile::expandFramePattern("b.%04d.exr", 7), "b.0007.exr");
@@ -220,6 +247,9 @@ TEST_F(Render, TheGraphDumpShowsTheRenderedNodes) {
     EXPECT_NE(dot.find("\"HoTestPatternNode"), std::string::npos) << dot;
     EXPECT_NE(dot.find("\"PxColorSourceNode"), std::string::npos) << dot;
     EXPECT_NE(dot.find("->\"HoOverNode"), std::string::npos) << dot;
+    // The pattern is looped, then converted to the output's depth.
+    EXPECT_NE(dot.find("\"PiImageRepeatNode"), std::string::npos) << dot;
+    EXPECT_NE(dot.find("\"PiImageInputConvertNode"), std::string::npos) << dot;
     if (std::system("command -v dot >/dev/null 2>&1") == 0)
         EXPECT_GT(fs::file_size(dir / "f.0005.dag.png"), 100u);
     else

@@ -2,6 +2,8 @@
 #include "ImageImpInit.h"
 #include "InPackageInit.h"
 #include "IxConvertServices.h"
+#include "PiImageRepeatNode.h"
+#include "PiInputPolicies.h"
 #include "PiPixelLoopImp.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
@@ -23,12 +25,16 @@ InInit<VnInit::toolImp>::InInit() : InPackageInit("toolImp") {
 
 template <>
 void InInit<VnInit::toolImp>::initialize() {
+    PiInputPolicies::initialize();
     PiPixelLoopImp::initialize();
+    PiImageRepeatNode::initializeRepeatModes();
 }
 
 template <>
 void InInit<VnInit::toolImp>::finalize() {
+    PiImageRepeatNode::finalizeRepeatModes();
     PiPixelLoopImp::finalize();
+    PiInputPolicies::finalize();
 }
 
 namespace {

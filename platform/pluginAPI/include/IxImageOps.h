@@ -3,6 +3,8 @@
 #include "CoRgbaColor.h"
 #include "GeRectangle.h"
 #include "IpCopy.h"
+#include "IpFilters.h"
+#include "Vector.h"
 #include "VnExport.h"
 
 namespace Vn {
@@ -26,5 +28,16 @@ VN_EXPORT void ipCopy(IxWriteGuard const& dst, IxReadGuard const& src,
 // Sets the pixels of region that dst holds to color, converted to dst's format.
 VN_EXPORT void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
                      CoRgbaColorTyped<float> const& color);
+
+// Converts the pixels of region (the whole source region when null) that both tiles hold into
+// the destination's components and depth.
+VN_EXPORT void ipFormatChange(IxWriteGuard const& dst, IxReadGuard const& src,
+                              GeRectangle<int> const* region);
+// Resamples the sources in x from their pixel aspect ratio to the destination's, for the
+// destination pixels of region; rows are carried over. Where the filter reaches beyond the
+// sources it reads the first source's fill colour. Weights are normalized, so a constant image
+// stays constant.
+VN_EXPORT void ipAspectChange(IxWriteGuard const& dst, Vector<IxReadGuard> const& srcs,
+                              IpFilters::Filter const& filter, GeRectangle<int> const& region);
 
 } // namespace Vn

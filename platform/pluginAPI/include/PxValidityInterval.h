@@ -24,6 +24,7 @@ public:
     double getLow() const noexcept { return _low; }
     double getHigh() const noexcept { return _high; }
     bool isEmpty() const noexcept { return _high < _low; }
+    bool isNonEmpty() const noexcept { return !isEmpty(); }
     bool isFull() const noexcept { return _low <= kNegInfinity && _high >= kPosInfinity; }
     bool contains(double t) const noexcept { return _low <= t && t < _high; }
     // The greater start and the lesser end.
