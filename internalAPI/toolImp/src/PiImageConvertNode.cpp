@@ -6,6 +6,7 @@
 #include "PxQueryRequest.h"
 #include "PxRequestMgr.h"
 #include "PxStreams.h"
+#include "StackGuard.h"
 
 #include <cmath>
 #include <functional>
@@ -38,6 +39,7 @@ class NoOpConverter final : public PiImageConvertNode {
 public:
     VN_CONVERTER_CONSTRUCTOR(NoOpConverter) {}
     PxImageResult getImageResult(PxImageContext const& context) const override {
+        VN_STACK_GUARD("NoOpConverter::getImageResult");
         return _child->getImageResult(context);
     }
 };

@@ -1,5 +1,6 @@
 #include "PiImageRepeatNode.h"
 #include "ExBase.h"
+#include "StackGuard.h"
 #include "TmTimeUtil.h"
 
 #include <algorithm>
@@ -317,6 +318,7 @@ PxRODResult PiImageRepeatNode::getImageROD(PxTimeStreamContext const& context) c
 }
 
 PxImageResult PiImageRepeatNode::getImageResult(PxImageContext const& context) const {
+    VN_STACK_GUARD("PiImageRepeatNode::getImageResult");
     checkRange();
     double const t = context.getTime();
     if (isLockedOut(t))
@@ -483,6 +485,7 @@ PxRODResult PiImageTimeOffsetNode::getImageROD(PxTimeStreamContext const& contex
 }
 
 PxImageResult PiImageTimeOffsetNode::getImageResult(PxImageContext const& context) const {
+    VN_STACK_GUARD("PiImageTimeOffsetNode::getImageResult");
     checkRate();
     PxImageResult result = getPrimary()->getImageResult(
         PxImageContext(getOffsetTime(context.getTime(), _offsetSeconds), context.getTile(),
