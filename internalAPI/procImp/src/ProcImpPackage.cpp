@@ -8,6 +8,7 @@
 #include "ProcImpInit.h"
 #include "PxConfig.h"
 #include "PxDAGMonitorImp.h"
+#include "PxEWAFilterShape.h"
 #include "PxGeometryCacheNode.h"
 #include "PxGraphLog.h"
 #include "RequestEngine.h"
@@ -45,6 +46,7 @@ void InInit<VnInit::procImp>::initialize() {
     PxImageProtocolServices::initialize(OPtr<PxImageProtocolServices>(new ImageProtocolServices));
     PxDAGMonitor::initialize(new PxDAGMonitorImp);
     PxGeometryCacheNode::setLruSize(s_geometryCacheLruSize.getValue());
+    PxEWAFilterShape::initialize();
     RequestEngine::initializeEngine();
 }
 
@@ -56,6 +58,7 @@ void InInit<VnInit::procImp>::finalize() {
     RequestEngine::finalizeEngine();
     PxImageProtocolServices::finalize();
     PxDAGMonitor::finalize();
+    PxEWAFilterShape::finalize();
     delete LgGroups::MinorLevelPxGraph;
     LgGroups::MinorLevelPxGraph = nullptr;
 }
