@@ -35,14 +35,14 @@ void BM_Render(benchmark::State& st) {
 
 template <int kThreads>
 void BM_PatternOver(benchmark::State& st) {
-    OIIO::ImageSpec const spec(kWidth, kHeight, 4, OIIO::TypeDesc::HALF);
+    OIIO::ImageSpec const desc(kWidth, kHeight, 4, OIIO::TypeDesc::HALF);
     float const topLeft[] = {0.0f, 0.0f, 0.0f, 1.0f};
     float const topRight[] = {1.0f, 0.0f, 0.0f, 1.0f};
     float const bottomLeft[] = {0.0f, 0.0f, 0.0f, 0.25f};
     float const bottomRight[] = {0.25f, 0.25f, 0.25f, 0.25f};
     float const grey[] = {0.18f, 0.18f, 0.18f, 1.0f};
     for (auto _ : st) {
-        OIIO::ImageBuf front(spec), back(spec), out(spec);
+        OIIO::ImageBuf front(desc), back(desc), out(desc);
         OIIO::ImageBufAlgo::fill(front, topLeft, topRight, bottomLeft, bottomRight, {}, kThreads);
         OIIO::ImageBufAlgo::fill(back, grey, {}, kThreads);
         OIIO::ImageBufAlgo::over(out, front, back, {}, kThreads);

@@ -219,11 +219,11 @@ void HoImageFile::write(HoImage const& image, std::string const& path) {
     if (!out)
         HO_FAIL("cannot write '" + path + "': no image format for the extension '" +
                 final.extension().string() + "'");
-    OIIO::ImageSpec spec(image.width, image.height, image.format.getComps(),
+    OIIO::ImageSpec desc(image.width, image.height, image.format.getComps(),
                          typeOf(image.format.getDepth()));
     if (image.format.getComps() == IxPixelFormat::RGBA)
-        spec.alpha_channel = 3;
-    bool ok = out->open(tmp.string(), spec);
+        desc.alpha_channel = 3;
+    bool ok = out->open(tmp.string(), desc);
     if (ok)
         ok = out->write_image(typeOf(image.format.getDepth()), image.pixels.data());
     ok = out->close() && ok;
@@ -246,22 +246,22 @@ HoImage HoImageFile::read(std::string const& path) {
     auto in = OIIO::ImageInput::open(path);
     if (!in)
         HO_FAIL("cannot read '" + path + "': " + firstLine(OIIO::geterror()));
-    OIIO::ImageSpec const& spec = in->spec();
+    OIIO::ImageSpec const& desc = in->spec();
     HoImage image;
-    image.width = spec.width;
-    image.height = spec.height;
+    image.width = desc.width;
+    image.height = desc.height;
     image.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
-    std::vector<float> raw(static_cast<std::size_t>(spec.width) * spec.height * spec.nchannels);
-    if (!in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::FLOAT, raw.data()))
+    std::vector<float> raw(static_cast<std::size_t>(desc.width) * desc.height * desc.nchannels);
+    if (!in->read_image(0, 0, 0, desc.nchannels, OIIO::TypeDesc::FLOAT, raw.data()))
         HO_FAIL("cannot read '" + path + "': " + firstLine(in->geterror()));
     image.pixels.resize(image.getLineSize() * image.height);
     auto* px = reinterpret_cast<CoRgbaColorTyped<float>*>(image.pixels.data());
-    for (std::size_t i = 0, n = static_cast<std::size_t>(spec.width) * spec.height; i < n; ++i) {
-        float const* s = raw.data() + i * spec.nchannels;
+    for (std::size_t i = 0, n = static_cast<std::size_t>(desc.width) * desc.height; i < n; ++i) {
+        float const* s = raw.data() + i * desc.nchannels;
         float const grey = s[0];
-        px[i] = {grey, spec.nchannels > 2 ? s[1] : grey, spec.nchannels > 2 ? s[2] : grey,
-                 spec.nchannels == 4   ? s[3]
-                 : spec.nchannels == 2 ? s[1]
+        px[i] = {grey, desc.nchannels > 2 ? s[1] : grey, desc.nchannels > 2 ? s[2] : grey,
+                 desc.nchannels == 4   ? s[3]
+                 : desc.nchannels == 2 ? s[1]
                                        : 1.0f};
     }
     return image;

@@ -139,12 +139,12 @@ TEST_F(ImageSources, BlackSourceHasNoPixelsAndFullValidity) {
 }
 
 TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
-    ColorSourceSpec spec;
-    spec.fill = {1.0f, 0.0f, 0.0f};
-    spec.fillOpacity = 0.5;
-    spec.colorVI = {-1.0, 4.0};
-    spec.opacityVI = {2.0, 9.0};
-    auto node = colorSource(spec);
+    ColorSourceSpec source;
+    source.fill = {1.0f, 0.0f, 0.0f};
+    source.fillOpacity = 0.5;
+    source.colorVI = {-1.0, 4.0};
+    source.opacityVI = {2.0, 9.0};
+    auto node = colorSource(source);
     PxImageResult const r = tileOf(node, PxImageContext(2.5, {0, 0}, 0, 0));
     EXPECT_EQ(r.getPixelRegion(), (GeRectangle<int>{0, 40, 0, 30}));
     EXPECT_EQ(r.getValidityInterval(), PxValidityInterval(2.0, 4.0));
@@ -152,13 +152,13 @@ TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
     EXPECT_EQ(pixelAt(r.getTile(), 39, 29), (Color{0.25f, 0.5f, 0.75f, 1.0f}));
 
     // A constant colour leaves the opacity's validity alone, and the reverse.
-    spec.colorVI = PxValidityInterval::FULL;
-    EXPECT_EQ(tileOf(colorSource(spec), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
-              spec.opacityVI);
-    spec.colorVI = {-1.0, 4.0};
-    spec.opacityVI = PxValidityInterval::FULL;
-    EXPECT_EQ(tileOf(colorSource(spec), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
-              spec.colorVI);
+    source.colorVI = PxValidityInterval::FULL;
+    EXPECT_EQ(tileOf(colorSource(source), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
+              source.opacityVI);
+    source.colorVI = {-1.0, 4.0};
+    source.opacityVI = PxValidityInterval::FULL;
+    EXPECT_EQ(tileOf(colorSource(source), PxImageContext(2.5, {0, 0}, 0, 0)).getValidityInterval(),
+              source.colorVI);
 
     // The outside tile gives the fill colour and no pixels.
     PxImageResult const out = tileOf(node, PxImageContext::outside(2.5, 0));
@@ -167,11 +167,11 @@ TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
 }
 
 TEST_F(ImageSources, ColorSourceFrameFollowsScaleAndAspect) {
-    ColorSourceSpec spec;
-    spec.width = 600;
-    spec.height = 20;
-    spec.format = imageFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(2));
-    auto node = colorSource(spec);
+    ColorSourceSpec source;
+    source.width = 600;
+    source.height = 20;
+    source.format = imageFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(2));
+    auto node = colorSource(source);
     int const w = PxConfig::getTileSizeX();
     PxImageResult const second = tileOf(node, PxImageContext(0.0, {1, 0}, 0, 0));
     EXPECT_EQ(second.getPixelRegion(), (GeRectangle<int>{w, 600, 0, 20}));
@@ -184,10 +184,10 @@ TEST_F(ImageSources, ColorSourceFrameFollowsScaleAndAspect) {
 TEST_F(ImageSources, MultiTileRequestGathersTheTilesOfEachForm) {
     int const w = PxConfig::getTileSizeX();
     int const h = PxConfig::getTileSizeY();
-    ColorSourceSpec spec;
-    spec.width = 2 * w + 3;
-    spec.height = h + 1;
-    auto node = colorSource(spec);
+    ColorSourceSpec source;
+    source.width = 2 * w + 3;
+    source.height = h + 1;
+    auto node = colorSource(source);
     for (int param : {0, 1}) {
         PxRequestPtr<PxImageMultiTileRequest> whole(new PxImageMultiTileRequest(
             PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
@@ -286,9 +286,9 @@ private:
 
 TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
     int const w = PxConfig::getTileSizeX();
-    ColorSourceSpec spec;
-    spec.width = 3 * w;
-    PxStrongHndl<PxImageProtocol const> node = makeNode(new FailingTile(colorSource(spec)));
+    ColorSourceSpec source;
+    source.width = 3 * w;
+    PxStrongHndl<PxImageProtocol const> node = makeNode(new FailingTile(colorSource(source)));
     for (int param : {0, 1}) {
         PxRequestPtr<PxImageMultiTileRequest> r(new PxImageMultiTileRequest(
             PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
@@ -304,22 +304,22 @@ TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
 
 TEST_F(ImageSources, TilesInARegionCarryTheChildsFillAndValidity) {
     int const w = PxConfig::getTileSizeX();
-    ColorSourceSpec spec;
-    spec.width = 2 * w;
-    spec.fill = {0.0f, 1.0f, 0.0f};
-    spec.fillOpacity = 1.0;
-    spec.colorVI = {0.0, 2.0};
-    auto node = colorSource(spec);
+    ColorSourceSpec source;
+    source.width = 2 * w;
+    source.fill = {0.0f, 1.0f, 0.0f};
+    source.fillOpacity = 1.0;
+    source.colorVI = {0.0, 2.0};
+    auto node = colorSource(source);
     PxRequestPtr<RegionRequest> r(new RegionRequest(node, {w - 2, w + 2, 0, 1}));
     engine().executeRequest(r.get(), false);
     ASSERT_EQ(r->get().size(), 2u);
     EXPECT_EQ(PxImageProtocol::computePixelRegion(r->get()), (GeRectangle<int>{0, 2 * w, 0, 30}));
     EXPECT_EQ(r->fill, (Color{0, 1, 0, 1}));
-    EXPECT_EQ(r->vi, spec.colorVI);
+    EXPECT_EQ(r->vi, source.colorVI);
     // Outside the child: no tiles, and the fill colour is asked for alone.
     PxRequestPtr<RegionRequest> none(new RegionRequest(node, {-9, -1, 0, 1}));
     engine().executeRequest(none.get(), false);
     EXPECT_TRUE(none->get().empty());
     EXPECT_EQ(none->fill, (Color{0, 1, 0, 1}));
-    EXPECT_EQ(none->vi, spec.colorVI);
+    EXPECT_EQ(none->vi, source.colorVI);
 }

@@ -17,10 +17,10 @@ class ConvertRepeatStress : public EngineTest {};
 // Tiles are asked from several threads while the target format and the repeat mode change:
 // every tile comes whole, in one of the target formats, with the source's colour.
 TEST_F(ConvertRepeatStress, TilesStayWholeWhileFormatsAndModesChange) {
-    ColorSourceSpec spec;
-    spec.width = 700;
-    spec.height = 20;
-    PxStrongHndl<PxImageProtocol const> const source = colorSource(spec);
+    ColorSourceSpec frame;
+    frame.width = 700;
+    frame.height = 20;
+    PxStrongHndl<PxImageProtocol const> const source = colorSource(frame);
     auto const mode = makeNode(new PxAnimValueNode<int>({"mode"}, TmTypes::LOOP));
     auto const repeat =
         makeNode(new PiImageRepeatNode({"repeat"}, source, animValue(0), animValue(4),

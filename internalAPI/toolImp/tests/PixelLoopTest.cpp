@@ -135,10 +135,10 @@ public:
 } // namespace
 
 TEST_F(PixelLoops, CancellingBetweenRowsRaisesAtTheWaiterAndReturnsNothing) {
-    ColorSourceSpec spec;
-    spec.width = 8;
-    spec.height = 20;
-    PxStrongHndl<PxImageProtocol const> node = makeNode(new CancellingNode(colorSource(spec), 4));
+    ColorSourceSpec source;
+    source.width = 8;
+    source.height = 20;
+    PxStrongHndl<PxImageProtocol const> node = makeNode(new CancellingNode(colorSource(source), 4));
     s_rowsDone = 0;
     auto* r = new PxImageTileRequest(PxUPtr<PxImageProtocol const>(node),
                                      PxImageContext(0.0, {0, 0}, 0, 0));
