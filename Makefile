@@ -5,7 +5,7 @@ OUT ?= out
 CMAKE_BUILD_PARALLEL_LEVEL ?= 2
 export CMAKE_BUILD_PARALLEL_LEVEL
 
-.PHONY: deps configure build render test asan tsan bench format clean
+.PHONY: deps configure build render test asan tsan bench fuzz format clean
 
 deps:
 	@bash scripts/install-deps
@@ -37,6 +37,17 @@ bench:
 	@bash scripts/install-deps --bench
 	@$(MAKE) --no-print-directory build
 	@for b in build/$(PRESET)/bench/*Bench; do echo "== $$b"; "$$b"; done
+
+# One fuzz target under libFuzzer: make fuzz FUZZER=<target> SECONDS=600
+FUZZER ?= EWAFuzz
+SECONDS ?= 60
+fuzz:
+	@bash scripts/install-deps --fuzz
+	@cmake --preset fuzz >/dev/null
+	@cmake --build --preset fuzz --target $(FUZZER)
+	@mkdir -p build/fuzz/corpus/$(FUZZER)
+	@./build/fuzz/fuzz/$(FUZZER) -max_total_time=$(SECONDS) -print_final_stats=1 \
+		build/fuzz/corpus/$(FUZZER) fuzz/corpus/$(FUZZER)
 
 format:
 	@git ls-files '*.h' '*.cpp' | xargs clang-format -i
