@@ -6,3 +6,8 @@ target_compile_options(vn_warnings INTERFACE
 if(VN_WERROR)
     target_compile_options(vn_warnings INTERFACE -Werror)
 endif()
+
+# Sized deallocation is standard; clang leaves it off unless asked.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options(-fsized-deallocation)
+endif()

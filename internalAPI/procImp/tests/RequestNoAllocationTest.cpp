@@ -1,21 +1,23 @@
 // The road of internal requests allocates nothing but from the engine's pools: a warmed-up run of
 // a request tree calls the global operator new zero times.
 
+#include "AllocationCounting.h"
 #include "EngineTestSupport.h"
 
 #include <array>
 #include <cstdlib>
 #include <new>
 
-namespace {
+namespace VnTest {
 std::atomic<bool> g_counting{false};
 std::atomic<long> g_allocations{0};
-} // namespace
+} // namespace VnTest
 
 // The replacement pairs malloc with free on purpose.
 #pragma GCC diagnostic ignored "-Wmismatched-new-delete"
 
 void* operator new(std::size_t size) {
+    using namespace VnTest;
     if (g_counting.load(std::memory_order_relaxed))
         g_allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size ? size : 1))

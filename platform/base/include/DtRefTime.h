@@ -2,6 +2,8 @@
 
 #include "VnExport.h"
 
+#include <compare>
+
 #include <cstdint>
 
 namespace Vn {

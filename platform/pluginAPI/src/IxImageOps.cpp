@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cpuid.h>
 #include <cstdint>
 
 namespace Vn {
@@ -69,7 +70,20 @@ __attribute__((target("avx,f16c"))) void floatsToHalves(std::uint16_t* d, float 
 }
 
 bool hasF16C() {
-    static bool const has = __builtin_cpu_supports("avx") && __builtin_cpu_supports("f16c");
+    // F16C and AVX from cpuid leaf 1, and the system saving the AVX registers (OSXSAVE, XCR0).
+    static bool const has = [] {
+        unsigned a = 0, b = 0, c = 0, d = 0;
+        if (!__get_cpuid(1, &a, &b, &c, &d))
+            return false;
+        bool const osxsave = (c & (1u << 27)) != 0;
+        bool const avx = (c & (1u << 28)) != 0;
+        bool const f16c = (c & (1u << 29)) != 0;
+        if (!(osxsave && avx && f16c))
+            return false;
+        unsigned lo = 0, hi = 0;
+        __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
+        return (lo & 0x6u) == 0x6u;
+    }();
     return has;
 }
 } // namespace

@@ -1,0 +1,113 @@
+#pragma once
+
+#include "IxPixelFormat.h"
+#include "MbBuffer.h"
+#include "OPtr.h"
+#include "PxImageFetcher.h"
+#include "SdTexture.h"
+#include "VnExport.h"
+
+#include <cstdint>
+#include <memory>
+
+namespace Vn {
+
+// The base of the samplers: the position matrix that takes texture space onto the image's
+// pixels, and a private direct-mapped cache of 64 blocks of 32 x 32 float RGBA pixels, filled on
+// a miss from the image's tiles, wrapped at the image's edges and premultiplied when asked. The
+// filters read the cache only, so they know nothing of formats, edges or tiles.
+class VN_EXPORT PxTextureSampler : public SdTextureSampler {
+public:
+    enum AlphaPremultiply : std::int32_t { ALPHA_AS_IS = 0, ALPHA_PREMULTIPLY = 1 };
+
+    static constexpr int TILE_SIZE_X_LOG2 = 5;
+    static constexpr int TILE_SIZE_Y_LOG2 = 5;
+    static constexpr int TILE_SIZE_X = 1 << TILE_SIZE_X_LOG2;
+    static constexpr int TILE_SIZE_Y = 1 << TILE_SIZE_Y_LOG2;
+    static constexpr int NB_SLOTS_LOG2 = 3; // per axis
+    static constexpr int NB_SLOTS = 1 << (2 * NB_SLOTS_LOG2);
+    static constexpr std::size_t SLOT_BYTES = 16896;
+    static constexpr std::size_t CACHE_BYTES = NB_SLOTS * SLOT_BYTES;
+
+    PxTextureSampler(PxNodePtr<PxImageProtocol const> const& node,
+                     PxTimeScaleContext const& context, IxPixelFormat const& format,
+                     SdTextureParams const& params, AlphaPremultiply alpha);
+    PxTextureSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFormat const& format,
+                     SdTextureParams const& params, AlphaPremultiply alpha);
+    ~PxTextureSampler() override;
+
+    using SdTextureSampler::sample;
+    void releaseGuard() const override;
+    // Pixel (x, y), wrapped, straight.
+    Color sample(int x, int y, float du, float dv) const override;
+    void reduceVI(PxValidityInterval& vi) const override;
+    int getCacheBlockingSizeX() const override { return 64; }
+    int getCacheBlockingSizeY() const override { return 64; }
+    void releaseTiles() const override;
+    void registerGuardProxy(IxGuardProxy const& proxy) const override;
+
+    // The position matrix, row major, acting on row vectors.
+    double const* getPositionMatrix() const noexcept { return _m; }
+    GeRectangle<int> const& getImageRegion() const noexcept { return _region; }
+
+    // Pixel index of a coordinate: truncation towards zero, minus 1 below 0, so an exact
+    // negative integer lands one below itself.
+    static int floorIndex(double v) noexcept {
+        int const i = static_cast<int>(v);
+        return v < 0.0 ? i - 1 : i;
+    }
+
+protected:
+    // A position through the position matrix, then into the clamp box.
+    GePoint<double> mapPosition(GePoint<double> const& p) const noexcept;
+    GePoint<double> clampPosition(GePoint<double> const& p) const noexcept;
+    // An integer pixel position kept inside the clamp box.
+    int clampX(int x) const noexcept;
+    int clampY(int y) const noexcept;
+
+    // Pixel (x, y) of the cache, filling its block on a miss. The pixels to the right up to
+    // the block's end follow it in memory; the rows below it lie 32 pixels apart.
+    Color const* lookup(int x, int y) const {
+        int const slot = ((x >> TILE_SIZE_X_LOG2) & 7) + 8 * ((y >> TILE_SIZE_Y_LOG2) & 7);
+        int const bx = x & ~(TILE_SIZE_X - 1);
+        int const by = y & ~(TILE_SIZE_Y - 1);
+        Color* block = reinterpret_cast<Color*>(_cache + slot * SLOT_BYTES);
+        if (_tags[slot][0] != bx || _tags[slot][1] != by) [[unlikely]] {
+            _tags[slot][0] = bx;
+            _tags[slot][1] = by;
+            refillTile(block, bx, by);
+        }
+        return block + (y & (TILE_SIZE_Y - 1)) * TILE_SIZE_X + (x & (TILE_SIZE_X - 1));
+    }
+    Color const& pixel(int x, int y) const { return *lookup(x, y); }
+
+    AlphaPremultiply getAlphaMode() const noexcept { return _alpha; }
+    IxPixelFormat const& getPixelFormat() const noexcept { return _format; }
+
+    // Only the EWA sampler has footprint forms: the others stop the program.
+    Color sample(int x, int y, float a, float b, float c, float d) const override;
+    Color sample(int x, int y, float p, float s, float q) const override;
+    Color sample(int x, int y, GeLinearMatrix2<float> const& jacobian) const override;
+
+private:
+    // Called by the constructors; the fetcher is in place.
+    void init(SdTextureParams const& params);
+    void refillTile(Color* block, int x, int y) const;
+    // A row of a block from x on, read from source row sy of the region.
+    void fillRow(Color* row, int x, int sy, GeRectangle<int> const& region) const;
+
+    double _m[9];
+    mutable std::int32_t _tags[NB_SLOTS][2];
+    std::byte* _cache = nullptr;
+    GeRectangle<int> _region;
+    double _clamp[4]; // x low, x high, y low, y high
+    std::int32_t _wrapS = 0;
+    std::int32_t _wrapT = 0;
+    IxPixelFormat _format;
+    OPtr<PxImageFetcherBase> _fetcher;
+    AlphaPremultiply _alpha;
+    MbBuffer _buffer;
+    std::unique_ptr<MbBufferWrGuardImp> _guard;
+};
+
+} // namespace Vn

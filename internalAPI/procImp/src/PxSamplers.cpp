@@ -1,0 +1,175 @@
+#include "PxSamplers.h"
+
+#include "IpFastMath.h"
+
+namespace Vn {
+
+namespace {
+
+using Color = SdTextureSampler::Color;
+
+// Componentwise, single precision, in the order written: the arithmetic is part of the result.
+inline Color lerp(Color const& a, Color const& b, float t) noexcept {
+    return {a.r + t * (b.r - a.r), a.g + t * (b.g - a.g), a.b + t * (b.b - a.b),
+            a.a + t * (b.a - a.a)};
+}
+
+// (p0 w0 + p1 w1) + (p2 w2 + p3 w3).
+inline Color weigh4(Color const& p0, Color const& p1, Color const& p2, Color const& p3,
+                    float const w[4]) noexcept {
+    return {(p0.r * w[0] + p1.r * w[1]) + (p2.r * w[2] + p3.r * w[3]),
+            (p0.g * w[0] + p1.g * w[1]) + (p2.g * w[2] + p3.g * w[3]),
+            (p0.b * w[0] + p1.b * w[1]) + (p2.b * w[2] + p3.b * w[3]),
+            (p0.a * w[0] + p1.a * w[1]) + (p2.a * w[2] + p3.a * w[3])};
+}
+
+struct Cell {
+    int ix;
+    int iy;
+    float fx;
+    float fy;
+};
+
+inline Cell cellOf(GePoint<double> const& q) noexcept {
+    int const ix = PxTextureSampler::floorIndex(q.x);
+    int const iy = PxTextureSampler::floorIndex(q.y);
+    return {ix, iy, static_cast<float>(q.x - ix), static_cast<float>(q.y - iy)};
+}
+
+} // namespace
+
+// ---- nearest ----
+
+PxNearestSampler::PxNearestSampler(PxNodePtr<PxImageProtocol const> const& node,
+                                   PxTimeScaleContext const& context, IxPixelFormat const& format,
+                                   SdTextureParams const& params)
+    : PxTextureSampler(node, context, format, params, ALPHA_AS_IS) {}
+
+PxNearestSampler::PxNearestSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFormat const& format,
+                                   SdTextureParams const& params)
+    : PxTextureSampler(std::move(fetcher), format, params, ALPHA_AS_IS) {}
+
+Color PxNearestSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    GePoint<double> const q = mapPosition(p);
+    return pixel(floorIndex(q.x), floorIndex(q.y));
+}
+
+Color PxNearestSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
+    GePoint<double> const q = mapPosition(p);
+    return pixel(floorIndex(q.x), floorIndex(q.y));
+}
+
+// ---- bilinear ----
+
+namespace {
+
+template <class Sampler, class Read>
+Color bilinear(GePoint<double> const& q, Read const& read) {
+    Cell const c = cellOf(q);
+    Color const c00 = read(c.ix, c.iy);
+    Color const c01 = read(c.ix, c.iy + 1);
+    Color const c10 = read(c.ix + 1, c.iy);
+    Color const c11 = read(c.ix + 1, c.iy + 1);
+    Color const top = lerp(c00, c10, c.fx);
+    Color const bottom = lerp(c01, c11, c.fx);
+    return lerp(top, bottom, c.fy);
+}
+
+} // namespace
+
+PxBilinearSampler::PxBilinearSampler(PxNodePtr<PxImageProtocol const> const& node,
+                                     PxTimeScaleContext const& context, IxPixelFormat const& format,
+                                     SdTextureParams const& params)
+    : PxTextureSampler(node, context, format, params, ALPHA_PREMULTIPLY) {}
+
+PxBilinearSampler::PxBilinearSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFormat const& format,
+                                     SdTextureParams const& params)
+    : PxTextureSampler(std::move(fetcher), format, params, ALPHA_PREMULTIPLY) {}
+
+Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    auto read = [this](int x, int y) {
+        return pixel(x, y);
+    };
+    return IpFastMath::unpremultiply(bilinear<PxBilinearSampler>(mapPosition(p), read));
+}
+
+Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
+    auto read = [this](int x, int y) {
+        return pixel(x, y);
+    };
+    return IpFastMath::unpremultiply(bilinear<PxBilinearSampler>(mapPosition(p), read));
+}
+
+PxBilinearRGBSampler::PxBilinearRGBSampler(PxNodePtr<PxImageProtocol const> const& node,
+                                           PxTimeScaleContext const& context,
+                                           IxPixelFormat const& format,
+                                           SdTextureParams const& params)
+    : PxTextureSampler(node, context, format, params, ALPHA_AS_IS) {}
+
+PxBilinearRGBSampler::PxBilinearRGBSampler(OPtr<PxImageFetcherBase> fetcher,
+                                           IxPixelFormat const& format,
+                                           SdTextureParams const& params)
+    : PxTextureSampler(std::move(fetcher), format, params, ALPHA_AS_IS) {}
+
+Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    auto read = [this](int x, int y) {
+        return pixel(x, y);
+    };
+    return bilinear<PxBilinearRGBSampler>(mapPosition(p), read);
+}
+
+Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
+    auto read = [this](int x, int y) {
+        return pixel(x, y);
+    };
+    return bilinear<PxBilinearRGBSampler>(mapPosition(p), read);
+}
+
+// ---- Mitchell ----
+
+PxMitchellSampler::PxMitchellSampler(PxNodePtr<PxImageProtocol const> const& node,
+                                     PxTimeScaleContext const& context, IxPixelFormat const& format,
+                                     SdTextureParams const& params)
+    : PxTextureSampler(node, context, format, params, ALPHA_PREMULTIPLY) {}
+
+PxMitchellSampler::PxMitchellSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFormat const& format,
+                                     SdTextureParams const& params)
+    : PxTextureSampler(std::move(fetcher), format, params, ALPHA_PREMULTIPLY) {}
+
+void PxMitchellSampler::weights(float t, float w[4]) noexcept {
+    // Per tap: c3, c2, c1, c0 of ((c3 u + c2) u + c1) u + c0 at u = t + 1, t, t - 1, t - 2.
+    static constexpr float c[4][4] = {
+        {float(-7.0 / 18.0), 2.0f, float(-10.0 / 3.0), float(16.0 / 9.0)},
+        {float(7.0 / 6.0), -2.0f, 0.0f, float(8.0 / 9.0)},
+        {float(-7.0 / 6.0), -2.0f, 0.0f, float(8.0 / 9.0)},
+        {float(7.0 / 18.0), 2.0f, float(10.0 / 3.0), float(16.0 / 9.0)},
+    };
+    float const u[4] = {t + 1.0f, t, t - 1.0f, t - 2.0f};
+    for (int i = 0; i < 4; ++i)
+        w[i] = ((c[i][0] * u[i] + c[i][1]) * u[i] + c[i][2]) * u[i] + c[i][3];
+}
+
+Color PxMitchellSampler::filter(GePoint<double> const& p) const {
+    Cell const c = cellOf(mapPosition(p));
+    float wx[4];
+    float wy[4];
+    weights(c.fx, wx);
+    weights(c.fy, wy);
+    Color rows[4];
+    for (int j = 0; j < 4; ++j) {
+        int const y = c.iy - 1 + j;
+        rows[j] =
+            weigh4(pixel(c.ix - 1, y), pixel(c.ix, y), pixel(c.ix + 1, y), pixel(c.ix + 2, y), wx);
+    }
+    return IpFastMath::unpremultiply(weigh4(rows[0], rows[1], rows[2], rows[3], wy));
+}
+
+Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    return filter(p);
+}
+
+Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
+    return filter(p);
+}
+
+} // namespace Vn

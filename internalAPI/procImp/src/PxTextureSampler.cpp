@@ -1,0 +1,273 @@
+#include "PxTextureSampler.h"
+
+#include "Assertions.h"
+#include "IpFastMath.h"
+#include "IxConvertUtil.h"
+#include "IxPixelUtil.h"
+#include "OsMemoryArch.h"
+#include "PxConfig.h"
+
+#include <algorithm>
+
+namespace Vn {
+
+namespace {
+
+MbAlignment const& cacheAlignment() {
+    static MbAlignment const alignment(OsMemoryArch::getInstance().getPageSize() - 1);
+    return alignment;
+}
+
+ImPixelFormat imFormat(IxPixelFormat const& f) {
+    return ImPixelFormat(f.getComps(), f.getDepth());
+}
+
+[[noreturn]] void failNoopCoverage() {
+    Assertions::throwAssertionFailed(
+        __FILE__, __LINE__, "Source tiles must cover the scanline region in NOOP padding mode.");
+}
+
+// d mod n in [0, n).
+int positiveMod(int d, int n) noexcept {
+    int const r = d % n;
+    return r < 0 ? r + n : r;
+}
+
+struct Mirrored {
+    int offset;   // into the region, in [0, n)
+    bool reverse; // in a reversed period
+};
+
+// Offset d from the region's start folded into a region of n: every second period reversed,
+// the edge pixel repeating once at each fold.
+Mirrored mirror(int d, int n) noexcept {
+    if (d >= 0) {
+        int const q = d / n;
+        int const r = d % n;
+        return (q & 1) == 0 ? Mirrored{r, false} : Mirrored{n - 1 - r, true};
+    }
+    int const e = d + 1;
+    int const q = e / n;
+    int const r = e % n;
+    int const t = n - 1 + r;
+    return (q & 1) != 0 ? Mirrored{t, false} : Mirrored{n - 1 - t, true};
+}
+
+int wrapRow(int mode, int yy, int y0, int y1) {
+    int const h = y1 - y0;
+    switch (mode) {
+    case SdTextureTypes::WRAP_BLACK:
+    case SdTextureTypes::WRAP_EDGE:
+        return std::clamp(yy, y0, y1 - 1);
+    case SdTextureTypes::WRAP_REPEAT:
+        return y0 + positiveMod(yy - y0, h);
+    case SdTextureTypes::WRAP_MIRROR:
+        return y0 + mirror(yy - y0, h).offset;
+    default:
+        if (yy < y0 || yy >= y1)
+            failNoopCoverage();
+        return yy;
+    }
+}
+
+} // namespace
+
+PxTextureSampler::PxTextureSampler(PxNodePtr<PxImageProtocol const> const& node,
+                                   PxTimeScaleContext const& context, IxPixelFormat const& format,
+                                   SdTextureParams const& params, AlphaPremultiply alpha)
+    : _format(format), _fetcher(makeOPtr<PxImageFetcher>(node, context)), _alpha(alpha) {
+    init(params);
+}
+
+PxTextureSampler::PxTextureSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFormat const& format,
+                                   SdTextureParams const& params, AlphaPremultiply alpha)
+    : _format(format), _fetcher(std::move(fetcher)), _alpha(alpha) {
+    init(params);
+}
+
+PxTextureSampler::~PxTextureSampler() = default;
+
+void PxTextureSampler::init(SdTextureParams const& params) {
+    _region = _fetcher->getImageRegion();
+    _wrapS = params.wrapS;
+    _wrapT = params.wrapT;
+    // The unit square of texture space onto the region: the region's scale and origin applied
+    // after the texture matrix, in the row-vector form the positions use.
+    double const w = _region.width();
+    double const h = _region.height();
+    float const* b = params.matrix;
+    _m[0] = w * b[0];
+    _m[1] = h * b[1];
+    _m[2] = 0.0;
+    _m[3] = w * b[3];
+    _m[4] = h * b[4];
+    _m[5] = 0.0;
+    _m[6] = w * b[6] + _region.xmin;
+    _m[7] = h * b[7] + _region.ymin;
+    _m[8] = 1.0;
+    // Filters other than the nearest weigh pixel centres.
+    if (params.filter != FILTER_NEAREST) {
+        _m[6] -= 0.5;
+        _m[7] -= 0.5;
+    }
+    if (_wrapS == WRAP_BLACK) {
+        _clamp[0] = _region.xmin - TILE_SIZE_X;
+        _clamp[1] = _region.xmax + TILE_SIZE_X;
+    } else {
+        _clamp[0] = -65536.0;
+        _clamp[1] = 65536.0;
+    }
+    if (_wrapT == WRAP_BLACK) {
+        _clamp[2] = _region.ymin - TILE_SIZE_Y;
+        _clamp[3] = _region.ymax + TILE_SIZE_Y;
+    } else {
+        _clamp[2] = -65536.0;
+        _clamp[3] = 65536.0;
+    }
+    // A block must never straddle two processing tiles.
+    VN_ASSERT(PxConfig::getTileSizeExpX() >= TILE_SIZE_X_LOG2);
+    VN_ASSERT(PxConfig::getTileSizeExpY() >= TILE_SIZE_Y_LOG2);
+
+    for (auto& tag : _tags)
+        tag[0] = tag[1] = -1;
+    _buffer = MbBufferFactoryRegistry::getFactory(0).create("Texture Cache", CACHE_BYTES,
+                                                            cacheAlignment());
+    _guard = std::make_unique<MbBufferWrGuardImp>(_buffer);
+    _cache = _guard->getData();
+}
+
+GePoint<double> PxTextureSampler::clampPosition(GePoint<double> const& p) const noexcept {
+    // max(low, v) first, so that NaN lands on the low bound.
+    return {std::min(_clamp[1], std::max(_clamp[0], p.x)),
+            std::min(_clamp[3], std::max(_clamp[2], p.y))};
+}
+
+GePoint<double> PxTextureSampler::mapPosition(GePoint<double> const& p) const noexcept {
+    return clampPosition({_m[0] * p.x + _m[3] * p.y + _m[6], _m[1] * p.x + _m[4] * p.y + _m[7]});
+}
+
+int PxTextureSampler::clampX(int x) const noexcept {
+    return static_cast<int>(std::min(_clamp[1], std::max(_clamp[0], static_cast<double>(x))));
+}
+
+int PxTextureSampler::clampY(int y) const noexcept {
+    return static_cast<int>(std::min(_clamp[3], std::max(_clamp[2], static_cast<double>(y))));
+}
+
+void PxTextureSampler::refillTile(Color* block, int x, int y) const {
+    for (int r = 0; r < TILE_SIZE_Y; ++r) {
+        Color* row = block + r * TILE_SIZE_X;
+        int const yy = y + r;
+        GeRectangle<int> const region = _fetcher->getImageRegion();
+        if (region.isEmpty() || (_wrapT == WRAP_BLACK && (yy < region.ymin || yy >= region.ymax))) {
+            std::fill(row, row + TILE_SIZE_X, Color{});
+            continue;
+        }
+        fillRow(row, x, wrapRow(_wrapT, yy, region.ymin, region.ymax), region);
+    }
+    if (_format.getComps() == IxPixelFormat::ALPHA) {
+        for (int i = 0; i < TILE_SIZE_X * TILE_SIZE_Y; ++i) {
+            float const a = block[i].a;
+            block[i] = {a, a, a, a};
+        }
+    } else if (_alpha == ALPHA_PREMULTIPLY && _format.getComps() == IxPixelFormat::RGBA) {
+        for (int i = 0; i < TILE_SIZE_X * TILE_SIZE_Y; ++i) {
+            Color& c = block[i];
+            c = {c.r * c.a, c.g * c.a, c.b * c.a, c.a};
+        }
+    }
+}
+
+void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const& region) const {
+    int const x0 = region.xmin;
+    int const x1 = region.xmax;
+    int const w = x1 - x0;
+    int const end = x + TILE_SIZE_X;
+    // Converts the pixels from px on, as many as the tile holding px and the block allow.
+    auto copy = [&](int c, int px) {
+        IxReadGuard const& g = _fetcher->getGuard(px, sy);
+        int const n = std::min(g.getPixelRegion().xmax - px, end - c);
+        IxConvertUtil::readFrom(row + (c - x), g.getAddress(px, sy), n,
+                                imFormat(g.getPixelFormat()));
+        return c + n;
+    };
+    int c = x;
+    while (c < end) {
+        switch (_wrapS) {
+        case WRAP_BLACK:
+        case WRAP_EDGE:
+            if (c < x0 || c >= x1) {
+                int const stop = c < x0 ? std::min(x0, end) : end;
+                Color const value =
+                    _wrapS == WRAP_BLACK
+                        ? Color{}
+                        : IxPixelUtil::getPixelColor(_fetcher->getGuard(c < x0 ? x0 : x1 - 1, sy),
+                                                     c < x0 ? x0 : x1 - 1, sy);
+                std::fill(row + (c - x), row + (stop - x), value);
+                c = stop;
+            } else {
+                c = copy(c, c);
+            }
+            break;
+        case WRAP_REPEAT:
+            c = copy(c, x0 + positiveMod(c - x0, w));
+            break;
+        case WRAP_MIRROR: {
+            Mirrored const m = mirror(c - x0, w);
+            int const px = x0 + m.offset;
+            if (!m.reverse) {
+                c = copy(c, px);
+                break;
+            }
+            IxReadGuard const& g = _fetcher->getGuard(px, sy);
+            int const n = std::min(px - g.getPixelRegion().xmin + 1, end - c);
+            Color* out = row + (c - x);
+            IxConvertUtil::readFrom(out, g.getAddress(px - n + 1, sy), n,
+                                    imFormat(g.getPixelFormat()));
+            std::reverse(out, out + n);
+            c += n;
+            break;
+        }
+        default:
+            if (c < x0 || c >= x1)
+                failNoopCoverage();
+            c = copy(c, c);
+            break;
+        }
+    }
+}
+
+SdTextureSampler::Color PxTextureSampler::sample(int x, int y, float, float) const {
+    Color const& c = pixel(clampX(x), clampY(y));
+    return _alpha == ALPHA_PREMULTIPLY ? IpFastMath::unpremultiply(c) : c;
+}
+
+SdTextureSampler::Color PxTextureSampler::sample(int, int, float, float, float, float) const {
+    VN_ABORT("This sampler has no footprint form: only the EWA sampler has.");
+}
+
+SdTextureSampler::Color PxTextureSampler::sample(int, int, float, float, float) const {
+    VN_ABORT("This sampler has no covariance form: only the EWA sampler has.");
+}
+
+SdTextureSampler::Color PxTextureSampler::sample(int, int, GeLinearMatrix2<float> const&) const {
+    VN_ABORT("This sampler has no footprint form: only the EWA sampler has.");
+}
+
+void PxTextureSampler::releaseGuard() const {
+    _fetcher->releaseGuard();
+}
+
+void PxTextureSampler::releaseTiles() const {
+    _fetcher->releaseTiles();
+}
+
+void PxTextureSampler::registerGuardProxy(IxGuardProxy const& proxy) const {
+    _fetcher->registerGuardProxy(proxy);
+}
+
+void PxTextureSampler::reduceVI(PxValidityInterval& vi) const {
+    _fetcher->reduceVI(vi);
+}
+
+} // namespace Vn
