@@ -36,6 +36,9 @@ public:
     void splatter(Color const& color, GePoint<float> const& centre,
                   GeLinearMatrix2<double> const& jacobian) const;
 
+    // The summed weights so far, ALPHA FLOAT32 over the target's region.
+    IxWriteGuard const& getWeights() const noexcept { return _weights; }
+
 private:
     void checkCancelled() const;
     void normalize() const;

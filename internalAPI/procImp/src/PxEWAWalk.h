@@ -161,7 +161,9 @@ inline Walk makeWalk(Axes const& a, int cu, int cv) noexcept {
     w.rowsOuter = a.rowsOuter;
     int const ur = static_cast<int>(a.ue);
     int const vr = static_cast<int>(a.ve);
-    int const vs = static_cast<int>(a.kb * a.ue / a.kv);
+    // The row at or below the extreme point: a sweep that crossed the point would carry an
+    // inner start past pixels of the rows beyond it.
+    int const vs = static_cast<int>(std::floor(a.kb * a.ue / a.kv));
     w.uStart = cu - ur;
     w.uLimit = cu + ur + 1;
     w.vStart = cv + vs;
@@ -203,19 +205,25 @@ inline void sweep(Walk const& w, Row&& row) {
             ++v;
         }
         while (dir < 0 ? v >= w.vLow : v <= w.vHigh) {
-            bool empty = false;
-            while (q >= kLimit) {
-                if (dqi >= 0 || u > w.uLimit) {
-                    empty = true;
-                    break;
-                }
-                q += dqi;
-                dqi += w.ddi;
-                dqo += w.ddx;
-                ++u;
+            // A row whose chord holds no pixel leaves the inner start where it was: the next
+            // row's chord may begin left of where this one's search ended.
+            std::int64_t sq = q;
+            std::int64_t sdqi = dqi;
+            std::int64_t sdqo = dqo;
+            int su = u;
+            while (sq >= kLimit && sdqi < 0 && su <= w.uLimit) {
+                sq += sdqi;
+                sdqi += w.ddi;
+                sdqo += w.ddx;
+                ++su;
             }
-            if (!empty)
+            if (sq < kLimit) {
+                q = sq;
+                dqi = sdqi;
+                dqo = sdqo;
+                u = su;
                 row(v, u, q, dqi);
+            }
             if (dir < 0) {
                 dqo -= w.ddo;
                 dqi -= w.ddx;
