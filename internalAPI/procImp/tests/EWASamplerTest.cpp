@@ -45,7 +45,9 @@ struct BruteForce {
             double const d = double(p) - q;
             double const t = 2.0 * s;
             double const r = std::sqrt(t * t + d * d);
-            auto clampEigen = [&](double v) { return std::min(maxEigen, std::max(0.0, v * k)); };
+            auto clampEigen = [&](double v) {
+                return std::min(maxEigen, std::max(0.0, v * k));
+            };
             double const l1 = clampEigen((p + q + r) * 0.5);
             double const l2 = clampEigen((p + q - r) * 0.5);
             double const c2 = r > 0 ? d / r : 0; // cos 2 theta
@@ -88,8 +90,8 @@ struct BruteForce {
                 if (f >= 4096.0)
                     continue;
                 double const wt = (*shape)[int(f)];
-                Color const& c =
-                    premultiplied[((y % kSize + kSize) % kSize) * kSize + (x % kSize + kSize) % kSize];
+                Color const& c = premultiplied[((y % kSize + kSize) % kSize) * kSize +
+                                               (x % kSize + kSize) % kSize];
                 w += wt;
                 acc[0] += wt * c.r;
                 acc[1] += wt * c.g;
@@ -112,7 +114,9 @@ TestImage opaqueishImage(unsigned seed) {
 
 // The largest difference of a component, relative to the expected one when that is above 1.
 float worstDifference(Color const& a, Color const& b) {
-    auto rel = [](float x, float y) { return std::fabs(x - y) / std::max(1.0f, std::fabs(y)); };
+    auto rel = [](float x, float y) {
+        return std::fabs(x - y) / std::max(1.0f, std::fabs(y));
+    };
     return std::max({rel(a.r, b.r), rel(a.g, b.g), rel(a.b, b.b), rel(a.a, b.a)});
 }
 
@@ -175,7 +179,9 @@ TEST_F(EWASampler, MatchesBruteForceIntegrationInBothWalkOrders) {
                 continue;
             }
             ASSERT_LE(worstDifference(got, want), 1e-4f)
-                << i << " filter " << filter << " radii " << r1 << " " << r2 << " angle " << angle << " abcd " << ": " << got.r << " " << got.a << " vs " << want.r << " " << want.a;
+                << i << " filter " << filter << " radii " << r1 << " " << r2 << " angle " << angle
+                << " abcd "
+                << ": " << got.r << " " << got.a << " vs " << want.r << " " << want.a;
             // Against the ellipse in double, a table index may round the other way at its
             // rim: that weighs only when few pixels take part.
             if (r2 >= 3.0)
@@ -195,8 +201,9 @@ TEST_F(EWASampler, FormsAgreeAndAConstantImageSamplesToItsColour) {
     std::uniform_real_distribution<float> u(-3.0f, 3.0f);
     for (int filter : {4, 5, 6}) {
         UPtr<PxEWAFilterShape const> const shape =
-            filter == 4 ? PxEWAFilterShape::getGauss()
-                        : (filter == 5 ? PxEWAFilterShape::getJinc2() : PxEWAFilterShape::getJinc3());
+            filter == 4
+                ? PxEWAFilterShape::getGauss()
+                : (filter == 5 ? PxEWAFilterShape::getJinc2() : PxEWAFilterShape::getJinc3());
         PxEWASampler const s(img.fetcher(), img.format, pixelParams(filter), shape);
         // A minimum blur keeps some pixel under every footprint.
         PxEWASampler const f(flat.fetcher(), flat.format, pixelParams(filter, 1.0f, 0.5f), shape);
@@ -205,21 +212,21 @@ TEST_F(EWASampler, FormsAgreeAndAConstantImageSamplesToItsColour) {
             int const y = int(std::fabs(u(rng)) * 80);
             float const a = u(rng), b = u(rng), c = u(rng), d = u(rng);
             Color const byJacobian = s.sample(x, y, a, b, c, d);
-            EXPECT_LE(worstDifference(byJacobian, s.sample(x, y, a * a + b * b, a * c + b * d,
-                                                          c * c + d * d)),
-                      1e-6f);
-            EXPECT_LE(worstDifference(byJacobian, s.sample(x, y, GeLinearMatrix2<float>(a, b, c, d))),
-                      1e-6f);
             EXPECT_LE(worstDifference(byJacobian,
-                                      s.sample(GePoint<double>{x + 0.5, y + 0.5},
-                                               GeLinearMatrix2<double>(a, b, c, d))),
+                                      s.sample(x, y, a * a + b * b, a * c + b * d, c * c + d * d)),
+                      1e-6f);
+            EXPECT_LE(
+                worstDifference(byJacobian, s.sample(x, y, GeLinearMatrix2<float>(a, b, c, d))),
+                1e-6f);
+            EXPECT_LE(worstDifference(byJacobian, s.sample(GePoint<double>{x + 0.5, y + 0.5},
+                                                           GeLinearMatrix2<double>(a, b, c, d))),
                       1e-5f);
             // The axis-aligned form scales its table index by 4095 rather than 4095.5.
             EXPECT_LE(worstDifference(s.sample(x, y, a, 0.0f, 0.0f, d), s.sample(x, y, a, d)),
                       5e-3f);
-            Color const forms[] = {f.sample(x, y, a, b, c, d), f.sample(x, y, a, d),
-                                   f.sample(GePoint<double>{x + 0.3, y - 0.7},
-                                            GeLinearMatrix2<float>(a, b, c, d))};
+            Color const forms[] = {
+                f.sample(x, y, a, b, c, d), f.sample(x, y, a, d),
+                f.sample(GePoint<double>{x + 0.3, y - 0.7}, GeLinearMatrix2<float>(a, b, c, d))};
             for (int j = 0; j < 3; ++j)
                 EXPECT_LE(worstDifference(forms[j], k), 2e-5f)
                     << filter << " form " << j << " " << a << " " << b << " " << c << " " << d;
@@ -235,8 +242,7 @@ TEST_F(EWASampler, BadParametersGiveFiniteResultsQuickly) {
     float const nan = std::numeric_limits<float>::quiet_NaN();
     float const odd[] = {0.0f, -1.0f, 1e-40f, 1e40f, inf, -inf, nan};
     auto finite = [](Color const& c) {
-        return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) &&
-               std::isfinite(c.a);
+        return std::isfinite(c.r) && std::isfinite(c.g) && std::isfinite(c.b) && std::isfinite(c.a);
     };
     for (int wrap = 0; wrap < 4; ++wrap)
         for (float blur : odd)
@@ -250,9 +256,9 @@ TEST_F(EWASampler, BadParametersGiveFiniteResultsQuickly) {
                     EXPECT_TRUE(finite(s.sample(GePoint<double>{double(v), 7.0},
                                                 GeLinearMatrix2<float>(v, v, 0.0f, v))));
                 }
-                EXPECT_TRUE(finite(s.sample(std::numeric_limits<int>::max(),
-                                            std::numeric_limits<int>::min(), 1.0f, 0.0f, 0.0f,
-                                            1.0f)));
+                EXPECT_TRUE(
+                    finite(s.sample(std::numeric_limits<int>::max(),
+                                    std::numeric_limits<int>::min(), 1.0f, 0.0f, 0.0f, 1.0f)));
             }
     // A zero footprint with a minimum blur samples a small circle; a huge one is cut to the
     // largest circle. On a flat image both give its colour.

@@ -76,8 +76,8 @@ TEST_F(EWASplatter, OtherFormatsAreFinishedThroughAFloatAccumulator) {
         // Blue on the left half, white on the right: the middle column mixes them.
         for (int y = 0; y < 16; ++y)
             for (int x = 0; x < 16; ++x)
-                s.splatter(x < 8 ? Color{0, 0, 1, 1} : Color{1, 1, 1, 1},
-                           {x + 0.5f, y + 0.5f}, GeLinearMatrix2<float>(1, 0, 0, 1));
+                s.splatter(x < 8 ? Color{0, 0, 1, 1} : Color{1, 1, 1, 1}, {x + 0.5f, y + 0.5f},
+                           GeLinearMatrix2<float>(1, 0, 0, 1));
         // Bad footprints and centres are ignored or bounded, never undefined.
         float const nan = std::numeric_limits<float>::quiet_NaN();
         s.splatter({1, 0, 0, 1}, {nan, 3.0f}, GeLinearMatrix2<float>(1, 0, 0, 1));

@@ -1,6 +1,7 @@
 #include "AllocationCounting.h"
 #include "EngineTestSupport.h"
 #include "ExBase.h"
+#include "ImageTestGraph.h"
 #include "PxSamplers.h"
 #include "SamplerTestSupport.h"
 
@@ -288,4 +289,30 @@ TEST_F(TextureSampler, BlockedWalkFillsEachCacheBlockOnceAndAllocatesNothing) {
     EXPECT_EQ(allocations.count(), 0);
     EXPECT_EQ(counting->rows - atStart, 49 * 32);
     EXPECT_GT(sum, 0.0);
+}
+
+TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
+    ColorSourceSpec spec; // 40 x 30 pixels
+    spec.colorVI = PxValidityInterval(0.0, 2.0);
+    auto const node = colorSource(spec);
+    GeRectangle<int> const region{0, 40, 0, 30};
+    Color inside;
+    Color outside;
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    runAndWait(new FnRequest([&] {
+        PxBilinearSampler const s(
+            PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0.5, 0),
+            node->getImageFormat().getPixelFormat(), pixelParams(region, 1, 0, 0));
+        EXPECT_EQ(s.getImageRegion(), region);
+        inside = s.sample(GePoint<double>{0.5, 29.5}, GeLinearMatrix2<double>());
+        outside = s.sample(GePoint<double>{45.0, 0.0}, GeLinearMatrix2<double>());
+        s.reduceVI(vi);
+        s.releaseGuard(); // tiles stay, guards reopen on the next miss
+        s.releaseTiles();
+    }));
+    EXPECT_NEAR(inside.r, 0.25f, 1e-5f);
+    EXPECT_NEAR(inside.b, 0.75f, 1e-5f);
+    EXPECT_NEAR(inside.a, 1.0f, 1e-5f);
+    EXPECT_TRUE(sameBits(outside, Color{}));
+    EXPECT_EQ(vi, PxValidityInterval(0.0, 2.0));
 }
