@@ -166,9 +166,9 @@ Color PxMitchellSampler::filter(GePoint<double> const& p) const {
     constexpr int kMask = TILE_SIZE_X - 1;
     if (((c.ix - 1) & kMask) <= kMask - 3 && ((c.iy - 1) & kMask) <= kMask - 3) {
         // The 4 x 4 window inside one block.
-        Color const* p = lookup(c.ix - 1, c.iy - 1);
-        for (int j = 0; j < 4; ++j, p += TILE_SIZE_X)
-            rows[j] = weigh4(p[0], p[1], p[2], p[3], wx);
+        Color const* px = lookup(c.ix - 1, c.iy - 1);
+        for (int j = 0; j < 4; ++j, px += TILE_SIZE_X)
+            rows[j] = weigh4(px[0], px[1], px[2], px[3], wx);
     } else {
         for (int j = 0; j < 4; ++j) {
             int const y = c.iy - 1 + j;
