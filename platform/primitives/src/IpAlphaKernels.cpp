@@ -1,0 +1,243 @@
+#include "IpAlphaKernels.h"
+
+#include <emmintrin.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstring>
+
+namespace Vn {
+
+namespace {
+
+// Values before dst reaches 16 bytes, or -1 when dst isn't aligned to 4 bytes (all scalar).
+int headOf(float const* dst, int n) noexcept {
+    auto const addr = reinterpret_cast<std::uintptr_t>(dst);
+    if (addr % 4 != 0)
+        return -1;
+    return std::min(n, static_cast<int>((16 - addr % 16) % 16 / 4));
+}
+
+// The shared loop shape: a scalar head up to alignment, eight then four values a pass with
+// aligned stores, a scalar tail. The vector op sees values loaded before any store of the pass,
+// so dst may equal a source.
+template <class V, class S>
+inline void binary(float* dst, float const* a, float const* b, int n, V vop, S sop) noexcept {
+    int i = 0;
+    int const head = headOf(dst, n);
+    if (head >= 0) {
+        for (; i < head; ++i)
+            dst[i] = sop(a[i], b[i]);
+        for (; i + 8 <= n; i += 8) {
+            __m128 const a0 = _mm_loadu_ps(a + i);
+            __m128 const a1 = _mm_loadu_ps(a + i + 4);
+            __m128 const b0 = _mm_loadu_ps(b + i);
+            __m128 const b1 = _mm_loadu_ps(b + i + 4);
+            _mm_store_ps(dst + i, vop(a0, b0));
+            _mm_store_ps(dst + i + 4, vop(a1, b1));
+        }
+        for (; i + 4 <= n; i += 4)
+            _mm_store_ps(dst + i, vop(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
+    }
+    for (; i < n; ++i)
+        dst[i] = sop(a[i], b[i]);
+}
+
+template <class V, class S>
+inline void unary(float* dst, float const* a, int n, V vop, S sop) noexcept {
+    binary(
+        dst, a, a, n, [&](__m128 x, __m128) { return vop(x); },
+        [&](float x, float) { return sop(x); });
+}
+
+template <bool kMax>
+void window(float* dst, float const* src, int n, int w, float* scratch) noexcept {
+    if (n <= 0)
+        return;
+    auto const op = [](float* d, float const* a, float const* b, int m) {
+        if constexpr (kMax)
+            IpAlphaRows::max(d, a, b, m);
+        else
+            IpAlphaRows::min(d, a, b, m);
+    };
+    if (w <= 1) {
+        std::memmove(dst, src, sizeof(float) * static_cast<std::size_t>(n));
+        return;
+    }
+    // Level p holds the extreme over [i, i + p); each level doubles p, in place in scratch.
+    int const m = n + w - 1;
+    float const* cur = src;
+    int p = 1;
+    while (2 * p <= w) {
+        op(scratch, cur, cur + p, m - 2 * p + 1);
+        cur = scratch;
+        p *= 2;
+    }
+    op(dst, cur, cur + (w - p), n);
+}
+
+} // namespace
+
+void IpAlphaRows::max(float* dst, float const* a, float const* b, int n) noexcept {
+    binary(
+        dst, a, b, n, [](__m128 x, __m128 y) { return _mm_max_ps(x, y); },
+        [](float x, float y) { return x > y ? x : y; });
+}
+
+void IpAlphaRows::min(float* dst, float const* a, float const* b, int n) noexcept {
+    binary(
+        dst, a, b, n, [](__m128 x, __m128 y) { return _mm_min_ps(x, y); },
+        [](float x, float y) { return x < y ? x : y; });
+}
+
+void IpAlphaRows::blend(float* dst, float const* a, float const* b, float f, int n) noexcept {
+    __m128 const vf = _mm_set1_ps(f);
+    binary(
+        dst, a, b, n,
+        [vf](__m128 x, __m128 y) { return _mm_add_ps(x, _mm_mul_ps(_mm_sub_ps(y, x), vf)); },
+        [f](float x, float y) { return x + (y - x) * f; });
+}
+
+void IpAlphaRows::average(float* dst, float const* a, float const* b, int n) noexcept {
+    __m128 const half = _mm_set1_ps(0.5f);
+    binary(
+        dst, a, b, n, [half](__m128 x, __m128 y) { return _mm_mul_ps(_mm_add_ps(x, y), half); },
+        [](float x, float y) { return (x + y) * 0.5f; });
+}
+
+void IpAlphaRows::difference(float* dst, float const* a, float const* b, int n) noexcept {
+    __m128 const zero = _mm_setzero_ps();
+    binary(
+        dst, a, b, n, [zero](__m128 x, __m128 y) { return _mm_max_ps(_mm_sub_ps(x, y), zero); },
+        [](float x, float y) {
+            float const d = x - y;
+            return d > 0.0f ? d : 0.0f;
+        });
+}
+
+void IpAlphaRows::invert(float* dst, float const* a, int n) noexcept {
+    __m128 const one = _mm_set1_ps(1.0f);
+    unary(
+        dst, a, n, [one](__m128 x) { return _mm_sub_ps(one, x); },
+        [](float x) { return 1.0f - x; });
+}
+
+float IpAlphaRows::lut(float a, float scale, float offset, float const* table, int size) noexcept {
+    float v = a * scale + offset;
+    float const top = static_cast<float>(size - 2);
+    // Written so that NaN lands on the first entry.
+    v = v > 0.0f ? v : 0.0f;
+    v = v < top ? v : top;
+    int const i = static_cast<int>(v);
+    float const u = v - static_cast<float>(i);
+    return (1.0f - u) * table[i] + u * table[i + 1];
+}
+
+void IpAlphaRows::lut(float* dst, float const* a, int n, float scale, float offset,
+                      float const* table, int size) noexcept {
+    for (int i = 0; i < n; ++i)
+        dst[i] = lut(a[i], scale, offset, table, size);
+}
+
+void IpAlphaRows::windowMax(float* dst, float const* src, int n, int w, float* scratch) noexcept {
+    window<true>(dst, src, n, w, scratch);
+}
+
+void IpAlphaRows::windowMin(float* dst, float const* src, int n, int w, float* scratch) noexcept {
+    window<false>(dst, src, n, w, scratch);
+}
+
+void IpAlphaRows::correlate(float* dst, float const* src, int n, float const* taps,
+                            int nbTaps) noexcept {
+    if (n <= 0)
+        return;
+    bool symmetric = nbTaps % 2 == 1;
+    for (int k = 0; symmetric && k < nbTaps / 2; ++k)
+        symmetric = taps[k] == taps[nbTaps - 1 - k];
+    int i = 0;
+    if (symmetric) {
+        int const h = nbTaps / 2;
+        __m128 const c = _mm_set1_ps(taps[h]);
+        for (; i + 8 <= n; i += 8) {
+            float const* s = src + i;
+            __m128 acc0 = _mm_mul_ps(c, _mm_loadu_ps(s + h));
+            __m128 acc1 = _mm_mul_ps(c, _mm_loadu_ps(s + h + 4));
+            for (int k = 0; k < h; ++k) {
+                __m128 const t = _mm_set1_ps(taps[k]);
+                __m128 const p0 = _mm_add_ps(_mm_loadu_ps(s + k), _mm_loadu_ps(s + 2 * h - k));
+                __m128 const p1 =
+                    _mm_add_ps(_mm_loadu_ps(s + k + 4), _mm_loadu_ps(s + 2 * h - k + 4));
+                acc0 = _mm_add_ps(acc0, _mm_mul_ps(t, p0));
+                acc1 = _mm_add_ps(acc1, _mm_mul_ps(t, p1));
+            }
+            _mm_storeu_ps(dst + i, acc0);
+            _mm_storeu_ps(dst + i + 4, acc1);
+        }
+        for (; i < n; ++i) {
+            float const* s = src + i;
+            float acc = taps[h] * s[h];
+            for (int k = 0; k < h; ++k)
+                acc += taps[k] * (s[k] + s[2 * h - k]);
+            dst[i] = acc;
+        }
+        return;
+    }
+    for (; i + 4 <= n; i += 4) {
+        __m128 acc = _mm_setzero_ps();
+        for (int k = 0; k < nbTaps; ++k)
+            acc = _mm_add_ps(acc, _mm_mul_ps(_mm_set1_ps(taps[k]), _mm_loadu_ps(src + i + k)));
+        _mm_storeu_ps(dst + i, acc);
+    }
+    for (; i < n; ++i) {
+        float acc = 0.0f;
+        for (int k = 0; k < nbTaps; ++k)
+            acc += taps[k] * src[i + k];
+        dst[i] = acc;
+    }
+}
+
+void IpAlphaRows::accumulate(float* dst, float const* src, float w, int n) noexcept {
+    __m128 const vw = _mm_set1_ps(w);
+    binary(
+        dst, dst, src, n, [vw](__m128 d, __m128 s) { return _mm_add_ps(d, _mm_mul_ps(vw, s)); },
+        [w](float d, float s) { return d + w * s; });
+}
+
+void IpAlphaRows::scale(float* dst, float const* src, float w, int n) noexcept {
+    __m128 const vw = _mm_set1_ps(w);
+    unary(
+        dst, src, n, [vw](__m128 s) { return _mm_mul_ps(vw, s); }, [w](float s) { return w * s; });
+}
+
+int IpGauss1DKernel::getSize(float radius) noexcept {
+    float const r = std::fabs(radius);
+    if (!(r > 0.0f))
+        return 1;
+    return 2 * static_cast<int>(std::ceil(1.5f * std::min(r, 1.0e6f))) + 1;
+}
+
+IpGauss1DKernel::IpGauss1DKernel(float radius) : _taps(static_cast<std::size_t>(getSize(radius))) {
+    int const h = getSize() / 2;
+    if (h == 0) {
+        _taps[0] = 1.0f;
+        return;
+    }
+    double const sigma = std::fabs(radius) / 2.0;
+    double sum = 0.0;
+    std::vector<double> w(_taps.size());
+    for (int k = -h; k <= h; ++k) {
+        w[k + h] = std::exp(-0.5 * k * k / (sigma * sigma));
+        sum += w[k + h];
+    }
+    for (std::size_t k = 0; k < w.size(); ++k)
+        _taps[k] = static_cast<float>(w[k] / sum);
+}
+
+IpAlphaFilter1D::~IpAlphaFilter1D() = default;
+
+void IpFeatherFilter1D::filter(float* dst, float const* src, int n) const noexcept {
+    IpAlphaRows::correlate(dst, src, n, _kernel.getTaps(), _kernel.getSize());
+}
+
+} // namespace Vn
