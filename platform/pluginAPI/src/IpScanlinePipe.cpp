@@ -1,0 +1,419 @@
+#include "IpScanlinePipe.h"
+
+#include "Assertions.h"
+#include "IxGuardBase.h"
+#include "PxRequestMgr.h"
+
+#include <algorithm>
+#include <climits>
+
+namespace Vn {
+
+namespace {
+
+int slotOf(int y, int y0, int n) {
+    int const r = (y - y0) % n;
+    return r < 0 ? r + n : r;
+}
+
+template <class T>
+void makeRing(Vector<OPtr<IxScanline<T>>>& rows, Vector<int>& rowOf, int n,
+              GeRectangle<int> const& region) {
+    rows.clear();
+    rowOf.assign(static_cast<std::size_t>(n), INT_MIN);
+    for (int i = 0; i < n; ++i)
+        rows.emplace_back(new IxScanline<T>(region.xmin, region.xmax, IxPaddingPolicy<T>()));
+}
+
+template <class T>
+IxScanline<T> const* findRow(Vector<OPtr<IxScanline<T>>> const& rows, Vector<int> const& rowOf,
+                             int y, int y0) {
+    if (rows.empty())
+        return nullptr;
+    int const s = slotOf(y, y0, static_cast<int>(rows.size()));
+    return rowOf[static_cast<std::size_t>(s)] == y ? rows[static_cast<std::size_t>(s)].get()
+                                                   : nullptr;
+}
+
+} // namespace
+
+void IpScanlinePipe::checkCancelled() {
+    if (PxRequestMgr::isInitialized())
+        PxRequestMgr::getInstance().checkCancelled();
+}
+
+// ---- IpScanlinePipe
+
+IpScanlinePipe::IpScanlinePipe(Vector<IpScanlinePipePtr> inputs, int marginX, int marginY)
+    : _inputs(std::move(inputs)), _marginX(marginX), _marginY(marginY), _outputDelay(marginY) {
+    VN_ASSERT(marginX >= 0 && marginY >= 0);
+    for (IpScanlinePipePtr const& p : _inputs)
+        VN_ASSERT(!p.isNull());
+}
+
+IpScanlinePipe::~IpScanlinePipe() = default;
+
+IpScanlinePipePtr const& IpScanlinePipe::getInput(int i) const {
+    VN_ASSERT(0 <= i && i < getNbInputs());
+    return _inputs[static_cast<std::size_t>(i)];
+}
+
+Vector<IpSourceNode*> IpScanlinePipe::getAllInputs() const {
+    Vector<IpSourceNode*> out;
+    Vector<IpScanlinePipe const*> stack{this};
+    Vector<IpScanlinePipe const*> seen;
+    while (!stack.empty()) {
+        IpScanlinePipe const* n = stack.back();
+        stack.pop_back();
+        if (std::find(seen.begin(), seen.end(), n) != seen.end())
+            continue;
+        seen.push_back(n);
+        if (auto* s = dynamic_cast<IpSourceNode const*>(n))
+            out.push_back(const_cast<IpSourceNode*>(s));
+        for (auto it = n->_inputs.rbegin(); it != n->_inputs.rend(); ++it)
+            stack.push_back(it->get());
+    }
+    return out;
+}
+
+GeRectangle<int> IpScanlinePipe::getSrcRegion() const {
+    if (_dstRegion.isEmpty())
+        return {};
+    return {_dstRegion.xmin - _marginX, _dstRegion.xmax + _marginX, _dstRegion.ymin - _marginY,
+            _dstRegion.ymax + _marginY};
+}
+
+void IpScanlinePipe::setDstRegion(GeRectangle<int> const& region) {
+    _dstRegion = region;
+}
+
+IxScanline<float> const& IpScanlinePipe::getAlphaScanline(int y) const {
+    IxScanline<float> const* row = findAlphaRow(y);
+    // clang-format off
+    VN_ASSERT(row != nullptr && "row not held: the graph was not laid out for this read");
+    // clang-format on
+    return *row;
+}
+
+IxScanline<IpScanlinePipe::Color> const& IpScanlinePipe::getColorScanline(int y) const {
+    IxScanline<Color> const* row = findColorRow(y);
+    // clang-format off
+    VN_ASSERT(row != nullptr && "row not held: the graph was not laid out for this read");
+    // clang-format on
+    return *row;
+}
+
+IxScanline<float> const* IpScanlinePipe::findAlphaRow(int) const {
+    return nullptr;
+}
+IxScanline<IpScanlinePipe::Color> const* IpScanlinePipe::findColorRow(int) const {
+    return nullptr;
+}
+
+void IpScanlinePipe::initializeProcessing() {}
+void IpScanlinePipe::finishProcessing() {}
+
+// ---- IpScanlinePipeOutput
+
+template <class T>
+IpScanlinePipeOutput<T>::IpScanlinePipeOutput(Vector<IpScanlinePipePtr> inputs, int marginX,
+                                              int marginY)
+    : IpScanlinePipe(std::move(inputs), marginX, marginY) {}
+
+template <class T>
+IpScanlinePipeOutput<T>::~IpScanlinePipeOutput() = default;
+
+template <class T>
+bool IpScanlinePipeOutput<T>::givesAlphaRows() const noexcept {
+    return std::is_same_v<T, float>;
+}
+
+template <class T>
+bool IpScanlinePipeOutput<T>::givesColorRows() const noexcept {
+    return std::is_same_v<T, Color>;
+}
+
+template <class T>
+IxScanline<T> const& IpScanlinePipeOutput<T>::getOutputScanline(int y) const {
+    if constexpr (std::is_same_v<T, float>)
+        return getAlphaScanline(y);
+    else
+        return getColorScanline(y);
+}
+
+template <class T>
+IxScanline<float> const* IpScanlinePipeOutput<T>::findAlphaRow(int y) const {
+    if constexpr (std::is_same_v<T, float>)
+        return findRow(_rows, _rowOf, y, _dstRegion.ymin);
+    else
+        return nullptr;
+}
+
+template <class T>
+IxScanline<IpScanlinePipe::Color> const* IpScanlinePipeOutput<T>::findColorRow(int y) const {
+    if constexpr (std::is_same_v<T, Color>)
+        return findRow(_rows, _rowOf, y, _dstRegion.ymin);
+    else
+        return nullptr;
+}
+
+template <class T>
+void IpScanlinePipeOutput<T>::initializeProcessing() {
+    _rows.clear();
+    _rowOf.clear();
+    if (_consumers > 0 && !_dstRegion.isEmpty())
+        makeRing(_rows, _rowOf, std::clamp(_nbKeptRows, 1, _dstRegion.height()), _dstRegion);
+}
+
+template <class T>
+void IpScanlinePipeOutput<T>::tick(int t) {
+    int const y = t - _latency;
+    if (y < _dstRegion.ymin || y >= _dstRegion.ymax || _rows.empty())
+        return;
+    int const s = slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size()));
+    _rowOf[static_cast<std::size_t>(s)] = INT_MIN;
+    computeScanline(y, *_rows[static_cast<std::size_t>(s)]);
+    _rowOf[static_cast<std::size_t>(s)] = y;
+}
+
+template <class T>
+void IpScanlinePipeOutput<T>::finishProcessing() {
+    _rows.clear();
+    _rowOf.clear();
+}
+
+template <class T>
+IpScanlinePipe1In<T>::IpScanlinePipe1In(IpScanlinePipePtr const& input, int marginX, int marginY)
+    : IpScanlinePipeOutput<T>({input}, marginX, marginY) {
+    if constexpr (std::is_same_v<T, float>)
+        VN_ASSERT(input->givesAlphaRows());
+    else
+        VN_ASSERT(input->givesColorRows());
+}
+
+template <class T>
+IpScanlinePipe1In<T>::~IpScanlinePipe1In() = default;
+
+template <class T>
+CoRgbaColorTyped<float> IpScanlinePipe1In<T>::getFillColor() const {
+    return this->_inputs[0]->getFillColor();
+}
+
+template <class T>
+IxScanline<T> const& IpScanlinePipe1In<T>::getInputScanline(int y) const {
+    if constexpr (std::is_same_v<T, float>)
+        return this->_inputs[0]->getAlphaScanline(y);
+    else
+        return this->_inputs[0]->getColorScanline(y);
+}
+
+template <class T>
+IpScanlinePipe2In<T>::IpScanlinePipe2In(IpScanlinePipePtr const& a, IpScanlinePipePtr const& b)
+    : IpScanlinePipeOutput<T>({a, b}, 0, 0) {
+    if constexpr (std::is_same_v<T, float>)
+        VN_ASSERT(a->givesAlphaRows() && b->givesAlphaRows());
+    else
+        VN_ASSERT(a->givesColorRows() && b->givesColorRows());
+}
+
+template <class T>
+IpScanlinePipe2In<T>::~IpScanlinePipe2In() = default;
+
+template <class T>
+IxScanline<T> const& IpScanlinePipe2In<T>::getInputScanline(int i, int y) const {
+    if constexpr (std::is_same_v<T, float>)
+        return this->_inputs[static_cast<std::size_t>(i)]->getAlphaScanline(y);
+    else
+        return this->_inputs[static_cast<std::size_t>(i)]->getColorScanline(y);
+}
+
+template class IpScanlinePipeOutput<float>;
+template class IpScanlinePipeOutput<CoRgbaColorTyped<float>>;
+template class IpScanlinePipe1In<float>;
+template class IpScanlinePipe2In<float>;
+
+// ---- IpSourceNode
+
+IpSourceNode::IpSourceNode(IxPixelFormat::Comps comps) : _comps(comps) {
+    // clang-format off
+    VN_ASSERT(comps == IxPixelFormat::ALPHA || comps == IxPixelFormat::RGB || comps == IxPixelFormat::RGBA);
+    // clang-format on
+}
+
+IpSourceNode::~IpSourceNode() = default;
+
+IpScanlinePipe::Color IpSourceNode::getFillColor() const {
+    if (_sources && !_sources->empty())
+        return _sources->front().getTile().getFillColor();
+    return {};
+}
+
+void IpSourceNode::initializeProcessing() {
+    VN_ASSERT(_sources != nullptr);
+    int const n = std::clamp(_nbKeptRows, 1, std::max(1, _dstRegion.height()));
+    _alpha = {};
+    _color = {};
+    if (_dstRegion.isEmpty() || _consumers == 0)
+        return;
+    if (givesAlphaRows())
+        makeRing(_alpha.rows, _alpha.rowOf, n, _dstRegion);
+    else
+        makeRing(_color.rows, _color.rowOf, n, _dstRegion);
+}
+
+void IpSourceNode::tick(int t) {
+    if (t < _dstRegion.ymin || t >= _dstRegion.ymax)
+        return;
+    Color const fill = getFillColor();
+    auto read = [&](auto& ring, auto const& padValue) {
+        if (ring.rows.empty())
+            return;
+        int const s = slotOf(t, _dstRegion.ymin, static_cast<int>(ring.rows.size()));
+        auto& row = *ring.rows[static_cast<std::size_t>(s)];
+        row.setPaddingPolicy({IxPaddingPolicy<float>::CONSTANT, padValue});
+        ring.rowOf[static_cast<std::size_t>(s)] = INT_MIN;
+        row.readFrom(*_sources, t);
+        ring.rowOf[static_cast<std::size_t>(s)] = t;
+    };
+    if (givesAlphaRows())
+        read(_alpha, fill.a);
+    else
+        read(_color, fill);
+}
+
+void IpSourceNode::finishProcessing() {
+    _alpha = {};
+    _color = {};
+}
+
+IxScanline<float> const* IpSourceNode::findAlphaRow(int y) const {
+    return findRow(_alpha.rows, _alpha.rowOf, y, _dstRegion.ymin);
+}
+
+IxScanline<IpScanlinePipe::Color> const* IpSourceNode::findColorRow(int y) const {
+    return findRow(_color.rows, _color.rowOf, y, _dstRegion.ymin);
+}
+
+// ---- IpDestNode
+
+IpDestNode::IpDestNode(IpScanlinePipePtr const& input) : IpScanlinePipe({input}, 0, 0) {
+    VN_ASSERT(input->givesAlphaRows() || input->givesColorRows());
+}
+
+IpDestNode::~IpDestNode() = default;
+
+IpScanlinePipe::Color IpDestNode::getFillColor() const {
+    return _inputs[0]->getFillColor();
+}
+
+void IpDestNode::setDstRegion(GeRectangle<int> const& region) {
+    // Producers before consumers: a depth-first walk that lists a node after its inputs.
+    _order.clear();
+    struct Frame {
+        IpScanlinePipe* node;
+        std::size_t next;
+    };
+    Vector<Frame> stack{{this, 0}};
+    Vector<IpScanlinePipe*> onPath{this};
+    while (!stack.empty()) {
+        Frame& f = stack.back();
+        if (f.next < f.node->_inputs.size()) {
+            IpScanlinePipe* in = f.node->_inputs[f.next++].get();
+            // clang-format off
+            VN_ASSERT(std::find(onPath.begin(), onPath.end(), in) == onPath.end() && "a pipe graph has no cycles");
+            // clang-format on
+            if (std::find(_order.begin(), _order.end(), in) == _order.end()) {
+                stack.push_back({in, 0});
+                onPath.push_back(in);
+            }
+            continue;
+        }
+        _order.push_back(f.node);
+        stack.pop_back();
+        onPath.pop_back();
+    }
+
+    for (IpScanlinePipe* n : _order) {
+        n->_requested = {};
+        n->_consumers = 0;
+        n->_outputDelay = n->_marginY;
+        n->_nbKeptRows = 0;
+    }
+    _requested = region;
+    // Consumers first: each node's region is the union of what its consumers need.
+    for (auto it = _order.rbegin(); it != _order.rend(); ++it) {
+        IpScanlinePipe* n = *it;
+        if (n == this)
+            IpScanlinePipe::setDstRegion(n->_requested);
+        else
+            n->setDstRegion(n->_requested);
+        GeRectangle<int> const need = n->getSrcRegion();
+        for (IpScanlinePipePtr const& in : n->_inputs) {
+            in->_requested = in->_requested.unite(need);
+            ++in->_consumers;
+        }
+    }
+    for (IpScanlinePipe* n : _order) {
+        int l = 0;
+        for (IpScanlinePipePtr const& in : n->_inputs)
+            l = std::max(l, in->_latency);
+        n->_latency = l + n->_outputDelay;
+    }
+    // The rows an input keeps: from the tick it hands one out to the last tick a consumer reads
+    // it, which for a consumer with margin m is m rows past the row it makes from it.
+    for (IpScanlinePipe* c : _order)
+        for (IpScanlinePipePtr const& in : c->_inputs) {
+            int const hold =
+                c->readsInputsOnArrival() ? 0 : c->_latency + c->_marginY - in->_latency;
+            in->_nbKeptRows = std::max(in->_nbKeptRows, hold + 1);
+        }
+}
+
+void IpDestNode::tick(int t) {
+    int const y = t - _latency;
+    if (y < _dstRegion.ymin || y >= _dstRegion.ymax)
+        return;
+    if (_inputs[0]->givesAlphaRows())
+        _inputs[0]->getAlphaScanline(y).writeTo(*_target, y);
+    else
+        _inputs[0]->getColorScanline(y).writeTo(*_target, y);
+}
+
+void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) {
+    // clang-format off
+    VN_ASSERT(!_order.empty() && "the destination region is set before processing");
+    // clang-format on
+    _target = &dst;
+    int tFirst = INT_MAX;
+    int tLast = INT_MIN;
+    for (IpScanlinePipe* n : _order) {
+        if (auto* s = dynamic_cast<IpSourceNode*>(n))
+            s->setSources(&sources);
+        GeRectangle<int> const& r = n->_dstRegion;
+        if (r.isEmpty())
+            continue;
+        tFirst = std::min(tFirst, r.ymin + n->_latency);
+        tLast = std::max(tLast, r.ymax - 1 + n->_latency);
+    }
+    struct Finish {
+        Vector<IpScanlinePipe*> const& order;
+        ~Finish() {
+            for (IpScanlinePipe* n : order)
+                n->finishProcessing();
+            for (IpScanlinePipe* n : order)
+                if (auto* s = dynamic_cast<IpSourceNode*>(n))
+                    s->setSources(nullptr);
+        }
+    } finish{_order};
+    for (IpScanlinePipe* n : _order)
+        n->initializeProcessing();
+    for (int t = tFirst; t <= tLast; ++t) {
+        for (IpScanlinePipe* n : _order)
+            n->tick(t);
+        checkCancelled();
+    }
+    dst.setFillColor(getFillColor());
+    _target = nullptr;
+}
+
+} // namespace Vn
