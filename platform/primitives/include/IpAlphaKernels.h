@@ -33,6 +33,11 @@ struct VN_EXPORT IpAlphaRows {
     static void windowMax(float* dst, float const* src, int n, int w, float* scratch) noexcept;
     static void windowMin(float* dst, float const* src, int n, int w, float* scratch) noexcept;
 
+    // dst[i] = the extreme of rows[r][i] over r in [0, nbRows), nbRows at least 1: one pass
+    // however many rows.
+    static void maxOfRows(float* dst, float const* const* rows, int nbRows, int n) noexcept;
+    static void minOfRows(float* dst, float const* const* rows, int nbRows, int n) noexcept;
+
     // dst[i] = sum over k of taps[k] * src[i + k], k in [0, nbTaps): a correlation over a row
     // that holds n + nbTaps - 1 values. Symmetric taps (taps[k] == taps[nbTaps - 1 - k]) take
     // the folded path.

@@ -1,6 +1,7 @@
 #include "IpAlphaKernels.h"
 
 #include <emmintrin.h>
+#include <immintrin.h>
 
 #include <algorithm>
 #include <cmath>
@@ -51,15 +52,34 @@ inline void unary(float* dst, float const* a, int n, V vop, S sop) noexcept {
         [&](float x, float) { return sop(x); });
 }
 
+// d = extreme(a, b), sixteen values a pass; d may equal a. Returns where it stopped.
+template <bool kMax>
+__attribute__((target("avx2"))) int extremePairAvx2(float* d, float const* a, float const* b,
+                                                    int m) noexcept {
+    int i = 0;
+    for (; i + 16 <= m; i += 16) {
+        __m256 const a0 = _mm256_loadu_ps(a + i);
+        __m256 const a1 = _mm256_loadu_ps(a + i + 8);
+        __m256 const b0 = _mm256_loadu_ps(b + i);
+        __m256 const b1 = _mm256_loadu_ps(b + i + 8);
+        _mm256_storeu_ps(d + i, kMax ? _mm256_max_ps(a0, b0) : _mm256_min_ps(a0, b0));
+        _mm256_storeu_ps(d + i + 8, kMax ? _mm256_max_ps(a1, b1) : _mm256_min_ps(a1, b1));
+    }
+    return i;
+}
+
+bool hasAvx2() noexcept;
+
 template <bool kMax>
 void window(float* dst, float const* src, int n, int w, float* scratch) noexcept {
     if (n <= 0)
         return;
     auto const op = [](float* d, float const* a, float const* b, int m) {
+        int const i = hasAvx2() ? extremePairAvx2<kMax>(d, a, b, m) : 0;
         if constexpr (kMax)
-            IpAlphaRows::max(d, a, b, m);
+            IpAlphaRows::max(d + i, a + i, b + i, m - i);
         else
-            IpAlphaRows::min(d, a, b, m);
+            IpAlphaRows::min(d + i, a + i, b + i, m - i);
     };
     if (w <= 1) {
         std::memmove(dst, src, sizeof(float) * static_cast<std::size_t>(n));
@@ -75,6 +95,82 @@ void window(float* dst, float const* src, int n, int w, float* scratch) noexcept
         p *= 2;
     }
     op(dst, cur, cur + (w - p), n);
+}
+
+// The folded symmetric correlation eight values a pass with fused multiply-adds, for processors
+// that have them; values from i on are left to the caller. Returns where it stopped.
+__attribute__((target("avx2,fma"))) int correlateSymmetricAvx2(float* dst, float const* src, int n,
+                                                               float const* taps, int h) noexcept {
+    int i = 0;
+    __m256 const c = _mm256_set1_ps(taps[h]);
+    for (; i + 16 <= n; i += 16) {
+        float const* s = src + i;
+        __m256 acc0 = _mm256_mul_ps(c, _mm256_loadu_ps(s + h));
+        __m256 acc1 = _mm256_mul_ps(c, _mm256_loadu_ps(s + h + 8));
+        for (int k = 0; k < h; ++k) {
+            __m256 const t = _mm256_set1_ps(taps[k]);
+            acc0 = _mm256_fmadd_ps(
+                t, _mm256_add_ps(_mm256_loadu_ps(s + k), _mm256_loadu_ps(s + 2 * h - k)), acc0);
+            acc1 = _mm256_fmadd_ps(
+                t, _mm256_add_ps(_mm256_loadu_ps(s + k + 8), _mm256_loadu_ps(s + 2 * h - k + 8)),
+                acc1);
+        }
+        _mm256_storeu_ps(dst + i, acc0);
+        _mm256_storeu_ps(dst + i + 8, acc1);
+    }
+    return i;
+}
+
+bool hasAvx2() noexcept {
+    static bool const has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+    return has;
+}
+
+// The extreme over many rows with the running value in registers: each input is read once and
+// the output written once. Returns where it stopped.
+template <bool kMax>
+__attribute__((target("avx2"))) int extremeOfRowsAvx2(float* dst, float const* const* rows,
+                                                      int nbRows, int n) noexcept {
+    int i = 0;
+    for (; i + 16 <= n; i += 16) {
+        __m256 a0 = _mm256_loadu_ps(rows[0] + i);
+        __m256 a1 = _mm256_loadu_ps(rows[0] + i + 8);
+        for (int r = 1; r < nbRows; ++r) {
+            __m256 const b0 = _mm256_loadu_ps(rows[r] + i);
+            __m256 const b1 = _mm256_loadu_ps(rows[r] + i + 8);
+            a0 = kMax ? _mm256_max_ps(a0, b0) : _mm256_min_ps(a0, b0);
+            a1 = kMax ? _mm256_max_ps(a1, b1) : _mm256_min_ps(a1, b1);
+        }
+        _mm256_storeu_ps(dst + i, a0);
+        _mm256_storeu_ps(dst + i + 8, a1);
+    }
+    return i;
+}
+
+template <bool kMax>
+void extremeOfRows(float* dst, float const* const* rows, int nbRows, int n) noexcept {
+    int i = hasAvx2() ? extremeOfRowsAvx2<kMax>(dst, rows, nbRows, n) : 0;
+    for (; i + 8 <= n; i += 8) {
+        __m128 a0 = _mm_loadu_ps(rows[0] + i);
+        __m128 a1 = _mm_loadu_ps(rows[0] + i + 4);
+        for (int r = 1; r < nbRows; ++r) {
+            __m128 const b0 = _mm_loadu_ps(rows[r] + i);
+            __m128 const b1 = _mm_loadu_ps(rows[r] + i + 4);
+            a0 = kMax ? _mm_max_ps(a0, b0) : _mm_min_ps(a0, b0);
+            a1 = kMax ? _mm_max_ps(a1, b1) : _mm_min_ps(a1, b1);
+        }
+        _mm_storeu_ps(dst + i, a0);
+        _mm_storeu_ps(dst + i + 4, a1);
+    }
+    for (; i < n; ++i) {
+        float a = rows[0][i];
+        for (int r = 1; r < nbRows; ++r) {
+            float const b = rows[r][i];
+            // As the vector instructions: the second operand when they compare false.
+            a = kMax ? (a > b ? a : b) : (a < b ? a : b);
+        }
+        dst[i] = a;
+    }
 }
 
 } // namespace
@@ -140,6 +236,14 @@ void IpAlphaRows::lut(float* dst, float const* a, int n, float scale, float offs
         dst[i] = lut(a[i], scale, offset, table, size);
 }
 
+void IpAlphaRows::maxOfRows(float* dst, float const* const* rows, int nbRows, int n) noexcept {
+    extremeOfRows<true>(dst, rows, nbRows, n);
+}
+
+void IpAlphaRows::minOfRows(float* dst, float const* const* rows, int nbRows, int n) noexcept {
+    extremeOfRows<false>(dst, rows, nbRows, n);
+}
+
 void IpAlphaRows::windowMax(float* dst, float const* src, int n, int w, float* scratch) noexcept {
     window<true>(dst, src, n, w, scratch);
 }
@@ -158,6 +262,8 @@ void IpAlphaRows::correlate(float* dst, float const* src, int n, float const* ta
     int i = 0;
     if (symmetric) {
         int const h = nbTaps / 2;
+        if (hasAvx2())
+            i = correlateSymmetricAvx2(dst, src, n, taps, h);
         __m128 const c = _mm_set1_ps(taps[h]);
         for (; i + 8 <= n; i += 8) {
             float const* s = src + i;

@@ -137,6 +137,33 @@ TEST(IpAlphaRows, SlidingWindowsMatchBruteForce) {
         }
 }
 
+TEST(IpAlphaRows, ExtremesOfManyRowsMatchPairwiseOnes) {
+    std::mt19937 rng(5);
+    for (int nbRows : {1, 2, 17, 34})
+        for (int n = 0; n <= 40; ++n) {
+            std::vector<std::vector<float>> rows;
+            std::vector<float const*> ptrs;
+            for (int r = 0; r < nbRows; ++r)
+                rows.push_back(randomRow(n + 1, rng));
+            for (int r = 0; r < nbRows; ++r)
+                ptrs.push_back(rows[static_cast<std::size_t>(r)].data() + (r % 2)); // unaligned too
+            std::vector<float> mx(static_cast<std::size_t>(n));
+            std::vector<float> mn(static_cast<std::size_t>(n));
+            IpAlphaRows::maxOfRows(mx.data(), ptrs.data(), nbRows, n);
+            IpAlphaRows::minOfRows(mn.data(), ptrs.data(), nbRows, n);
+            for (int i = 0; i < n; ++i) {
+                float hi = ptrs[0][i];
+                float lo = ptrs[0][i];
+                for (int r = 1; r < nbRows; ++r) {
+                    hi = std::max(hi, ptrs[static_cast<std::size_t>(r)][i]);
+                    lo = std::min(lo, ptrs[static_cast<std::size_t>(r)][i]);
+                }
+                ASSERT_EQ(mx[static_cast<std::size_t>(i)], hi) << nbRows << " rows, n=" << n;
+                ASSERT_EQ(mn[static_cast<std::size_t>(i)], lo) << nbRows << " rows, n=" << n;
+            }
+        }
+}
+
 TEST(IpAlphaRows, CorrelationMatchesDirectSums) {
     std::mt19937 rng(11);
     std::vector<std::vector<float>> const tapSets = {
