@@ -366,3 +366,41 @@ TEST_F(AlphaPipes, BadGraphsAreRefused) {
     EXPECT_EQ(shape(*IpScanlinePipeUtils::createDilateNode(a, -1.0f, 2, 2)), "Dilate[0](Source)");
     EXPECT_EQ(shape(*IpScanlinePipeUtils::createDilateNode(a, 1.0f, 2, 2)), "Dilate[1](Source)");
 }
+
+namespace {
+// The mean of five rows, read from the input's kept rows while computing (not on arrival).
+class VerticalMean final : public IpScanlinePipe1In<float> {
+public:
+    explicit VerticalMean(IpScanlinePipePtr const& in) : IpScanlinePipe1In(in, 0, 2) {}
+    char const* getName() const override { return "VerticalMean"; }
+
+protected:
+    void computeScanline(int y, IxScanline<float>& out) override {
+        for (int x = out.getX0(); x < out.getX1(); ++x) {
+            float sum = 0.0f;
+            for (int dy = -2; dy <= 2; ++dy)
+                sum += getInputScanline(y + dy)[x];
+            out[x] = sum / 5.0f;
+        }
+    }
+};
+} // namespace
+
+TEST_F(AlphaPipes, ResultsWrittenOverTheirSourceAreThoseWrittenElsewhere) {
+    // Inside the tile, so that rows could be read from it in place; the mean reads each row
+    // after the result's row of the same index is written.
+    Image const im = blobs({0, 30, 0, 20}, 0.0f, 21);
+    GeRectangle<int> const inner(4, 26, 3, 17);
+    IpScanlinePipePtr s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IxTile const apart = run(s, IpScanlinePipePtr(new VerticalMean(s)), alphaTile(im), inner);
+
+    IxTile const same = alphaTile(im);
+    s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IxWriteGuard g(same);
+    IpScanlinePipeUtils::createAlphaDest(IpScanlinePipePtr(new VerticalMean(s)),
+                                         IxPixelFormat::ALPHA, inner, nullptr)
+        ->process(g, {IxReadGuard(same)});
+    for (int y = inner.ymin; y < inner.ymax; ++y)
+        for (int x = inner.xmin; x < inner.xmax; ++x)
+            ASSERT_EQ(*g.getPixel<float>(x, y), pixel(apart, x, y)) << x << "," << y;
+}

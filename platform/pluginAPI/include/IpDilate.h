@@ -46,8 +46,10 @@ private:
     // 1, 2, 4 ... pixels, from which any window is two look-ups.
     int _nbLevels = 1;
     int _rowLength = 0;
+    int _rowStride = 0;
     Vector<float> _kept;
     Vector<float> _scratch;
+    Vector<float const*> _rowList;
 };
 
 // Fills holes and gaps of an alpha pipe smaller than the element: a disc dilation followed by

@@ -149,7 +149,8 @@ protected:
 };
 
 // Reads the rows of the source tiles, padded with the first tile's fill colour: alpha rows
-// for alpha tiles, colour rows for the others.
+// for alpha tiles, colour rows for the others. A row that one tile of the rows' format covers
+// is handed out in place, not copied.
 class VN_EXPORT IpSourceNode final : public IpScanlinePipe {
 public:
     explicit IpSourceNode(IxPixelFormat::Comps comps);
@@ -162,6 +163,8 @@ public:
 
     // The tiles to read for the next run; they must outlive it.
     void setSources(Vector<IxReadGuard> const* sources) noexcept { _sources = sources; }
+    // Whether rows may be handed out in place; not when the result is written over the sources.
+    void setRowsInPlace(bool inPlace) noexcept { _inPlace = inPlace; }
     void initializeProcessing() override;
     void tick(int t) override;
     void finishProcessing() override;
@@ -175,9 +178,14 @@ private:
     struct Ring {
         Vector<OPtr<IxScanline<T>>> rows;
         Vector<int> rowOf;
+        // Lines over the tile itself, used instead of a copy when one tile of the line's
+        // format covers the row.
+        Vector<OPtr<IxScanline<T>>> views;
+        Vector<char> isView;
     };
     IxPixelFormat::Comps _comps;
     Vector<IxReadGuard> const* _sources = nullptr;
+    bool _inPlace = true;
     Ring<float> _alpha;
     Ring<Color> _color;
 };

@@ -75,14 +75,19 @@ void IpDilate::initializeProcessing() {
     IpScanlinePipe1In<float>::initializeProcessing();
     int const w = _dstRegion.width();
     _rowLength = _element == BOX ? w : w + 2 * _marginX;
-    _kept.assign(static_cast<std::size_t>(2 * _marginY + 1) * _nbLevels * _rowLength, 0.0f);
+    // Kept rows a multiple of 4 KiB apart would all fall in the same sets of the first-level
+    // cache when read together.
+    _rowStride = _rowLength % 1024 == 0 ? _rowLength + 16 : _rowLength;
+    _kept.assign(static_cast<std::size_t>(2 * _marginY + 1) * _nbLevels * _rowStride, 0.0f);
     _scratch.assign(static_cast<std::size_t>(w + 2 * _marginX + 1), 0.0f);
+    _rowList.assign(static_cast<std::size_t>(2 * (2 * _marginY + 1)), nullptr);
 }
 
 void IpDilate::finishProcessing() {
     IpScanlinePipe1In<float>::finishProcessing();
     _kept = {};
     _scratch = {};
+    _rowList = {};
 }
 
 float* IpDilate::keptRow(int y, int level) {
@@ -90,7 +95,7 @@ float* IpDilate::keptRow(int y, int level) {
     int slot = (y - _dstRegion.ymin) % n;
     if (slot < 0)
         slot += n;
-    return _kept.data() + (static_cast<std::size_t>(slot) * _nbLevels + level) * _rowLength;
+    return _kept.data() + (static_cast<std::size_t>(slot) * _nbLevels + level) * _rowStride;
 }
 
 void IpDilate::absorb(int y) {
@@ -126,31 +131,23 @@ void IpDilate::tick(int t) {
 }
 
 void IpDilate::computeScanline(int y, IxScanline<float>& out) {
-    int const w = _dstRegion.width();
-    float* o = out.getData();
-    auto const op = _erode ? &IpAlphaRows::min : &IpAlphaRows::max;
-    if (_element == BOX) {
-        std::memcpy(o, keptRow(y - _marginY, 0), sizeof(float) * static_cast<std::size_t>(w));
-        for (int dy = -_marginY + 1; dy <= _marginY; ++dy)
-            op(o, o, keptRow(y + dy, 0), w);
-        return;
-    }
-    bool first = true;
+    // The rows under the element, gathered once per row into a list kept from the start.
+    int nb = 0;
     for (int dy = -_marginY; dy <= _marginY; ++dy) {
+        if (_element == BOX) {
+            _rowList[static_cast<std::size_t>(nb++)] = keptRow(y + dy, 0);
+            continue;
+        }
         int const half = _halfWidth[static_cast<std::size_t>(std::abs(dy))];
         int const k = floorLog2(2 * half + 1);
-        int const p = 1 << k;
         float const* level = keptRow(y + dy, k);
-        float const* a = level + (_marginX - half);
-        float const* b = level + (_marginX + half - p + 1);
-        if (first) {
-            op(o, a, b, w);
-            first = false;
-        } else {
-            op(o, o, a, w);
-            op(o, o, b, w);
-        }
+        _rowList[static_cast<std::size_t>(nb++)] = level + (_marginX - half);
+        _rowList[static_cast<std::size_t>(nb++)] = level + (_marginX + half - (1 << k) + 1);
     }
+    if (_erode)
+        IpAlphaRows::minOfRows(out.getData(), _rowList.data(), nb, _dstRegion.width());
+    else
+        IpAlphaRows::maxOfRows(out.getData(), _rowList.data(), nb, _dstRegion.width());
 }
 
 IpScanlinePipePtr IpFillAlpha::create(IpScanlinePipePtr const& pipe, int x, int y) {

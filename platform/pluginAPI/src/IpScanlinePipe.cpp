@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <climits>
+#include <type_traits>
+#include <utility>
 
 namespace Vn {
 
@@ -33,6 +35,16 @@ IxScanline<T> const* findRow(Vector<OPtr<IxScanline<T>>> const& rows, Vector<int
     int const s = slotOf(y, y0, static_cast<int>(rows.size()));
     return rowOf[static_cast<std::size_t>(s)] == y ? rows[static_cast<std::size_t>(s)].get()
                                                    : nullptr;
+}
+
+// The bytes a guard's pixels span, empty when it holds none.
+std::pair<std::uintptr_t, std::uintptr_t> spanOf(IxGuardBase const& g) {
+    GeRectangle<int> const& r = g.getPixelRegion();
+    if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
+        return {0, 0};
+    auto const first = reinterpret_cast<std::uintptr_t>(g.getFirst());
+    return {first, first + static_cast<std::uintptr_t>(g.getLineStride()) * (r.height() - 1) +
+                       static_cast<std::uintptr_t>(r.width()) * g.getPixelSize()};
 }
 
 } // namespace
@@ -255,25 +267,54 @@ void IpSourceNode::initializeProcessing() {
     _color = {};
     if (_dstRegion.isEmpty() || _consumers == 0)
         return;
+    auto make = [&](auto& ring) {
+        using T = typename std::remove_reference_t<decltype(*ring.rows.front())>;
+        makeRing(ring.rows, ring.rowOf, n, _dstRegion);
+        for (int i = 0; i < n; ++i)
+            ring.views.emplace_back(new T(nullptr, 0, 0, {}));
+        ring.isView.assign(static_cast<std::size_t>(n), 0);
+    };
     if (givesAlphaRows())
-        makeRing(_alpha.rows, _alpha.rowOf, n, _dstRegion);
+        make(_alpha);
     else
-        makeRing(_color.rows, _color.rowOf, n, _dstRegion);
+        make(_color);
 }
 
 void IpSourceNode::tick(int t) {
     if (t < _dstRegion.ymin || t >= _dstRegion.ymax)
         return;
     Color const fill = getFillColor();
+    // The one tile that holds the whole row in the rows' own format, if there is one.
+    IxReadGuard const* whole = nullptr;
+    if (_sources->size() == 1) {
+        IxReadGuard const& g = _sources->front();
+        GeRectangle<int> const& r = g.getPixelRegion();
+        IxPixelFormat const& want =
+            givesAlphaRows() ? IxScanline<float>::PIXEL_FORMAT : IxScanline<Color>::PIXEL_FORMAT;
+        if (_inPlace && g.holdsMemory() && g.getFirst() && r.ymin <= t && t < r.ymax &&
+            r.xmin <= _dstRegion.xmin && _dstRegion.xmax <= r.xmax &&
+            g.getPixelFormat().getComps() == want.getComps() &&
+            g.getPixelFormat().getDepth() == want.getDepth())
+            whole = &g;
+    }
     auto read = [&](auto& ring, auto const& padValue) {
+        using T = std::remove_cv_t<std::remove_reference_t<decltype(padValue)>>;
         if (ring.rows.empty())
             return;
-        int const s = slotOf(t, _dstRegion.ymin, static_cast<int>(ring.rows.size()));
-        auto& row = *ring.rows[static_cast<std::size_t>(s)];
-        row.setPaddingPolicy({IxPaddingPolicy<float>::CONSTANT, padValue});
-        ring.rowOf[static_cast<std::size_t>(s)] = INT_MIN;
-        row.readFrom(*_sources, t);
-        ring.rowOf[static_cast<std::size_t>(s)] = t;
+        auto const s = static_cast<std::size_t>(
+            slotOf(t, _dstRegion.ymin, static_cast<int>(ring.rows.size())));
+        ring.rowOf[s] = INT_MIN;
+        if (whole) {
+            ring.views[s]->rebuild(const_cast<T*>(whole->getPixel<T>(_dstRegion.xmin, t)),
+                                   _dstRegion.xmin, _dstRegion.xmax);
+            ring.isView[s] = 1;
+        } else {
+            IxScanline<T>& row = *ring.rows[s];
+            row.setPaddingPolicy({IxPaddingPolicy<T>::CONSTANT, padValue});
+            row.readFrom(*_sources, t);
+            ring.isView[s] = 0;
+        }
+        ring.rowOf[s] = t;
     };
     if (givesAlphaRows())
         read(_alpha, fill.a);
@@ -286,12 +327,23 @@ void IpSourceNode::finishProcessing() {
     _color = {};
 }
 
+namespace {
+template <class Ring>
+auto const* findSourceRow(Ring const& ring, int y, int y0) {
+    auto const* row = findRow(ring.rows, ring.rowOf, y, y0);
+    if (!row)
+        return row;
+    auto const s = static_cast<std::size_t>(slotOf(y, y0, static_cast<int>(ring.rows.size())));
+    return ring.isView[s] ? ring.views[s].get() : row;
+}
+} // namespace
+
 IxScanline<float> const* IpSourceNode::findAlphaRow(int y) const {
-    return findRow(_alpha.rows, _alpha.rowOf, y, _dstRegion.ymin);
+    return findSourceRow(_alpha, y, _dstRegion.ymin);
 }
 
 IxScanline<IpScanlinePipe::Color> const* IpSourceNode::findColorRow(int y) const {
-    return findRow(_color.rows, _color.rowOf, y, _dstRegion.ymin);
+    return findSourceRow(_color, y, _dstRegion.ymin);
 }
 
 // ---- IpDestNode
@@ -386,9 +438,19 @@ void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) 
     _target = &dst;
     int tFirst = INT_MAX;
     int tLast = INT_MIN;
+    // A result written over its own sources must not be read from them in place: rows still
+    // to be read would be overwritten.
+    auto const target = spanOf(dst);
+    bool inPlace = true;
+    for (IxReadGuard const& g : sources) {
+        auto const span = spanOf(g);
+        inPlace = inPlace && (span.second <= target.first || target.second <= span.first);
+    }
     for (IpScanlinePipe* n : _order) {
-        if (auto* s = dynamic_cast<IpSourceNode*>(n))
+        if (auto* s = dynamic_cast<IpSourceNode*>(n)) {
             s->setSources(&sources);
+            s->setRowsInPlace(inPlace);
+        }
         GeRectangle<int> const& r = n->_dstRegion;
         if (r.isEmpty())
             continue;
