@@ -6,6 +6,7 @@
 #include "IpScanlinePipeUtils.h"
 #include "IxGuardBase.h"
 #include "PmShape2d.h"
+#include "PxEx.h"
 
 #include <cmath>
 #include <functional>
@@ -403,4 +404,49 @@ TEST_F(AlphaPipes, ResultsWrittenOverTheirSourceAreThoseWrittenElsewhere) {
     for (int y = inner.ymin; y < inner.ymax; ++y)
         for (int x = inner.xmin; x < inner.xmax; ++x)
             ASSERT_EQ(*g.getPixel<float>(x, y), pixel(apart, x, y)) << x << "," << y;
+}
+
+namespace {
+// Copies its input, and cancels the request running the graph after the given row.
+class CancelAfter final : public IpScanlinePipe1In<float> {
+public:
+    CancelAfter(IpScanlinePipePtr const& in, int row) : IpScanlinePipe1In(in, 0, 0), _row(row) {}
+    char const* getName() const override { return "CancelAfter"; }
+    int rows = 0;
+    PxRequest* request = nullptr;
+
+protected:
+    void computeScanline(int y, IxScanline<float>& out) override {
+        for (int x = out.getX0(); x < out.getX1(); ++x)
+            out[x] = getInputScanline(y)[x];
+        ++rows;
+        if (y == _row)
+            engine().cancelRequest(request);
+    }
+
+private:
+    int _row;
+};
+} // namespace
+
+TEST_F(AlphaPipes, CancellingStopsTheRunBetweenRows) {
+    Image const im = blobs({0, 40, 0, 30}, 0.0f, 3);
+    IxTile const src = alphaTile(im);
+    IxTile const out(kAlpha, im.region, {});
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    // Cancelled while the feather takes in rows: its cache is let go unflushed and untouched.
+    RCShdPtr<CancelAfter> const cancel(new CancelAfter(s, 6));
+    RCShdPtr<IpDestNode> const dest =
+        IpScanlinePipeUtils::createAlphaDest(IpScanlinePipeUtils::createBlurAlpha(cancel, 2, 2),
+                                             IxPixelFormat::ALPHA, im.region, nullptr);
+    auto* r = new FnRequest([&] {
+        IxWriteGuard g(out);
+        dest->process(g, {IxReadGuard(src)});
+    });
+    PxRequestPtr<FnRequest> const p(r);
+    cancel->request = r;
+    engine().executeRequest(r, false);
+    EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
+    // The feather reads 3 rows above the region: rows -3 to 6, then the check stops it.
+    EXPECT_EQ(cancel->rows, 10);
 }
