@@ -70,6 +70,9 @@ public:
     // True when the node reads an input row only at the tick it is handed out (it keeps what
     // it needs of it), so the input keeps a single row for it.
     virtual bool readsInputsOnArrival() const noexcept { return false; }
+    // The tile the rows end in, when the destination is the only consumer: a node may then
+    // compute its rows straight into it. Null to stop.
+    virtual void setDirectTarget(IxWriteGuard const* target) noexcept { (void)target; }
 
     // Raises PxEx::ExRequestCancelled when the request running the graph is cancelled.
     static void checkCancelled();
@@ -110,6 +113,7 @@ public:
     // Computes row tick - latency when it lies in the destination region.
     void tick(int t) override;
     void finishProcessing() override;
+    void setDirectTarget(IxWriteGuard const* target) noexcept override { _direct = target; }
 
 protected:
     IpScanlinePipeOutput() noexcept = default;
@@ -123,6 +127,9 @@ protected:
 private:
     Vector<OPtr<IxScanline<T>>> _rows;
     Vector<int> _rowOf; // which row each slot holds, -1 for none
+    IxWriteGuard const* _direct = nullptr;
+    Vector<OPtr<IxScanline<T>>> _views; // over rows of _direct
+    Vector<char> _isView;
 };
 
 // One input giving rows of T; the result has the input's fill colour unless overridden.

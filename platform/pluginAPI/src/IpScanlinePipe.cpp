@@ -155,26 +155,49 @@ IxScanline<T> const& IpScanlinePipeOutput<T>::getOutputScanline(int y) const {
 
 template <class T>
 IxScanline<float> const* IpScanlinePipeOutput<T>::findAlphaRow(int y) const {
-    if constexpr (std::is_same_v<T, float>)
-        return findRow(_rows, _rowOf, y, _dstRegion.ymin);
-    else
+    if constexpr (std::is_same_v<T, float>) {
+        IxScanline<float> const* row = findRow(_rows, _rowOf, y, _dstRegion.ymin);
+        if (row && !_isView.empty()) {
+            auto const s = static_cast<std::size_t>(
+                slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size())));
+            return _isView[s] ? _views[s].get() : row;
+        }
+        return row;
+    } else {
         return nullptr;
+    }
 }
 
 template <class T>
 IxScanline<IpScanlinePipe::Color> const* IpScanlinePipeOutput<T>::findColorRow(int y) const {
-    if constexpr (std::is_same_v<T, Color>)
-        return findRow(_rows, _rowOf, y, _dstRegion.ymin);
-    else
+    if constexpr (std::is_same_v<T, Color>) {
+        IxScanline<Color> const* row = findRow(_rows, _rowOf, y, _dstRegion.ymin);
+        if (row && !_isView.empty()) {
+            auto const s = static_cast<std::size_t>(
+                slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size())));
+            return _isView[s] ? _views[s].get() : row;
+        }
+        return row;
+    } else {
         return nullptr;
+    }
 }
 
 template <class T>
 void IpScanlinePipeOutput<T>::initializeProcessing() {
     _rows.clear();
     _rowOf.clear();
-    if (_consumers > 0 && !_dstRegion.isEmpty())
-        makeRing(_rows, _rowOf, std::clamp(_nbKeptRows, 1, _dstRegion.height()), _dstRegion);
+    _views.clear();
+    _isView.clear();
+    if (_consumers == 0 || _dstRegion.isEmpty())
+        return;
+    int const n = std::clamp(_nbKeptRows, 1, _dstRegion.height());
+    makeRing(_rows, _rowOf, n, _dstRegion);
+    if (_direct) {
+        for (int i = 0; i < n; ++i)
+            _views.emplace_back(new IxScanline<T>(nullptr, 0, 0, {}));
+        _isView.assign(static_cast<std::size_t>(n), 0);
+    }
 }
 
 template <class T>
@@ -182,16 +205,35 @@ void IpScanlinePipeOutput<T>::tick(int t) {
     int const y = t - _latency;
     if (y < _dstRegion.ymin || y >= _dstRegion.ymax || _rows.empty())
         return;
-    int const s = slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size()));
-    _rowOf[static_cast<std::size_t>(s)] = INT_MIN;
-    computeScanline(y, *_rows[static_cast<std::size_t>(s)]);
-    _rowOf[static_cast<std::size_t>(s)] = y;
+    auto const s =
+        static_cast<std::size_t>(slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size())));
+    _rowOf[s] = INT_MIN;
+    IxScanline<T>* out = _rows[s].get();
+    if (!_isView.empty()) {
+        // Straight into the target when it holds the whole row in this node's format.
+        IxWriteGuard const& g = *_direct;
+        GeRectangle<int> const& r = g.getPixelRegion();
+        IxPixelFormat const& f = IxScanline<T>::PIXEL_FORMAT;
+        bool const whole = g.getFirst() && r.ymin <= y && y < r.ymax && r.xmin <= _dstRegion.xmin &&
+                           _dstRegion.xmax <= r.xmax &&
+                           g.getPixelFormat().getComps() == f.getComps() &&
+                           g.getPixelFormat().getDepth() == f.getDepth();
+        _isView[s] = whole;
+        if (whole) {
+            _views[s]->rebuild(g.getPixel<T>(_dstRegion.xmin, y), _dstRegion.xmin, _dstRegion.xmax);
+            out = _views[s].get();
+        }
+    }
+    computeScanline(y, *out);
+    _rowOf[s] = y;
 }
 
 template <class T>
 void IpScanlinePipeOutput<T>::finishProcessing() {
     _rows.clear();
     _rowOf.clear();
+    _views.clear();
+    _isView.clear();
 }
 
 template <class T>
@@ -425,10 +467,17 @@ void IpDestNode::tick(int t) {
     int const y = t - _latency;
     if (y < _dstRegion.ymin || y >= _dstRegion.ymax)
         return;
+    auto const write = [&](auto const& row) {
+        // Rows computed straight into the target are there already.
+        if (row.getWidth() > 0 && _target->getPixelRegion().contains(row.getX0(), y) &&
+            static_cast<void const*>(row.getData()) == _target->getAddress(row.getX0(), y))
+            return;
+        row.writeTo(*_target, y);
+    };
     if (_inputs[0]->givesAlphaRows())
-        _inputs[0]->getAlphaScanline(y).writeTo(*_target, y);
+        write(_inputs[0]->getAlphaScanline(y));
     else
-        _inputs[0]->getColorScanline(y).writeTo(*_target, y);
+        write(_inputs[0]->getColorScanline(y));
 }
 
 void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) {
@@ -467,6 +516,13 @@ void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) 
                     s->setSources(nullptr);
         }
     } finish{_order};
+    IpScanlinePipe* const last = _inputs[0].get();
+    struct Direct {
+        IpScanlinePipe* node;
+        ~Direct() { node->setDirectTarget(nullptr); }
+    } direct{last};
+    if (last->_consumers == 1)
+        last->setDirectTarget(&dst);
     for (IpScanlinePipe* n : _order)
         n->initializeProcessing();
     for (int t = tFirst; t <= tLast; ++t) {
