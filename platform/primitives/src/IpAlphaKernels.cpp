@@ -20,6 +20,17 @@ int headOf(float const* dst, int n) noexcept {
     return std::min(n, static_cast<int>((16 - addr % 16) % 16 / 4));
 }
 
+// Scalar access that holds for any alignment: a row handed over as raw bytes may not be aligned
+// to 4 bytes.
+inline float ld(float const* p) noexcept {
+    float v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+inline void st(float* p, float v) noexcept {
+    std::memcpy(p, &v, sizeof v);
+}
+
 // The shared loop shape: a scalar head up to alignment, eight then four values a pass with
 // aligned stores, a scalar tail. The vector op sees values loaded before any store of the pass,
 // so dst may equal a source.
@@ -29,7 +40,7 @@ inline void binary(float* dst, float const* a, float const* b, int n, V vop, S s
     int const head = headOf(dst, n);
     if (head >= 0) {
         for (; i < head; ++i)
-            dst[i] = sop(a[i], b[i]);
+            st(dst + i, sop(ld(a + i), ld(b + i)));
         for (; i + 8 <= n; i += 8) {
             __m128 const a0 = _mm_loadu_ps(a + i);
             __m128 const a1 = _mm_loadu_ps(a + i + 4);
@@ -42,7 +53,7 @@ inline void binary(float* dst, float const* a, float const* b, int n, V vop, S s
             _mm_store_ps(dst + i, vop(_mm_loadu_ps(a + i), _mm_loadu_ps(b + i)));
     }
     for (; i < n; ++i)
-        dst[i] = sop(a[i], b[i]);
+        st(dst + i, sop(ld(a + i), ld(b + i)));
 }
 
 template <class V, class S>

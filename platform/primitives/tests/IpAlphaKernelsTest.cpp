@@ -50,7 +50,8 @@ void checkBinary(char const* name,
             std::vector<float> const b = randomRow(n, rng);
             Placed dst(n, off);
             Placed src(n, (off + 8) % 16);
-            std::memcpy(src.get(), b.data(), sizeof(float) * static_cast<std::size_t>(n));
+            if (n > 0)
+                std::memcpy(src.get(), b.data(), sizeof(float) * static_cast<std::size_t>(n));
             op(dst.get(), a.data(), src.get(), n);
             for (int i = 0; i < n; ++i) {
                 float got;
@@ -90,7 +91,8 @@ TEST(IpAlphaRows, VectorLoopsMatchScalarForEveryLengthAndAlignment) {
     checkBinary(
         "accumulate",
         [](float* d, float const* a, float const* b, int n) {
-            std::memmove(d, a, sizeof(float) * static_cast<std::size_t>(n));
+            if (n > 0)
+                std::memmove(d, a, sizeof(float) * static_cast<std::size_t>(n));
             IpAlphaRows::accumulate(d, b, 0.7f, n);
         },
         [](float a, float b) { return a + 0.7f * b; });
