@@ -2,10 +2,13 @@
 #include "Assertions.h"
 #include "IxMemResource.h"
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <exception>
+#include <type_traits>
 
 namespace Vn {
 
@@ -53,6 +56,38 @@ template <class T, int N>
 inline void gather(T* __restrict row, T const* __restrict lines, std::ptrdiff_t stride) {
     for (int j = 0; j < N; ++j)
         row[j] = lines[j * stride];
+}
+
+// Floats four rows at a time: each 4 x 4 square is transposed in registers, so that lines and
+// rows are both written four values at once.
+template <int N>
+inline void scatter4(float* lines, std::ptrdiff_t stride, float const* const* rows) {
+    for (int j = 0; j < N; j += 4) {
+        __m128 r0 = _mm_loadu_ps(rows[0] + j);
+        __m128 r1 = _mm_loadu_ps(rows[1] + j);
+        __m128 r2 = _mm_loadu_ps(rows[2] + j);
+        __m128 r3 = _mm_loadu_ps(rows[3] + j);
+        _MM_TRANSPOSE4_PS(r0, r1, r2, r3);
+        _mm_storeu_ps(lines + j * stride, r0);
+        _mm_storeu_ps(lines + (j + 1) * stride, r1);
+        _mm_storeu_ps(lines + (j + 2) * stride, r2);
+        _mm_storeu_ps(lines + (j + 3) * stride, r3);
+    }
+}
+
+template <int N>
+inline void gather4(float* const* rows, float const* lines, std::ptrdiff_t stride) {
+    for (int j = 0; j < N; j += 4) {
+        __m128 c0 = _mm_loadu_ps(lines + j * stride);
+        __m128 c1 = _mm_loadu_ps(lines + (j + 1) * stride);
+        __m128 c2 = _mm_loadu_ps(lines + (j + 2) * stride);
+        __m128 c3 = _mm_loadu_ps(lines + (j + 3) * stride);
+        _MM_TRANSPOSE4_PS(c0, c1, c2, c3);
+        _mm_storeu_ps(rows[0] + j, c0);
+        _mm_storeu_ps(rows[1] + j, c1);
+        _mm_storeu_ps(rows[2] + j, c2);
+        _mm_storeu_ps(rows[3] + j, c3);
+    }
 }
 
 } // namespace
@@ -148,7 +183,20 @@ void IxScanlineCacheImp<T>::readBlock() {
     std::ptrdiff_t const stride = _lineStride;
     T* column = scratchLine(1);
     int const last = _srcRows.max - 1;
-    for (int y = _srcRows.min; y <= last; ++y, ++column) {
+    int y = _srcRows.min;
+    if constexpr (std::is_same_v<T, float>) {
+        if (toRead == B)
+            for (; y + 3 <= last; y += 4, column += 4) {
+                float const* rows[4];
+                for (int k = 0; k < 4; ++k) {
+                    if (y + k + distance <= last)
+                        prefetch(h.getAddress(_currentX, y + k + distance), hint);
+                    rows[k] = h.getPixel<float>(_currentX, y + k);
+                }
+                scatter4<B>(column, stride, rows);
+            }
+    }
+    for (; y <= last; ++y, ++column) {
         if (y + distance <= last)
             prefetch(h.getAddress(_currentX, y + distance), hint);
         T const* row = h.getPixel<T>(_currentX, y);
@@ -172,7 +220,17 @@ void IxScanlineCacheImp<T>::writeBlock() {
     IxWriteGuard const& v = *_vertical;
     std::ptrdiff_t const stride = _lineStride;
     T const* column = scratchLine(0);
-    for (int y = _dstRows.min; y < _dstRows.max; ++y, ++column) {
+    int y = _dstRows.min;
+    if constexpr (std::is_same_v<T, float>) {
+        if (toWrite == B)
+            for (; y + 4 <= _dstRows.max; y += 4, column += 4) {
+                float* rows[4];
+                for (int k = 0; k < 4; ++k)
+                    rows[k] = v.getPixel<float>(_currentX, y + k);
+                gather4<B>(rows, column, stride);
+            }
+    }
+    for (; y < _dstRows.max; ++y, ++column) {
         T* row = v.getPixel<T>(_currentX, y);
         if (toWrite == B) {
             gather<T, B>(row, column, stride);

@@ -4,6 +4,7 @@
 #include "InternalApiInit.h"
 #include "IxConvertServices.h"
 #include "LibraryBuildInfo.h"
+#include "PerfProbes.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -28,10 +29,13 @@ InInit<VnInit::internalAPI>::InInit() : InPackageInit("internalAPI") {
 template <>
 void InInit<VnInit::internalAPI>::initialize() {
     InBuildInfoUtil::registerInfo(OPtr<InBuildInfo>(new LibraryBuildInfo));
+    PerfProbes::registerProbes();
 }
 
 template <>
-void InInit<VnInit::internalAPI>::finalize() {}
+void InInit<VnInit::internalAPI>::finalize() {
+    PerfProbes::unregisterProbes();
+}
 
 namespace {
 InInit<VnInit::internalAPI> s_package;

@@ -1,0 +1,452 @@
+#include "../../procImp/tests/EngineTestSupport.h"
+
+#include "ExBase.h"
+#include "IpAlphaKernels.h"
+#include "IpAlphaPipeNodes.h"
+#include "IpScanlinePipeUtils.h"
+#include "IxGuardBase.h"
+#include "PmShape2d.h"
+#include "PxEx.h"
+
+#include <cmath>
+#include <functional>
+#include <random>
+#include <string>
+
+using namespace VnTest;
+using namespace Vn;
+
+namespace {
+
+using Color = CoRgbaColorTyped<float>;
+IxPixelFormat const kAlpha(IxPixelFormat::ALPHA, IxPixelFormat::FLOAT32);
+IxPixelFormat const kRGBA(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+
+// An alpha image given as a function, with what it holds outside its tile.
+struct Image {
+    GeRectangle<int> region;
+    float fill;
+    std::function<float(int, int)> value;
+    float at(int x, int y) const { return region.contains(x, y) ? value(x, y) : fill; }
+};
+
+IxTile alphaTile(Image const& im) {
+    IxTile t(kAlpha, im.region, {0.0f, 0.0f, 0.0f, im.fill});
+    IxWriteGuard g(t);
+    for (int y = im.region.ymin; y < im.region.ymax; ++y)
+        for (int x = im.region.xmin; x < im.region.xmax; ++x)
+            *g.getPixel<float>(x, y) = im.value(x, y);
+    return t;
+}
+
+// Random blobs with hard edges: dilation and distances have something to find.
+Image blobs(GeRectangle<int> region, float fill, unsigned seed) {
+    auto cells = std::make_shared<std::vector<float>>();
+    std::mt19937 rng(seed);
+    std::uniform_real_distribution<float> d(0.0f, 1.0f);
+    for (int i = 0; i < 64 * 64; ++i)
+        cells->push_back(d(rng) < 0.3f ? 1.0f : d(rng) * 0.4f);
+    return {region, fill, [cells](int x, int y) {
+                return (*cells)[static_cast<std::size_t>(((y & 63) * 64) + ((x * 7 / 3) & 63))];
+            }};
+}
+
+// Runs pipe (over an alpha source) from src into a new tile over dst.
+IxTile run(IpScanlinePipePtr const& source, IpScanlinePipePtr const& pipe, IxTile const& src,
+           GeRectangle<int> const& dst, GeRectangle<int>* srcRegion = nullptr) {
+    (void)source;
+    IxTile out(kAlpha, dst, {});
+    IxWriteGuard g(out);
+    RCShdPtr<IpDestNode> const dest =
+        IpScanlinePipeUtils::createAlphaDest(pipe, IxPixelFormat::ALPHA, dst, srcRegion);
+    dest->process(g, {IxReadGuard(src)});
+    return g.getTile();
+}
+
+float pixel(IxTile const& t, int x, int y) {
+    return *IxReadGuard(t).getPixel<float>(x, y);
+}
+
+std::string reasonOf(std::function<void()> const& f) {
+    try {
+        f();
+    } catch (ExBase const& e) {
+        return e.getReason();
+    }
+    return "(nothing raised)";
+}
+
+// The graph under a node, as text: Name[element](inputs...).
+std::string shape(IpScanlinePipe const& p) {
+    std::string s = p.getName();
+    if (auto* d = dynamic_cast<IpDilate const*>(&p))
+        s += "[" + std::to_string(d->getElement()) + "]";
+    if (p.getNbInputs() == 0)
+        return s;
+    s += "(";
+    for (int i = 0; i < p.getNbInputs(); ++i)
+        s += (i ? "," : "") + shape(*p.getInput(i));
+    return s + ")";
+}
+
+} // namespace
+
+using AlphaPipes = EngineTest;
+
+TEST_F(AlphaPipes, BlurEqualsTheSeparableConvolutionOfItsKernel) {
+    // A destination that straddles the source tile, sizes not multiples of 32: the filter reads
+    // the fill colour beyond the tile.
+    Image const im{{0, 45, 0, 37}, 0.25f, [](int x, int y) {
+                       return std::sin(0.37f * x) * std::cos(0.21f * y * y);
+                   }};
+    IxTile const src = alphaTile(im);
+    for (auto [rx, ry] : {std::pair{3.0f, 5.5f}, std::pair{1.0f, 0.0f}, std::pair{12.0f, 2.0f}}) {
+        GeRectangle<int> const dst(-4, 43, 3, 40);
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        GeRectangle<int> srcRegion;
+        IxTile const out =
+            run(s, IpScanlinePipeUtils::createBlurAlpha(s, rx, ry), src, dst, &srcRegion);
+
+        IpGauss1DKernel const kx(rx);
+        IpGauss1DKernel const ky(ry);
+        int const hx = kx.getSize() / 2;
+        int const hy = ky.getSize() / 2;
+        EXPECT_EQ(srcRegion,
+                  GeRectangle<int>(dst.xmin - hx, dst.xmax + hx, dst.ymin - hy, dst.ymax + hy));
+        for (int y = dst.ymin; y < dst.ymax; ++y)
+            for (int x = dst.xmin; x < dst.xmax; ++x) {
+                double sum = 0.0;
+                for (int j = 0; j < ky.getSize(); ++j)
+                    for (int i = 0; i < kx.getSize(); ++i)
+                        sum += double(ky.getTaps()[j]) * kx.getTaps()[i] *
+                               im.at(x - hx + i, y - hy + j);
+                ASSERT_NEAR(pixel(out, x, y), sum, 2e-5)
+                    << rx << "," << ry << " at " << x << "," << y;
+            }
+        EXPECT_EQ(out.getFillColor().a, 0.25f);
+    }
+}
+
+TEST_F(AlphaPipes, ColourTilesKeepTheirColourAndGetTheNewAlpha) {
+    IxTile src(kRGBA, {0, 9, 0, 7}, {0.1f, 0.2f, 0.3f, 0.0f});
+    {
+        IxWriteGuard g(src);
+        for (int y = 0; y < 7; ++y)
+            for (int x = 0; x < 9; ++x)
+                *g.getPixel<Color>(x, y) = {float(x), float(y), 2.0f,
+                                            x == 4 && y == 3 ? 1.0f : 0.0f};
+    }
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::RGBA);
+    EXPECT_EQ(shape(*s), "ExtractAlpha(Source)");
+    IxTile out(kRGBA, {0, 9, 0, 7}, {});
+    IxWriteGuard g(out);
+    IpScanlinePipeUtils::createAlphaDest(IpDilate::create(s, IpDilate::BOX, 1.0f, 2.0f),
+                                         IxPixelFormat::RGBA, {0, 9, 0, 7}, nullptr)
+        ->process(g, {IxReadGuard(src)});
+    for (int y = 0; y < 7; ++y)
+        for (int x = 0; x < 9; ++x) {
+            Color const c = *g.getPixel<Color>(x, y);
+            EXPECT_EQ(c.r, float(x));
+            EXPECT_EQ(c.g, float(y));
+            EXPECT_EQ(c.a, std::abs(x - 4) <= 1 && std::abs(y - 3) <= 2 ? 1.0f : 0.0f)
+                << x << "," << y;
+        }
+    EXPECT_EQ(g.getTile().getFillColor(), (Color{0.1f, 0.2f, 0.3f, 0.0f}));
+}
+
+TEST_F(AlphaPipes, DilationAndErosionEqualTheExtremeOverTheElement) {
+    Image const im = blobs({0, 41, 0, 29}, 0.5f, 5);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(-3, 44, -2, 31);
+    auto inElement = [](int element, int dx, int dy, int rx, int ry) {
+        if (std::abs(dx) > rx || std::abs(dy) > ry)
+            return false;
+        if (element == IpDilate::BOX)
+            return true;
+        double const qx = rx ? double(dx) / rx : 0.0;
+        double const qy = ry ? double(dy) / ry : 0.0;
+        return qx * qx + qy * qy <= 1.0 + 1e-9;
+    };
+    struct Case {
+        int element;
+        float x;
+        float y;
+    };
+    for (Case c :
+         {Case{IpDilate::BOX, 3, 2}, Case{IpDilate::DISC, 3, 2}, Case{IpDilate::DISC, 7.9f, 5},
+          Case{IpDilate::DISC, 0, 4}, Case{IpDilate::BOX, 5, 0}, Case{IpDilate::DISC, -4, -3},
+          Case{IpDilate::BOX, -2, -6}, Case{IpDilate::DISC, 1, 1}}) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxTile const out = run(s, IpDilate::create(s, c.element, c.x, c.y), src, dst);
+        int const rx = int(std::fabs(c.x));
+        int const ry = int(std::fabs(c.y));
+        bool const erode = c.x < 0 || c.y < 0;
+        for (int y = dst.ymin; y < dst.ymax; ++y)
+            for (int x = dst.xmin; x < dst.xmax; ++x) {
+                float e = erode ? 1e9f : -1e9f;
+                for (int dy = -ry; dy <= ry; ++dy)
+                    for (int dx = -rx; dx <= rx; ++dx)
+                        if (inElement(c.element, dx, dy, rx, ry))
+                            e = erode ? std::min(e, im.at(x + dx, y + dy))
+                                      : std::max(e, im.at(x + dx, y + dy));
+                ASSERT_EQ(pixel(out, x, y), e)
+                    << c.element << " " << c.x << "," << c.y << " at " << x << "," << y;
+            }
+    }
+    // Mixed signs: grown across, then shrunk down; the fill (a constant) stays.
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IpScanlinePipePtr const mixed = IpDilate::create(s, IpDilate::BOX, 2, -1);
+    EXPECT_EQ(shape(*mixed), "Erode[1](Dilate[1](Source))");
+    IxTile const out = run(s, mixed, src, dst);
+    for (int y = dst.ymin; y < dst.ymax; ++y)
+        for (int x = dst.xmin; x < dst.xmax; ++x) {
+            float e = 1e9f;
+            for (int dy = -1; dy <= 1; ++dy) {
+                float m = -1e9f;
+                for (int dx = -2; dx <= 2; ++dx)
+                    m = std::max(m, im.at(x + dx, y + dy));
+                e = std::min(e, m);
+            }
+            ASSERT_EQ(pixel(out, x, y), e) << x << "," << y;
+        }
+    EXPECT_EQ(out.getFillColor().a, 0.5f);
+}
+
+TEST_F(AlphaPipes, BranchesOfDifferentDelaysMeetRowForRow) {
+    // Max of a raw, a dilated and a blurred branch of one source, against each branch alone: the
+    // quick branch keeps its rows until the slow one catches up.
+    Image const im = blobs({0, 30, 0, 26}, 0.0f, 9);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(2, 28, 1, 25);
+    auto build = [](IpScanlinePipePtr const& s, int which) -> IpScanlinePipePtr {
+        if (which == 0)
+            return IpDilate::create(s, IpDilate::DISC, 2, 3);
+        if (which == 1)
+            return IpScanlinePipeUtils::createBlurAlpha(s, 2, 4);
+        return IpScanlinePipeUtils::createInvertAlpha(s);
+    };
+    IxTile parts[3];
+    for (int i = 0; i < 3; ++i) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        parts[i] = run(s, build(s, i), src, dst);
+    }
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IpScanlinePipePtr const all = IpScanlinePipeUtils::createMaxAlpha(
+        IpScanlinePipeUtils::createMaxAlpha(build(s, 2), build(s, 1)), build(s, 0));
+    IxTile const out = run(s, all, src, dst);
+    for (int y = dst.ymin; y < dst.ymax; ++y)
+        for (int x = dst.xmin; x < dst.xmax; ++x)
+            ASSERT_EQ(pixel(out, x, y), std::max({pixel(parts[0], x, y), pixel(parts[1], x, y),
+                                                  pixel(parts[2], x, y)}))
+                << x << "," << y;
+    EXPECT_EQ(out.getFillColor().a, 1.0f); // max of 0, blur(0) and 1 - 0
+}
+
+TEST_F(AlphaPipes, DistanceRampAndFillMatchBruteForce) {
+    Image const im = blobs({0, 33, 0, 21}, 0.0f, 13);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(-2, 35, 0, 21);
+    for (auto [ix, iy] : {std::pair{4, 3}, std::pair{0, 5}, std::pair{6, 0}}) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxTile const out = run(s, IpDistTransform::create(s, ix, iy, 1.0f, 1.0f), src, dst);
+        for (int y = dst.ymin; y < dst.ymax; ++y)
+            for (int x = dst.xmin; x < dst.xmax; ++x) {
+                double best = 1e30;
+                for (int dy = -iy; dy <= iy; ++dy)
+                    for (int dx = -ix; dx <= ix; ++dx)
+                        if (im.at(x + dx, y + dy) >= 0.5f) {
+                            double const qx = ix ? double(dx) / ix : 0.0;
+                            double const qy = iy ? double(dy) / iy : 0.0;
+                            best = std::min(best, std::sqrt(qx * qx + qy * qy));
+                        }
+                ASSERT_NEAR(pixel(out, x, y), std::max(0.0, 1.0 - best), 1e-5)
+                    << ix << "," << iy << " at " << x << "," << y;
+            }
+    }
+    // Filling closes a hole smaller than the element and leaves the outline.
+    Image const holed{{0, 20, 0, 20}, 0.0f, [](int x, int y) {
+                          bool const inside = x >= 5 && x < 15 && y >= 5 && y < 15;
+                          return inside && !(x == 9 && (y == 9 || y == 10)) ? 1.0f : 0.0f;
+                      }};
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IxTile const filled = run(s, IpFillAlpha::create(s, 2, 2), alphaTile(holed), holed.region);
+    for (int y = 0; y < 20; ++y)
+        for (int x = 0; x < 20; ++x)
+            ASSERT_EQ(pixel(filled, x, y), x >= 5 && x < 15 && y >= 5 && y < 15 ? 1.0f : 0.0f)
+                << x << "," << y;
+}
+
+TEST_F(AlphaPipes, EdgeGraphHasTheShapeItsSettingsAsk) {
+    auto graph = [](bool difference, IpDilate::StructuringElements e, float lowX, float lowY,
+                    float highX, float highY, float blurLow, float blurHigh, bool invert = false) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IpScanlinePipePtr const g = IpScanlinePipeUtils::createEdgeProcessingGraph(
+            s, difference, e, lowX, lowY, highX, highY, blurLow, blurLow, blurHigh, blurHigh,
+            invert, nullptr, 0);
+        return shape(*g);
+    };
+    using D = IpDilate;
+    // Blurs of 35 and 45 with the disc: the first dilation blends disc and box, the second is a
+    // box.
+    EXPECT_EQ(graph(true, D::DISC, -2, -2, 4, 4, 35, 45),
+              "DiffAlpha(BlurAlpha(Dilate[1](Source)),BlurAlpha(BlendAlpha(Erode[0](Source),Erode["
+              "1](Source))))");
+    // Blurs of 30 or less keep the disc; the box element makes boxes whatever the blurs.
+    EXPECT_EQ(graph(true, D::DISC, -2, -2, 4, 4, 30, 0),
+              "DiffAlpha(Dilate[0](Source),BlurAlpha(Erode[0](Source)))");
+    EXPECT_EQ(graph(true, D::BOX, -2, -2, 4, 4, 0, 0),
+              "DiffAlpha(Dilate[1](Source),Erode[1](Source))");
+    // Opposite signs on one side: both grow.
+    EXPECT_EQ(graph(false, D::BOX, -1, 3, 5, 5, 0, 0),
+              "AverageAlpha(Dilate[1](Source),Dilate[1](Source))");
+    // Amounts under 0.001 make no dilation; equal settings without difference make one branch.
+    EXPECT_EQ(graph(true, D::DISC, 0.0005f, -0.0005f, 0, 0, 0, 0), "DiffAlpha(Source,Source)");
+    EXPECT_EQ(graph(false, D::DISC, 3, 3, 3, 3, 2, 2), "BlurAlpha(Dilate[0](Source))");
+    EXPECT_EQ(graph(false, D::DISC, 3, 3, 3, 3, 2, 2, true),
+              "InvertAlpha(BlurAlpha(Dilate[0](Source)))");
+    // Equal amounts with difference: the second branch reuses the first's nodes.
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IpScanlinePipePtr const g = IpScanlinePipeUtils::createEdgeProcessingGraph(
+        s, true, D::DISC, 3, 3, 3, 3, 2, 2, 2, 2, false, nullptr, 0);
+    EXPECT_EQ(g->getInput(0).get(), g->getInput(1).get());
+
+    EXPECT_EQ(reasonOf([&] {
+                  IpScanlinePipeUtils::createEdgeProcessingGraph(s, true, D::StructuringElements(2),
+                                                                 1, 1, 2, 2, 0, 0, 0, 0, false,
+                                                                 nullptr, 0);
+              }),
+              "element == IpDilate::BOX");
+    EXPECT_EQ(reasonOf([&] {
+                  IpScanlinePipeUtils::createEdgeProcessingGraph(
+                      s, true, D::BOX, 1, 1, 2, 2, 0, 0, 0, 0, false,
+                      RCPvtEngPtr<PmShape2d>(new PmShape2d), 0);
+              }),
+              "Edge processing with a curve is not available: pass a null curve.");
+}
+
+TEST_F(AlphaPipes, LookUpTablesMapAlphaAndRefuseShortTables) {
+    Image const im{{0, 5, 0, 1}, 0.5f, [](int x, int) {
+                       return 0.25f * float(x);
+                   }};
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    // Over [0, 1] with 5 entries: v = a * 3.
+    IxTile const out =
+        run(s, IpScanlinePipeUtils::createLUTAlpha(s, 0.0f, 1.0f, {0.0f, 0.5f, 0.6f, 1.0f, 7.0f}),
+            alphaTile(im), im.region);
+    float const expected[] = {0.0f, 0.375f, 0.55f, 0.7f, 1.0f};
+    for (int x = 0; x < 5; ++x)
+        EXPECT_FLOAT_EQ(pixel(out, x, 0), expected[x]) << x;
+    EXPECT_FLOAT_EQ(out.getFillColor().a, 0.55f);
+
+    IxTile const two = run(s, IpScanlinePipeUtils::createLUTAlpha(s, 0.2f, 0.2f, {0.3f, 0.9f}),
+                           alphaTile(im), im.region);
+    for (int x = 0; x < 5; ++x)
+        EXPECT_EQ(pixel(two, x, 0), 0.3f);
+
+    EXPECT_EQ(reasonOf([&] { IpScanlinePipeUtils::createLUTAlpha(s, 0.0f, 1.0f, {1.0f}); }),
+              "An alpha look-up table needs at least 2 entries; it has 1.");
+    EXPECT_EQ(reasonOf([&] { IpScanlinePipeUtils::createLUTAlpha(s, 0.0f, 1.0f, {}); }),
+              "An alpha look-up table needs at least 2 entries; it has 0.");
+}
+
+TEST_F(AlphaPipes, BadGraphsAreRefused) {
+    EXPECT_EQ(reasonOf([] { IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::Comps(2)); }),
+              "inputComps == IxPixelFormat::ALPHA");
+    IpScanlinePipePtr const a = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IpScanlinePipePtr const b = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    EXPECT_EQ(reasonOf([&] {
+                  IpScanlinePipeUtils::createAlphaDest(IpScanlinePipeUtils::createMaxAlpha(a, b),
+                                                       IxPixelFormat::ALPHA, {0, 4, 0, 4}, nullptr);
+              }),
+              "nInputs == 1");
+    EXPECT_EQ(reasonOf([&] { IpScanlinePipeUtils::createDilateNode(a, NAN, 1.0f, 1.0f); }),
+              "0.0f < shapeInterpolation && shapeInterpolation < 1.0f");
+    // Interpolated shapes blend the disc and the box dilations.
+    EXPECT_EQ(shape(*IpScanlinePipeUtils::createDilateNode(a, 0.25f, 2, 2)),
+              "BlendAlpha(Dilate[0](Source),Dilate[1](Source))");
+    EXPECT_EQ(shape(*IpScanlinePipeUtils::createDilateNode(a, -1.0f, 2, 2)), "Dilate[0](Source)");
+    EXPECT_EQ(shape(*IpScanlinePipeUtils::createDilateNode(a, 1.0f, 2, 2)), "Dilate[1](Source)");
+}
+
+namespace {
+// The mean of five rows, read from the input's kept rows while computing (not on arrival).
+class VerticalMean final : public IpScanlinePipe1In<float> {
+public:
+    explicit VerticalMean(IpScanlinePipePtr const& in) : IpScanlinePipe1In(in, 0, 2) {}
+    char const* getName() const override { return "VerticalMean"; }
+
+protected:
+    void computeScanline(int y, IxScanline<float>& out) override {
+        for (int x = out.getX0(); x < out.getX1(); ++x) {
+            float sum = 0.0f;
+            for (int dy = -2; dy <= 2; ++dy)
+                sum += getInputScanline(y + dy)[x];
+            out[x] = sum / 5.0f;
+        }
+    }
+};
+} // namespace
+
+TEST_F(AlphaPipes, ResultsWrittenOverTheirSourceAreThoseWrittenElsewhere) {
+    // Inside the tile, so that rows could be read from it in place; the mean reads each row
+    // after the result's row of the same index is written.
+    Image const im = blobs({0, 30, 0, 20}, 0.0f, 21);
+    GeRectangle<int> const inner(4, 26, 3, 17);
+    IpScanlinePipePtr s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IxTile const apart = run(s, IpScanlinePipePtr(new VerticalMean(s)), alphaTile(im), inner);
+
+    IxTile const same = alphaTile(im);
+    s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    IxWriteGuard g(same);
+    IpScanlinePipeUtils::createAlphaDest(IpScanlinePipePtr(new VerticalMean(s)),
+                                         IxPixelFormat::ALPHA, inner, nullptr)
+        ->process(g, {IxReadGuard(same)});
+    for (int y = inner.ymin; y < inner.ymax; ++y)
+        for (int x = inner.xmin; x < inner.xmax; ++x)
+            ASSERT_EQ(*g.getPixel<float>(x, y), pixel(apart, x, y)) << x << "," << y;
+}
+
+namespace {
+// Copies its input, and cancels the request running the graph after the given row.
+class CancelAfter final : public IpScanlinePipe1In<float> {
+public:
+    CancelAfter(IpScanlinePipePtr const& in, int row) : IpScanlinePipe1In(in, 0, 0), _row(row) {}
+    char const* getName() const override { return "CancelAfter"; }
+    int rows = 0;
+    PxRequest* request = nullptr;
+
+protected:
+    void computeScanline(int y, IxScanline<float>& out) override {
+        for (int x = out.getX0(); x < out.getX1(); ++x)
+            out[x] = getInputScanline(y)[x];
+        ++rows;
+        if (y == _row)
+            engine().cancelRequest(request);
+    }
+
+private:
+    int _row;
+};
+} // namespace
+
+TEST_F(AlphaPipes, CancellingStopsTheRunBetweenRows) {
+    Image const im = blobs({0, 40, 0, 30}, 0.0f, 3);
+    IxTile const src = alphaTile(im);
+    IxTile const out(kAlpha, im.region, {});
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    // Cancelled while the feather takes in rows: its cache is let go unflushed and untouched.
+    RCShdPtr<CancelAfter> const cancel(new CancelAfter(s, 6));
+    RCShdPtr<IpDestNode> const dest =
+        IpScanlinePipeUtils::createAlphaDest(IpScanlinePipeUtils::createBlurAlpha(cancel, 2, 2),
+                                             IxPixelFormat::ALPHA, im.region, nullptr);
+    auto* r = new FnRequest([&] {
+        IxWriteGuard g(out);
+        dest->process(g, {IxReadGuard(src)});
+    });
+    PxRequestPtr<FnRequest> const p(r);
+    cancel->request = r;
+    engine().executeRequest(r, false);
+    EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
+    // The feather reads 3 rows above the region: rows -3 to 6, then the check stops it.
+    EXPECT_EQ(cancel->rows, 10);
+}
