@@ -100,12 +100,14 @@ inline std::int64_t toFixed(double v) noexcept {
     return static_cast<std::int64_t>(v);
 }
 
-// Strict bounds of the doubles used by the walks.
+// Strict bounds of the doubles used by the walks, kept within int's range.
 inline int lowerBound(double v) noexcept {
+    v = std::min(1e9, std::max(-1e9, v));
     int const i = static_cast<int>(v);
     return v > 0.0 ? i + 1 : i;
 }
 inline int upperBound(double v) noexcept {
+    v = std::min(1e9, std::max(-1e9, v));
     int const i = static_cast<int>(v);
     return v < 0.0 ? i - 1 : i;
 }
