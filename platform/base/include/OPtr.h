@@ -3,6 +3,7 @@
 #include "RCExUtil.h"
 
 #include <cstddef>
+#include <type_traits>
 #include <typeinfo>
 #include <utility>
 
@@ -16,7 +17,7 @@ public:
     OPtr(std::nullptr_t) noexcept {}
     explicit OPtr(T* p) noexcept : _p(p) {}
     OPtr(OPtr&& o) noexcept : _p(o.release()) {}
-    template <class U>
+    template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     OPtr(OPtr<U>&& o) noexcept : _p(o.release()) {}
     OPtr(OPtr const&) = delete;
     OPtr& operator=(OPtr const&) = delete;
@@ -24,7 +25,7 @@ public:
         reset(o.release());
         return *this;
     }
-    template <class U>
+    template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     OPtr& operator=(OPtr<U>&& o) noexcept {
         reset(o.release());
         return *this;

@@ -2,6 +2,8 @@
 
 #include "ExBase.h"
 
+#include <string>
+
 namespace Vn::PxEx {
 
 // A request, or the tree of an external request, was cancelled.
@@ -13,6 +15,14 @@ public:
 };
 
 // A request could not produce its result; the cause was reported where it happened.
+// A node was given a parameter it cannot work with; the reason says which and why.
+class VN_EXPORT ExInvalidParameter : public ExBase {
+public:
+    ExInvalidParameter(char const* file, int line, std::string reason);
+    ~ExInvalidParameter() override;
+    VN_EX_CLONE_RAISE(ExInvalidParameter)
+};
+
 class VN_EXPORT ExRequestFailed : public ExBase {
 public:
     ExRequestFailed(char const* file, int line);

@@ -91,6 +91,10 @@ void IxWriteGuardProxy::set(IxTile const& tile) {
     _guard = IxWriteGuard(tile);
 }
 
+void IxWriteGuardProxy::releaseGuard() const {
+    _guard.reset();
+}
+
 void IxWriteGuardProxy::reset() noexcept {
     _guard.reset();
 }

@@ -12,4 +12,10 @@ ExRequestFailed::ExRequestFailed(char const* file, int line) : ExBase(file, line
 }
 ExRequestFailed::~ExRequestFailed() = default;
 
+ExInvalidParameter::ExInvalidParameter(char const* file, int line, std::string reason)
+    : ExBase(file, line) {
+    setReason(std::move(reason));
+}
+ExInvalidParameter::~ExInvalidParameter() = default;
+
 } // namespace Vn::PxEx
