@@ -35,16 +35,30 @@ struct VN_EXPORT HoImage {
     CoRgbaColorTyped<float> getColor(int x, int y) const;
 };
 
+// A move of the built-in graph's pattern, in pixels, by whole pixels (filter 0) or resampled
+// with a texture filter (1 to 6).
+struct VN_EXPORT HoPan {
+    double dx = 0.0;
+    double dy = 0.0;
+    int filter = 0;
+    // The filter value of a name: none, nearest, bilinear, mitchell, ewa, ewa-gauss, ewa-jinc2,
+    // ewa-jinc3, or a value from 0 to 6; -1 for anything else.
+    static int filterOf(std::string const& name);
+    static std::vector<std::string> filterNames();
+};
+
 // The renderer's built-in graph: the test pattern over an opaque dark grey background, both
 // width x height of the given format. The pattern is made in float and converted to the
 // format; with a loop, its frames [first, second) repeat. When keep is given, it receives
 // handles on the image and format nodes under the root: while they live, the graph stays whole
-// (invalidations and dumps reach every node), not only the root and its own children.
+// (invalidations and dumps reach every node), not only the root and its own children. With a
+// pan, a panner moves the pattern over the background.
 struct VN_EXPORT HoDefaultGraph {
     static PxStrongHndl<PxImageProtocol const>
     create(int width, int height, PxImageFormat const& format,
            std::optional<std::pair<int, int>> const& loop = {},
-           std::vector<PxStrongHndl<PxNode const>>* keep = nullptr);
+           std::vector<PxStrongHndl<PxNode const>>* keep = nullptr,
+           std::optional<HoPan> const& pan = {});
 };
 
 // Evaluates a node's frames through the engine, one request per tile.
@@ -95,6 +109,7 @@ struct VN_EXPORT HoRenderJob {
     // pattern loops over its first kLoopFrames frames.
     std::optional<std::pair<int, int>> frames;
     static constexpr int kLoopFrames = 4;
+    std::optional<HoPan> pan;
     // The running-worker limit; 0 keeps the engine's.
     int threads = 0;
     Rational frameRate = Rational(25);

@@ -8,11 +8,13 @@
 #include "PxDAGMonitorImp.h"
 #include "PxImageRequests.h"
 #include "PxImageSourceNodes.h"
+#include "PxPannerNode.h"
 #include "PxValueNode.h"
 
 #include <OpenImageIO/imageio.h>
 
 #include <cerrno>
+#include <cmath>
 #include <fcntl.h>
 #include <filesystem>
 #include <regex>
@@ -89,7 +91,8 @@ CoRgbaColorTyped<float> HoImage::getColor(int x, int y) const {
 PxStrongHndl<PxImageProtocol const>
 HoDefaultGraph::create(int width, int height, PxImageFormat const& format,
                        std::optional<std::pair<int, int>> const& loop,
-                       std::vector<PxStrongHndl<PxNode const>>* keep) {
+                       std::vector<PxStrongHndl<PxNode const>>* keep,
+                       std::optional<HoPan> const& pan) {
     // A node whose last handle goes leaves the graph: its children stop knowing it as a
     // parent. Kept handles hold the whole graph together for invalidation and dumps.
     auto node = [keep](auto* n) {
@@ -117,8 +120,12 @@ HoDefaultGraph::create(int width, int height, PxImageFormat const& format,
         pattern = node(new PiImageRepeatNode(PxNode::Init{"loop"}, pattern, value(loop->first),
                                              value(loop->second),
                                              value(static_cast<int>(TmTypes::LOOP)), value(false)));
-    PxStrongHndl<PxImageProtocol const> const converted = node(new PiImageInputConvertNode(
+    PxStrongHndl<PxImageProtocol const> converted = node(new PiImageInputConvertNode(
         PxNode::Init{"convert"}, pattern, PxNodePtr<PxImageFormatProtocol const>(f)));
+    if (pan)
+        converted =
+            node(new PxPannerNode(PxNode::Init{"pan"}, converted, value(pan->dx), value(pan->dy),
+                                  value(0.0), value(0.0), value(pan->filter), value(1.0)));
     PxStrongHndl<PxImageProtocol const> const background =
         node(new PxColorSourceNode(PxNode::Init{"background"}, f, w, h, clear, transparent,
                                    value(CoRgbColorTyped<float>{0.18f, 0.18f, 0.18f}), value(1.0)));
@@ -298,6 +305,12 @@ void HoRenderJob::validate() const {
     if (frames && frames->first > frames->second)
         HO_FAIL("the frame range " + std::to_string(frames->first) + "-" +
                 std::to_string(frames->second) + " ends before it starts");
+    if (pan && (!std::isfinite(pan->dx) || !std::isfinite(pan->dy) || std::fabs(pan->dx) > 1e6 ||
+                std::fabs(pan->dy) > 1e6))
+        HO_FAIL("the pan " + std::to_string(pan->dx) + "," + std::to_string(pan->dy) +
+                " is not a number of pixels within a million");
+    if (pan && (pan->filter < 0 || pan->filter > 6))
+        HO_FAIL("the filter value " + std::to_string(pan->filter) + " names no filter: 0 to 6 do");
     bool const several = frames && frames->first != frames->second;
     for (std::string const& out : outputs) {
         if (several && !HoImageFile::hasFramePattern(out))
@@ -307,6 +320,23 @@ void HoRenderJob::validate() const {
         if (ext.empty() || !OIIO::ImageOutput::create(out))
             HO_FAIL("cannot write '" + out + "': no image format for the extension '" + ext + "'");
     }
+}
+
+int HoPan::filterOf(std::string const& name) {
+    static std::pair<char const*, int> const names[] = {
+        {"none", 0},     {"nearest", 0},   {"bilinear", 1},  {"ewa", 2},
+        {"mitchell", 3}, {"ewa-gauss", 4}, {"ewa-jinc2", 5}, {"ewa-jinc3", 6}};
+    for (auto const& [n, v] : names)
+        if (name == n)
+            return v;
+    if (name.size() == 1 && name[0] >= '0' && name[0] <= '6')
+        return name[0] - '0';
+    return -1;
+}
+
+std::vector<std::string> HoPan::filterNames() {
+    return {"none",     "nearest",   "bilinear",  "ewa",
+            "mitchell", "ewa-gauss", "ewa-jinc2", "ewa-jinc3"};
 }
 
 std::string HoRenderJob::defaultDagFile() const {
@@ -327,7 +357,7 @@ void HoRenderJob::run(std::function<void(Progress const&)> const& progress) cons
         loop = std::pair{first, first + kLoopFrames};
     std::vector<PxStrongHndl<PxNode const>> nodes;
     PxStrongHndl<PxImageProtocol const> const graph =
-        HoDefaultGraph::create(width, height, format, loop, &nodes);
+        HoDefaultGraph::create(width, height, format, loop, &nodes, pan);
     int const last = frames ? frames->second : 0;
     int const nbFrames = last - first + 1;
     if (!dagFile.empty()) {

@@ -110,6 +110,33 @@ TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
     EXPECT_EQ(exr.getColor(600, 525).r, exr.getColor(600, 525).b);
 }
 
+TEST_F(Render, APannedPatternLandsWhereItWasMovedForEveryFilter) {
+    TempDir dir;
+    for (std::string const filter :
+         {"none", "bilinear", "mitchell", "ewa-gauss", "ewa-jinc2", "ewa-jinc3"}) {
+        HoRenderJob job;
+        job.width = 200;
+        job.height = 120;
+        job.depth = IxPixelFormat::FLOAT32;
+        job.outputs = {dir / "pan.exr"};
+        // Right by 20 and, rows growing upwards, down by 10.
+        job.pan = HoPan{20.0, -10.0, HoPan::filterOf(filter)};
+        job.run();
+        HoImage const img = HoImageFile::read(dir / "pan.exr");
+        // The frame is the union of the moved pattern and the background.
+        ASSERT_EQ(img.width, 220) << filter;
+        ASSERT_EQ(img.height, 130) << filter;
+        // Band middles, where the wider filters see smooth ramps.
+        float const tolerance = filter == "none" ? 1e-6f : (filter == "bilinear" ? 1e-4f : 2e-2f);
+        for (auto [px, py] : std::array<std::pair<int, int>, 5>{
+                 {{5, 15}, {60, 45}, {120, 75}, {170, 100}, {100, 105}}})
+            expectNear(img.getColor(20 + px, 10 + py), expected(px, py, 200, 120, 0.0), tolerance,
+                       filter + " at " + std::to_string(px) + "," + std::to_string(py));
+        // Above the moved pattern only the background shows.
+        expectNear(img.getColor(100, 5), Color{0.18f, 0.18f, 0.18f, 1.0f}, 1e-6f, filter);
+    }
+}
+
 TEST_F(Render, FramesGoToNumberedFilesAndThePatternMoves) {
     TempDir dir;
     HoRenderJob job;

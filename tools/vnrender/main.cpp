@@ -35,6 +35,39 @@ std::pair<int, int> parseFrames(std::string const& text) {
     }
 }
 
+// "X,Y" in pixels, and a filter name; either may be missing.
+Vn::HoPan parsePan(std::string const& pan, std::string const& filter) {
+    Vn::HoPan p;
+    if (!pan.empty()) {
+        std::size_t const comma = pan.find(',');
+        std::size_t used = 0;
+        try {
+            if (comma == std::string::npos)
+                throw std::invalid_argument(pan);
+            p.dx = std::stod(pan.substr(0, comma), &used);
+            if (used != comma)
+                throw std::invalid_argument(pan);
+            std::string const rest = pan.substr(comma + 1);
+            p.dy = std::stod(rest, &used);
+            if (used != rest.size())
+                throw std::invalid_argument(pan);
+        } catch (std::logic_error const&) {
+            throw CLI::ValidationError("--pan", "'" + pan + "' is not a pan like 12.5,-3");
+        }
+    }
+    if (!filter.empty()) {
+        p.filter = Vn::HoPan::filterOf(filter);
+        if (p.filter < 0) {
+            std::string names;
+            for (std::string const& n : Vn::HoPan::filterNames())
+                names += (names.empty() ? "" : ", ") + n;
+            throw CLI::ValidationError("--filter",
+                                       "'" + filter + "' is not a filter: " + names + " or 0-6");
+        }
+    }
+    return p;
+}
+
 class ProgressLine {
 public:
     explicit ProgressLine(bool shown) : _shown(shown), _start(std::chrono::steady_clock::now()) {}
@@ -83,6 +116,12 @@ int main(int argc, char** argv) {
     app.add_option("-o,--output", job.outputs,
                    "Output file; repeat for several. The extension chooses the file format")
         ->capture_default_str();
+    std::string pan;
+    std::string filter;
+    app.add_option("--pan", pan, "Move the pattern by X,Y pixels over the background");
+    app.add_option("--filter", filter,
+                   "How --pan moves it: none (whole pixels), nearest, bilinear, mitchell, ewa, "
+                   "ewa-gauss, ewa-jinc2, ewa-jinc3, or a filter value 0-6");
     app.add_flag("-q,--quiet", quiet, "Print only errors");
     app.add_flag("--dump-dag", dumpDag,
                  "Also write the processing graph as DOT beside the first output (NAME.dag.dot), "
@@ -93,6 +132,8 @@ int main(int argc, char** argv) {
         app.parse(argc, argv);
         if (!frames.empty())
             job.frames = parseFrames(frames);
+        if (!pan.empty() || !filter.empty())
+            job.pan = parsePan(pan, filter);
     } catch (CLI::CallForHelp const& e) {
         return app.exit(e);
     } catch (CLI::ParseError const& e) {
