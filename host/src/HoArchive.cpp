@@ -76,23 +76,21 @@ public:
         _w.endElement();
     }
 
+    // By outputs, so that each output's consumers come back in their order.
     void connections() {
         std::unordered_set<HoNode const*> in(_written.begin(), _written.end());
-        std::vector<HoInput*> leaves;
-        for (HoNode const* n : _written) {
-            leaves.clear();
-            n->leafInputs(leaves);
-            for (HoInput const* l : leaves) {
-                if (!l->_source || !in.count(l->_source->_node))
-                    continue;
-                _w.startElement("Connection");
-                _w.addAttribute("inputNode", std::to_string(n->getId()));
-                _w.addAttribute("input", l->getDottedName());
-                _w.addAttribute("outputNode", std::to_string(l->_source->_node->getId()));
-                _w.addAttribute("output", l->_source->_name);
-                _w.endElement();
-            }
-        }
+        for (HoNode const* n : _written)
+            for (auto const& o : n->_outputs)
+                for (HoInput const* t : o->_targets) {
+                    if (!in.count(t->_node))
+                        continue;
+                    _w.startElement("Connection");
+                    _w.addAttribute("inputNode", std::to_string(t->_node->getId()));
+                    _w.addAttribute("input", t->getDottedName());
+                    _w.addAttribute("outputNode", std::to_string(n->getId()));
+                    _w.addAttribute("output", o->_name);
+                    _w.endElement();
+                }
     }
 
 private:
@@ -197,7 +195,6 @@ public:
         for (XmlElement const& e : graph.getChildren()) {
             if (e.getName() == "Node") {
                 _tops.push_back(node(e, 1));
-                _topIndex[_tops.back().get()] = static_cast<int>(_tops.size());
             } else if (e.getName() == "Connection")
                 connection(e);
             else
@@ -444,22 +441,12 @@ private:
             fail("the input \"" + inName + "\" holds sub-inputs and takes no connection");
         if (in._type.getType() != out->_type.getType())
             fail("the output \"" + outName + "\" cannot feed \"" + inName + "\": types differ");
-        if (in._source || _laterInputs.count(&in))
+        if (_laterInputs.count(&in))
             fail("the input \"" + inName + "\" of \"" + inNode->_name + "\" is fed twice");
         _edges.emplace_back(inNode, outNode);
-        if (topOf(inNode) == topOf(outNode)) {
-            in._source = out;
-            out->_targets.push_back(&in);
-        } else {
-            _later.emplace_back(&in, out);
-            _laterInputs.insert(&in);
-        }
-    }
-    int topOf(HoNode const* n) const {
-        while (n->_group)
-            n = n->_group;
-        auto it = _topIndex.find(n);
-        return it == _topIndex.end() ? 0 : it->second;
+        // Every connection is recorded once the nodes are in, in the archive's order.
+        _later.emplace_back(&in, out);
+        _laterInputs.insert(&in);
     }
     void checkAcyclic() {
         std::unordered_map<HoNode*, std::vector<HoNode*>> next;
@@ -488,7 +475,6 @@ private:
 
     HoGraphImp& _g;
     std::vector<RCShdPtr<HoNode>> _tops;
-    std::unordered_map<HoNode const*, int> _topIndex;
     std::unordered_map<int, HoNode*> _byId;
     std::unordered_set<HoNode*> _byNode;
     std::unordered_set<PiValue*> _loadedValues;
