@@ -90,24 +90,38 @@ HoGroupNode* wiringGroup(HoOutput const& out) {
     return n->_group;
 }
 
+// The new edge closes a cycle when its input's node already reaches its output's node. Two
+// searches run by turns, upstream from the output and downstream from the input; the first to
+// run dry proves there is none, so the cost is that of the smaller side.
 void checkNoCycle(HoInput const& in, HoOutput const& out) {
-    HoNode const* target = in._node;
-    std::vector<HoNode const*> todo{out._node};
-    std::unordered_set<HoNode const*> seen{out._node};
+    HoNode const* from = in._node;
+    HoNode const* to = out._node;
+    std::vector<HoNode const*> up{to}, down{from};
+    std::unordered_set<HoNode const*> seenUp{to}, seenDown{from};
     std::vector<HoInput*> leaves;
-    while (!todo.empty()) {
-        HoNode const* n = todo.back();
-        todo.pop_back();
-        if (n == target)
-            VN_THROW_MSG(ExBase, "connecting \"" + in._name + "\" of \"" + target->_name +
-                                     "\" to \"" + out._name + "\" of \"" + out._node->_name +
-                                     "\" would close a cycle");
+    bool cycle = from == to;
+    while (!cycle && !up.empty() && !down.empty()) {
+        HoNode const* u = up.back();
+        up.pop_back();
         leaves.clear();
-        n->leafInputs(leaves);
+        u->leafInputs(leaves);
         for (HoInput* l : leaves)
-            if (l->_source && seen.insert(l->_source->_node).second)
-                todo.push_back(l->_source->_node);
+            if (l->_source && seenUp.insert(l->_source->_node).second) {
+                cycle = cycle || l->_source->_node == from;
+                up.push_back(l->_source->_node);
+            }
+        HoNode const* d = down.back();
+        down.pop_back();
+        for (auto const& o : d->_outputs)
+            for (HoInput* t : o->_targets)
+                if (seenDown.insert(t->_node).second) {
+                    cycle = cycle || t->_node == to;
+                    down.push_back(t->_node);
+                }
     }
+    if (cycle)
+        VN_THROW_MSG(ExBase, "connecting \"" + in._name + "\" of \"" + from->_name + "\" to \"" +
+                                 out._name + "\" of \"" + to->_name + "\" would close a cycle");
 }
 
 // ---------------------------------------------------------------------------------------------
