@@ -338,3 +338,39 @@ TEST_F(GraphUndo, CloneMapsIdsAndKeepsOnlyInnerConnections) {
     EXPECT_FALSE(copies[1]->findInput("Layers.L1")->isConnected()) << "N was not cloned";
     EXPECT_FALSE(copies[0]->findInput("Radius")->isConnected()) << "nor the value nodes";
 }
+
+// Node events reach subscribers through the controller; graph events reach graph callbacks.
+TEST_F(GraphUndo, NodeAndGraphEventsReachSubscribers) {
+    struct NodeEvents final : CbHandler<PiNodeEvent> {
+        std::vector<PiNodeEvent::Type> seen;
+        void execute(PiNodeEvent const& e) override { seen.push_back(e.type); }
+    } nodeEvents;
+    A->addEventHandler(&nodeEvents);
+    in(A, "Source")->connect(out(N));
+    composite(A, "Layers")->insertInput(0, "x");
+    out(A)->setResultState(1);
+    graph->getCommandStack().undo();
+    EXPECT_EQ(nodeEvents.seen,
+              (std::vector<PiNodeEvent::Type>{PiNodeEvent::SocketConnected, PiNodeEvent::InputAdded,
+                                              PiNodeEvent::ResultStateChanged,
+                                              PiNodeEvent::ResultStateChanged}));
+    A->removeEventHandler(&nodeEvents);
+
+    struct GraphEvents final : CbHandler<PiGraphEvent> {
+        std::vector<PiGraphEvent::Type> seen;
+        void execute(PiGraphEvent const& e) override { seen.push_back(e.type); }
+    } graphEvents;
+    graph->addCallback(&graphEvents);
+    {
+        RCShdPtr<PiGraphOpenGuard> open = graph->open();
+        EXPECT_EQ(graph->getOpenCount(), 1);
+        graph->close();
+        EXPECT_FALSE(graph->isValid());
+        graph->refresh();
+    }
+    EXPECT_EQ(graph->getOpenCount(), 0);
+    EXPECT_TRUE(graph->isValid());
+    EXPECT_EQ(graphEvents.seen, (std::vector<PiGraphEvent::Type>{PiGraphEvent::CloseGraph,
+                                                                 PiGraphEvent::GraphRefreshed}));
+    graph->removeCallback(&graphEvents);
+}
