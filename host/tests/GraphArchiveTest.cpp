@@ -31,6 +31,8 @@ TEST_F(GraphArchive, RoundTripGivesTheSameGraph) {
     value<PiTypedValue<double>>(valueNode(A, "Radius"), "Value")->set(0.1);
     A->addValue("Note", PiValueType::String);
     value<PiTypedValue<std::string>>(A, "Note")->set("  two <words> & \"more\" ");
+    B->addValue("Blank", PiValueType::String);
+    value<PiTypedValue<std::string>>(B, "Blank")->set("   ");
     A->addDynamicInput("Extra", PiSocketType::IMAGE)->connect(out(N));
     rcCast<PiMultivaluedInput>(in(A, "Points"))->appendInput();
     out(C)->setResultState(1);

@@ -98,8 +98,9 @@ XmlDocument::~XmlDocument() = default;
 
 XmlDocument XmlDocument::parse(std::string_view text) {
     XmlDocument d;
-    pugi::xml_parse_result r =
-        d._imp->doc.load_buffer(text.data(), text.size(), pugi::parse_default, pugi::encoding_utf8);
+    pugi::xml_parse_result r = d._imp->doc.load_buffer(
+        text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata_single,
+        pugi::encoding_utf8);
     if (!r)
         VN_THROW_MSG(ExBase, std::string("malformed XML at byte ") + std::to_string(r.offset) +
                                  ": " + r.description());
