@@ -374,3 +374,28 @@ TEST_F(GraphUndo, NodeAndGraphEventsReachSubscribers) {
                                                                  PiGraphEvent::GraphRefreshed}));
     graph->removeCallback(&graphEvents);
 }
+
+TEST_F(GraphUndo, SocketWalksFollowScopeAndComposites) {
+    auto names = [](Iterator<RCShdPtr<PiInput>> it) {
+        std::string s;
+        for (; !it.atEnd(); it.next())
+            s += it.item()->getDottedName() + " ";
+        return s;
+    };
+    B->addDynamicInput("Extra", PiSocketType::INT);
+    EXPECT_EQ(names(B->getInputs(PiNode::STATIC)), "Source Radius Layers Points Transform ");
+    EXPECT_EQ(names(B->getInputs(PiNode::ALL, 1)),
+              "Source Radius Layers.L1 Layers.L2 Layers.L3 Points Transform Extra ");
+    EXPECT_EQ(names(B->getInputs(PiNode::DYNAMIC)), "Extra ");
+    EXPECT_EQ(names(G->getInputs()), "gin ");
+    EXPECT_TRUE(PiGraphObject::areEqual(G->findInput("gin"), gin));
+    EXPECT_EQ(B->findInput("Transform.y")->getOwnerInput()->getName(), "Transform");
+    EXPECT_TRUE(B->findInput("Layers.L2")->isPartOfComposite());
+    EXPECT_FALSE(B->findInput("Layers.L9"));
+    EXPECT_FALSE(B->findInput("Extra", PiNode::STATIC));
+    EXPECT_TRUE(PiGraphObject::areEqual(boundary(gin)->getMatchingSocket(*gin),
+                                        boundary(gin)->getOutput()));
+    EXPECT_TRUE(valueNode(B, "Extra")->getValue("Value", PiValueType::Int));
+    auto link = root->createLinkNode("L", PiSocketType::IMAGE, out(C));
+    EXPECT_TRUE(link->getLinkedGraph() == graph);
+}
