@@ -2,6 +2,7 @@
 
 #include "VnExport.h"
 
+#include <compare>
 #include <cstdint>
 #include <string>
 

@@ -1,0 +1,631 @@
+#include "HoGraphImp.h"
+
+#include "ExBase.h"
+#include "PiGroupInterface.h"
+#include "PiTopologyInterface.h"
+#include "PiValueChangeInterface.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Vn {
+
+// Each action changes state in apply/revert and tells controllers in notifyApplied and
+// notifyReverted; an edit, its undo and its redo go through the same code.
+
+namespace {
+
+PiTopologyInterface* topoIf(HoNode* n) {
+    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
+}
+
+PiGroupInterface* groupIf(HoGroupNode* g) {
+    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
+}
+
+void signal(HoNode* n, PiNodeEvent::Type type, HoInput* in, HoOutput* out, int index = 0) {
+    if (!n || !n->controller())
+        return;
+    PiNodeEvent e;
+    e.type = type;
+    e.input = RCShdPtr<PiInput>(in);
+    e.output = RCShdPtr<PiOutput>(out);
+    e.index = index;
+    PiNodeControllerManip::signalEvent(*n->controller(), e);
+}
+
+template <class T>
+int indexIn(std::vector<T> const& v, void const* p) {
+    for (std::size_t i = 0; i < v.size(); ++i)
+        if (static_cast<void const*>(&*v[i]) == p)
+            return static_cast<int>(i);
+    return -1;
+}
+
+template <class T, class U>
+void insertAt(std::vector<T>& v, int& index, U&& item) {
+    if (index < 0 || index > static_cast<int>(v.size()))
+        index = static_cast<int>(v.size());
+    v.insert(v.begin() + index, std::forward<U>(item));
+}
+
+template <class T>
+void eraseItem(std::vector<T>& v, int& index, void const* p) {
+    if (index < 0 || index >= static_cast<int>(v.size()) ||
+        static_cast<void const*>(&*v[static_cast<std::size_t>(index)]) != p)
+        index = indexIn(v, p);
+    VN_ASSERT(index >= 0);
+    v.erase(v.begin() + index);
+}
+
+// A node entering or leaving a group, with everything inside it.
+class NodeAttach final : public PiAction {
+public:
+    NodeAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool attach, bool loaded)
+        : _group(std::move(group)), _node(std::move(node)), _attach(attach), _loaded(loaded) {}
+    void apply() override { _attach ? in() : out(); }
+    void revert() override { _attach ? out() : in(); }
+    void notifyApplied() override { _attach ? entered() : left(); }
+    void notifyReverted() override { _attach ? left() : entered(); }
+
+private:
+    void in() {
+        insertAt(_group->_children, _index, _node);
+        _node->_group = _group.get();
+        _node->_attached = true;
+    }
+    void out() {
+        eraseItem(_group->_children, _index, _node.get());
+        _node->_group = nullptr;
+        _node->_attached = false;
+    }
+    void entered() {
+        for (HoNode* n : _node->_graph->subtree(*_node))
+            if (PiNodeController* c = n->controller())
+                _loaded ? PiNodeControllerManip::nodeLoaded(*c)
+                        : PiNodeControllerManip::nodeCreated(*c);
+        if (PiGroupInterface* g = groupIf(_group.get()))
+            PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(_node.get()));
+    }
+    void left() {
+        if (PiGroupInterface* g = groupIf(_group.get()))
+            PiGroupInterfaceManip::nodeRemovedFromGraph(*g, _node->getId());
+        std::vector<HoNode*> nodes = _node->_graph->subtree(*_node);
+        for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
+            if (PiNodeController* c = (*it)->controller())
+                PiNodeControllerManip::nodeRemoved(*c);
+            if (!(*it)->_removed.isEmpty())
+                (*it)->_removed.call(RCShdPtr<PiNode>(*it));
+        }
+    }
+    RCShdPtr<HoGroupNode> _group;
+    RCShdPtr<HoNode> _node;
+    bool _attach;
+    bool _loaded;
+    int _index = -1;
+};
+
+class Link final : public PiAction {
+public:
+    Link(RCShdPtr<HoInput> in, RCShdPtr<HoOutput> out, bool connect)
+        : _in(std::move(in)), _out(std::move(out)), _connect(connect) {}
+    void apply() override { _connect ? join() : cut(); }
+    void revert() override { _connect ? cut() : join(); }
+    void notifyApplied() override { tell(_connect); }
+    void notifyReverted() override { tell(!_connect); }
+
+private:
+    void join() {
+        _in->_source = _out.get();
+        insertAt(_out->_targets, _index, _in.get());
+    }
+    void cut() {
+        eraseItem(_out->_targets, _index, _in.get());
+        _in->_source = nullptr;
+    }
+    void tell(bool connected) {
+        RCShdPtr<PiInput> in(_in.get());
+        RCShdPtr<PiOutput> out(_out.get());
+        HoNode* inNode = _in->_node;
+        HoNode* outNode = _out->_node;
+        PiTopologyInterface* ti = topoIf(inNode);
+        PiTopologyInterface* to = topoIf(outNode);
+        PiGroupInterface* g = groupIf(wiringGroup(*_in));
+        if (connected) {
+            if (ti)
+                PiTopologyInterfaceManip::inputConnected(*ti, in, out);
+            if (to)
+                PiTopologyInterfaceManip::outputConnected(*to, out, in);
+            if (g)
+                PiGroupInterfaceManip::socketsConnected(*g, in, out);
+        } else {
+            if (ti)
+                PiTopologyInterfaceManip::inputDisconnected(*ti, in, out);
+            if (to)
+                PiTopologyInterfaceManip::outputDisconnected(*to, out, in);
+            if (g)
+                PiGroupInterfaceManip::socketsDisconnected(*g, in, out, RCShdPtr<PiNode>(inNode));
+        }
+        auto type = connected ? PiNodeEvent::SocketConnected : PiNodeEvent::SocketDisconnected;
+        signal(inNode, type, _in.get(), _out.get());
+        if (outNode != inNode)
+            signal(outNode, type, _in.get(), _out.get());
+    }
+    RCShdPtr<HoInput> _in;
+    RCShdPtr<HoOutput> _out;
+    bool _connect;
+    int _index = -1;
+};
+
+class Rename final : public PiAction {
+public:
+    Rename(RCShdPtr<HoNode> node, std::string name)
+        : _node(std::move(node)), _old(_node->_name), _new(std::move(name)) {}
+    void apply() override { _node->_name = _new; }
+    void revert() override { _node->_name = _old; }
+    void notifyApplied() override { tell(); }
+    void notifyReverted() override { tell(); }
+
+private:
+    void tell() {
+        if (PiNodeController* c = _node->controller())
+            PiNodeControllerManip::nameChanged(*c);
+        if (PiGroupInterface* g = groupIf(_node->_group))
+            PiGroupInterfaceManip::internalNodeNameChanged(*g, RCShdPtr<PiNode>(_node.get()));
+    }
+    RCShdPtr<HoNode> _node;
+    std::string _old, _new;
+};
+
+class ResultState final : public PiAction {
+public:
+    ResultState(RCShdPtr<HoOutput> out, int state)
+        : _out(std::move(out)), _old(_out->_resultState), _new(state) {}
+    void apply() override { _out->_resultState = _new; }
+    void revert() override { _out->_resultState = _old; }
+    void notifyApplied() override { tell(); }
+    void notifyReverted() override { tell(); }
+
+private:
+    void tell() {
+        if (PiTopologyInterface* t = topoIf(_out->_node))
+            PiTopologyInterfaceManip::resultStateChanged(*t, RCShdPtr<PiOutput>(_out.get()));
+        signal(_out->_node, PiNodeEvent::ResultStateChanged, nullptr, _out.get());
+    }
+    RCShdPtr<HoOutput> _out;
+    int _old, _new;
+};
+
+// A dynamic input of a node that is not a group.
+class InputAttach final : public PiAction {
+public:
+    InputAttach(RCShdPtr<HoNode> node, RCShdPtr<HoInput> in, bool attach)
+        : _node(std::move(node)), _in(std::move(in)), _attach(attach) {}
+    void apply() override { _attach ? put() : take(); }
+    void revert() override { _attach ? take() : put(); }
+    void notifyApplied() override { tell(_attach); }
+    void notifyReverted() override { tell(!_attach); }
+
+private:
+    void put() {
+        insertAt(_node->_inputs, _index, _in);
+        _in->_attached = true;
+    }
+    void take() {
+        eraseItem(_node->_inputs, _index, _in.get());
+        _in->_attached = false;
+    }
+    void tell(bool added) {
+        RCShdPtr<PiInput> in(_in.get());
+        PiTopologyInterface* t = topoIf(_node.get());
+        if (added) {
+            if (t)
+                PiTopologyInterfaceManip::dynamicInputAdded(*t, in);
+            signal(_node.get(), PiNodeEvent::InputAdded, _in.get(), nullptr, -1);
+        } else {
+            if (t)
+                PiTopologyInterfaceManip::dynamicInputRemoved(*t, in, _in->_type.getCardinality());
+            signal(_node.get(), PiNodeEvent::InputRemoved, _in.get(), nullptr);
+        }
+    }
+    RCShdPtr<HoNode> _node;
+    RCShdPtr<HoInput> _in;
+    bool _attach;
+    int _index = -1;
+};
+
+class OutputAttach final : public PiAction {
+public:
+    OutputAttach(RCShdPtr<HoNode> node, RCShdPtr<HoOutput> out, bool attach)
+        : _node(std::move(node)), _out(std::move(out)), _attach(attach) {}
+    void apply() override { _attach ? put() : take(); }
+    void revert() override { _attach ? take() : put(); }
+    void notifyApplied() override { tell(_attach); }
+    void notifyReverted() override { tell(!_attach); }
+
+private:
+    void put() {
+        insertAt(_node->_outputs, _index, _out);
+        _out->_attached = true;
+    }
+    void take() {
+        eraseItem(_node->_outputs, _index, _out.get());
+        _out->_attached = false;
+    }
+    void tell(bool added) {
+        RCShdPtr<PiOutput> out(_out.get());
+        if (PiTopologyInterface* t = topoIf(_node.get())) {
+            if (added)
+                PiTopologyInterfaceManip::dynamicOutputAdded(*t, out);
+            else
+                PiTopologyInterfaceManip::dynamicOutputRemoved(*t, out);
+        }
+    }
+    RCShdPtr<HoNode> _node;
+    RCShdPtr<HoOutput> _out;
+    bool _attach;
+    int _index = -1;
+};
+
+// A group socket: its boundary node enters or leaves the group.
+class BoundaryAttach final : public PiAction {
+public:
+    BoundaryAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoBoundaryNode> b, bool attach)
+        : _group(std::move(group)), _b(std::move(b)), _attach(attach) {}
+    void apply() override { _attach ? put() : take(); }
+    void revert() override { _attach ? take() : put(); }
+    void notifyApplied() override { tell(_attach); }
+    void notifyReverted() override { tell(!_attach); }
+
+private:
+    std::vector<HoBoundaryNode*>& bounds() {
+        return _b->_isInput ? _group->_inBounds : _group->_outBounds;
+    }
+    void put() {
+        insertAt(_group->_children, _childIndex, RCShdPtr<HoNode>(_b.get()));
+        insertAt(bounds(), _boundIndex, _b.get());
+        _b->_group = _group.get();
+        _b->_attached = true;
+    }
+    void take() {
+        eraseItem(_group->_children, _childIndex, static_cast<HoNode*>(_b.get()));
+        eraseItem(bounds(), _boundIndex, _b.get());
+        _b->_group = nullptr;
+        _b->_attached = false;
+    }
+    void tell(bool added) {
+        PiGroupInterface* g = groupIf(_group.get());
+        PiTopologyInterface* t = topoIf(_group.get());
+        PiNodeController* bc = _b->controller();
+        RCShdPtr<PiInput> in = _b->getInput();
+        RCShdPtr<PiOutput> out = _b->getOutput();
+        if (added) {
+            if (bc)
+                PiNodeControllerManip::nodeCreated(*bc);
+            if (g)
+                PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(_b.get()));
+            if (t && _b->_isInput)
+                PiTopologyInterfaceManip::dynamicInputAdded(*t, in);
+            if (t && !_b->_isInput)
+                PiTopologyInterfaceManip::dynamicOutputAdded(*t, out);
+            if (_b->_isInput)
+                signal(_group.get(), PiNodeEvent::InputAdded, _b->_inputs[0].get(), nullptr, -1);
+        } else {
+            if (t && _b->_isInput)
+                PiTopologyInterfaceManip::dynamicInputRemoved(*t, in, PiSocketType::SINGLE);
+            if (t && !_b->_isInput)
+                PiTopologyInterfaceManip::dynamicOutputRemoved(*t, out);
+            if (_b->_isInput)
+                signal(_group.get(), PiNodeEvent::InputRemoved, _b->_inputs[0].get(), nullptr);
+            if (g)
+                PiGroupInterfaceManip::nodeRemovedFromGraph(*g, _b->getId());
+            if (bc)
+                PiNodeControllerManip::nodeRemoved(*bc);
+        }
+    }
+    RCShdPtr<HoGroupNode> _group;
+    RCShdPtr<HoBoundaryNode> _b;
+    bool _attach;
+    int _childIndex = -1;
+    int _boundIndex = -1;
+};
+
+// An element of a composite or multi-valued input.
+class ElementAttach final : public PiAction {
+public:
+    ElementAttach(RCShdPtr<HoInput> list, RCShdPtr<HoInput> el, int index, bool attach)
+        : _list(std::move(list)), _el(std::move(el)), _attach(attach), _index(index) {}
+    void apply() override { _attach ? put() : take(); }
+    void revert() override { _attach ? take() : put(); }
+    void notifyApplied() override { tell(_attach); }
+    void notifyReverted() override { tell(!_attach); }
+
+private:
+    void put() {
+        insertAt(_list->_elements, _index, _el);
+        _el->_attached = true;
+    }
+    void take() {
+        eraseItem(_list->_elements, _index, _el.get());
+        _el->_attached = false;
+    }
+    void tell(bool added) {
+        HoNode* node = _list->_node;
+        PiTopologyInterface* t = topoIf(node);
+        RCShdPtr<PiInput> el(_el.get());
+        auto* composite = dynamic_cast<PiCompositeInput*>(static_cast<PiInput*>(_list.get()));
+        if (added) {
+            if (t && composite)
+                PiTopologyInterfaceManip::inputAddedToComposite(
+                    *t, RCShdPtr<PiCompositeInput>(composite), el);
+            else if (t)
+                PiTopologyInterfaceManip::dynamicInputAdded(*t, el);
+            signal(node, PiNodeEvent::InputAdded, _el.get(), nullptr, _index);
+        } else {
+            if (t && composite)
+                PiTopologyInterfaceManip::inputRemovedFromComposite(
+                    *t, RCShdPtr<PiCompositeInput>(composite), el);
+            else if (t)
+                PiTopologyInterfaceManip::dynamicInputRemoved(*t, el, PiSocketType::SINGLE);
+            signal(node, PiNodeEvent::InputRemoved, _el.get(), nullptr, _index);
+        }
+    }
+    RCShdPtr<HoInput> _list;
+    RCShdPtr<HoInput> _el;
+    bool _attach;
+    int _index;
+};
+
+class ElementMove final : public PiAction {
+public:
+    ElementMove(RCShdPtr<HoInput> list, int from, int to)
+        : _list(std::move(list)), _from(from), _to(to) {}
+    void apply() override { move(_from, _to); }
+    void revert() override { move(_to, _from); }
+    void notifyApplied() override { tell(_from, _to); }
+    void notifyReverted() override { tell(_to, _from); }
+
+private:
+    void move(int from, int to) {
+        auto& v = _list->_elements;
+        RCShdPtr<HoInput> el = v[static_cast<std::size_t>(from)];
+        v.erase(v.begin() + from);
+        v.insert(v.begin() + to, el);
+    }
+    void tell(int from, int to) {
+        auto* composite = dynamic_cast<PiCompositeInput*>(static_cast<PiInput*>(_list.get()));
+        if (PiTopologyInterface* t = topoIf(_list->_node); t && composite)
+            PiTopologyInterfaceManip::inputMovedInComposite(
+                *t, RCShdPtr<PiCompositeInput>(composite), from, to);
+    }
+    RCShdPtr<HoInput> _list;
+    int _from, _to;
+};
+
+class ValueAttach final : public PiAction {
+public:
+    ValueAttach(RCShdPtr<HoNode> node, RCShdPtr<PiValue> v, bool attach)
+        : _node(std::move(node)), _v(std::move(v)), _attach(attach) {}
+    void apply() override { _attach ? put() : take(); }
+    void revert() override { _attach ? take() : put(); }
+    void notifyApplied() override { tell(_attach); }
+    void notifyReverted() override { tell(!_attach); }
+
+private:
+    void put() {
+        insertAt(_node->_values, _index, _v);
+        valueState(*_v)._attached = true;
+    }
+    void take() {
+        eraseItem(_node->_values, _index, _v.get());
+        valueState(*_v)._attached = false;
+    }
+    void tell(bool added) {
+        auto* c = dynamic_cast<PiValueChangeInterface*>(_node->controller());
+        if (!c)
+            return;
+        if (added)
+            PiValueChangeInterfaceManip::dynamicValueAdded(*c, _v);
+        else
+            PiValueChangeInterfaceManip::dynamicValueRemoved(*c, _v);
+    }
+    RCShdPtr<HoNode> _node;
+    RCShdPtr<PiValue> _v;
+    bool _attach;
+    int _index = -1;
+};
+
+class NodeMove final : public PiAction {
+public:
+    NodeMove(RCShdPtr<HoNode> node, RCShdPtr<HoGroupNode> to)
+        : _node(std::move(node)), _from(_node->_group), _to(std::move(to)) {}
+    void apply() override { move(*_from, _fromIndex, *_to, _toIndex); }
+    void revert() override { move(*_to, _toIndex, *_from, _fromIndex); }
+    void notifyApplied() override { tell(_to.get()); }
+    void notifyReverted() override { tell(_from.get()); }
+
+private:
+    void move(HoGroupNode& a, int& aIndex, HoGroupNode& b, int& bIndex) {
+        eraseItem(a._children, aIndex, _node.get());
+        insertAt(b._children, bIndex, _node);
+        _node->_group = &b;
+    }
+    void tell(HoGroupNode* now) {
+        if (PiGroupInterface* g = groupIf(now))
+            PiGroupInterfaceManip::nodeMoved(*g, RCShdPtr<PiNode>(_node.get()));
+    }
+    RCShdPtr<HoNode> _node;
+    RCShdPtr<HoGroupNode> _from, _to;
+    int _fromIndex = -1, _toIndex = -1;
+};
+
+class SetTarget final : public PiAction {
+public:
+    SetTarget(RCShdPtr<HoLinkNode> link, RCShdPtr<PiSocket> target)
+        : _link(std::move(link)), _old(_link->_target), _new(std::move(target)) {}
+    void apply() override { _link->_target = _new; }
+    void revert() override { _link->_target = _old; }
+
+private:
+    RCShdPtr<HoLinkNode> _link;
+    RCShdPtr<PiSocket> _old, _new;
+};
+
+HoGraphImp& graphOf(HoNode& n) {
+    return n.graph();
+}
+
+} // namespace
+
+void HoEdit::attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded) {
+    graphOf(group).record(
+        OPtr<PiAction>(new NodeAttach(RCShdPtr<HoGroupNode>(&group), node, true, loaded)));
+}
+
+void HoEdit::detachNode(RCShdPtr<HoNode> const& node) {
+    VN_ASSERT(node->_group);
+    graphOf(*node).record(
+        OPtr<PiAction>(new NodeAttach(RCShdPtr<HoGroupNode>(node->_group), node, false, false)));
+}
+
+void HoEdit::moveNode(RCShdPtr<HoNode> const& node, HoGroupNode& to) {
+    graphOf(to).record(OPtr<PiAction>(new NodeMove(node, RCShdPtr<HoGroupNode>(&to))));
+}
+
+void HoEdit::link(HoInput& in, HoOutput& out) {
+    graphOf(*in._node).record(
+        OPtr<PiAction>(new Link(RCShdPtr<HoInput>(&in), RCShdPtr<HoOutput>(&out), true)));
+}
+
+void HoEdit::unlink(HoInput& in) {
+    VN_ASSERT(in._source);
+    graphOf(*in._node).record(
+        OPtr<PiAction>(new Link(RCShdPtr<HoInput>(&in), RCShdPtr<HoOutput>(in._source), false)));
+}
+
+void HoEdit::rename(HoNode& node, std::string const& name) {
+    graphOf(node).record(OPtr<PiAction>(new Rename(RCShdPtr<HoNode>(&node), name)));
+}
+
+void HoEdit::setResultState(HoOutput& out, int state) {
+    graphOf(*out._node).record(OPtr<PiAction>(new ResultState(RCShdPtr<HoOutput>(&out), state)));
+}
+
+void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
+    graphOf(node).record(OPtr<PiAction>(new InputAttach(RCShdPtr<HoNode>(&node), in, true)));
+}
+
+void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
+    graphOf(node).record(OPtr<PiAction>(new OutputAttach(RCShdPtr<HoNode>(&node), out, true)));
+}
+
+void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
+    graphOf(node).record(OPtr<PiAction>(new InputAttach(RCShdPtr<HoNode>(&node), in, false)));
+}
+
+void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
+    graphOf(node).record(OPtr<PiAction>(new OutputAttach(RCShdPtr<HoNode>(&node), out, false)));
+}
+
+void HoEdit::attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b) {
+    graphOf(group).record(
+        OPtr<PiAction>(new BoundaryAttach(RCShdPtr<HoGroupNode>(&group), b, true)));
+}
+
+void HoEdit::detachBoundary(HoGroupNode& group, HoBoundaryNode& b) {
+    graphOf(group).record(OPtr<PiAction>(
+        new BoundaryAttach(RCShdPtr<HoGroupNode>(&group), RCShdPtr<HoBoundaryNode>(&b), false)));
+}
+
+void HoEdit::attachElement(HoInput& list, RCShdPtr<HoInput> const& el, int index) {
+    graphOf(*list._node)
+        .record(OPtr<PiAction>(new ElementAttach(RCShdPtr<HoInput>(&list), el, index, true)));
+}
+
+void HoEdit::detachElement(HoInput& list, HoInput& el) {
+    int const index = indexIn(list._elements, &el);
+    VN_ASSERT(index >= 0);
+    graphOf(*list._node)
+        .record(OPtr<PiAction>(
+            new ElementAttach(RCShdPtr<HoInput>(&list), RCShdPtr<HoInput>(&el), index, false)));
+}
+
+void HoEdit::moveElement(HoInput& list, int from, int to) {
+    graphOf(*list._node)
+        .record(OPtr<PiAction>(new ElementMove(RCShdPtr<HoInput>(&list), from, to)));
+}
+
+void HoEdit::attachValue(HoNode& node, RCShdPtr<PiValue> const& v) {
+    graphOf(node).record(OPtr<PiAction>(new ValueAttach(RCShdPtr<HoNode>(&node), v, true)));
+}
+
+void HoEdit::detachValue(HoNode& node, PiValue& v) {
+    graphOf(node).record(
+        OPtr<PiAction>(new ValueAttach(RCShdPtr<HoNode>(&node), RCShdPtr<PiValue>(&v), false)));
+}
+
+void HoEdit::setTarget(HoLinkNode& link, RCShdPtr<PiSocket> const& target) {
+    graphOf(link).record(OPtr<PiAction>(new SetTarget(RCShdPtr<HoLinkNode>(&link), target)));
+}
+
+void HoEdit::cutAround(HoNode& node) {
+    std::vector<HoNode*> nodes = graphOf(node).subtree(node);
+    std::unordered_set<HoNode const*> inside(nodes.begin(), nodes.end());
+    std::vector<HoInput*> leaves;
+    for (HoNode* n : nodes) {
+        leaves.clear();
+        n->leafInputs(leaves);
+        for (HoInput* l : leaves)
+            if (l->_source && !inside.count(l->_source->_node))
+                unlink(*l);
+        for (auto const& o : n->_outputs) {
+            std::vector<HoInput*> targets = o->_targets;
+            for (HoInput* t : targets)
+                if (!inside.count(t->_node))
+                    unlink(*t);
+        }
+    }
+}
+
+void HoEdit::removeFeedingValueNodes(HoInput& in, HoNode& consumer) {
+    HoOutput* src = in._source;
+    if (!src)
+        return;
+    HoNode* v = src->_node;
+    bool const onlyHere = v->getNodeKind() == PiNode::VALUE && v->_group &&
+                          std::all_of(src->_targets.begin(), src->_targets.end(), [&](HoInput* t) {
+                              return t->_node == &consumer && t == &in;
+                          });
+    unlink(in);
+    if (onlyHere) {
+        RCShdPtr<HoNode> keep(v);
+        cutAround(*v);
+        detachNode(keep);
+    }
+}
+
+void HoEdit::feedValueNodes(HoGroupNode& group, HoNode& node, HoInput& in) {
+    if (node.getNodeKind() != PiNode::TOOL)
+        return;
+    std::vector<HoInput*> leaves;
+    in.collectLeaves(leaves);
+    for (HoInput* l : leaves) {
+        if (!l->_type.isValueType() || l->_source)
+            continue;
+        RCShdPtr<HoValueNode> v =
+            buildValueNode(graphOf(group), node._name + "." + l->getDottedName(), l->_type);
+        attachNode(group, v);
+        link(*l, *v->_outputs[0]);
+    }
+}
+
+std::vector<HoNode*> HoGraphImp::subtree(HoNode& top) const {
+    std::vector<HoNode*> result{&top};
+    for (std::size_t i = 0; i < result.size(); ++i)
+        if (result[i]->getNodeKind() == PiNode::GROUP)
+            for (auto const& c : static_cast<HoGroupNode*>(result[i])->_children)
+                result.push_back(c.get());
+    return result;
+}
+
+} // namespace Vn

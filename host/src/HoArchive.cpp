@@ -1,0 +1,535 @@
+#include "HoGraphImp.h"
+
+#include "ExBase.h"
+#include "PiToolRegistry.h"
+#include "XmlDocument.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <limits>
+#include <unordered_map>
+#include <unordered_set>
+
+namespace Vn {
+
+// The archive of a node list:
+//   <Graph version="1">
+//     <Node kind="tool|group|value|link" id="7" name="..." [tool="..." version="..."] [type="5"]>
+//       <DynamicInput name type cardinality/> <DynamicOutput name type/>
+//       <Element input="dotted list input" name="..."/>   elements of lists, in order
+//       <Result output="..." state="1"/>
+//       <Value name="..." type="1">text</Value>
+//       <Boundary side="in|out" socket="..." type static="0|1" id name> (Value, Result) </Boundary>
+//       <Node .../>                                          the interior of a group
+//     </Node>
+//     <Connection inputNode="7" input="dotted" outputNode="9" output="..."/>
+//   </Graph>
+// Ids are those of the archived nodes; reading gives the new nodes ids of their own.
+
+namespace {
+
+constexpr int kMaxDepth = 64;
+constexpr std::size_t kMaxAttribute = 4096;
+constexpr std::size_t kMaxText = std::size_t(16) << 20;
+
+[[noreturn]] void fail(std::string const& why) {
+    VN_THROW_MSG(ExBase, "archive: " + why);
+}
+
+// ---------------------------------------------------------------------------------------------
+
+class Writer {
+public:
+    explicit Writer(XmlWriter& w) : _w(w) {}
+
+    void node(HoNode const& n) {
+        _written.push_back(&n);
+        _w.startElement("Node");
+        _w.addAttribute("kind", kind(n));
+        _w.addAttribute("id", std::to_string(n.getId()));
+        _w.addAttribute("name", n._name);
+        switch (n.getNodeKind()) {
+        case PiNode::TOOL:
+            tool(*static_cast<HoToolNode const&>(n)._tool);
+            break;
+        case PiNode::GROUP:
+            if (auto const& t = static_cast<HoGroupNode const&>(n)._tool)
+                tool(*t);
+            break;
+        case PiNode::VALUE:
+            _w.addAttribute("type", std::to_string(n._inputs[0]->_type.getType()));
+            break;
+        case PiNode::LINK:
+            _w.addAttribute("type", std::to_string(n._outputs[0]->_type.getType()));
+            break;
+        case PiNode::BOUNDARY:
+            break;
+        }
+        if (n.getNodeKind() == PiNode::TOOL)
+            sockets(n);
+        content(n);
+        if (n.getNodeKind() == PiNode::GROUP)
+            for (auto const& c : static_cast<HoGroupNode const&>(n)._children)
+                c->getNodeKind() == PiNode::BOUNDARY
+                    ? boundary(static_cast<HoBoundaryNode const&>(*c))
+                    : node(*c);
+        _w.endElement();
+    }
+
+    // By outputs, so that each output's consumers come back in their order.
+    void connections() {
+        std::unordered_set<HoNode const*> in(_written.begin(), _written.end());
+        for (HoNode const* n : _written)
+            for (auto const& o : n->_outputs)
+                for (HoInput const* t : o->_targets) {
+                    if (!in.count(t->_node))
+                        continue;
+                    _w.startElement("Connection");
+                    _w.addAttribute("inputNode", std::to_string(t->_node->getId()));
+                    _w.addAttribute("input", t->getDottedName());
+                    _w.addAttribute("outputNode", std::to_string(n->getId()));
+                    _w.addAttribute("output", o->_name);
+                    _w.endElement();
+                }
+    }
+
+private:
+    static char const* kind(HoNode const& n) {
+        switch (n.getNodeKind()) {
+        case PiNode::TOOL:
+            return "tool";
+        case PiNode::GROUP:
+            return "group";
+        case PiNode::VALUE:
+            return "value";
+        case PiNode::LINK:
+            return "link";
+        case PiNode::BOUNDARY:
+            return "boundary";
+        }
+        return "";
+    }
+    void tool(PiTool const& t) {
+        _w.addAttribute("tool", t.getFullName());
+        _w.addAttribute("version", t.getVersion());
+    }
+    void sockets(HoNode const& n) {
+        for (auto const& in : n._inputs)
+            if (in->_kind == PiSocket::DYNAMIC) {
+                _w.startElement("DynamicInput");
+                _w.addAttribute("name", in->_name);
+                _w.addAttribute("type", std::to_string(in->_type.getType()));
+                _w.addAttribute("cardinality", std::to_string(in->_type.getCardinality()));
+                _w.endElement();
+            }
+        for (auto const& o : n._outputs)
+            if (o->_kind == PiSocket::DYNAMIC) {
+                _w.startElement("DynamicOutput");
+                _w.addAttribute("name", o->_name);
+                _w.addAttribute("type", std::to_string(o->_type.getType()));
+                _w.endElement();
+            }
+        for (auto const& in : n._inputs)
+            elements(*in);
+    }
+    void elements(HoInput const& in) {
+        bool const list = in._type.getType() != PiSocketType::NONE &&
+                          in._type.getCardinality() != PiSocketType::SINGLE;
+        for (auto const& e : in._elements) {
+            if (list) {
+                _w.startElement("Element");
+                _w.addAttribute("input", in.getDottedName());
+                _w.addAttribute("name", e->_name);
+                _w.endElement();
+            }
+            elements(*e);
+        }
+    }
+    void content(HoNode const& n) {
+        for (auto const& o : n._outputs)
+            if (o->_resultState != 0) {
+                _w.startElement("Result");
+                _w.addAttribute("output", o->_name);
+                _w.addAttribute("state", std::to_string(o->_resultState));
+                _w.endElement();
+            }
+        for (auto const& v : n._values) {
+            _w.startElement("Value");
+            _w.addAttribute("name", v->getName());
+            _w.addAttribute("type", std::to_string(static_cast<int>(v->getType())));
+            _w.addText(v->toString());
+            _w.endElement();
+        }
+    }
+    void boundary(HoBoundaryNode const& b) {
+        _written.push_back(&b);
+        _w.startElement("Boundary");
+        _w.addAttribute("side", b._isInput ? "in" : "out");
+        _w.addAttribute("socket", b._inputs[0]->_name);
+        _w.addAttribute("type", std::to_string(b._inputs[0]->_type.getType()));
+        _w.addAttribute("static", b._kind == PiSocket::STATIC ? "1" : "0");
+        _w.addAttribute("id", std::to_string(b.getId()));
+        _w.addAttribute("name", b._name);
+        content(b);
+        _w.endElement();
+    }
+
+    XmlWriter& _w;
+    std::vector<HoNode const*> _written;
+};
+
+// ---------------------------------------------------------------------------------------------
+
+class Reader {
+public:
+    explicit Reader(HoGraphImp& g) : _g(g) {}
+
+    // Builds every node out of the graph and checks the whole archive; nothing in the graph
+    // changes here.
+    void read(XmlElement const& graph) {
+        checkAttributes(graph);
+        if (graph.getName() != "Graph")
+            fail("the element is \"" + graph.getName() + "\", not \"Graph\"");
+        if (graph.getAttribute("version") != "1")
+            fail("unknown version \"" + graph.getAttribute("version") + "\"");
+        for (XmlElement const& e : graph.getChildren()) {
+            if (e.getName() == "Node") {
+                _tops.push_back(node(e, 1));
+            } else if (e.getName() == "Connection")
+                connection(e);
+            else
+                fail("unexpected element \"" + e.getName() + "\" in \"Graph\"");
+        }
+        checkAcyclic();
+    }
+
+    std::vector<RCShdPtr<HoNode>> const& tops() const { return _tops; }
+    std::vector<std::pair<HoInput*, HoOutput*>> const& later() const { return _later; }
+
+private:
+    static void checkAttributes(XmlElement const& e) {
+        for (auto const& [name, value] : e.getAttributes())
+            if (value.size() > kMaxAttribute)
+                fail("the attribute \"" + name.substr(0, 64) + "\" of \"" + e.getName() +
+                     "\" is longer than " + std::to_string(kMaxAttribute) + " characters");
+    }
+    static std::string need(XmlElement const& e, char const* attr) {
+        if (!e.hasAttribute(attr))
+            fail("\"" + e.getName() + "\" lacks the attribute \"" + attr + "\"");
+        return e.getAttribute(attr);
+    }
+    static long number(XmlElement const& e, char const* attr, long lo, long hi) {
+        std::string const t = need(e, attr);
+        char* end = nullptr;
+        errno = 0;
+        long v = std::strtol(t.c_str(), &end, 10);
+        if (t.empty() || end != t.c_str() + t.size() || errno == ERANGE || v < lo || v > hi)
+            fail("the attribute \"" + std::string(attr) + "\" of \"" + e.getName() + "\" is \"" +
+                 t + "\", not a number from " + std::to_string(lo) + " to " + std::to_string(hi));
+        return v;
+    }
+    static PiSocketType socketType(XmlElement const& e, bool withCardinality) {
+        int const type = static_cast<int>(number(e, "type", 0, PiSocketType::CAMERA));
+        if (!PiSocketType::isKnownType(type))
+            fail("unknown socket type " + std::to_string(type));
+        long const card = withCardinality ? number(e, "cardinality", 0, 2) : 0;
+        return PiSocketType(type, static_cast<PiSocketType::Cardinality>(card));
+    }
+    static void checkName(std::string const& name) {
+        if (name.empty() || name.find('.') != std::string::npos)
+            fail("\"" + name + "\" is no socket name");
+    }
+    void registerId(XmlElement const& e, HoNode* n) {
+        long const id = number(e, "id", 1, std::numeric_limits<int>::max());
+        if (!_byId.emplace(static_cast<int>(id), n).second)
+            fail("the node id " + std::to_string(id) + " is used twice");
+    }
+    RCShdPtr<PiTool const> tool(XmlElement const& e) {
+        if (!PiToolRegistry::isInitialized())
+            fail("no tool registry to find \"" + e.getAttribute("tool") + "\"");
+        std::string const name = need(e, "tool");
+        std::string const version = need(e, "version");
+        RCShdPtr<PiTool const> t = PiToolRegistry::getInstance().findTool(name, version);
+        if (!t)
+            fail("unknown tool \"" + name + "\" version \"" + version + "\"");
+        return t;
+    }
+
+    RCShdPtr<HoNode> node(XmlElement const& e, int depth) {
+        checkAttributes(e);
+        if (depth > kMaxDepth)
+            fail("groups nested deeper than " + std::to_string(kMaxDepth));
+        std::string const kind = need(e, "kind");
+        std::string const name = need(e, "name");
+        RCShdPtr<HoNode> n;
+        if (kind == "tool") {
+            n = buildToolNode(_g, tool(e), name);
+        } else if (kind == "group") {
+            n = buildGroupNode(_g, name, e.hasAttribute("tool") ? tool(e) : nullptr);
+        } else if (kind == "value") {
+            PiSocketType const t = socketType(e, false);
+            if (!t.isValueType())
+                fail("the value node \"" + name + "\" has the type " + std::to_string(t.getType()) +
+                     ", which holds no value");
+            n = buildValueNode(_g, name, t);
+        } else if (kind == "link") {
+            n = RCShdPtr<HoNode>(new HoLinkNode(&_g, name, socketType(e, false), {}));
+        } else {
+            fail("unknown node kind \"" + kind + "\"");
+        }
+        registerId(e, n.get());
+        for (XmlElement const& c : e.getChildren()) {
+            checkAttributes(c);
+            std::string const what = c.getName();
+            if (what == "Value")
+                value(c, *n);
+            else if (what == "Result")
+                result(c, *n);
+            else if (what == "DynamicInput" && kind == "tool")
+                dynamicInput(c, *n);
+            else if (what == "DynamicOutput" && kind == "tool")
+                dynamicOutput(c, *n);
+            else if (what == "Element" && kind == "tool")
+                element(c, *n);
+            else if (what == "Node" && kind == "group")
+                child(static_cast<HoGroupNode&>(*n), node(c, depth + 1));
+            else if (what == "Boundary" && kind == "group")
+                boundary(c, static_cast<HoGroupNode&>(*n));
+            else
+                fail("unexpected element \"" + what + "\" in a " + kind + " node");
+        }
+        return n;
+    }
+    static void child(HoGroupNode& g, RCShdPtr<HoNode> const& c) {
+        c->_group = &g;
+        c->_attached = true;
+        g._children.push_back(c);
+    }
+    void value(XmlElement const& e, HoNode& n) {
+        std::string const name = need(e, "name");
+        if (name.empty())
+            fail("a stored value without a name");
+        long const type = number(e, "type", 0, 7);
+        if (!PiValue::isKnownType(static_cast<int>(type)))
+            fail("the stored value \"" + name + "\" has the unknown type " + std::to_string(type));
+        std::string const text = e.getText();
+        if (text.size() > kMaxText)
+            fail("the stored value \"" + name + "\" is longer than " + std::to_string(kMaxText));
+        RCShdPtr<PiValue> v = n.findValue(name);
+        if (v && static_cast<long>(v->getType()) != type)
+            fail("the stored value \"" + name + "\" has another type on its node");
+        if (!v) {
+            v = makeValue(&n, name, static_cast<PiValueType>(type));
+            n._values.push_back(v);
+        } else if (_loadedValues.count(v.get())) {
+            fail("the stored value \"" + name + "\" is given twice");
+        }
+        _loadedValues.insert(v.get());
+        try {
+            valueState(*v).load(text);
+        } catch (ExBase const& x) {
+            fail("the stored value \"" + name + "\": " + x.getReason());
+        }
+    }
+    static void result(XmlElement const& e, HoNode& n) {
+        std::string const name = need(e, "output");
+        long const state = number(e, "state", 0, 1);
+        for (auto const& o : n._outputs)
+            if (o->_name == name) {
+                o->_resultState = static_cast<int>(state);
+                return;
+            }
+        fail("the node \"" + n._name + "\" has no output \"" + name + "\"");
+    }
+    static void dynamicInput(XmlElement const& e, HoNode& n) {
+        std::string const name = need(e, "name");
+        checkName(name);
+        PiSocketType const t = socketType(e, true);
+        if (n.findInput(name, PiNode::ALL))
+            fail("the node \"" + n._name + "\" has the input \"" + name + "\" twice");
+        n._inputs.push_back(makeInput(&n, nullptr, name, t, PiSocket::DYNAMIC));
+    }
+    static void dynamicOutput(XmlElement const& e, HoNode& n) {
+        std::string const name = need(e, "name");
+        checkName(name);
+        PiSocketType const t = socketType(e, false);
+        if (n.findOutput(name, PiNode::ALL))
+            fail("the node \"" + n._name + "\" has the output \"" + name + "\" twice");
+        n._outputs.emplace_back(new HoOutput(&n, name, t, PiSocket::DYNAMIC));
+    }
+    static void element(XmlElement const& e, HoNode& n) {
+        std::string const listName = need(e, "input");
+        std::string const name = need(e, "name");
+        checkName(name);
+        RCShdPtr<PiInput> list = n.findInput(listName, PiNode::ALL);
+        if (!list || !(list->isComposite() || list->isMultivalued()))
+            fail("the node \"" + n._name + "\" has no list input \"" + listName + "\"");
+        HoInput& l = hoInput(*list);
+        for (auto const& x : l._elements)
+            if (x->_name == name)
+                fail("the input \"" + listName + "\" holds \"" + name + "\" twice");
+        l._elements.push_back(
+            makeInput(&n, &l, name, PiSocketType(l._type.getType()), PiSocket::DYNAMIC));
+    }
+    void boundary(XmlElement const& e, HoGroupNode& g) {
+        std::string const side = need(e, "side");
+        if (side != "in" && side != "out")
+            fail("a boundary side is \"" + side + "\"");
+        bool const isInput = side == "in";
+        std::string const socket = need(e, "socket");
+        checkName(socket);
+        PiSocketType const t = socketType(e, false);
+        bool const isStatic = number(e, "static", 0, 1) == 1;
+        auto& bounds = isInput ? g._inBounds : g._outBounds;
+        HoBoundaryNode* b = nullptr;
+        for (HoBoundaryNode* x : bounds)
+            if (x->_inputs[0]->_name == socket)
+                b = x;
+        if (isStatic) {
+            if (!b || b->_kind != PiSocket::STATIC || b->_inputs[0]->_type.getType() != t.getType())
+                fail("the group \"" + g._name + "\" has no static socket \"" + socket + "\"");
+            if (_byNode.count(b))
+                fail("the socket \"" + socket + "\" is given twice");
+        } else {
+            if (b)
+                fail("the group \"" + g._name + "\" has the socket \"" + socket + "\" twice");
+            RCShdPtr<HoBoundaryNode> nb(
+                new HoBoundaryNode(&_g, socket, t, isInput, PiSocket::DYNAMIC));
+            child(g, nb);
+            bounds.push_back(nb.get());
+            b = nb.get();
+        }
+        _byNode.insert(b);
+        b->_name = need(e, "name");
+        registerId(e, b);
+        for (XmlElement const& c : e.getChildren()) {
+            checkAttributes(c);
+            if (c.getName() == "Value")
+                value(c, *b);
+            else if (c.getName() == "Result")
+                result(c, *b);
+            else
+                fail("unexpected element \"" + c.getName() + "\" in a boundary");
+        }
+    }
+    HoNode* byId(XmlElement const& e, char const* attr) {
+        long const id = number(e, attr, 1, std::numeric_limits<int>::max());
+        auto it = _byId.find(static_cast<int>(id));
+        if (it == _byId.end())
+            fail("a connection names the node id " + std::to_string(id) +
+                 ", which no node before it has");
+        return it->second;
+    }
+    void connection(XmlElement const& e) {
+        checkAttributes(e);
+        HoNode* inNode = byId(e, "inputNode");
+        HoNode* outNode = byId(e, "outputNode");
+        std::string const inName = need(e, "input");
+        std::string const outName = need(e, "output");
+        RCShdPtr<PiInput> pin = inNode->findInput(inName, PiNode::ALL);
+        if (!pin)
+            fail("the node \"" + inNode->_name + "\" has no input \"" + inName + "\"");
+        RCShdPtr<PiOutput> pout = outNode->findOutput(outName, PiNode::ALL);
+        if (!pout)
+            fail("the node \"" + outNode->_name + "\" has no output \"" + outName + "\"");
+        HoOutput* out = &hoOutput(*pout);
+        HoInput& in = hoInput(*pin);
+        // A group's sockets belong to its boundary nodes.
+        inNode = in._node;
+        outNode = out->_node;
+        if (!in.isLeaf())
+            fail("the input \"" + inName + "\" holds sub-inputs and takes no connection");
+        if (in._type.getType() != out->_type.getType())
+            fail("the output \"" + outName + "\" cannot feed \"" + inName + "\": types differ");
+        if (_laterInputs.count(&in))
+            fail("the input \"" + inName + "\" of \"" + inNode->_name + "\" is fed twice");
+        _edges.emplace_back(inNode, outNode);
+        // Every connection is recorded once the nodes are in, in the archive's order.
+        _later.emplace_back(&in, out);
+        _laterInputs.insert(&in);
+    }
+    void checkAcyclic() {
+        std::unordered_map<HoNode*, std::vector<HoNode*>> next;
+        std::unordered_map<HoNode*, int> pending;
+        for (auto const& [in, out] : _edges) {
+            next[out].push_back(in);
+            ++pending[in];
+            pending.try_emplace(out, 0);
+        }
+        std::vector<HoNode*> ready;
+        for (auto const& [n, count] : pending)
+            if (count == 0)
+                ready.push_back(n);
+        std::size_t done = 0;
+        while (!ready.empty()) {
+            HoNode* n = ready.back();
+            ready.pop_back();
+            ++done;
+            for (HoNode* m : next[n])
+                if (--pending[m] == 0)
+                    ready.push_back(m);
+        }
+        if (done != pending.size())
+            fail("the connections form a cycle");
+    }
+
+    HoGraphImp& _g;
+    std::vector<RCShdPtr<HoNode>> _tops;
+    std::unordered_map<int, HoNode*> _byId;
+    std::unordered_set<HoNode*> _byNode;
+    std::unordered_set<PiValue*> _loadedValues;
+    std::vector<std::pair<HoNode*, HoNode*>> _edges;
+    std::vector<std::pair<HoInput*, HoOutput*>> _later;
+    std::unordered_set<HoInput*> _laterInputs;
+};
+
+} // namespace
+
+void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWriter& writer) const {
+    std::vector<HoNode const*> list;
+    std::unordered_set<HoNode const*> listed;
+    for (auto const& p : nodes) {
+        HoNode const& n = hoNode(*p);
+        if (n._graph != this || !n.isValid())
+            VN_THROW_MSG(ExBase,
+                         "the node \"" + n._name + "\" is not in the graph \"" + _name + "\"");
+        if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n).second)
+            list.push_back(&n);
+    }
+    writer.startElement("Graph");
+    writer.addAttribute("version", "1");
+    Writer w(writer);
+    for (HoNode const* n : list) {
+        bool inner = false;
+        for (HoNode const* a = n->_group; a && !inner; a = a->_group)
+            inner = listed.count(a) > 0;
+        if (!inner)
+            w.node(*n);
+    }
+    w.connections();
+    writer.endElement();
+}
+
+std::vector<RCShdPtr<PiNode>> HoGraphImp::unarchiveNodes(XmlElement const& graphElement,
+                                                         RCShdPtr<PiGroupNode> const& group) {
+    HoNode& gn = hoNode(*group);
+    if (gn.getNodeKind() != PiNode::GROUP || gn._graph != this)
+        VN_THROW_MSG(ExBase, "nodes are read into a group of their graph");
+    gn.requireValid("read nodes");
+    if (graphElement.isNull())
+        fail("no \"Graph\" element");
+    Reader r(*this);
+    r.read(graphElement);
+    auto& g = static_cast<HoGroupNode&>(gn);
+    PiUndoGuard guard(_stack, "Load Nodes");
+    std::vector<RCShdPtr<PiNode>> result;
+    for (auto const& n : r.tops()) {
+        HoEdit::attachNode(g, n, true);
+        result.emplace_back(n.get());
+    }
+    for (auto const& [in, out] : r.later())
+        HoEdit::link(*in, *out);
+    return result;
+}
+
+} // namespace Vn

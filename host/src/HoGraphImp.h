@@ -1,0 +1,391 @@
+#pragma once
+
+// The concrete tool graph. Objects point up and across with plain pointers; each destructor
+// clears the pointers others hold on it, so none ever dangles. Edits go through actions
+// (HoActions.cpp) recorded on the graph's command stack.
+
+#include "HoGraph.h"
+#include "PiCommandStack.h"
+#include "PiGraph.h"
+#include "PiNode.h"
+#include "PiNodeController.h"
+#include "PiTool.h"
+
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+namespace Vn {
+
+class HoGraphImp;
+class HoGroupNode;
+class HoNode;
+class HoOutput;
+
+// ---------------------------------------------------------------------------------------------
+// Sockets
+
+class HoInput : public virtual PiInput {
+public:
+    HoInput(HoNode* node, HoInput* owner, std::string name, PiSocketType type, Kind kind);
+    ~HoInput() override;
+
+    bool isValid() const override;
+    std::string const& getName() const override { return _name; }
+    PiSocketType getType() const override { return _type; }
+    Kind getKind() const override { return _kind; }
+    RCShdPtr<PiNode> retrieveNode() const override;
+    bool isConnected() const override { return _source != nullptr; }
+    RCShdPtr<PiOutput> getConnectedOutput() const override;
+    RCShdPtr<PiInput> getOwnerInput() const override;
+    void connect(RCShdPtr<PiOutput> const& output) override;
+    void disconnect() override;
+
+    // Inputs that hold sub-inputs never connect.
+    bool isLeaf() const noexcept {
+        return _type.getType() != PiSocketType::NONE &&
+               _type.getCardinality() == PiSocketType::SINGLE;
+    }
+    // This input, or with `enterLists` its leaves, depth first.
+    void collectLeaves(std::vector<HoInput*>& out) const;
+    void collect(std::vector<RCShdPtr<PiInput>>& out, bool enterComposites) const;
+    HoNode* node() const noexcept;
+
+    HoNode* _node;
+    HoInput* _owner;
+    std::string _name;
+    PiSocketType _type;
+    Kind _kind;
+    HoOutput* _source = nullptr;
+    bool _attached = true;
+    std::vector<RCShdPtr<HoInput>> _elements;
+
+protected:
+    int listCardinality() const { return static_cast<int>(_elements.size()); }
+    RCShdPtr<PiInput> listInput(int i) const;
+    int listIndexOf(PiInput const& in) const;
+};
+
+class HoCompositeInput final : public PiCompositeInput, public HoInput {
+public:
+    using HoInput::HoInput;
+    int getCardinality() const override { return listCardinality(); }
+    RCShdPtr<PiInput> getInput(int i) const override { return listInput(i); }
+    int indexOf(PiInput const& in) const override { return listIndexOf(in); }
+    RCShdPtr<PiInput> insertInput(int index, std::string const& name) override;
+    void removeInput(RCShdPtr<PiInput> const& input) override;
+    void moveBefore(RCShdPtr<PiInput> const& input, RCShdPtr<PiInput> const& before) override;
+};
+
+class HoMultivaluedInput final : public PiMultivaluedInput, public HoInput {
+public:
+    using HoInput::HoInput;
+    int getCardinality() const override { return listCardinality(); }
+    RCShdPtr<PiInput> getInput(int i) const override { return listInput(i); }
+    int indexOf(PiInput const& in) const override { return listIndexOf(in); }
+    RCShdPtr<PiInput> appendInput() override;
+    void removeLastInput() override;
+};
+
+class HoStructuredInput final : public PiStructuredInput, public HoInput {
+public:
+    using HoInput::HoInput;
+    int getCardinality() const override { return listCardinality(); }
+    RCShdPtr<PiInput> getInput(int i) const override { return listInput(i); }
+    RCShdPtr<PiInput> getInput(std::string const& name) const override;
+    int indexOf(PiInput const& in) const override { return listIndexOf(in); }
+};
+
+class HoOutput final : public PiOutput {
+public:
+    HoOutput(HoNode* node, std::string name, PiSocketType type, Kind kind);
+    ~HoOutput() override;
+
+    bool isValid() const override;
+    std::string const& getName() const override { return _name; }
+    PiSocketType getType() const override { return _type; }
+    Kind getKind() const override { return _kind; }
+    RCShdPtr<PiNode> retrieveNode() const override;
+    bool isConnected() const override { return !_targets.empty(); }
+    Iterator<RCShdPtr<PiInput>> getConnectedInputs() const override;
+    int getConnectedInputCount() const override { return static_cast<int>(_targets.size()); }
+    int getResultState() const override { return _resultState; }
+    void setResultState(int state) override;
+
+    HoNode* _node;
+    std::string _name;
+    PiSocketType _type;
+    Kind _kind;
+    int _resultState = 0;
+    bool _attached = true;
+    std::vector<HoInput*> _targets;
+};
+
+// Makes the input object that fits the type: composite, multi-valued or plain.
+RCShdPtr<HoInput> makeInput(HoNode* node, HoInput* owner, std::string const& name,
+                            PiSocketType type, PiSocket::Kind kind);
+
+// ---------------------------------------------------------------------------------------------
+// Stored values
+
+// What the node needs of each of its values, whatever their type.
+class HoValueState {
+public:
+    virtual ~HoValueState();
+    virtual PiValue& value() = 0;
+    // A value of the same name, type and content on another node, not in any graph.
+    virtual RCShdPtr<PiValue> copyFor(HoNode* node) const = 0;
+    // Sets the content from its archived text without any undo; for values not in a graph yet.
+    virtual void load(std::string const& text) = 0;
+    HoNode* _node = nullptr;
+    std::string _name;
+    bool _attached = true;
+};
+
+RCShdPtr<PiValue> makeValue(HoNode* node, std::string const& name, PiValueType type);
+HoValueState& valueState(PiValue const& v);
+
+// ---------------------------------------------------------------------------------------------
+// Nodes
+
+class HoNode : public virtual PiNode {
+public:
+    HoNode(HoGraphImp* graph, std::string name);
+    ~HoNode() override;
+
+    bool isValid() const override;
+    std::string const& getNodeName() const override { return _name; }
+    void setNodeName(std::string const& name) override;
+    RCShdPtr<PiGraph> getGraph() const override;
+    RCShdPtr<PiGroupNode> retrieveGroupNode() const override;
+    RCWeakPtr<PiNodeController> getController() const override { return _controller; }
+
+    Iterator<RCShdPtr<PiInput>> getInputs(LifeScope scope, int enterComposites) const override;
+    Iterator<RCShdPtr<PiOutput>> getOutputs(LifeScope scope) const override;
+    RCShdPtr<PiInput> findInput(std::string const& name, LifeScope scope) const override;
+    RCShdPtr<PiOutput> findOutput(std::string const& name, LifeScope scope) const override;
+
+    RCShdPtr<PiInput> addDynamicInput(std::string const& name, PiSocketType type) override;
+    RCShdPtr<PiOutput> addDynamicOutput(std::string const& name, PiSocketType type) override;
+    void removeDynamicInput(RCShdPtr<PiInput> const& input) override;
+    void removeDynamicOutput(RCShdPtr<PiOutput> const& output) override;
+
+    RCShdPtr<PiValue> getValue(std::string const& name, PiValueType type) const override;
+    RCShdPtr<PiValue> findValue(std::string const& name) const override;
+    Iterator<RCShdPtr<PiValue>> getValues() const override;
+    RCShdPtr<PiValue> addValue(std::string const& name, PiValueType type) override;
+    bool removeValue(std::string const& name) override;
+
+    void addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
+        _removed.addHandler(h);
+    }
+    void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
+        _removed.removeHandler(h);
+    }
+
+    // The sockets the node shows; a group shows those of its boundary nodes.
+    virtual void listInputs(std::vector<HoInput*>& out) const;
+    virtual void listOutputs(std::vector<HoOutput*>& out) const;
+    // Every leaf input and output of the node itself (not of a group's interior).
+    void leafInputs(std::vector<HoInput*>& out) const;
+    HoGraphImp& graph() const;
+    // Raises ExBase unless the node is in its graph.
+    void requireValid(char const* what) const;
+    PiNodeController* controller() const noexcept { return _controller.get(); }
+    void setController(RCShdPtr<PiNodeController> c);
+
+    HoGraphImp* _graph;
+    HoGroupNode* _group = nullptr;
+    bool _attached = false;
+    std::string _name;
+    RCShdPtr<PiNodeController> _controller;
+    std::vector<RCShdPtr<HoInput>> _inputs;
+    std::vector<RCShdPtr<HoOutput>> _outputs;
+    std::vector<RCShdPtr<PiValue>> _values;
+    mutable CbDispatcher<RCShdPtr<PiNode>> _removed;
+};
+
+class HoToolNode final : public PiToolNode, public HoNode {
+public:
+    HoToolNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool const> tool);
+    NodeKind getNodeKind() const override { return TOOL; }
+    RCShdPtr<PiTool const> getTool() const override { return _tool; }
+    RCShdPtr<PiTool const> _tool;
+};
+
+class HoBoundaryNode final : public PiBoundaryNode, public HoNode {
+public:
+    HoBoundaryNode(HoGraphImp* graph, std::string const& name, PiSocketType type, bool isInput,
+                   PiSocket::Kind kind);
+    NodeKind getNodeKind() const override { return BOUNDARY; }
+    bool isInputNode() const override { return _isInput; }
+    int getBoundaryKind() const override { return _kind; }
+    RCShdPtr<PiInput> getInput() const override { return _inputs[0]; }
+    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+    RCShdPtr<PiSocket> getMatchingSocket(PiSocket const& socket) const override;
+    bool _isInput;
+    PiSocket::Kind _kind;
+};
+
+class HoLinkNode final : public PiLinkNode, public HoNode {
+public:
+    HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type, RCShdPtr<PiSocket> target);
+    NodeKind getNodeKind() const override { return LINK; }
+    RCShdPtr<PiSocket> getTargetSocket() const override { return _target; }
+    RCShdPtr<PiGraph> getLinkedGraph() const override;
+    void setTargetSocket(RCShdPtr<PiSocket> const& target) override;
+    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+    RCShdPtr<PiSocket> _target;
+};
+
+class HoValueNode final : public PiValueNode, public HoNode {
+public:
+    // The stored value "Value" has the type that matches the socket type, if one does.
+    HoValueNode(HoGraphImp* graph, std::string name, PiSocketType type);
+    NodeKind getNodeKind() const override { return VALUE; }
+    RCShdPtr<PiInput> getInput() const override { return _inputs[0]; }
+    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+};
+
+class HoGroupNode final : public PiGroupNode, public HoNode {
+public:
+    HoGroupNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool const> tool);
+    ~HoGroupNode() override;
+
+    NodeKind getNodeKind() const override { return GROUP; }
+    RCShdPtr<PiTool const> getTool() const override { return _tool; }
+    Iterator<RCShdPtr<PiNode>> getNodes() const override;
+    int getNodeCount() const override { return static_cast<int>(_children.size()); }
+    RCShdPtr<PiNode> findNode(std::string const& name) const override;
+
+    RCShdPtr<PiToolNode> createToolNode(RCShdPtr<PiTool const> const& tool,
+                                        std::string const& name) override;
+    RCShdPtr<PiGroupNode> createGroupNode(std::string const& name,
+                                          RCShdPtr<PiTool const> const& tool) override;
+    RCShdPtr<PiLinkNode> createLinkNode(std::string const& name, PiSocketType type,
+                                        RCShdPtr<PiSocket> const& target) override;
+    void removeNode(RCShdPtr<PiNode> const& node) override;
+    PiGroupCrossings moveNodes(std::vector<RCShdPtr<PiNode>> const& nodes) override;
+    std::vector<RCShdPtr<PiNode>> cloneNodes(std::vector<RCShdPtr<PiNode>> const& nodes,
+                                             std::map<int, int>* idMap) override;
+
+    RCShdPtr<PiInput> addDynamicInput(std::string const& name, PiSocketType type) override;
+    RCShdPtr<PiOutput> addDynamicOutput(std::string const& name, PiSocketType type) override;
+    void removeDynamicInput(RCShdPtr<PiInput> const& input) override;
+    void removeDynamicOutput(RCShdPtr<PiOutput> const& output) override;
+
+    void listInputs(std::vector<HoInput*>& out) const override;
+    void listOutputs(std::vector<HoOutput*>& out) const override;
+    bool isAncestorOf(HoNode const* n) const;
+
+    std::vector<RCShdPtr<HoNode>> _children;
+    std::vector<HoBoundaryNode*> _inBounds;
+    std::vector<HoBoundaryNode*> _outBounds;
+    RCShdPtr<PiTool const> _tool;
+};
+
+// ---------------------------------------------------------------------------------------------
+// The graph
+
+class HoGraphImp final : public PiGraph {
+public:
+    explicit HoGraphImp(std::string name);
+    ~HoGraphImp() override;
+
+    RCShdPtr<PiGroupNode> getRootNode() const override { return _root; }
+    std::string const& getName() const override { return _name; }
+    void setName(std::string const& name) override { _name = name; }
+    int getRole() const override { return _role; }
+    void setRole(int role) override { _role = role; }
+    RCShdPtr<PiGraphController> getController() const override { return _controller; }
+    void setController(RCShdPtr<PiGraphController> const& c) override { _controller = c; }
+    PiCommandStack& getCommandStack() override { return _stack; }
+    void addCallback(CbHandler<PiGraphEvent>* h) override { _events.addHandler(h); }
+    void removeCallback(CbHandler<PiGraphEvent>* h) override { _events.removeHandler(h); }
+    bool isValid() const override { return _valid; }
+    void close() override;
+    void refresh() override;
+    int getOpenCount() const override { return _openCount; }
+    void archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWriter& writer) const override;
+    std::vector<RCShdPtr<PiNode>> unarchiveNodes(XmlElement const& graphElement,
+                                                 RCShdPtr<PiGroupNode> const& group) override;
+
+    void record(OPtr<PiAction> action) { _stack.record(std::move(action)); }
+    std::vector<HoNode*> subtree(HoNode& top) const;
+
+    RCShdPtr<HoGroupNode> _root;
+    std::string _name;
+    int _role = 0;
+    RCShdPtr<PiGraphController> _controller;
+    PiCommandStack _stack;
+    CbDispatcher<PiGraphEvent> _events;
+    bool _valid = true;
+    int _openCount = 0;
+    // Every node made for this graph and still alive, so that the graph can tell them it is gone.
+    std::unordered_set<HoNode*> _allNodes;
+
+private:
+    void openCountChanged(int delta) override { _openCount += delta; }
+    void commandProcessed(CbEmptyType const&);
+    CbMethod<HoGraphImp, CbEmptyType> _processed;
+};
+
+// ---------------------------------------------------------------------------------------------
+// Edits, in HoActions.cpp. Each records its actions; callers hold an undo guard.
+
+struct HoEdit {
+    // Puts a made node into a group at `index` (-1: the end). `loaded` tells controllers the
+    // node came from an archive.
+    static void attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded = false);
+    static void detachNode(RCShdPtr<HoNode> const& node);
+    static void moveNode(RCShdPtr<HoNode> const& node, HoGroupNode& to);
+    static void link(HoInput& in, HoOutput& out);
+    static void unlink(HoInput& in);
+    static void rename(HoNode& node, std::string const& name);
+    static void setResultState(HoOutput& out, int state);
+    // A dynamic socket of a node that is not a group.
+    static void attachSocket(HoNode& node, RCShdPtr<HoInput> const& in);
+    static void attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out);
+    static void detachSocket(HoNode& node, RCShdPtr<HoInput> const& in);
+    static void detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out);
+    // A group's socket, carried by its boundary node.
+    static void attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b);
+    static void detachBoundary(HoGroupNode& group, HoBoundaryNode& b);
+    static void attachElement(HoInput& list, RCShdPtr<HoInput> const& el, int index);
+    static void detachElement(HoInput& list, HoInput& el);
+    static void moveElement(HoInput& list, int from, int to);
+    static void attachValue(HoNode& node, RCShdPtr<PiValue> const& v);
+    static void detachValue(HoNode& node, PiValue& v);
+    static void setTarget(HoLinkNode& link, RCShdPtr<PiSocket> const& target);
+
+    // Composite:
+    // Disconnects every connection between the subtree of `node` and the rest.
+    static void cutAround(HoNode& node);
+    // Removes the value nodes that feed only this node's inputs (or this input).
+    static void removeFeedingValueNodes(HoInput& in, HoNode& consumer);
+    // A value node feeding each value-typed leaf under `in`.
+    static void feedValueNodes(HoGroupNode& group, HoNode& node, HoInput& in);
+};
+
+// Helpers shared by the files of the graph.
+HoNode& hoNode(PiNode const& n);
+HoInput& hoInput(PiInput const& in);
+HoOutput& hoOutput(PiOutput const& out);
+// The group in which a connection to this input is drawn: an input boundary's input faces the
+// group's parent.
+HoGroupNode* wiringGroup(HoInput const& in);
+HoGroupNode* wiringGroup(HoOutput const& out);
+// Raises ExBase when connecting would close a cycle.
+void checkNoCycle(HoInput const& in, HoOutput const& out);
+// Tells the node's controller that a stored value changed.
+void notifyValueChanged(PiValue& v);
+// The value type that holds a socket type's values, or -1.
+int valueTypeFor(PiSocketType type);
+// A node built from a tool's description, not in any graph yet.
+RCShdPtr<HoToolNode> buildToolNode(HoGraphImp& g, RCShdPtr<PiTool const> const& tool,
+                                   std::string const& name);
+RCShdPtr<HoValueNode> buildValueNode(HoGraphImp& g, std::string const& name, PiSocketType type);
+RCShdPtr<HoGroupNode> buildGroupNode(HoGraphImp& g, std::string const& name,
+                                     RCShdPtr<PiTool const> const& tool);
+
+} // namespace Vn

@@ -1,0 +1,981 @@
+#include "HoGraphImp.h"
+
+#include "ExBase.h"
+#include "PiGroupInterface.h"
+#include "PiTopologyInterface.h"
+
+#include <algorithm>
+#include <unordered_set>
+
+namespace Vn {
+
+namespace {
+
+void requireName(std::string const& name) {
+    if (name.empty() || name.find('.') != std::string::npos)
+        VN_THROW_MSG(ExBase, "\"" + name + "\" is no socket name: it is empty or holds \".\"");
+}
+
+PiGroupInterface* groupIf(HoGroupNode* g) {
+    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
+}
+
+PiTopologyInterface* topoIf(HoNode* n) {
+    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
+}
+
+PiCommandStack& stackOf(HoNode const& n) {
+    return n.graph()._stack;
+}
+
+std::vector<std::string> splitDotted(std::string const& name) {
+    std::vector<std::string> parts;
+    std::size_t pos = 0;
+    while (pos <= name.size()) {
+        std::size_t dot = name.find('.', pos);
+        if (dot == std::string::npos)
+            dot = name.size();
+        if (dot > pos)
+            parts.push_back(name.substr(pos, dot - pos));
+        pos = dot + 1;
+    }
+    return parts;
+}
+
+bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
+    return (static_cast<int>(kind) & static_cast<int>(scope)) != 0;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+// Casts from the plug-in API's classes to ours.
+
+HoNode& hoNode(PiNode const& n) {
+    auto* h = dynamic_cast<HoNode const*>(&n);
+    if (!h)
+        RCExUtil::throwExCastFailed(typeid(n).name(), "HoNode");
+    return const_cast<HoNode&>(*h);
+}
+
+HoInput& hoInput(PiInput const& in) {
+    auto* h = dynamic_cast<HoInput const*>(&in);
+    if (!h)
+        RCExUtil::throwExCastFailed(typeid(in).name(), "HoInput");
+    return const_cast<HoInput&>(*h);
+}
+
+HoOutput& hoOutput(PiOutput const& out) {
+    auto* h = dynamic_cast<HoOutput const*>(&out);
+    if (!h)
+        RCExUtil::throwExCastFailed(typeid(out).name(), "HoOutput");
+    return const_cast<HoOutput&>(*h);
+}
+
+HoGroupNode* wiringGroup(HoInput const& in) {
+    HoNode* n = in._node;
+    if (!n)
+        return nullptr;
+    if (n->getNodeKind() == PiNode::BOUNDARY && static_cast<HoBoundaryNode*>(n)->_isInput)
+        return n->_group ? n->_group->_group : nullptr;
+    return n->_group;
+}
+
+HoGroupNode* wiringGroup(HoOutput const& out) {
+    HoNode* n = out._node;
+    if (!n)
+        return nullptr;
+    if (n->getNodeKind() == PiNode::BOUNDARY && !static_cast<HoBoundaryNode*>(n)->_isInput)
+        return n->_group ? n->_group->_group : nullptr;
+    return n->_group;
+}
+
+// The new edge closes a cycle when its input's node already reaches its output's node. Two
+// searches run by turns, upstream from the output and downstream from the input; the first to
+// run dry proves there is none, so the cost is that of the smaller side.
+void checkNoCycle(HoInput const& in, HoOutput const& out) {
+    HoNode const* from = in._node;
+    HoNode const* to = out._node;
+    std::vector<HoNode const*> up{to}, down{from};
+    std::unordered_set<HoNode const*> seenUp{to}, seenDown{from};
+    std::vector<HoInput*> leaves;
+    bool cycle = from == to;
+    while (!cycle && !up.empty() && !down.empty()) {
+        HoNode const* u = up.back();
+        up.pop_back();
+        leaves.clear();
+        u->leafInputs(leaves);
+        for (HoInput* l : leaves)
+            if (l->_source && seenUp.insert(l->_source->_node).second) {
+                cycle = cycle || l->_source->_node == from;
+                up.push_back(l->_source->_node);
+            }
+        HoNode const* d = down.back();
+        down.pop_back();
+        for (auto const& o : d->_outputs)
+            for (HoInput* t : o->_targets)
+                if (seenDown.insert(t->_node).second) {
+                    cycle = cycle || t->_node == to;
+                    down.push_back(t->_node);
+                }
+    }
+    if (cycle)
+        VN_THROW_MSG(ExBase, "connecting \"" + in._name + "\" of \"" + from->_name + "\" to \"" +
+                                 out._name + "\" of \"" + to->_name + "\" would close a cycle");
+}
+
+// ---------------------------------------------------------------------------------------------
+// Inputs
+
+HoInput::HoInput(HoNode* node, HoInput* owner, std::string name, PiSocketType type, Kind kind)
+    : _node(node), _owner(owner), _name(std::move(name)), _type(type), _kind(kind) {}
+
+HoInput::~HoInput() {
+    if (_source)
+        std::erase(_source->_targets, this);
+    for (auto& e : _elements)
+        if (e->_owner == this)
+            e->_owner = nullptr;
+}
+
+HoNode* HoInput::node() const noexcept {
+    return _node;
+}
+
+bool HoInput::isValid() const {
+    if (!_attached)
+        return false;
+    return _owner ? _owner->isValid() : (_node && _node->isValid());
+}
+
+RCShdPtr<PiNode> HoInput::retrieveNode() const {
+    return RCShdPtr<PiNode>(_node);
+}
+
+RCShdPtr<PiOutput> HoInput::getConnectedOutput() const {
+    return RCShdPtr<PiOutput>(_source);
+}
+
+RCShdPtr<PiInput> HoInput::getOwnerInput() const {
+    return RCShdPtr<PiInput>(_owner);
+}
+
+void HoInput::collectLeaves(std::vector<HoInput*>& out) const {
+    if (isLeaf())
+        out.push_back(const_cast<HoInput*>(this));
+    else
+        for (auto const& e : _elements)
+            e->collectLeaves(out);
+}
+
+void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool enterComposites) const {
+    if (enterComposites && _type.getCardinality() == PiSocketType::COMPOSITE)
+        for (auto const& e : _elements)
+            e->collect(out, true);
+    else
+        out.emplace_back(const_cast<HoInput*>(this));
+}
+
+RCShdPtr<PiInput> HoInput::listInput(int i) const {
+    VN_ASSERT(i >= 0 && i < listCardinality());
+    return _elements[static_cast<std::size_t>(i)];
+}
+
+int HoInput::listIndexOf(PiInput const& in) const {
+    for (std::size_t i = 0; i < _elements.size(); ++i)
+        if (_elements[i]->isSame(in))
+            return static_cast<int>(i);
+    return -1;
+}
+
+void HoInput::connect(RCShdPtr<PiOutput> const& output) {
+    HoOutput& out = hoOutput(*output);
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    if (!out._node || !out.isValid())
+        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is not in a graph");
+    if (!isLeaf())
+        VN_THROW_MSG(ExBase, "the input \"" + getDottedName() +
+                                 "\" holds sub-inputs and takes no connection");
+    if (_node->_graph != out._node->_graph)
+        VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" and \"" + out._name +
+                                 "\" are not in the same graph");
+    if (out._type.getType() != _type.getType())
+        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" of type " +
+                                 std::to_string(out._type.getType()) + " cannot feed the input \"" +
+                                 getDottedName() + "\" of type " + std::to_string(_type.getType()));
+    if (_source == &out)
+        return;
+    RCShdPtr<PiInput> self(this);
+    if (PiGroupInterface* g = groupIf(wiringGroup(*this)); g && !g->canConnectSockets(self, output))
+        VN_THROW_MSG(ExBase, "the group refuses to connect \"" + getDottedName() + "\"");
+    checkNoCycle(*this, out);
+    PiUndoGuard guard(stackOf(*_node), "Connect");
+    if (_source)
+        HoEdit::unlink(*this);
+    HoEdit::link(*this, out);
+}
+
+void HoInput::disconnect() {
+    if (!_source)
+        return;
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    RCShdPtr<PiInput> self(this);
+    if (PiGroupInterface* g = groupIf(wiringGroup(*this));
+        g && !g->canDisconnectSockets(self, getConnectedOutput()))
+        VN_THROW_MSG(ExBase, "the group refuses to disconnect \"" + getDottedName() + "\"");
+    PiUndoGuard guard(stackOf(*_node), "Disconnect");
+    HoEdit::unlink(*this);
+}
+
+RCShdPtr<HoInput> makeInput(HoNode* node, HoInput* owner, std::string const& name,
+                            PiSocketType type, PiSocket::Kind kind) {
+    if (type.getType() == PiSocketType::NONE)
+        return RCShdPtr<HoInput>(new HoStructuredInput(node, owner, name, type, kind));
+    switch (type.getCardinality()) {
+    case PiSocketType::COMPOSITE:
+        return RCShdPtr<HoInput>(new HoCompositeInput(node, owner, name, type, kind));
+    case PiSocketType::MULTIVALUED:
+        return RCShdPtr<HoInput>(new HoMultivaluedInput(node, owner, name, type, kind));
+    case PiSocketType::SINGLE:
+        break;
+    }
+    return RCShdPtr<HoInput>(new HoInput(node, owner, name, type, kind));
+}
+
+RCShdPtr<PiInput> HoCompositeInput::insertInput(int index, std::string const& name) {
+    VN_ASSERT(index >= 0 && index <= getCardinality());
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    requireName(name);
+    for (auto const& e : _elements)
+        if (e->_name == name)
+            VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" already holds \"" + name + "\"");
+    RCShdPtr<PiCompositeInput> self(this);
+    if (PiTopologyInterface* t = topoIf(_node); t && !t->canAddInputToComposite(self))
+        VN_THROW_MSG(ExBase, "the node refuses a new input in \"" + getDottedName() + "\"");
+    PiUndoGuard guard(stackOf(*_node), "Insert Input");
+    RCShdPtr<HoInput> el =
+        makeInput(_node, this, name, PiSocketType(_type.getType()), PiSocket::DYNAMIC);
+    HoEdit::attachElement(*this, el, index);
+    if (_node->getNodeKind() == PiNode::TOOL && _node->_group)
+        HoEdit::feedValueNodes(*_node->_group, *_node, *el);
+    return el;
+}
+
+void HoCompositeInput::removeInput(RCShdPtr<PiInput> const& input) {
+    HoInput& el = hoInput(*input);
+    VN_ASSERT(el._owner == this);
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    RCShdPtr<PiCompositeInput> self(this);
+    if (PiTopologyInterface* t = topoIf(_node); t && !t->canRemoveInputFromComposite(self, input))
+        VN_THROW_MSG(ExBase, "the node refuses to remove \"" + el.getDottedName() + "\"");
+    PiUndoGuard guard(stackOf(*_node), "Remove Input");
+    std::vector<HoInput*> leaves;
+    el.collectLeaves(leaves);
+    for (HoInput* l : leaves)
+        HoEdit::removeFeedingValueNodes(*l, *_node);
+    HoEdit::detachElement(*this, el);
+}
+
+void HoCompositeInput::moveBefore(RCShdPtr<PiInput> const& input, RCShdPtr<PiInput> const& before) {
+    int const from = indexOf(*input);
+    VN_ASSERT(from >= 0);
+    int to = getCardinality() - 1;
+    if (before) {
+        int const b = indexOf(*before);
+        VN_ASSERT(b >= 0);
+        to = b > from ? b - 1 : b;
+    }
+    if (from == to)
+        return;
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    RCShdPtr<PiCompositeInput> self(this);
+    if (PiTopologyInterface* t = topoIf(_node); t && !t->canMoveInputInComposite(self, input))
+        VN_THROW_MSG(ExBase, "the node refuses to move \"" + input->getDottedName() + "\"");
+    PiUndoGuard guard(stackOf(*_node), "Move Input");
+    HoEdit::moveElement(*this, from, to);
+}
+
+RCShdPtr<PiInput> HoMultivaluedInput::appendInput() {
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    PiUndoGuard guard(stackOf(*_node), "Append Input");
+    RCShdPtr<HoInput> el = makeInput(_node, this, std::to_string(_elements.size()),
+                                     PiSocketType(_type.getType()), PiSocket::DYNAMIC);
+    HoEdit::attachElement(*this, el, getCardinality());
+    if (_node->getNodeKind() == PiNode::TOOL && _node->_group)
+        HoEdit::feedValueNodes(*_node->_group, *_node, *el);
+    return el;
+}
+
+void HoMultivaluedInput::removeLastInput() {
+    VN_ASSERT(getCardinality() > 0);
+    if (!_node || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    PiUndoGuard guard(stackOf(*_node), "Remove Input");
+    HoInput& el = *_elements.back();
+    std::vector<HoInput*> leaves;
+    el.collectLeaves(leaves);
+    for (HoInput* l : leaves)
+        HoEdit::removeFeedingValueNodes(*l, *_node);
+    HoEdit::detachElement(*this, el);
+}
+
+RCShdPtr<PiInput> HoStructuredInput::getInput(std::string const& name) const {
+    for (auto const& e : _elements)
+        if (e->_name == name)
+            return e;
+    return {};
+}
+
+// ---------------------------------------------------------------------------------------------
+// Outputs
+
+HoOutput::HoOutput(HoNode* node, std::string name, PiSocketType type, Kind kind)
+    : _node(node), _name(std::move(name)), _type(type), _kind(kind) {}
+
+HoOutput::~HoOutput() {
+    for (HoInput* t : _targets)
+        t->_source = nullptr;
+}
+
+bool HoOutput::isValid() const {
+    return _attached && _node && _node->isValid();
+}
+
+RCShdPtr<PiNode> HoOutput::retrieveNode() const {
+    return RCShdPtr<PiNode>(_node);
+}
+
+Iterator<RCShdPtr<PiInput>> HoOutput::getConnectedInputs() const {
+    std::vector<RCShdPtr<PiInput>> v;
+    v.reserve(_targets.size());
+    for (HoInput* t : _targets)
+        v.emplace_back(t);
+    return Iterator<RCShdPtr<PiInput>>::overValues(std::move(v));
+}
+
+void HoOutput::setResultState(int state) {
+    VN_ASSERT(state == 0 || state == 1);
+    if (!isValid())
+        VN_THROW_MSG(ExBase, "the output \"" + _name + "\" is not in a graph");
+    if (state == _resultState)
+        return;
+    PiUndoGuard guard(stackOf(*_node), "Set Result State");
+    HoEdit::setResultState(*this, state);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Nodes
+
+HoNode::HoNode(HoGraphImp* graph, std::string name) : _graph(graph), _name(std::move(name)) {
+    _graph->_allNodes.insert(this);
+}
+
+HoNode::~HoNode() {
+    if (_graph)
+        _graph->_allNodes.erase(this);
+    for (auto& in : _inputs) {
+        std::vector<HoInput*> all{in.get()};
+        while (!all.empty()) {
+            HoInput* i = all.back();
+            all.pop_back();
+            i->_node = nullptr;
+            for (auto& e : i->_elements)
+                all.push_back(e.get());
+        }
+    }
+    for (auto& out : _outputs)
+        out->_node = nullptr;
+    for (auto& v : _values)
+        valueState(*v)._node = nullptr;
+}
+
+void HoNode::setController(RCShdPtr<PiNodeController> c) {
+    if (!c)
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" was given no controller");
+    _controller = std::move(c);
+    PiNodeControllerManip::setNode(*_controller, this);
+}
+
+HoGraphImp& HoNode::graph() const {
+    if (!_graph)
+        VN_THROW_MSG(ExBase, "the graph of \"" + _name + "\" is gone");
+    return *_graph;
+}
+
+bool HoNode::isValid() const {
+    if (!_graph)
+        return false;
+    HoNode const* n = this;
+    for (; n->_group; n = n->_group)
+        if (!n->_attached)
+            return false;
+    return n->_attached && n == _graph->_root.get();
+}
+
+void HoNode::requireValid(char const* what) const {
+    if (!isValid())
+        VN_THROW_MSG(ExBase, std::string("cannot ") + what + ": the node \"" + _name +
+                                 "\" is not in a graph");
+}
+
+void HoNode::setNodeName(std::string const& name) {
+    requireValid("rename");
+    if (name == _name)
+        return;
+    PiUndoGuard guard(stackOf(*this), "Rename");
+    HoEdit::rename(*this, name);
+}
+
+RCShdPtr<PiGraph> HoNode::getGraph() const {
+    return RCShdPtr<PiGraph>(_graph);
+}
+
+RCShdPtr<PiGroupNode> HoNode::retrieveGroupNode() const {
+    return RCShdPtr<PiGroupNode>(_group);
+}
+
+void HoNode::listInputs(std::vector<HoInput*>& out) const {
+    for (auto const& i : _inputs)
+        if (i->_attached)
+            out.push_back(i.get());
+}
+
+void HoNode::listOutputs(std::vector<HoOutput*>& out) const {
+    for (auto const& o : _outputs)
+        if (o->_attached)
+            out.push_back(o.get());
+}
+
+void HoNode::leafInputs(std::vector<HoInput*>& out) const {
+    for (auto const& i : _inputs)
+        i->collectLeaves(out);
+}
+
+Iterator<RCShdPtr<PiInput>> HoNode::getInputs(LifeScope scope, int enterComposites) const {
+    std::vector<HoInput*> ins;
+    listInputs(ins);
+    std::vector<RCShdPtr<PiInput>> result;
+    for (HoInput* i : ins)
+        if (inScope(i->_kind, scope))
+            i->collect(result, enterComposites == 1);
+    return Iterator<RCShdPtr<PiInput>>::overValues(std::move(result));
+}
+
+Iterator<RCShdPtr<PiOutput>> HoNode::getOutputs(LifeScope scope) const {
+    std::vector<HoOutput*> outs;
+    listOutputs(outs);
+    std::vector<RCShdPtr<PiOutput>> result;
+    for (HoOutput* o : outs)
+        if (inScope(o->_kind, scope))
+            result.emplace_back(o);
+    return Iterator<RCShdPtr<PiOutput>>::overValues(std::move(result));
+}
+
+RCShdPtr<PiInput> HoNode::findInput(std::string const& name, LifeScope scope) const {
+    std::vector<std::string> parts = splitDotted(name);
+    if (parts.empty())
+        return {};
+    std::vector<HoInput*> ins;
+    listInputs(ins);
+    HoInput* cur = nullptr;
+    for (HoInput* i : ins)
+        if (i->_name == parts[0] && inScope(i->_kind, scope)) {
+            cur = i;
+            break;
+        }
+    for (std::size_t p = 1; cur && p < parts.size(); ++p) {
+        HoInput* next = nullptr;
+        for (auto const& e : cur->_elements)
+            if (e->_name == parts[p]) {
+                next = e.get();
+                break;
+            }
+        cur = next;
+    }
+    return RCShdPtr<PiInput>(cur);
+}
+
+RCShdPtr<PiOutput> HoNode::findOutput(std::string const& name, LifeScope scope) const {
+    std::vector<HoOutput*> outs;
+    listOutputs(outs);
+    for (HoOutput* o : outs)
+        if (o->_name == name && inScope(o->_kind, scope))
+            return RCShdPtr<PiOutput>(o);
+    return {};
+}
+
+namespace {
+void requireDynamicSockets(HoNode const& n) {
+    if (n.getNodeKind() != PiNode::TOOL && n.getNodeKind() != PiNode::GROUP)
+        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" takes no dynamic sockets");
+}
+void requireSocketType(PiSocketType type, std::string const& name) {
+    if (!PiSocketType::isKnownType(type.getType()) || type.getType() == PiSocketType::NONE)
+        VN_THROW_MSG(ExBase, "the socket \"" + name + "\" has the unknown type " +
+                                 std::to_string(type.getType()));
+}
+} // namespace
+
+RCShdPtr<PiInput> HoNode::addDynamicInput(std::string const& name, PiSocketType type) {
+    requireValid("add an input");
+    requireDynamicSockets(*this);
+    requireName(name);
+    requireSocketType(type, name);
+    if (findInput(name, ALL))
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an input \"" + name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Add Input");
+    RCShdPtr<HoInput> in = makeInput(this, nullptr, name, type, PiSocket::DYNAMIC);
+    HoEdit::attachSocket(*this, in);
+    if (_group)
+        HoEdit::feedValueNodes(*_group, *this, *in);
+    return in;
+}
+
+RCShdPtr<PiOutput> HoNode::addDynamicOutput(std::string const& name, PiSocketType type) {
+    requireValid("add an output");
+    requireDynamicSockets(*this);
+    requireName(name);
+    requireSocketType(type, name);
+    if (type.getCardinality() != PiSocketType::SINGLE)
+        VN_THROW_MSG(ExBase, "the output \"" + name + "\" must be single");
+    if (findOutput(name, ALL))
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an output \"" + name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Add Output");
+    RCShdPtr<HoOutput> out(new HoOutput(this, name, type, PiSocket::DYNAMIC));
+    HoEdit::attachSocket(*this, out);
+    return out;
+}
+
+void HoNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
+    HoInput& in = hoInput(*input);
+    VN_ASSERT(in._node == this && in._owner == nullptr);
+    requireValid("remove an input");
+    if (in._kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the input \"" + in._name + "\" is static and stays");
+    PiUndoGuard guard(stackOf(*this), "Remove Input");
+    std::vector<HoInput*> leaves;
+    in.collectLeaves(leaves);
+    for (HoInput* l : leaves)
+        HoEdit::removeFeedingValueNodes(*l, *this);
+    HoEdit::detachSocket(*this, RCShdPtr<HoInput>(&in));
+}
+
+void HoNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
+    HoOutput& out = hoOutput(*output);
+    VN_ASSERT(out._node == this);
+    requireValid("remove an output");
+    if (out._kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is static and stays");
+    PiUndoGuard guard(stackOf(*this), "Remove Output");
+    while (!out._targets.empty())
+        HoEdit::unlink(*out._targets.back());
+    HoEdit::detachSocket(*this, RCShdPtr<HoOutput>(&out));
+}
+
+RCShdPtr<PiValue> HoNode::getValue(std::string const& name, PiValueType type) const {
+    for (auto const& v : _values)
+        if (v->getName() == name && v->getType() == type)
+            return v;
+    return {};
+}
+
+RCShdPtr<PiValue> HoNode::findValue(std::string const& name) const {
+    for (auto const& v : _values)
+        if (v->getName() == name)
+            return v;
+    return {};
+}
+
+Iterator<RCShdPtr<PiValue>> HoNode::getValues() const {
+    return Iterator<RCShdPtr<PiValue>>::overValues(_values);
+}
+
+RCShdPtr<PiValue> HoNode::addValue(std::string const& name, PiValueType type) {
+    requireValid("add a stored value");
+    if (name.empty())
+        VN_THROW_MSG(ExBase, "a stored value needs a name");
+    if (!PiValue::isKnownType(static_cast<int>(type)))
+        VN_THROW_MSG(ExBase, "the stored value \"" + name + "\" has an unknown type");
+    if (findValue(name))
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already stores \"" + name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Add Value");
+    RCShdPtr<PiValue> v = makeValue(this, name, type);
+    HoEdit::attachValue(*this, v);
+    return v;
+}
+
+bool HoNode::removeValue(std::string const& name) {
+    RCShdPtr<PiValue> v = findValue(name);
+    if (!v)
+        return false;
+    requireValid("remove a stored value");
+    PiUndoGuard guard(stackOf(*this), "Remove Value");
+    HoEdit::detachValue(*this, *v);
+    return true;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The kinds of node
+
+HoToolNode::HoToolNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool const> tool)
+    : HoNode(graph, std::move(name)), _tool(std::move(tool)) {
+    setController(_tool->getProtocol().createController());
+}
+
+HoBoundaryNode::HoBoundaryNode(HoGraphImp* graph, std::string const& name, PiSocketType type,
+                               bool isInput, PiSocket::Kind kind)
+    : HoNode(graph, name), _isInput(isInput), _kind(kind) {
+    _inputs.push_back(makeInput(this, nullptr, name, type, kind));
+    _outputs.emplace_back(new HoOutput(this, name, type, kind));
+    setController(PiNodeControllerFactory::getInstance().createBoundaryController());
+}
+
+RCShdPtr<PiSocket> HoBoundaryNode::getMatchingSocket(PiSocket const& socket) const {
+    if (_inputs[0]->isSame(socket))
+        return RCShdPtr<PiSocket>(_outputs[0].get());
+    if (_outputs[0]->isSame(socket))
+        return RCShdPtr<PiSocket>(static_cast<PiInput*>(_inputs[0].get()));
+    return {};
+}
+
+HoLinkNode::HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type,
+                       RCShdPtr<PiSocket> target)
+    : HoNode(graph, std::move(name)), _target(std::move(target)) {
+    _outputs.emplace_back(new HoOutput(this, "Output", type, PiSocket::STATIC));
+    setController(PiNodeControllerFactory::getInstance().createLinkController());
+}
+
+RCShdPtr<PiGraph> HoLinkNode::getLinkedGraph() const {
+    if (!_target)
+        return {};
+    RCShdPtr<PiNode> n = _target->retrieveNode();
+    return n ? n->getGraph() : RCShdPtr<PiGraph>();
+}
+
+void HoLinkNode::setTargetSocket(RCShdPtr<PiSocket> const& target) {
+    requireValid("change a link");
+    if (target && target->getType().getType() != _outputs[0]->_type.getType())
+        VN_THROW_MSG(ExBase, "the link \"" + _name + "\" cannot stand for a socket of type " +
+                                 std::to_string(target->getType().getType()));
+    if (target == _target)
+        return;
+    PiUndoGuard guard(stackOf(*this), "Set Link Target");
+    HoEdit::setTarget(*this, target);
+}
+
+HoValueNode::HoValueNode(HoGraphImp* graph, std::string name, PiSocketType type)
+    : HoNode(graph, std::move(name)) {
+    _inputs.push_back(makeInput(this, nullptr, "in", type, PiSocket::STATIC));
+    _outputs.emplace_back(new HoOutput(this, "out", type, PiSocket::STATIC));
+    setController(PiNodeControllerFactory::getInstance().createValueController(type));
+}
+
+HoGroupNode::HoGroupNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool const> tool)
+    : HoNode(graph, std::move(name)), _tool(std::move(tool)) {
+    setController(PiNodeControllerFactory::getInstance().createGroupController(_tool.get()));
+}
+
+HoGroupNode::~HoGroupNode() {
+    for (auto& c : _children)
+        if (c->_group == this)
+            c->_group = nullptr;
+}
+
+Iterator<RCShdPtr<PiNode>> HoGroupNode::getNodes() const {
+    std::vector<RCShdPtr<PiNode>> v;
+    v.reserve(_children.size());
+    for (auto const& c : _children)
+        v.emplace_back(c.get());
+    return Iterator<RCShdPtr<PiNode>>::overValues(std::move(v));
+}
+
+RCShdPtr<PiNode> HoGroupNode::findNode(std::string const& name) const {
+    for (auto const& c : _children)
+        if (c->_name == name)
+            return RCShdPtr<PiNode>(c.get());
+    return {};
+}
+
+void HoGroupNode::listInputs(std::vector<HoInput*>& out) const {
+    for (HoBoundaryNode* b : _inBounds)
+        out.push_back(b->_inputs[0].get());
+}
+
+void HoGroupNode::listOutputs(std::vector<HoOutput*>& out) const {
+    for (HoBoundaryNode* b : _outBounds)
+        out.push_back(b->_outputs[0].get());
+}
+
+bool HoGroupNode::isAncestorOf(HoNode const* n) const {
+    for (; n; n = n->_group)
+        if (n == this)
+            return true;
+    return false;
+}
+
+RCShdPtr<PiToolNode> HoGroupNode::createToolNode(RCShdPtr<PiTool const> const& tool,
+                                                 std::string const& name) {
+    requireValid("create a node");
+    if (!tool)
+        RCExUtil::throwExNullPtr("PiTool");
+    if (PiGroupInterface* g = groupIf(this); g && !g->canAddToolNode(tool))
+        VN_THROW_MSG(ExBase,
+                     "the group \"" + _name + "\" refuses a node of \"" + tool->getName() + "\"");
+    PiUndoGuard guard(stackOf(*this), "Create Node");
+    RCShdPtr<HoToolNode> node = buildToolNode(graph(), tool, name);
+    HoEdit::attachNode(*this, node);
+    for (auto const& in : node->_inputs)
+        HoEdit::feedValueNodes(*this, *node, *in);
+    return node;
+}
+
+RCShdPtr<PiGroupNode> HoGroupNode::createGroupNode(std::string const& name,
+                                                   RCShdPtr<PiTool const> const& tool) {
+    requireValid("create a group");
+    if (PiGroupInterface* g = groupIf(this); g && !g->canAddGroupNode())
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses a new group");
+    PiUndoGuard guard(stackOf(*this), "Create Group");
+    RCShdPtr<HoGroupNode> node = buildGroupNode(graph(), name, tool);
+    HoEdit::attachNode(*this, node);
+    return node;
+}
+
+RCShdPtr<PiLinkNode> HoGroupNode::createLinkNode(std::string const& name, PiSocketType type,
+                                                 RCShdPtr<PiSocket> const& target) {
+    requireValid("create a link");
+    requireSocketType(type, name);
+    if (type.getCardinality() != PiSocketType::SINGLE)
+        VN_THROW_MSG(ExBase, "the link \"" + name + "\" must be single");
+    if (target && target->getType().getType() != type.getType())
+        VN_THROW_MSG(ExBase, "the link \"" + name + "\" and its target differ in type");
+    if (PiGroupInterface* g = groupIf(this); g && !g->canAddLinkNode(target))
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses a link");
+    PiUndoGuard guard(stackOf(*this), "Create Link");
+    RCShdPtr<HoLinkNode> node(new HoLinkNode(&graph(), name, type, target));
+    HoEdit::attachNode(*this, node);
+    return RCShdPtr<PiLinkNode>(node.get());
+}
+
+void HoGroupNode::removeNode(RCShdPtr<PiNode> const& node) {
+    HoNode& n = hoNode(*node);
+    requireValid("remove a node");
+    if (n._group != this || !n._attached)
+        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" is not in the group \"" + _name + "\"");
+    if (n.getNodeKind() == BOUNDARY)
+        VN_THROW_MSG(ExBase, "the boundary node \"" + n._name +
+                                 "\" goes with its group socket, not on its own");
+    if (PiGroupInterface* g = groupIf(this); g && !g->canRemoveNode(node))
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses to remove \"" + n._name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Remove Node");
+    RCShdPtr<HoNode> keep(&n);
+    std::vector<HoInput*> leaves;
+    n.leafInputs(leaves);
+    for (HoInput* l : leaves)
+        HoEdit::removeFeedingValueNodes(*l, n);
+    HoEdit::cutAround(n);
+    HoEdit::detachNode(keep);
+}
+
+PiGroupCrossings HoGroupNode::moveNodes(std::vector<RCShdPtr<PiNode>> const& nodes) {
+    requireValid("move nodes");
+    std::vector<HoNode*> moving;
+    for (auto const& p : nodes) {
+        HoNode& n = hoNode(*p);
+        n.requireValid("move a node");
+        if (n._graph != _graph)
+            VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" is in another graph");
+        if (!n._group)
+            VN_THROW_MSG(ExBase, "the root group does not move");
+        if (n.getNodeKind() == BOUNDARY)
+            VN_THROW_MSG(ExBase, "the boundary node \"" + n._name + "\" does not move");
+        if (n.getNodeKind() == GROUP && static_cast<HoGroupNode&>(n).isAncestorOf(this))
+            VN_THROW_MSG(ExBase, "the group \"" + n._name + "\" cannot move into itself");
+        if (PiGroupInterface* g = groupIf(n._group); g && !g->canMoveNode(p))
+            VN_THROW_MSG(ExBase, "the group \"" + n._group->_name + "\" keeps \"" + n._name + "\"");
+        if (n._group != this && std::find(moving.begin(), moving.end(), &n) == moving.end())
+            moving.push_back(&n);
+    }
+    // Value nodes go with the only node they feed.
+    std::unordered_set<HoNode*> movingSet(moving.begin(), moving.end());
+    std::vector<HoNode*> all = moving;
+    std::vector<HoInput*> leaves;
+    for (HoNode* n : moving) {
+        leaves.clear();
+        n->leafInputs(leaves);
+        for (HoInput* l : leaves) {
+            HoOutput* src = l->_source;
+            if (!src || src->_node->getNodeKind() != VALUE || movingSet.count(src->_node) ||
+                src->_node->_group != n->_group)
+                continue;
+            bool onlyMoved = std::all_of(src->_targets.begin(), src->_targets.end(),
+                                         [&](HoInput* t) { return movingSet.count(t->_node); });
+            if (onlyMoved) {
+                movingSet.insert(src->_node);
+                all.push_back(src->_node);
+            }
+        }
+    }
+    PiUndoGuard guard(stackOf(*this), "Move Nodes");
+    for (HoNode* n : all)
+        HoEdit::moveNode(RCShdPtr<HoNode>(n), *this);
+    PiGroupCrossings crossings;
+    for (HoNode* n : all) {
+        std::vector<HoInput*> ins;
+        n->listInputs(ins);
+        leaves.clear();
+        for (HoInput* i : ins)
+            i->collectLeaves(leaves);
+        for (HoInput* l : leaves)
+            if (l->_source && wiringGroup(*l->_source) != this)
+                crossings.inward.emplace_back(l, l->_source);
+        std::vector<HoOutput*> outs;
+        n->listOutputs(outs);
+        for (HoOutput* o : outs)
+            for (HoInput* t : o->_targets)
+                if (wiringGroup(*t) != this)
+                    crossings.outward.emplace_back(t, o);
+    }
+    return crossings;
+}
+
+RCShdPtr<PiInput> HoGroupNode::addDynamicInput(std::string const& name, PiSocketType type) {
+    requireValid("add an input");
+    requireName(name);
+    requireSocketType(type, name);
+    if (type.getCardinality() != PiSocketType::SINGLE)
+        VN_THROW_MSG(ExBase, "the group input \"" + name + "\" must be single");
+    if (findInput(name, ALL))
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" already has an input \"" + name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Add Input");
+    RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(_graph, name, type, true, PiSocket::DYNAMIC));
+    HoEdit::attachBoundary(*this, b);
+    return b->getInput();
+}
+
+RCShdPtr<PiOutput> HoGroupNode::addDynamicOutput(std::string const& name, PiSocketType type) {
+    requireValid("add an output");
+    requireName(name);
+    requireSocketType(type, name);
+    if (type.getCardinality() != PiSocketType::SINGLE)
+        VN_THROW_MSG(ExBase, "the group output \"" + name + "\" must be single");
+    if (findOutput(name, ALL))
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" already has an output \"" + name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Add Output");
+    RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(_graph, name, type, false, PiSocket::DYNAMIC));
+    HoEdit::attachBoundary(*this, b);
+    return b->getOutput();
+}
+
+void HoGroupNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
+    HoInput& in = hoInput(*input);
+    auto it = std::find_if(_inBounds.begin(), _inBounds.end(),
+                           [&](HoBoundaryNode* b) { return b->_inputs[0].get() == &in; });
+    VN_ASSERT(it != _inBounds.end());
+    requireValid("remove an input");
+    if ((*it)->_kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the group input \"" + in._name + "\" is static and stays");
+    PiUndoGuard guard(stackOf(*this), "Remove Input");
+    HoBoundaryNode& b = **it;
+    HoEdit::cutAround(b);
+    HoEdit::detachBoundary(*this, b);
+}
+
+void HoGroupNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
+    HoOutput& out = hoOutput(*output);
+    auto it = std::find_if(_outBounds.begin(), _outBounds.end(),
+                           [&](HoBoundaryNode* b) { return b->_outputs[0].get() == &out; });
+    VN_ASSERT(it != _outBounds.end());
+    requireValid("remove an output");
+    if ((*it)->_kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the group output \"" + out._name + "\" is static and stays");
+    PiUndoGuard guard(stackOf(*this), "Remove Output");
+    HoBoundaryNode& b = **it;
+    HoEdit::cutAround(b);
+    HoEdit::detachBoundary(*this, b);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Building nodes from descriptions
+
+namespace {
+RCShdPtr<HoInput> buildInput(HoNode* node, HoInput* owner,
+                             PiStructuredPolicyDescriptor::Input const& d) {
+    RCShdPtr<HoInput> in = makeInput(node, owner, d.name, d.type, PiSocket::STATIC);
+    if (d.structure)
+        for (auto const& sub : d.structure->getInputs())
+            in->_elements.push_back(buildInput(node, in.get(), sub));
+    return in;
+}
+} // namespace
+
+RCShdPtr<HoToolNode> buildToolNode(HoGraphImp& g, RCShdPtr<PiTool const> const& tool,
+                                   std::string const& name) {
+    RCShdPtr<HoToolNode> node(new HoToolNode(&g, name, tool));
+    PiToolPolicyDescriptor const& d = tool->getDescriptor();
+    for (auto const& in : d.getInputs())
+        node->_inputs.push_back(buildInput(node.get(), nullptr, in));
+    for (auto const& out : d.getOutputs())
+        node->_outputs.emplace_back(new HoOutput(node.get(), out.name, out.type, PiSocket::STATIC));
+    for (auto const& v : d.getValues())
+        node->_values.push_back(makeValue(node.get(), v.name, v.type));
+    return node;
+}
+
+RCShdPtr<HoValueNode> buildValueNode(HoGraphImp& g, std::string const& name, PiSocketType type) {
+    RCShdPtr<HoValueNode> node(new HoValueNode(&g, name, type));
+    int const vt = valueTypeFor(type);
+    if (vt >= 0)
+        node->_values.push_back(makeValue(node.get(), "Value", static_cast<PiValueType>(vt)));
+    return node;
+}
+
+RCShdPtr<HoGroupNode> buildGroupNode(HoGraphImp& g, std::string const& name,
+                                     RCShdPtr<PiTool const> const& tool) {
+    RCShdPtr<HoGroupNode> group(new HoGroupNode(&g, name, tool));
+    if (!tool)
+        return group;
+    PiToolPolicyDescriptor const& d = tool->getDescriptor();
+    auto addBoundary = [&](std::string const& n, PiSocketType type, bool isInput) {
+        RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(&g, n, type, isInput, PiSocket::STATIC));
+        b->_group = group.get();
+        b->_attached = true;
+        group->_children.push_back(b);
+        (isInput ? group->_inBounds : group->_outBounds).push_back(b.get());
+    };
+    for (auto const& in : d.getInputs()) {
+        if (in.structure || in.type.getCardinality() != PiSocketType::SINGLE)
+            VN_THROW_MSG(ExBase, "the group tool \"" + tool->getName() + "\" has the input \"" +
+                                     in.name + "\", which a group cannot carry");
+        addBoundary(in.name, in.type, true);
+    }
+    for (auto const& out : d.getOutputs())
+        addBoundary(out.name, out.type, false);
+    for (auto const& v : d.getValues())
+        group->_values.push_back(makeValue(group.get(), v.name, v.type));
+    return group;
+}
+
+int valueTypeFor(PiSocketType type) {
+    switch (type.getType()) {
+    case PiSocketType::BOOL:
+        return static_cast<int>(PiValueType::Bool);
+    case PiSocketType::DOUBLE:
+        return static_cast<int>(PiValueType::Double);
+    case PiSocketType::INT:
+        return static_cast<int>(PiValueType::Int);
+    case PiSocketType::STRING:
+        return static_cast<int>(PiValueType::String);
+    case PiSocketType::TIME:
+        return static_cast<int>(PiValueType::Time);
+    default:
+        return -1;
+    }
+}
+
+} // namespace Vn

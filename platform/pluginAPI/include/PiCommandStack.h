@@ -1,0 +1,112 @@
+#pragma once
+
+#include "Cb.h"
+#include "OPtr.h"
+#include "VnExport.h"
+
+#include <cstddef>
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace Vn {
+
+class PiGraph;
+
+// One elementary, reversible edit. `apply` and `revert` change state only and must not fail
+// once the action is made; the notifications follow them, so that an edit, its undo and its
+// redo tell controllers the same things through the same code.
+class VN_EXPORT PiAction {
+public:
+    virtual ~PiAction();
+    virtual void apply() = 0;
+    virtual void revert() = 0;
+    virtual void notifyApplied() {}
+    virtual void notifyReverted() {}
+};
+
+// The undo history of a graph: commands of actions, each made by the outermost undo guard.
+class VN_EXPORT PiCommandStack {
+public:
+    PiCommandStack();
+    PiCommandStack(PiCommandStack const&) = delete;
+    PiCommandStack& operator=(PiCommandStack const&) = delete;
+    ~PiCommandStack();
+
+    // Applies the action and its notifications, and keeps it in the open command (or drops it
+    // under a PiUndoGuardNoLog). Requires an open guard and no undo or redo running.
+    void record(OPtr<PiAction> action);
+
+    bool canUndo() const noexcept { return !_undo.empty(); }
+    bool canRedo() const noexcept { return !_redo.empty(); }
+    int getUndoCount() const noexcept { return static_cast<int>(_undo.size()); }
+    int getRedoCount() const noexcept { return static_cast<int>(_redo.size()); }
+    // Labels of the commands, the next one to undo (or redo) first.
+    std::string const& getUndoLabel(int i = 0) const;
+    std::string const& getRedoLabel(int i = 0) const;
+    void undo();
+    void redo();
+    // Forgets the history; requires no open guard.
+    void clear();
+
+    bool isOpen() const noexcept { return _depth > 0; }
+    bool isReplaying() const noexcept { return _replaying; }
+    // Called once after each command, undo and redo that changed something.
+    void addProcessedHandler(CbHandler<CbEmptyType>* h) { _processed.addHandler(h); }
+    void removeProcessedHandler(CbHandler<CbEmptyType>* h) { _processed.removeHandler(h); }
+
+private:
+    friend class PiUndoGuard;
+    friend class PiUndoGuardNoLog;
+    struct Command {
+        std::string label;
+        std::vector<OPtr<PiAction>> actions;
+    };
+    std::size_t open(std::string const& label, bool log);
+    void close(bool log, std::size_t mark, bool failed);
+    void revertFrom(Command& c, std::size_t mark);
+    void replay(Command& c, bool forward);
+
+    std::deque<Command> _undo;
+    std::deque<Command> _redo;
+    Command _current;
+    int _depth = 0;
+    int _noLogDepth = 0;
+    std::size_t _applied = 0;
+    bool _replaying = false;
+    CbDispatcher<CbEmptyType> _processed;
+};
+
+// Every user-level edit runs under one. The outermost guard makes one command with its label,
+// which inner guards join; a command that changed nothing leaves no step, and a new command
+// clears the redo history. When the guard ends by an exception, what was done under it is
+// undone and the command goes on without it.
+class VN_EXPORT PiUndoGuard {
+public:
+    PiUndoGuard(PiGraph& graph, std::string const& label);
+    PiUndoGuard(PiCommandStack& stack, std::string const& label);
+    PiUndoGuard(PiUndoGuard const&) = delete;
+    PiUndoGuard& operator=(PiUndoGuard const&) = delete;
+    ~PiUndoGuard();
+
+private:
+    PiCommandStack& _stack;
+    std::size_t _mark;
+    int _exceptions;
+};
+
+// Edits under it apply without entering the history.
+class VN_EXPORT PiUndoGuardNoLog {
+public:
+    explicit PiUndoGuardNoLog(PiGraph& graph);
+    explicit PiUndoGuardNoLog(PiCommandStack& stack);
+    PiUndoGuardNoLog(PiUndoGuardNoLog const&) = delete;
+    PiUndoGuardNoLog& operator=(PiUndoGuardNoLog const&) = delete;
+    ~PiUndoGuardNoLog();
+
+private:
+    PiCommandStack& _stack;
+    std::size_t _mark;
+};
+
+} // namespace Vn

@@ -1,0 +1,80 @@
+#pragma once
+
+#include "Cb.h"
+#include "PiNode.h"
+#include "RCBase.h"
+#include "VnExport.h"
+
+#include <string>
+#include <vector>
+
+namespace Vn {
+
+class PiCommandStack;
+class XmlElement;
+class XmlWriter;
+
+struct VN_EXPORT PiGraphEvent {
+    enum Type : int { CloseGraph, GraphRefreshed, CommandProcessed };
+    Type type = CommandProcessed;
+};
+
+// Whatever the application hangs on a graph (a composition's controller, for instance).
+class VN_EXPORT PiGraphController : public RCSWBase<LkCounter<int>> {
+public:
+    ~PiGraphController() override;
+};
+
+// Keeps a graph open while it lives.
+class VN_EXPORT PiGraphOpenGuard : public RCBase<LkCounter<int>> {
+public:
+    explicit PiGraphOpenGuard(RCShdPtr<PiGraph> graph);
+    ~PiGraphOpenGuard() override;
+    RCShdPtr<PiGraph> const& getGraph() const noexcept { return _graph; }
+
+private:
+    RCShdPtr<PiGraph> _graph;
+};
+
+// A tool graph: a root group, its undo history and its events.
+class VN_EXPORT PiGraph : public RCSWBase<LkCounter<int>> {
+public:
+    ~PiGraph() override;
+
+    virtual RCShdPtr<PiGroupNode> getRootNode() const = 0;
+    virtual std::string const& getName() const = 0;
+    virtual void setName(std::string const& name) = 0;
+    virtual int getRole() const = 0;
+    virtual void setRole(int role) = 0;
+    virtual RCShdPtr<PiGraphController> getController() const = 0;
+    virtual void setController(RCShdPtr<PiGraphController> const& controller) = 0;
+    virtual PiCommandStack& getCommandStack() = 0;
+
+    virtual void addCallback(CbHandler<PiGraphEvent>* handler) = 0;
+    virtual void removeCallback(CbHandler<PiGraphEvent>* handler) = 0;
+
+    // False between close() and refresh().
+    virtual bool isValid() const = 0;
+    // Tells everyone (CloseGraph) and marks the graph not valid.
+    virtual void close() = 0;
+    // Valid again; tells everyone (GraphRefreshed).
+    virtual void refresh() = 0;
+    // The graph stays open while a guard lives.
+    RCShdPtr<PiGraphOpenGuard> open();
+    virtual int getOpenCount() const = 0;
+
+    // Writes the nodes, their stored values, the connections among them and the interiors of
+    // groups as one element "Graph". The nodes must belong to this graph.
+    virtual void archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes,
+                              XmlWriter& writer) const = 0;
+    // Makes the nodes of a "Graph" element in `group`, under one undo guard, and gives them.
+    // Raises ExBase for a malformed archive; the graph is then left as it was.
+    virtual std::vector<RCShdPtr<PiNode>> unarchiveNodes(XmlElement const& graphElement,
+                                                         RCShdPtr<PiGroupNode> const& group) = 0;
+
+private:
+    friend class PiGraphOpenGuard;
+    virtual void openCountChanged(int delta) = 0;
+};
+
+} // namespace Vn

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "PiNodeController.h"
+#include "VnExport.h"
+
+#include <string>
+
+namespace Vn {
+
+// The mix-in of a controller that follows the node's stored values. Each change arrives at
+// once, from the edit, its undo or its redo.
+class VN_EXPORT PiValueChangeInterface : public virtual PiNodeController {
+public:
+    ~PiValueChangeInterface() override;
+
+private:
+    friend class PiValueChangeInterfaceManip;
+    virtual void valueChanged(RCShdPtr<PiValue> const&) {}
+    virtual void dynamicValueAdded(RCShdPtr<PiValue> const&) {}
+    virtual void dynamicValueRemoved(std::string const& /*name*/, int /*id*/) {}
+};
+
+class VN_EXPORT PiValueChangeInterfaceManip {
+public:
+    // Each requires the value to belong to the controller's node.
+    static void valueChanged(PiValueChangeInterface& v, RCShdPtr<PiValue> const& value);
+    static void dynamicValueAdded(PiValueChangeInterface& v, RCShdPtr<PiValue> const& value);
+    static void dynamicValueRemoved(PiValueChangeInterface& v, RCShdPtr<PiValue> const& value);
+};
+
+} // namespace Vn

@@ -1,0 +1,165 @@
+#include "PiCommandStack.h"
+
+#include "Assertions.h"
+#include "PiGraph.h"
+
+#include <exception>
+
+namespace Vn {
+
+PiAction::~PiAction() = default;
+
+PiCommandStack::PiCommandStack() = default;
+PiCommandStack::~PiCommandStack() = default;
+
+void PiCommandStack::record(OPtr<PiAction> action) {
+    VN_ASSERT(!_replaying);
+    VN_ASSERT(_depth > 0);
+    action->apply();
+    PiAction& a = *action;
+    OPtr<PiAction> unlogged;
+    if (_noLogDepth == 0) {
+        _current.actions.push_back(std::move(action));
+    } else {
+        unlogged = std::move(action);
+        ++_applied;
+    }
+    a.notifyApplied();
+}
+
+std::string const& PiCommandStack::getUndoLabel(int i) const {
+    VN_ASSERT(i >= 0 && i < getUndoCount());
+    return _undo[_undo.size() - 1 - static_cast<std::size_t>(i)].label;
+}
+
+std::string const& PiCommandStack::getRedoLabel(int i) const {
+    VN_ASSERT(i >= 0 && i < getRedoCount());
+    return _redo[_redo.size() - 1 - static_cast<std::size_t>(i)].label;
+}
+
+std::size_t PiCommandStack::open(std::string const& label, bool log) {
+    VN_ASSERT(!_replaying);
+    if (_depth++ == 0) {
+        _current.label = label;
+        _current.actions.clear();
+        _applied = 0;
+    }
+    if (!log)
+        ++_noLogDepth;
+    return _current.actions.size();
+}
+
+void PiCommandStack::close(bool log, std::size_t mark, bool failed) {
+    if (failed) {
+        // The exception in flight is the one that matters.
+        try {
+            revertFrom(_current, mark);
+        } catch (...) {
+        }
+    }
+    if (!log)
+        --_noLogDepth;
+    if (--_depth > 0)
+        return;
+    Command c = std::move(_current);
+    _current = Command();
+    bool const changed = !c.actions.empty() || _applied > 0;
+    if (!c.actions.empty()) {
+        _undo.push_back(std::move(c));
+        _redo.clear();
+    }
+    if (changed)
+        _processed.call();
+}
+
+void PiCommandStack::revertFrom(Command& c, std::size_t mark) {
+    std::exception_ptr first;
+    while (c.actions.size() > mark) {
+        OPtr<PiAction> a = std::move(c.actions.back());
+        c.actions.pop_back();
+        a->revert();
+        try {
+            a->notifyReverted();
+        } catch (...) {
+            if (!first)
+                first = std::current_exception();
+        }
+    }
+    if (first)
+        std::rethrow_exception(first);
+}
+
+// Every action is replayed even when a notification fails, so that the graph ends in the
+// state the history says; the first failure is raised at the end.
+void PiCommandStack::replay(Command& c, bool forward) {
+    _replaying = true;
+    std::exception_ptr first;
+    auto step = [&](PiAction& a) {
+        if (forward)
+            a.apply();
+        else
+            a.revert();
+        try {
+            if (forward)
+                a.notifyApplied();
+            else
+                a.notifyReverted();
+        } catch (...) {
+            if (!first)
+                first = std::current_exception();
+        }
+    };
+    if (forward)
+        for (auto& a : c.actions)
+            step(*a);
+    else
+        for (auto it = c.actions.rbegin(); it != c.actions.rend(); ++it)
+            step(**it);
+    _replaying = false;
+    _processed.call();
+    if (first)
+        std::rethrow_exception(first);
+}
+
+void PiCommandStack::undo() {
+    VN_ASSERT(_depth == 0);
+    VN_ASSERT(canUndo());
+    _redo.push_back(std::move(_undo.back()));
+    _undo.pop_back();
+    replay(_redo.back(), false);
+}
+
+void PiCommandStack::redo() {
+    VN_ASSERT(_depth == 0);
+    VN_ASSERT(canRedo());
+    _undo.push_back(std::move(_redo.back()));
+    _redo.pop_back();
+    replay(_undo.back(), true);
+}
+
+void PiCommandStack::clear() {
+    VN_ASSERT(_depth == 0);
+    _undo.clear();
+    _redo.clear();
+}
+
+PiUndoGuard::PiUndoGuard(PiGraph& graph, std::string const& label)
+    : PiUndoGuard(graph.getCommandStack(), label) {}
+
+PiUndoGuard::PiUndoGuard(PiCommandStack& stack, std::string const& label)
+    : _stack(stack), _mark(stack.open(label, true)), _exceptions(std::uncaught_exceptions()) {}
+
+PiUndoGuard::~PiUndoGuard() {
+    _stack.close(true, _mark, std::uncaught_exceptions() > _exceptions);
+}
+
+PiUndoGuardNoLog::PiUndoGuardNoLog(PiGraph& graph) : PiUndoGuardNoLog(graph.getCommandStack()) {}
+
+PiUndoGuardNoLog::PiUndoGuardNoLog(PiCommandStack& stack)
+    : _stack(stack), _mark(stack.open(std::string(), false)) {}
+
+PiUndoGuardNoLog::~PiUndoGuardNoLog() {
+    _stack.close(false, _mark, false);
+}
+
+} // namespace Vn

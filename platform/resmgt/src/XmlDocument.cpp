@@ -1,0 +1,172 @@
+#include "XmlDocument.h"
+
+#include "Assertions.h"
+#include "ExBase.h"
+
+#include <pugixml.hpp>
+#include <sstream>
+
+namespace Vn {
+
+namespace {
+pugi::xml_node node(void* p) {
+    return pugi::xml_node(static_cast<pugi::xml_node_struct*>(p));
+}
+void* handle(pugi::xml_node n) {
+    return n.internal_object();
+}
+pugi::xml_node nextElement(pugi::xml_node n) {
+    while (n && n.type() != pugi::node_element)
+        n = n.next_sibling();
+    return n;
+}
+} // namespace
+
+std::string XmlElement::getName() const {
+    return node(_node).name();
+}
+
+bool XmlElement::hasAttribute(std::string const& name) const {
+    return !node(_node).attribute(name.c_str()).empty();
+}
+
+std::string XmlElement::getAttribute(std::string const& name) const {
+    return node(_node).attribute(name.c_str()).value();
+}
+
+std::vector<std::pair<std::string, std::string>> XmlElement::getAttributes() const {
+    std::vector<std::pair<std::string, std::string>> result;
+    for (pugi::xml_attribute a : node(_node).attributes())
+        result.emplace_back(a.name(), a.value());
+    return result;
+}
+
+void XmlElement::setAttribute(std::string const& name, std::string const& value) {
+    VN_ASSERT(!isNull());
+    pugi::xml_node n = node(_node);
+    pugi::xml_attribute a = n.attribute(name.c_str());
+    if (!a)
+        a = n.append_attribute(name.c_str());
+    a.set_value(value.c_str());
+}
+
+std::string XmlElement::getText() const {
+    return node(_node).text().get();
+}
+
+void XmlElement::setText(std::string const& text) {
+    VN_ASSERT(!isNull());
+    node(_node).text().set(text.c_str());
+}
+
+XmlElement XmlElement::appendChild(std::string const& name) {
+    VN_ASSERT(!isNull());
+    return XmlElement(handle(node(_node).append_child(name.c_str())));
+}
+
+XmlElement XmlElement::getFirstChild() const {
+    return XmlElement(handle(nextElement(node(_node).first_child())));
+}
+
+XmlElement XmlElement::getNextSibling() const {
+    return XmlElement(handle(nextElement(node(_node).next_sibling())));
+}
+
+std::vector<XmlElement> XmlElement::getChildren() const {
+    std::vector<XmlElement> result;
+    for (XmlElement c = getFirstChild(); !c.isNull(); c = c.getNextSibling())
+        result.push_back(c);
+    return result;
+}
+
+std::vector<XmlElement> XmlElement::getChildren(std::string const& name) const {
+    std::vector<XmlElement> result;
+    for (XmlElement c = getFirstChild(); !c.isNull(); c = c.getNextSibling())
+        if (c.getName() == name)
+            result.push_back(c);
+    return result;
+}
+
+struct XmlDocument::Imp {
+    pugi::xml_document doc;
+};
+
+XmlDocument::XmlDocument() : _imp(new Imp) {}
+XmlDocument::XmlDocument(XmlDocument&&) noexcept = default;
+XmlDocument& XmlDocument::operator=(XmlDocument&&) noexcept = default;
+XmlDocument::~XmlDocument() = default;
+
+XmlDocument XmlDocument::parse(std::string_view text) {
+    XmlDocument d;
+    pugi::xml_parse_result r = d._imp->doc.load_buffer(
+        text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata_single,
+        pugi::encoding_utf8);
+    if (!r)
+        VN_THROW_MSG(ExBase, std::string("malformed XML at byte ") + std::to_string(r.offset) +
+                                 ": " + r.description());
+    if (d.getRoot().isNull())
+        VN_THROW_MSG(ExBase, "malformed XML: no root element");
+    return d;
+}
+
+XmlElement XmlDocument::createRoot(std::string const& name) {
+    _imp->doc.reset();
+    return XmlElement(handle(_imp->doc.append_child(name.c_str())));
+}
+
+XmlElement XmlDocument::getRoot() const {
+    return XmlElement(handle(_imp->doc.document_element()));
+}
+
+std::string XmlDocument::toString() const {
+    std::ostringstream os;
+    _imp->doc.save(os, "  ", pugi::format_default | pugi::format_no_declaration);
+    return os.str();
+}
+
+XmlWriter::XmlWriter() = default;
+XmlWriter::XmlWriter(XmlElement parent) : _parent(parent) {
+    VN_ASSERT(!parent.isNull());
+}
+XmlWriter::~XmlWriter() = default;
+
+void XmlWriter::startElement(std::string const& name) {
+    XmlElement e;
+    if (!_open.empty())
+        e = _open.back().appendChild(name);
+    else if (!_parent.isNull())
+        e = _parent.appendChild(name);
+    else {
+        // clang-format off
+        VN_ASSERT(_doc.getRoot().isNull() && "one root element");
+        // clang-format on
+        e = _doc.createRoot(name);
+    }
+    _open.push_back(e);
+}
+
+void XmlWriter::addAttribute(std::string const& name, std::string const& value) {
+    VN_ASSERT(!_open.empty());
+    _open.back().setAttribute(name, value);
+}
+
+void XmlWriter::addText(std::string const& text) {
+    VN_ASSERT(!_open.empty());
+    _open.back().setText(text);
+}
+
+void XmlWriter::endElement() {
+    VN_ASSERT(!_open.empty());
+    _open.pop_back();
+}
+
+XmlElement XmlWriter::getCurrentElement() const {
+    return _open.empty() ? XmlElement() : _open.back();
+}
+
+std::string XmlWriter::toString() const {
+    VN_ASSERT(_open.empty());
+    return _doc.toString();
+}
+
+} // namespace Vn
