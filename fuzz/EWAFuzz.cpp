@@ -24,7 +24,7 @@ public:
     T take() {
         T v{};
         size_t const n = std::min(sizeof(T), _size - _pos);
-        std::memcpy(&v, _data + _pos, n);
+        if (n != 0) std::memcpy(&v, _data + _pos, n);
         _pos += n;
         return v;
     }
