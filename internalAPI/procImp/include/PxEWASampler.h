@@ -26,6 +26,8 @@ public:
     // Positions and footprints in sampling space, through the position matrix.
     Color sample(GePoint<double> const& p, GeLinearMatrix2<double> const& jacobian) const override;
     Color sample(GePoint<double> const& p, GeLinearMatrix2<float> const& jacobian) const override;
+    void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                   GeLinearMatrix2<float> const& jacobian, Color* out) const override;
 
     float getFootprintScale() const noexcept { return _k; }
     float getMinEigenvalue() const noexcept { return _minEigen; }

@@ -16,9 +16,12 @@ public:
                      SdTextureParams const& params);
     Color sample(GePoint<double> const& p, GeLinearMatrix2<double> const& jacobian) const override;
     Color sample(GePoint<double> const& p, GeLinearMatrix2<float> const& jacobian) const override;
+    void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                   GeLinearMatrix2<float> const& jacobian, Color* out) const override;
 
 private:
     using PxTextureSampler::sample;
+    Color at(GePoint<double> const& p) const;
 };
 
 // Bilinear on premultiplied pixels, alpha divided out after.
@@ -31,9 +34,12 @@ public:
                       SdTextureParams const& params);
     Color sample(GePoint<double> const& p, GeLinearMatrix2<double> const& jacobian) const override;
     Color sample(GePoint<double> const& p, GeLinearMatrix2<float> const& jacobian) const override;
+    void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                   GeLinearMatrix2<float> const& jacobian, Color* out) const override;
 
 private:
     using PxTextureSampler::sample;
+    Color at(GePoint<double> const& p) const;
 };
 
 // Bilinear on pixels as stored, for images without alpha: never divides.
@@ -46,9 +52,12 @@ public:
                          SdTextureParams const& params);
     Color sample(GePoint<double> const& p, GeLinearMatrix2<double> const& jacobian) const override;
     Color sample(GePoint<double> const& p, GeLinearMatrix2<float> const& jacobian) const override;
+    void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                   GeLinearMatrix2<float> const& jacobian, Color* out) const override;
 
 private:
     using PxTextureSampler::sample;
+    Color at(GePoint<double> const& p) const;
 };
 
 // The Mitchell-Netravali cubic with B = C = 1/3 over 4 x 4 premultiplied pixels.
@@ -61,13 +70,16 @@ public:
                       SdTextureParams const& params);
     Color sample(GePoint<double> const& p, GeLinearMatrix2<double> const& jacobian) const override;
     Color sample(GePoint<double> const& p, GeLinearMatrix2<float> const& jacobian) const override;
+    void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                   GeLinearMatrix2<float> const& jacobian, Color* out) const override;
 
     // The four weights of taps ix - 1 .. ix + 2 for fraction t.
     static void weights(float t, float w[4]) noexcept;
 
 private:
     using PxTextureSampler::sample;
-    Color filter(GePoint<double> const& p) const;
+    Color at(GePoint<double> const& p) const;
+    Color atCell(Cell const& c) const;
 };
 
 } // namespace Vn

@@ -7,6 +7,7 @@
 #include "SdTexture.h"
 #include "VnExport.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 
@@ -50,6 +51,14 @@ public:
     double const* getPositionMatrix() const noexcept { return _m; }
     GeRectangle<int> const& getImageRegion() const noexcept { return _region; }
 
+    // A position's pixel and where in it the position falls.
+    struct Cell {
+        int ix;
+        int iy;
+        float fx;
+        float fy;
+    };
+
     // Pixel index of a coordinate: truncation towards zero, minus 1 below 0, so an exact
     // negative integer lands one below itself.
     static int floorIndex(double v) noexcept {
@@ -59,8 +68,25 @@ public:
 
 protected:
     // A position through the position matrix, then into the clamp box.
-    GePoint<double> mapPosition(GePoint<double> const& p) const noexcept;
-    GePoint<double> clampPosition(GePoint<double> const& p) const noexcept;
+    GePoint<double> mapPosition(GePoint<double> const& p) const noexcept {
+        return clampPosition(
+            {_m[0] * p.x + _m[3] * p.y + _m[6], _m[1] * p.x + _m[4] * p.y + _m[7]});
+    }
+    GePoint<double> clampPosition(GePoint<double> const& p) const noexcept {
+        // max(low, v) first, so that NaN lands on the low bound.
+        return {std::min(_clamp[1], std::max(_clamp[0], p.x)),
+                std::min(_clamp[3], std::max(_clamp[2], p.y))};
+    }
+    // Pixel cells of row positions p + i step, i = first .. first + n - 1 (n at most ROW_CHUNK):
+    // the indices and fractions that mapPosition then floorIndex give, two at a time. The arrays
+    // hold ROW_CHUNK; fractions are skipped when fx and fy are null.
+    static constexpr int ROW_CHUNK = 64;
+    void mapRow(GePoint<double> const& p, GeVector2<double> const& step, int first, int n, int* ix,
+                int* iy, float* fx, float* fy) const noexcept;
+    // The cells of a row, a chunk at a time, each handed to f for out's next colour.
+    template <class F>
+    void eachCell(GePoint<double> const& p, GeVector2<double> const& step, int n, Color* out,
+                  F const& f) const;
     // An integer pixel position kept inside the clamp box.
     int clampX(int x) const noexcept;
     int clampY(int y) const noexcept;

@@ -141,6 +141,12 @@ Color PxEWASampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> cons
     return samplePoint(p, j);
 }
 
+void PxEWASampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                             GeLinearMatrix2<float> const& j, Color* out) const {
+    for (int i = 0; i < n; ++i)
+        out[i] = samplePoint(rowPosition(p, step, i), j);
+}
+
 Color PxEWASampler::sample(int x, int y, float du, float dv) const {
     x = clampX(x);
     y = clampY(y);

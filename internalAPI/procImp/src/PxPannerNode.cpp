@@ -190,8 +190,8 @@ void PxPannerNode::resample(PxImageContext const& context, IxTile const& tile,
             if (!out.isSet())
                 out.set(tile);
             for (int y = y0; y < y1; ++y) {
-                for (int x = x0; x < x1; ++x)
-                    row[x] = sampler->sample(GePoint<double>{x + 0.5, y + 0.5}, identity);
+                sampler->sampleRow(GePoint<double>{x0 + 0.5, y + 0.5}, GeVector2<double>{1.0, 0.0},
+                                   x1 - x0, identity, &row[x0]);
                 row.writeTo(*out, y);
             }
         }

@@ -23,12 +23,7 @@ inline Color weigh4(Color const& p0, Color const& p1, Color const& p2, Color con
             (p0.a * w[0] + p1.a * w[1]) + (p2.a * w[2] + p3.a * w[3])};
 }
 
-struct Cell {
-    int ix;
-    int iy;
-    float fx;
-    float fy;
-};
+using Cell = PxTextureSampler::Cell;
 
 inline Cell cellOf(GePoint<double> const& q) noexcept {
     int const ix = PxTextureSampler::floorIndex(q.x);
@@ -37,6 +32,22 @@ inline Cell cellOf(GePoint<double> const& q) noexcept {
 }
 
 } // namespace
+
+// A row's cells a chunk at a time, each handed to f.
+template <class F>
+void PxTextureSampler::eachCell(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                Color* out, F const& f) const {
+    alignas(16) int ix[ROW_CHUNK];
+    alignas(16) int iy[ROW_CHUNK];
+    alignas(16) float fx[ROW_CHUNK];
+    alignas(16) float fy[ROW_CHUNK];
+    for (int first = 0; first < n; first += ROW_CHUNK) {
+        int const m = std::min(ROW_CHUNK, n - first);
+        mapRow(p, step, first, m, ix, iy, fx, fy);
+        for (int i = 0; i < m; ++i)
+            out[first + i] = f(Cell{ix[i], iy[i], fx[i], fy[i]});
+    }
+}
 
 // ---- nearest ----
 
@@ -49,14 +60,29 @@ PxNearestSampler::PxNearestSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelForm
                                    SdTextureParams const& params)
     : PxTextureSampler(std::move(fetcher), format, params, ALPHA_AS_IS) {}
 
-Color PxNearestSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+inline Color PxNearestSampler::at(GePoint<double> const& p) const {
     GePoint<double> const q = mapPosition(p);
     return pixel(floorIndex(q.x), floorIndex(q.y));
 }
 
+Color PxNearestSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    return at(p);
+}
+
 Color PxNearestSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
-    GePoint<double> const q = mapPosition(p);
-    return pixel(floorIndex(q.x), floorIndex(q.y));
+    return at(p);
+}
+
+void PxNearestSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                 GeLinearMatrix2<float> const&, Color* out) const {
+    alignas(16) int ix[ROW_CHUNK];
+    alignas(16) int iy[ROW_CHUNK];
+    for (int first = 0; first < n; first += ROW_CHUNK) {
+        int const m = std::min(ROW_CHUNK, n - first);
+        mapRow(p, step, first, m, ix, iy, nullptr, nullptr);
+        for (int i = 0; i < m; ++i)
+            out[first + i] = pixel(ix[i], iy[i]);
+    }
 }
 
 // ---- bilinear ----
@@ -66,10 +92,9 @@ namespace {
 // The four pixels of a cell, from one block lookup when the cell lies inside a block, as it
 // does 31 times out of 32 along each axis.
 template <class Lookup>
-Color bilinear(GePoint<double> const& q, Lookup const& lookup) {
+Color bilinear(Cell const& c, Lookup const& lookup) {
     constexpr int kMask = PxTextureSampler::TILE_SIZE_X - 1;
     constexpr int kRow = PxTextureSampler::TILE_SIZE_X;
-    Cell const c = cellOf(q);
     Color const* p = lookup(c.ix, c.iy);
     bool const inX = (c.ix & kMask) != kMask;
     bool const inY = (c.iy & kMask) != kMask;
@@ -93,18 +118,27 @@ PxBilinearSampler::PxBilinearSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFo
                                      SdTextureParams const& params)
     : PxTextureSampler(std::move(fetcher), format, params, ALPHA_PREMULTIPLY) {}
 
-Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+inline Color PxBilinearSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return IpFastMath::unpremultiply(bilinear(mapPosition(p), read));
+    return IpFastMath::unpremultiply(bilinear(cellOf(mapPosition(p)), read));
+}
+
+Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    return at(p);
 }
 
 Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
-    auto read = [this](int x, int y) {
-        return lookup(x, y);
-    };
-    return IpFastMath::unpremultiply(bilinear(mapPosition(p), read));
+    return at(p);
+}
+
+void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                  GeLinearMatrix2<float> const&, Color* out) const {
+    eachCell(p, step, n, out, [this](Cell const& c) {
+        return IpFastMath::unpremultiply(
+            bilinear(c, [this](int x, int y) { return lookup(x, y); }));
+    });
 }
 
 PxBilinearRGBSampler::PxBilinearRGBSampler(PxNodePtr<PxImageProtocol const> const& node,
@@ -118,18 +152,26 @@ PxBilinearRGBSampler::PxBilinearRGBSampler(OPtr<PxImageFetcherBase> fetcher,
                                            SdTextureParams const& params)
     : PxTextureSampler(std::move(fetcher), format, params, ALPHA_AS_IS) {}
 
-Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+inline Color PxBilinearRGBSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return bilinear(mapPosition(p), read);
+    return bilinear(cellOf(mapPosition(p)), read);
+}
+
+Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
+    return at(p);
 }
 
 Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
-    auto read = [this](int x, int y) {
-        return lookup(x, y);
-    };
-    return bilinear(mapPosition(p), read);
+    return at(p);
+}
+
+void PxBilinearRGBSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                     GeLinearMatrix2<float> const&, Color* out) const {
+    eachCell(p, step, n, out, [this](Cell const& c) {
+        return bilinear(c, [this](int x, int y) { return lookup(x, y); });
+    });
 }
 
 // ---- Mitchell ----
@@ -156,8 +198,11 @@ void PxMitchellSampler::weights(float t, float w[4]) noexcept {
         w[i] = ((c[i][0] * u[i] + c[i][1]) * u[i] + c[i][2]) * u[i] + c[i][3];
 }
 
-Color PxMitchellSampler::filter(GePoint<double> const& p) const {
-    Cell const c = cellOf(mapPosition(p));
+inline Color PxMitchellSampler::at(GePoint<double> const& p) const {
+    return atCell(cellOf(mapPosition(p)));
+}
+
+inline Color PxMitchellSampler::atCell(Cell const& c) const {
     float wx[4];
     float wy[4];
     weights(c.fx, wx);
@@ -180,11 +225,16 @@ Color PxMitchellSampler::filter(GePoint<double> const& p) const {
 }
 
 Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
-    return filter(p);
+    return at(p);
 }
 
 Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float> const&) const {
-    return filter(p);
+    return at(p);
+}
+
+void PxMitchellSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                  GeLinearMatrix2<float> const&, Color* out) const {
+    eachCell(p, step, n, out, [this](Cell const& c) { return atCell(c); });
 }
 
 } // namespace Vn

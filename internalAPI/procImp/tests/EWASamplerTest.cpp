@@ -224,6 +224,14 @@ TEST_F(EWASampler, FormsAgreeAndAConstantImageSamplesToItsColour) {
             // The axis-aligned form scales its table index by 4095 rather than 4095.5.
             EXPECT_LE(worstDifference(s.sample(x, y, a, 0.0f, 0.0f, d), s.sample(x, y, a, d)),
                       5e-3f);
+            GeVector2<double> const step{a * 0.7, c * 0.7};
+            Color row[5];
+            s.sampleRow(GePoint<double>{x + 0.25, y + 0.5}, step, 5,
+                        GeLinearMatrix2<float>(a, b, c, d), row);
+            for (int j = 0; j < 5; ++j)
+                EXPECT_TRUE(sameBits(
+                    row[j], s.sample(SdTextureSampler::rowPosition({x + 0.25, y + 0.5}, step, j),
+                                     GeLinearMatrix2<float>(a, b, c, d))));
             Color const forms[] = {
                 f.sample(x, y, a, b, c, d), f.sample(x, y, a, d),
                 f.sample(GePoint<double>{x + 0.3, y - 0.7}, GeLinearMatrix2<float>(a, b, c, d))};

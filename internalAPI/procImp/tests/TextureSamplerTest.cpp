@@ -164,6 +164,17 @@ TEST_F(TextureSampler, PlainFiltersMatchACachelessReferenceBitForBit) {
                                 << want.a;
                             ++compared;
                         }
+                        // A row call reads its positions as the point form does.
+                        GePoint<double> const start{px(rng), py(rng)};
+                        GeVector2<double> const step{double(int(rng() % 7) - 3) * 0.37,
+                                                     double(int(rng() % 5) - 2) * 0.61};
+                        Color row[67]; // crosses a chunk of positions
+                        s->sampleRow(start, step, 67, GeLinearMatrix2<float>(), row);
+                        for (int i = 0; i < 67; ++i)
+                            ASSERT_TRUE(
+                                sameBits(row[i], referenceSample(ref, SdTextureSampler::rowPosition(
+                                                                          start, step, i))))
+                                << "row position " << i << " filter " << filter;
                     }
             }
     EXPECT_EQ(compared, 4L * 9 * 3 * 4 * 60);
@@ -199,6 +210,13 @@ TEST_F(TextureSampler, EdgesFormatsAndBadPositions) {
          {GePoint<double>{nan, 1.0}, GePoint<double>{inf, -inf}, GePoint<double>{1e300, nan}}) {
         Color const c = bilinear->sample(p, GeLinearMatrix2<double>());
         EXPECT_TRUE(std::isfinite(c.r) && std::isfinite(c.a));
+        // The row form clamps them the same way.
+        GeVector2<double> const step{nan, 1.0};
+        Color row[3];
+        bilinear->sampleRow(p, step, 3, GeLinearMatrix2<float>(), row);
+        for (int i = 0; i < 3; ++i)
+            EXPECT_TRUE(sameBits(row[i], bilinear->sample(SdTextureSampler::rowPosition(p, step, i),
+                                                          GeLinearMatrix2<double>())));
     }
     SdTextureParams bad = pixelParams(r, 3, 2, 2);
     bad.matrix[0] = std::numeric_limits<float>::quiet_NaN();

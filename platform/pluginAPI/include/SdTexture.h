@@ -3,6 +3,7 @@
 #include "CoRgbaColor.h"
 #include "GeLinearMatrix.h"
 #include "GeRectangle.h"
+#include "GeVector.h"
 #include "IxGuardProxy.h"
 #include "OPtr.h"
 #include "RCBase.h"
@@ -76,6 +77,16 @@ public:
                          GeLinearMatrix2<double> const& jacobian) const = 0;
     virtual Color sample(GePoint<double> const& p,
                          GeLinearMatrix2<float> const& jacobian) const = 0;
+    // n samples at p + i step, i = 0 .. n - 1, each as the point form gives it: one call a
+    // row rather than one a pixel.
+    virtual void sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                           GeLinearMatrix2<float> const& jacobian, Color* out) const;
+    // Position i of a row.
+    static GePoint<double> rowPosition(GePoint<double> const& p, GeVector2<double> const& step,
+                                       int i) noexcept {
+        double const t = i;
+        return {p.x + t * step.x, p.y + t * step.y};
+    }
     // Narrows vi by what the sampler has read.
     virtual void reduceVI(PxValidityInterval& vi) const = 0;
     // Output walked in blocks of this size keeps the sampler's cache warm.
