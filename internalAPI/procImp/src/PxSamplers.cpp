@@ -2,25 +2,38 @@
 
 #include "IpFastMath.h"
 
+#include <emmintrin.h>
+
 namespace Vn {
 
 namespace {
 
 using Color = SdTextureSampler::Color;
 
-// Componentwise, single precision, in the order written: the arithmetic is part of the result.
-inline Color lerp(Color const& a, Color const& b, float t) noexcept {
-    return {a.r + t * (b.r - a.r), a.g + t * (b.g - a.g), a.b + t * (b.b - a.b),
-            a.a + t * (b.a - a.a)};
+// Colours as four lanes. Each lane does the scalar operations in the order written, so the
+// results are those of componentwise single precision, bit for bit.
+inline __m128 lanes(Color const& c) noexcept {
+    return _mm_loadu_ps(&c.r);
 }
 
-// (p0 w0 + p1 w1) + (p2 w2 + p3 w3).
-inline Color weigh4(Color const& p0, Color const& p1, Color const& p2, Color const& p3,
-                    float const w[4]) noexcept {
-    return {(p0.r * w[0] + p1.r * w[1]) + (p2.r * w[2] + p3.r * w[3]),
-            (p0.g * w[0] + p1.g * w[1]) + (p2.g * w[2] + p3.g * w[3]),
-            (p0.b * w[0] + p1.b * w[1]) + (p2.b * w[2] + p3.b * w[3]),
-            (p0.a * w[0] + p1.a * w[1]) + (p2.a * w[2] + p3.a * w[3])};
+inline Color colour(__m128 v) noexcept {
+    Color c;
+    _mm_storeu_ps(&c.r, v);
+    return c;
+}
+
+// a + t (b - a).
+inline __m128 lerp(__m128 a, __m128 b, float t) noexcept {
+    return _mm_add_ps(a, _mm_mul_ps(_mm_set1_ps(t), _mm_sub_ps(b, a)));
+}
+
+// IpFastMath::unpremultiply on four lanes: v - v is 0 exactly when v is finite.
+inline Color unpremultiply(__m128 v) noexcept {
+    float const a = _mm_cvtss_f32(_mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 3, 3, 3)));
+    float const e = IpFastMath::rcp(IpFastMath::divisor(a));
+    float const ea = IpFastMath::rcp(IpFastMath::divisor(1.0f));
+    __m128 const q = _mm_mul_ps(v, _mm_set_ps(ea, e, e, e));
+    return colour(_mm_and_ps(q, _mm_cmpeq_ps(_mm_sub_ps(q, q), _mm_setzero_ps())));
 }
 
 using Cell = PxTextureSampler::Cell;
@@ -80,8 +93,20 @@ void PxNearestSampler::sampleRow(GePoint<double> const& p, GeVector2<double> con
     for (int first = 0; first < n; first += ROW_CHUNK) {
         int const m = std::min(ROW_CHUNK, n - first);
         mapRow(p, step, first, m, ix, iy, nullptr, nullptr);
-        for (int i = 0; i < m; ++i)
-            out[first + i] = pixel(ix[i], iy[i]);
+        // Neighbours mostly share a block: remember the last one rather than look it up.
+        constexpr int kMask = TILE_SIZE_X - 1;
+        int bx = ix[0] | kMask;
+        int by = iy[0] | kMask;
+        Color const* origin =
+            lookup(ix[0], iy[0]) - (ix[0] & kMask) - (iy[0] & kMask) * TILE_SIZE_X;
+        for (int i = 0; i < m; ++i) {
+            if ((ix[i] | kMask) != bx || (iy[i] | kMask) != by) [[unlikely]] {
+                bx = ix[i] | kMask;
+                by = iy[i] | kMask;
+                origin = lookup(ix[i], iy[i]) - (ix[i] & kMask) - (iy[i] & kMask) * TILE_SIZE_X;
+            }
+            out[first + i] = origin[(iy[i] & kMask) * TILE_SIZE_X + (ix[i] & kMask)];
+        }
     }
 }
 
@@ -92,18 +117,18 @@ namespace {
 // The four pixels of a cell, from one block lookup when the cell lies inside a block, as it
 // does 31 times out of 32 along each axis.
 template <class Lookup>
-Color bilinear(Cell const& c, Lookup const& lookup) {
+__m128 bilinear(Cell const& c, Lookup const& lookup) {
     constexpr int kMask = PxTextureSampler::TILE_SIZE_X - 1;
     constexpr int kRow = PxTextureSampler::TILE_SIZE_X;
     Color const* p = lookup(c.ix, c.iy);
     bool const inX = (c.ix & kMask) != kMask;
     bool const inY = (c.iy & kMask) != kMask;
-    Color const c00 = p[0];
-    Color const c01 = inY ? p[kRow] : *lookup(c.ix, c.iy + 1);
-    Color const c10 = inX ? p[1] : *lookup(c.ix + 1, c.iy);
-    Color const c11 = inX && inY ? p[kRow + 1] : *lookup(c.ix + 1, c.iy + 1);
-    Color const top = lerp(c00, c10, c.fx);
-    Color const bottom = lerp(c01, c11, c.fx);
+    __m128 const c00 = lanes(p[0]);
+    __m128 const c01 = lanes(inY ? p[kRow] : *lookup(c.ix, c.iy + 1));
+    __m128 const c10 = lanes(inX ? p[1] : *lookup(c.ix + 1, c.iy));
+    __m128 const c11 = lanes(inX && inY ? p[kRow + 1] : *lookup(c.ix + 1, c.iy + 1));
+    __m128 const top = lerp(c00, c10, c.fx);
+    __m128 const bottom = lerp(c01, c11, c.fx);
     return lerp(top, bottom, c.fy);
 }
 
@@ -122,7 +147,7 @@ inline Color PxBilinearSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return IpFastMath::unpremultiply(bilinear(cellOf(mapPosition(p)), read));
+    return unpremultiply(bilinear(cellOf(mapPosition(p)), read));
 }
 
 Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
@@ -136,8 +161,7 @@ Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float>
 void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                   GeLinearMatrix2<float> const&, Color* out) const {
     eachCell(p, step, n, out, [this](Cell const& c) {
-        return IpFastMath::unpremultiply(
-            bilinear(c, [this](int x, int y) { return lookup(x, y); }));
+        return unpremultiply(bilinear(c, [this](int x, int y) { return lookup(x, y); }));
     });
 }
 
@@ -156,7 +180,7 @@ inline Color PxBilinearRGBSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return bilinear(cellOf(mapPosition(p)), read);
+    return colour(bilinear(cellOf(mapPosition(p)), read));
 }
 
 Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
@@ -170,7 +194,7 @@ Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<flo
 void PxBilinearRGBSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                      GeLinearMatrix2<float> const&, Color* out) const {
     eachCell(p, step, n, out, [this](Cell const& c) {
-        return bilinear(c, [this](int x, int y) { return lookup(x, y); });
+        return colour(bilinear(c, [this](int x, int y) { return lookup(x, y); }));
     });
 }
 
@@ -185,17 +209,37 @@ PxMitchellSampler::PxMitchellSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelFo
                                      SdTextureParams const& params)
     : PxTextureSampler(std::move(fetcher), format, params, ALPHA_PREMULTIPLY) {}
 
+namespace {
+
+// The four tap weights as lanes: per tap, ((c3 u + c2) u + c1) u + c0 at u = t + 1, t, t - 1,
+// t - 2.
+inline __m128 mitchellWeights(float t) noexcept {
+    __m128 const c3 =
+        _mm_setr_ps(float(-7.0 / 18.0), float(7.0 / 6.0), float(-7.0 / 6.0), float(7.0 / 18.0));
+    __m128 const c2 = _mm_setr_ps(2.0f, -2.0f, -2.0f, 2.0f);
+    __m128 const c1 = _mm_setr_ps(float(-10.0 / 3.0), 0.0f, 0.0f, float(10.0 / 3.0));
+    __m128 const c0 =
+        _mm_setr_ps(float(16.0 / 9.0), float(8.0 / 9.0), float(8.0 / 9.0), float(16.0 / 9.0));
+    __m128 const u = _mm_add_ps(_mm_set1_ps(t), _mm_setr_ps(1.0f, 0.0f, -1.0f, -2.0f));
+    return _mm_add_ps(
+        _mm_mul_ps(_mm_add_ps(_mm_mul_ps(_mm_add_ps(_mm_mul_ps(c3, u), c2), u), c1), u), c0);
+}
+
+template <int I>
+inline __m128 lane(__m128 v) noexcept {
+    return _mm_shuffle_ps(v, v, _MM_SHUFFLE(I, I, I, I));
+}
+
+// (p0 w0 + p1 w1) + (p2 w2 + p3 w3), the weights as lanes of w.
+inline __m128 weigh4(__m128 p0, __m128 p1, __m128 p2, __m128 p3, __m128 w) noexcept {
+    return _mm_add_ps(_mm_add_ps(_mm_mul_ps(p0, lane<0>(w)), _mm_mul_ps(p1, lane<1>(w))),
+                      _mm_add_ps(_mm_mul_ps(p2, lane<2>(w)), _mm_mul_ps(p3, lane<3>(w))));
+}
+
+} // namespace
+
 void PxMitchellSampler::weights(float t, float w[4]) noexcept {
-    // Per tap: c3, c2, c1, c0 of ((c3 u + c2) u + c1) u + c0 at u = t + 1, t, t - 1, t - 2.
-    static constexpr float c[4][4] = {
-        {float(-7.0 / 18.0), 2.0f, float(-10.0 / 3.0), float(16.0 / 9.0)},
-        {float(7.0 / 6.0), -2.0f, 0.0f, float(8.0 / 9.0)},
-        {float(-7.0 / 6.0), -2.0f, 0.0f, float(8.0 / 9.0)},
-        {float(7.0 / 18.0), 2.0f, float(10.0 / 3.0), float(16.0 / 9.0)},
-    };
-    float const u[4] = {t + 1.0f, t, t - 1.0f, t - 2.0f};
-    for (int i = 0; i < 4; ++i)
-        w[i] = ((c[i][0] * u[i] + c[i][1]) * u[i] + c[i][2]) * u[i] + c[i][3];
+    _mm_storeu_ps(w, mitchellWeights(t));
 }
 
 inline Color PxMitchellSampler::at(GePoint<double> const& p) const {
@@ -203,25 +247,23 @@ inline Color PxMitchellSampler::at(GePoint<double> const& p) const {
 }
 
 inline Color PxMitchellSampler::atCell(Cell const& c) const {
-    float wx[4];
-    float wy[4];
-    weights(c.fx, wx);
-    weights(c.fy, wy);
-    Color rows[4];
+    __m128 const wx = mitchellWeights(c.fx);
+    __m128 const wy = mitchellWeights(c.fy);
+    __m128 rows[4];
     constexpr int kMask = TILE_SIZE_X - 1;
     if (((c.ix - 1) & kMask) <= kMask - 3 && ((c.iy - 1) & kMask) <= kMask - 3) {
         // The 4 x 4 window inside one block.
         Color const* px = lookup(c.ix - 1, c.iy - 1);
         for (int j = 0; j < 4; ++j, px += TILE_SIZE_X)
-            rows[j] = weigh4(px[0], px[1], px[2], px[3], wx);
+            rows[j] = weigh4(lanes(px[0]), lanes(px[1]), lanes(px[2]), lanes(px[3]), wx);
     } else {
         for (int j = 0; j < 4; ++j) {
             int const y = c.iy - 1 + j;
-            rows[j] = weigh4(pixel(c.ix - 1, y), pixel(c.ix, y), pixel(c.ix + 1, y),
-                             pixel(c.ix + 2, y), wx);
+            rows[j] = weigh4(lanes(pixel(c.ix - 1, y)), lanes(pixel(c.ix, y)),
+                             lanes(pixel(c.ix + 1, y)), lanes(pixel(c.ix + 2, y)), wx);
         }
     }
-    return IpFastMath::unpremultiply(weigh4(rows[0], rows[1], rows[2], rows[3], wy));
+    return unpremultiply(weigh4(rows[0], rows[1], rows[2], rows[3], wy));
 }
 
 Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
