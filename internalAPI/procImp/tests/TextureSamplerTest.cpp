@@ -307,6 +307,14 @@ TEST_F(TextureSampler, BlockedWalkFillsEachCacheBlockOnceAndAllocatesNothing) {
     EXPECT_EQ(allocations.count(), 0);
     EXPECT_EQ(counting->rows - atStart, 49 * 32);
     EXPECT_GT(sum, 0.0);
+    // The row form walks the same blocks, now resident: no refill, no allocation.
+    Color row[64];
+    for (int y = 0; y < 192; ++y)
+        for (int x0 = 0; x0 < 192; x0 += 64)
+            s.sampleRow(GePoint<double>{x0 + 0.5, y + 0.5}, GeVector2<double>{1.0, 0.0}, 64,
+                        GeLinearMatrix2<float>(), row);
+    EXPECT_EQ(allocations.count(), 0);
+    EXPECT_EQ(counting->rows - atStart, 49 * 32);
 }
 
 TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
