@@ -87,7 +87,8 @@ TEST(DtTimeIndex, IsAFrameAtARate) {
 namespace {
 class FixedInfo final : public InBuildInfo {
 public:
-    FixedInfo(std::string lib, std::string product) : _lib(std::move(lib)), _product(std::move(product)) {}
+    FixedInfo(std::string lib, std::string product)
+        : _lib(std::move(lib)), _product(std::move(product)) {}
     std::string getProductName() const override { return _product; }
     std::string getLibraryName() const override { return _lib; }
     int getYear() const override { return 2024; }
