@@ -4,6 +4,7 @@
 #include "ResmgtInit.h"
 #include "SelectionInit.h"
 #include "SnIsItem.h"
+#include "SnItemPayloads.h"
 #include "SnSelection.h"
 
 #include <string>
@@ -17,19 +18,37 @@ InInit<VnInit::selection>::InInit() : InPackageInit("selection") {
 }
 
 // The predicates of the item types this package owns; other packages make those of theirs.
+namespace {
+template <class... T>
+void initializePointerPredicates() {
+    (SnIsItemDataNonNull<SnItemBasic<RCShdPtr<T>>>::initialize(), ...);
+}
+template <class... T>
+void finalizePointerPredicates() {
+    (SnIsItemDataNonNull<SnItemBasic<RCShdPtr<T>>>::finalize(), ...);
+}
+
+#define VN_SN_POINTER_PAYLOADS                                                                     \
+    SnSelection const, SnSelection, PiTool const, PiDndTool const, PiDndToolPreset const,          \
+        PiFileDndInterface const, PiNodeDndInterface const, PiNodeDndInterface, TmKeyframe,        \
+        TmTimeCurve
+} // namespace
+
 template <>
 void InInit<VnInit::selection>::initialize() {
     SnIsItem<SnItemBasic<std::string>>::initialize();
-    SnIsItemDataNonNull<SnItemBasic<RCShdPtr<SnSelection const>>>::initialize();
-    SnIsItemDataNonNull<SnItemBasic<RCShdPtr<SnSelection>>>::initialize();
+    SnIsItem<SnItemBasic<LiString>>::initialize();
+    initializePointerPredicates<VN_SN_POINTER_PAYLOADS>();
 }
 
 template <>
 void InInit<VnInit::selection>::finalize() {
-    SnIsItemDataNonNull<SnItemBasic<RCShdPtr<SnSelection>>>::finalize();
-    SnIsItemDataNonNull<SnItemBasic<RCShdPtr<SnSelection const>>>::finalize();
+    finalizePointerPredicates<VN_SN_POINTER_PAYLOADS>();
+    SnIsItem<SnItemBasic<LiString>>::finalize();
     SnIsItem<SnItemBasic<std::string>>::finalize();
 }
+
+#undef VN_SN_POINTER_PAYLOADS
 
 namespace {
 InInit<VnInit::selection> s_package;

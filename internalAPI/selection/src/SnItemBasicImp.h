@@ -3,6 +3,7 @@
 // The member definitions of SnItemBasic and SnItemConvert, for the packages that instantiate
 // them for their own payloads.
 
+#include "LiString.h"
 #include "RCExUtil.h"
 #include "SnIsItem.h"
 #include "SnItemBasic.h"
@@ -30,6 +31,14 @@ struct SnPayloadTraits<std::string> {
     static bool equal(std::string const& a, std::string const& b) { return a == b; }
     static std::size_t hash(std::string const& v) { return std::hash<std::string>()(v); }
     static void dump(std::ostream& os, std::string const& v) { os << v; }
+};
+
+template <>
+struct SnPayloadTraits<LiString> {
+    static constexpr bool isPointer = false;
+    static bool equal(LiString const& a, LiString const& b) { return a == b; }
+    static std::size_t hash(LiString const& v) { return std::hash<LiString>()(v); }
+    static void dump(std::ostream& os, LiString const& v) { os << v; }
 };
 
 inline void const* snRcBaseOf(RCBase<int> const* p) {

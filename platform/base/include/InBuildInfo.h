@@ -26,6 +26,8 @@ public:
 
     // "<library> <version><suffix> (<product>, build <n>, <date>, <configuration>)"
     std::string describe() const;
+    // The descriptions of every registered library, in order of library name, joined by "; ".
+    static std::string getBuildInformationString();
 };
 
 // The registry of build information, one entry per library name. Safe from any thread.
@@ -37,6 +39,15 @@ public:
     // Null when the library has not registered.
     static InBuildInfo const* findInfo(std::string const& libraryName);
     static std::vector<std::string> getLibraryNames();
+};
+
+// The build information of the application above the libraries, which it gives at its start.
+class VN_EXPORT InBuildInfoMgr {
+public:
+    // Takes ownership; null takes it away.
+    static void setAppInfo(OPtr<InBuildInfo> info);
+    // Null until the application has given its own.
+    static InBuildInfo const* getAppInfo();
 };
 
 } // namespace Vn

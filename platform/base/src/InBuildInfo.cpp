@@ -17,6 +17,7 @@ namespace {
 struct Registry {
     std::mutex lock;
     std::map<std::string, OPtr<InBuildInfo>> infos;
+    OPtr<InBuildInfo> app;
 };
 Registry& registry() {
     static auto* r = new Registry;
@@ -53,6 +54,27 @@ std::vector<std::string> InBuildInfoUtil::getLibraryNames() {
     for (auto const& [name, info] : r.infos)
         names.push_back(name);
     return names;
+}
+
+std::string InBuildInfo::getBuildInformationString() {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    std::string text;
+    for (auto const& [name, info] : r.infos)
+        text += (text.empty() ? "" : "; ") + info->describe();
+    return text;
+}
+
+void InBuildInfoMgr::setAppInfo(OPtr<InBuildInfo> info) {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    r.app = std::move(info);
+}
+
+InBuildInfo const* InBuildInfoMgr::getAppInfo() {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    return r.app.get();
 }
 
 } // namespace Vn

@@ -1,12 +1,18 @@
 #include "CoRgbaColor.h"
 #include "DtTime.h"
+#include "DtTimeIndex.h"
 #include "ExBase.h"
 #include "GeRectangle.h"
+#include "InBuildInfo.h"
+#include "LiString.h"
 #include "Rational.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
+#include <string>
+#include <unordered_set>
 
 using namespace Vn;
 
@@ -51,4 +57,74 @@ TEST(DtTime, FormatsInUtc) {
     EXPECT_GE(DtTime::now().secondsSince(a), 0.0);
     CoRgbaColorTyped<float> c{1, 0.5f, 0, 1};
     EXPECT_EQ(c, (CoRgbaColorTyped<float>{1, 0.5f, 0, 1}));
+}
+
+// The system's text compares, orders, hashes and prints by its bytes, and is not a std::string.
+TEST(LiString, IsTextOfItsOwnType) {
+    LiString a("Blur"), b(std::string("Blur")), c("blur");
+    EXPECT_EQ(a, b);
+    EXPECT_NE(a, c);
+    EXPECT_LT(a, c);
+    EXPECT_EQ(std::unordered_set<LiString>({a, b, c}).size(), 2u);
+    std::ostringstream os;
+    os << a + LiString(" (2)");
+    EXPECT_EQ(os.str(), "Blur (2)");
+    EXPECT_TRUE(LiString().isEmpty());
+    EXPECT_EQ(LiString(std::string_view("ab\0c", 4)).size(), 4u);
+    EXPECT_THROW(LiString(static_cast<char const*>(nullptr)), ExNullPtr);
+    static_assert(!std::is_same_v<LiString, std::string>);
+}
+
+TEST(DtTimeIndex, IsAFrameAtARate) {
+    EXPECT_DOUBLE_EQ(DtTimeIndex(48).toSeconds(Rational(24)), 2.0);
+    EXPECT_DOUBLE_EQ(DtTimeIndex(30000).toSeconds(Rational(30000, 1001)), 1001.0);
+    EXPECT_DOUBLE_EQ(DtTimeIndex(-12).toSeconds(Rational(25, 2)), -0.96);
+    EXPECT_THROW(DtTimeIndex(1).toSeconds(Rational(0)), ExBase);
+    EXPECT_THROW(DtTimeIndex(1).toSeconds(Rational(-24)), ExBase);
+    EXPECT_LT(DtTimeIndex(-1), DtTimeIndex(0));
+}
+
+namespace {
+class FixedInfo final : public InBuildInfo {
+public:
+    FixedInfo(std::string lib, std::string product)
+        : _lib(std::move(lib)), _product(std::move(product)) {}
+    std::string getProductName() const override { return _product; }
+    std::string getLibraryName() const override { return _lib; }
+    int getYear() const override { return 2024; }
+    std::string getVersionText() const override { return "2.1"; }
+    std::string getSuffix() const override { return ""; }
+    int getMajorVersion() const override { return 2; }
+    int getMinorVersion() const override { return 1; }
+    int getReleaseStage() const override { return 0; }
+    int getBuildNumber() const override { return 7; }
+    std::string getBuildDate() const override { return "2024-01-02"; }
+    std::string getBuildConfiguration() const override { return "Release"; }
+
+private:
+    std::string _lib, _product;
+};
+} // namespace
+
+// The application's own build information stands apart from the libraries'; the build text
+// lists every library registered, by name.
+TEST(InBuildInfo, ApplicationAndBuildText) {
+    EXPECT_EQ(InBuildInfoMgr::getAppInfo(), nullptr);
+    InBuildInfoMgr::setAppInfo(OPtr<InBuildInfo>(new FixedInfo("app", "Compositor")));
+    ASSERT_NE(InBuildInfoMgr::getAppInfo(), nullptr);
+    EXPECT_EQ(InBuildInfoMgr::getAppInfo()->getProductName(), "Compositor");
+    EXPECT_EQ(InBuildInfoUtil::findInfo("app"), nullptr);
+
+    for (std::string const& name : InBuildInfoUtil::getLibraryNames())
+        InBuildInfoUtil::unregisterInfo(name);
+    EXPECT_EQ(InBuildInfo::getBuildInformationString(), "");
+    InBuildInfoUtil::registerInfo(OPtr<InBuildInfo>(new FixedInfo("libZ", "P")));
+    InBuildInfoUtil::registerInfo(OPtr<InBuildInfo>(new FixedInfo("libA", "P")));
+    EXPECT_EQ(InBuildInfo::getBuildInformationString(),
+              "libA 2.1 (P, build 7, 2024-01-02, Release); libZ 2.1 (P, build 7, 2024-01-02, "
+              "Release)");
+    InBuildInfoMgr::setAppInfo(nullptr);
+    EXPECT_EQ(InBuildInfoMgr::getAppInfo(), nullptr);
+    InBuildInfoUtil::unregisterInfo("libA");
+    InBuildInfoUtil::unregisterInfo("libZ");
 }

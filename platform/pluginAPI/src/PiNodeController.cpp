@@ -1,6 +1,7 @@
 #include "PiNodeController.h"
 
 #include "PiGroupInterface.h"
+#include "PiToolInterface.h"
 #include "PiTopologyInterface.h"
 #include "PiValueChangeInterface.h"
 
@@ -13,6 +14,10 @@ namespace {
 // The plain controllers: every hook at its default.
 class PlainController final : public PiTopologyInterface, public PiValueChangeInterface {};
 class PlainGroupController final : public PiGroupInterface, public PiTopologyInterface {};
+// A group that stands for a tool is a tool node to its users.
+class PlainToolGroupController final : public PiGroupInterface,
+                                       public PiTopologyInterface,
+                                       public PiToolInterface {};
 
 OPtr<PiNodeControllerFactory>& installed() {
     static OPtr<PiNodeControllerFactory> f;
@@ -20,7 +25,9 @@ OPtr<PiNodeControllerFactory>& installed() {
 }
 } // namespace
 
-RCShdPtr<PiNodeController> PiNodeControllerFactory::createGroupController(PiTool const*) {
+RCShdPtr<PiNodeController> PiNodeControllerFactory::createGroupController(PiTool const* tool) {
+    if (tool)
+        return RCShdPtr<PiNodeController>(new PlainToolGroupController);
     return RCShdPtr<PiNodeController>(new PlainGroupController);
 }
 RCShdPtr<PiNodeController> PiNodeControllerFactory::createBoundaryController() {

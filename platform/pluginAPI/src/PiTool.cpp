@@ -2,6 +2,7 @@
 
 #include "ExBase.h"
 #include "PiNodeController.h"
+#include "PiToolInterface.h"
 #include "PiTopologyInterface.h"
 #include "PiValueChangeInterface.h"
 
@@ -84,7 +85,9 @@ std::string PiToolProtocol::getFullName() const {
 }
 
 namespace {
-class PlainToolController final : public PiTopologyInterface, public PiValueChangeInterface {};
+class PlainToolController final : public PiTopologyInterface,
+                                  public PiValueChangeInterface,
+                                  public PiToolInterface {};
 } // namespace
 
 RCShdPtr<PiNodeController> PiToolProtocol::createController() const {

@@ -55,6 +55,9 @@ public:
     // Raises ExBase with the parser's reason and the byte offset for text that is not
     // well-formed XML with one root element.
     static XmlDocument parse(std::string_view text);
+    // The same for the text of a file; the reason names the file. A file that cannot be read
+    // raises ExBase too.
+    static XmlDocument load(std::string const& path);
     // Replaces the content by a new root element.
     XmlElement createRoot(std::string const& name);
     // Null for an empty document.

@@ -3,6 +3,7 @@
 #include "Assertions.h"
 #include "ExBase.h"
 
+#include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -107,6 +108,21 @@ XmlDocument XmlDocument::parse(std::string_view text) {
     if (d.getRoot().isNull())
         VN_THROW_MSG(ExBase, "malformed XML: no root element");
     return d;
+}
+
+XmlDocument XmlDocument::load(std::string const& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in.is_open())
+        VN_THROW_MSG(ExBase, "cannot open the XML file \"" + path + "\"");
+    std::ostringstream text;
+    text << in.rdbuf();
+    if (in.bad())
+        VN_THROW_MSG(ExBase, "cannot read the XML file \"" + path + "\"");
+    try {
+        return parse(text.str());
+    } catch (ExBase const& e) {
+        VN_THROW_MSG(ExBase, "\"" + path + "\": " + e.getReason());
+    }
 }
 
 XmlElement XmlDocument::createRoot(std::string const& name) {

@@ -1,0 +1,7 @@
+#include "PiExpressionInterface.h"
+
+namespace Vn {
+
+PiExpressionInterface::~PiExpressionInterface() = default;
+
+} // namespace Vn

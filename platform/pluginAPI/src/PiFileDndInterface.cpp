@@ -1,0 +1,7 @@
+#include "PiFileDndInterface.h"
+
+namespace Vn {
+
+PiFileDndInterface::~PiFileDndInterface() = default;
+
+} // namespace Vn
