@@ -1,6 +1,6 @@
 #include "TmUniqueMarkNamePredicate.h"
 
-#include "TmUtf8.h"
+#include "LiStringUtil.h"
 
 namespace Vn {
 
@@ -10,7 +10,7 @@ TmUniqueMarkNamePredicate::TmUniqueMarkNamePredicate(Iterator<TmMark> const& mar
 TmUniqueMarkNamePredicate::~TmUniqueMarkNamePredicate() = default;
 
 bool TmUniqueMarkNamePredicate::isValid(std::wstring const& name) {
-    return isValid(tmNarrowToUtf8(name));
+    return isValid(WideStringUtil::narrowMB(name));
 }
 
 bool TmUniqueMarkNamePredicate::isValid(std::string const& name) {

@@ -21,6 +21,10 @@ TEST(TmUniqueMarkNamePredicate, RefusesNamesOfExistingMarksExactly) {
     EXPECT_FALSE(p.isValid(std::wstring(L"Mark")));
     EXPECT_FALSE(p.isValid(std::wstring(L"Ma\u00efk")));
     EXPECT_TRUE(p.isValid(std::wstring(L"MA\u00cfK")));
+    // Used as any name check.
+    LiStringUtil::ValidateNamePredicate& check = p;
+    EXPECT_FALSE(check.isValid(std::wstring(L"In")));
+    EXPECT_TRUE(check.isValid(std::string("Out")));
 }
 
 TEST(TmUniqueMarkNamePredicate, AnEmptySetAcceptsAnyName) {

@@ -3,6 +3,7 @@
 #include "Assertions.h"
 #include "ExBase.h"
 #include "InBuildInfo.h"
+#include "LiStringUtil.h"
 #include "OsFilePath.h"
 #include "PiCommandStack.h"
 #include "PiDisplayGraphInterface.h"
@@ -42,12 +43,15 @@ bool allDisplayModifiers(PiGroupNode const& group) {
 }
 
 // The schema of a tool is the first number of its version.
+// The leading number of the tool's version, 0 when it has none; digits past what a number
+// holds are not read.
 std::string schemaOf(PiTool const& tool) {
     std::string const& v = tool.getVersion();
-    std::size_t n = 0;
-    while (n < v.size() && std::isdigit(static_cast<unsigned char>(v[n])))
-        ++n;
-    return n == 0 ? std::string("0") : v.substr(0, n);
+    long long n = 0;
+    for (std::size_t i = 0;
+         i < v.size() && std::isdigit(static_cast<unsigned char>(v[i])) && n < (1LL << 58); ++i)
+        n = n * 10 + (v[i] - '0');
+    return LiStringUtil::convertNb(n);
 }
 
 void textElement(XmlWriter& w, std::string const& name, std::string const& text) {
