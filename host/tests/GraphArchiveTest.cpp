@@ -59,7 +59,7 @@ TEST_F(GraphArchive, RoundTripGivesTheSameGraph) {
 
 // Malformed or hostile archives raise ExBase with a reason, and change nothing.
 TEST_F(GraphArchive, BadArchivesAreRefusedWithoutChange) {
-    std::string const tool = "kind=\"tool\" tool=\"Acme.Blur\" version=\"1.0\"";
+    std::string const tool = "kind=\"tool\" tool=\"Acme Blur\" version=\"1.0\"";
     std::string deep = "<Graph version=\"1\">";
     for (int i = 0; i < 70; ++i)
         deep += "<Node kind=\"group\" id=\"" + std::to_string(i + 1) + "\" name=\"g\">";
@@ -71,7 +71,7 @@ TEST_F(GraphArchive, BadArchivesAreRefusedWithoutChange) {
         std::string reason;
     };
     std::vector<Bad> const bad = {
-        {"<Graph version=\"1\"><Node kind=\"tool\" tool=\"Acme.Nope\" version=\"1.0\" id=\"1\" "
+        {"<Graph version=\"1\"><Node kind=\"tool\" tool=\"Acme Nope\" version=\"1.0\" id=\"1\" "
          "name=\"x\"/></Graph>",
          "unknown tool"},
         {"<Graph version=\"1\"><Node " + tool +

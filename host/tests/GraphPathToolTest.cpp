@@ -74,9 +74,9 @@ TEST_F(GraphPath, RegistryFindsToolsByNameAndVersion) {
     EXPECT_THROW(reg.registerTool(tool("Blur", "1.9")), ExBase);
 
     EXPECT_EQ(reg.findTool("Blur")->getVersion(), "1.10") << "versions compare by numbers";
-    EXPECT_EQ(reg.findTool("Acme.Blur")->getVersion(), "1.10");
-    EXPECT_EQ(reg.findTool("Acme.Blur", "1.0"), blur);
-    EXPECT_FALSE(reg.findTool("Acme.Blur", "3.0"));
+    EXPECT_EQ(reg.findTool("Acme Blur")->getVersion(), "1.10");
+    EXPECT_EQ(reg.findTool("Acme Blur", "1.0"), blur);
+    EXPECT_FALSE(reg.findTool("Acme Blur", "3.0"));
     EXPECT_FALSE(reg.findTool("Nothing"));
 
     auto names = [](std::vector<ToolPtr> const& v) {
@@ -93,11 +93,11 @@ TEST_F(GraphPath, RegistryFindsToolsByNameAndVersion) {
               "Blur@1.0 Gen@1.0 Blur@1.10 Blur@1.9 ");
     EXPECT_THROW(reg.getTools(PiToolRegistry::SelectionEnum(7), PiToolRegistry::ALL_VERSIONS),
                  ExAssertionFailed);
-    EXPECT_TRUE(reg.unregisterTool("Acme.Blur", "1.10"));
+    EXPECT_TRUE(reg.unregisterTool("Acme Blur", "1.10"));
     EXPECT_EQ(reg.findTool("Blur")->getVersion(), "1.9");
     std::ostringstream os;
     os << PiToolRegistry::getInstance();
-    EXPECT_NE(os.str().find("Acme.Hidden 2"), std::string::npos);
+    EXPECT_NE(os.str().find("Acme Hidden 2"), std::string::npos);
 }
 
 // A description that cannot make sound sockets is refused when the tool is made.

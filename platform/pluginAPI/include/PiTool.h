@@ -84,7 +84,7 @@ public:
     virtual std::string const& getManufacturer() const = 0;
     // Dotted decimal numbers, "1.2.0".
     virtual std::string const& getVersion() const = 0;
-    // The manufacturer and the name joined by ".", or the name alone without a manufacturer.
+    // The manufacturer, one blank and the name, or the name alone without a manufacturer.
     std::string getFullName() const;
     virtual void describe(PiToolPolicyDescriptor& descriptor) const = 0;
     // The names of the primary sockets; empty when the tool has none.

@@ -81,7 +81,7 @@ void PiToolPolicyDescriptor::stores(std::string const& name, PiValueType type) {
 PiToolProtocol::~PiToolProtocol() = default;
 
 std::string PiToolProtocol::getFullName() const {
-    return getManufacturer().empty() ? getName() : getManufacturer() + "." + getName();
+    return getManufacturer().empty() ? getName() : getManufacturer() + " " + getName();
 }
 
 namespace {
