@@ -24,20 +24,25 @@ extern template class VN_EXPORT SnItemBasic<LiString>;
 extern template class VN_EXPORT SnItemConvert<LiString>;
 extern template class VN_EXPORT SnIsItem<SnItemBasic<LiString>>;
 
-#define VN_SN_POINTER_PAYLOAD(T)                                                                   \
+// The pointer payloads above, each given to X: the one list that declares, instantiates and
+// starts their item types.
+#define VN_SN_FOR_EACH_POINTER_PAYLOAD(X)                                                          \
+    X(PiTool const)                                                                                \
+    X(PiDndTool const)                                                                             \
+    X(PiDndToolPreset const)                                                                       \
+    X(PiFileDndInterface const)                                                                    \
+    X(PiNodeDndInterface const)                                                                    \
+    X(PiNodeDndInterface)                                                                          \
+    X(TmKeyframe)                                                                                  \
+    X(TmTimeCurve)
+
+#define VN_SN_EXTERN_POINTER_PAYLOAD(T)                                                            \
     extern template class VN_EXPORT SnItemBasic<RCShdPtr<T>>;                                      \
     extern template class VN_EXPORT SnItemConvert<RCShdPtr<T>>;                                    \
     extern template class VN_EXPORT SnIsItemDataNonNull<SnItemBasic<RCShdPtr<T>>>;
 
-VN_SN_POINTER_PAYLOAD(PiTool const)
-VN_SN_POINTER_PAYLOAD(PiDndTool const)
-VN_SN_POINTER_PAYLOAD(PiDndToolPreset const)
-VN_SN_POINTER_PAYLOAD(PiFileDndInterface const)
-VN_SN_POINTER_PAYLOAD(PiNodeDndInterface const)
-VN_SN_POINTER_PAYLOAD(PiNodeDndInterface)
-VN_SN_POINTER_PAYLOAD(TmKeyframe)
-VN_SN_POINTER_PAYLOAD(TmTimeCurve)
+VN_SN_FOR_EACH_POINTER_PAYLOAD(VN_SN_EXTERN_POINTER_PAYLOAD)
 
-#undef VN_SN_POINTER_PAYLOAD
+#undef VN_SN_EXTERN_POINTER_PAYLOAD
 
 } // namespace Vn

@@ -28,10 +28,9 @@ void finalizePointerPredicates() {
     (SnIsItemDataNonNull<SnItemBasic<RCShdPtr<T>>>::finalize(), ...);
 }
 
+#define VN_SN_AFTER_COMMA(T) , T
 #define VN_SN_POINTER_PAYLOADS                                                                     \
-    SnSelection const, SnSelection, PiTool const, PiDndTool const, PiDndToolPreset const,          \
-        PiFileDndInterface const, PiNodeDndInterface const, PiNodeDndInterface, TmKeyframe,        \
-        TmTimeCurve
+    SnSelection const, SnSelection VN_SN_FOR_EACH_POINTER_PAYLOAD(VN_SN_AFTER_COMMA)
 } // namespace
 
 template <>
