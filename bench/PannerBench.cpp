@@ -153,8 +153,8 @@ void openCV(benchmark::State& st, int interpolation) {
 }
 
 void oiio(benchmark::State& st, char const* filter) {
-    OIIO::ImageSpec const spec(kW, kH, 4, OIIO::TypeDesc::FLOAT);
-    OIIO::ImageBuf const src(spec, plainSource().data());
+    OIIO::ImageSpec const layout(kW, kH, 4, OIIO::TypeDesc::FLOAT);
+    OIIO::ImageBuf const src(layout, plainSource().data());
     Imath::M33f const m(1, 0, 0, 0, 1, 0, float(kDx), float(-kDy), 1);
     for (auto _ : st) {
         OIIO::ImageBuf const out =

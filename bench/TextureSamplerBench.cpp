@@ -74,9 +74,9 @@ Source& source() {
             }
         // The texture system reads files: a tiled float file, no MIP levels.
         r.exrPath = (std::filesystem::temp_directory_path() / "vn_texture_bench.exr").string();
-        OIIO::ImageSpec spec(kW, kH, 4, OIIO::TypeDesc::FLOAT);
-        spec.tile_width = spec.tile_height = 64;
-        OIIO::ImageBuf buf(spec, r.pixels.data());
+        OIIO::ImageSpec layout(kW, kH, 4, OIIO::TypeDesc::FLOAT);
+        layout.tile_width = layout.tile_height = 64;
+        OIIO::ImageBuf buf(layout, r.pixels.data());
         buf.write(r.exrPath);
         return r;
     }();

@@ -24,7 +24,8 @@ public:
     T take() {
         T v{};
         size_t const n = std::min(sizeof(T), _size - _pos);
-        if (n != 0) std::memcpy(&v, _data + _pos, n);
+        if (n != 0)
+            std::memcpy(&v, _data + _pos, n);
         _pos += n;
         return v;
     }
@@ -96,10 +97,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         m = in.take<float>();
     uint8_t const shape = in.take<uint8_t>();
     {
-        PxEWASampler const s(makeOPtr<PxImageFetcherAdapter>(
-                                 makeOPtr<IxScanlineTypes::TileListFetcher>(w.tiles)),
-                             IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32), params,
-                             shapeOf(shape));
+        PxEWASampler const s(
+            makeOPtr<PxImageFetcherAdapter>(makeOPtr<IxScanlineTypes::TileListFetcher>(w.tiles)),
+            IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32), params, shapeOf(shape));
         for (int i = 0; i < 4 && !in.done(); ++i) {
             int const x = in.take<int32_t>();
             int const y = in.take<int32_t>();

@@ -318,9 +318,9 @@ TEST_F(TextureSampler, BlockedWalkFillsEachCacheBlockOnceAndAllocatesNothing) {
 }
 
 TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
-    ColorSourceSpec spec; // 40 x 30 pixels
-    spec.colorVI = PxValidityInterval(0.0, 2.0);
-    auto const node = colorSource(spec);
+    ColorSourceSpec source; // 40 x 30 pixels
+    source.colorVI = PxValidityInterval(0.0, 2.0);
+    auto const node = colorSource(source);
     GeRectangle<int> const region{0, 40, 0, 30};
     Color inside;
     Color outside;
