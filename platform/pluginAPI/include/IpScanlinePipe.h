@@ -125,6 +125,9 @@ protected:
     IxScanline<Color> const* findColorRow(int y) const override;
 
 private:
+    template <class U>
+    IxScanline<U> const* findRowOf(int y) const;
+
     Vector<OPtr<IxScanline<T>>> _rows;
     Vector<int> _rowOf; // which row each slot holds, -1 for none
     IxWriteGuard const* _direct = nullptr;

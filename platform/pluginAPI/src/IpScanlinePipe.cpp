@@ -153,10 +153,12 @@ IxScanline<T> const& IpScanlinePipeOutput<T>::getOutputScanline(int y) const {
         return getColorScanline(y);
 }
 
+// The row of y when this output holds rows of U, as a view where one stands in for it.
 template <class T>
-IxScanline<float> const* IpScanlinePipeOutput<T>::findAlphaRow(int y) const {
-    if constexpr (std::is_same_v<T, float>) {
-        IxScanline<float> const* row = findRow(_rows, _rowOf, y, _dstRegion.ymin);
+template <class U>
+IxScanline<U> const* IpScanlinePipeOutput<T>::findRowOf(int y) const {
+    if constexpr (std::is_same_v<T, U>) {
+        IxScanline<T> const* row = findRow(_rows, _rowOf, y, _dstRegion.ymin);
         if (row && !_isView.empty()) {
             auto const s = static_cast<std::size_t>(
                 slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size())));
@@ -169,18 +171,13 @@ IxScanline<float> const* IpScanlinePipeOutput<T>::findAlphaRow(int y) const {
 }
 
 template <class T>
+IxScanline<float> const* IpScanlinePipeOutput<T>::findAlphaRow(int y) const {
+    return findRowOf<float>(y);
+}
+
+template <class T>
 IxScanline<IpScanlinePipe::Color> const* IpScanlinePipeOutput<T>::findColorRow(int y) const {
-    if constexpr (std::is_same_v<T, Color>) {
-        IxScanline<Color> const* row = findRow(_rows, _rowOf, y, _dstRegion.ymin);
-        if (row && !_isView.empty()) {
-            auto const s = static_cast<std::size_t>(
-                slotOf(y, _dstRegion.ymin, static_cast<int>(_rows.size())));
-            return _isView[s] ? _views[s].get() : row;
-        }
-        return row;
-    } else {
-        return nullptr;
-    }
+    return findRowOf<Color>(y);
 }
 
 template <class T>
