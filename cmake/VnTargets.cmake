@@ -3,6 +3,19 @@ include(GoogleTest)
 
 set(VN_TEST_TIMEOUT 300 CACHE STRING "Seconds one test may run")
 
+# vn_family_dirs(<out> <dir>): <dir> and each folder directly under it. A family's folder groups
+# files without naming them: includes give the file alone.
+function(vn_family_dirs out dir)
+    set(dirs "${dir}")
+    file(GLOB children LIST_DIRECTORIES true "${dir}/*")
+    foreach(c IN LISTS children)
+        if(IS_DIRECTORY "${c}")
+            list(APPEND dirs "${c}")
+        endif()
+    endforeach()
+    set(${out} ${dirs} PARENT_SCOPE)
+endfunction()
+
 # vn_add_library(<target> DIRS <dir>... [PUBLIC_LIBS ...] [PRIVATE_LIBS ...])
 # Builds lib<target>.so from <dir>/src/**.cpp, exporting <dir>/include.
 function(vn_add_library target)
@@ -14,9 +27,10 @@ function(vn_add_library target)
     endforeach()
     add_library(${target} SHARED ${sources})
     foreach(dir IN LISTS A_DIRS)
-        target_include_directories(${target}
-            PUBLIC "$<BUILD_INTERFACE:${dir}/include>"
-            PRIVATE "${dir}/src")
+        vn_family_dirs(public_dirs "${dir}/include")
+        list(TRANSFORM public_dirs REPLACE "^(.+)$" "$<BUILD_INTERFACE:\\1>")
+        vn_family_dirs(private_dirs "${dir}/src")
+        target_include_directories(${target} PUBLIC ${public_dirs} PRIVATE ${private_dirs})
     endforeach()
     target_link_libraries(${target} PUBLIC ${A_PUBLIC_LIBS} PRIVATE ${A_PRIVATE_LIBS} vn_warnings)
     # The libraries are linked at start-up, never opened later: their thread-local data can live
@@ -53,7 +67,8 @@ function(vn_add_tests prefix)
             set(exe ${prefix}_stress)
         endif()
         add_executable(${exe} ${${kind}})
-        target_include_directories(${exe} PRIVATE "${A_DIR}/src" "${A_DIR}/tests")
+        vn_family_dirs(src_dirs "${A_DIR}/src")
+        target_include_directories(${exe} PRIVATE ${src_dirs} "${A_DIR}/tests")
         target_link_libraries(${exe} PRIVATE ${A_LIBS} GTest::gmock_main Threads::Threads vn_warnings)
         gtest_discover_tests(${exe}
             DISCOVERY_MODE PRE_TEST
