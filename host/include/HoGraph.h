@@ -11,7 +11,10 @@ namespace Vn {
 // The application's tool graph: nodes, sockets and stored values with their undo history.
 class VN_EXPORT HoGraph {
 public:
-    static RCShdPtr<PiGraph> create(std::string const& name);
+    // `controller`, when given, makes the root group's controller, which is the graph's; its
+    // node is set before the graph is handed out.
+    static RCShdPtr<PiGraph> create(std::string const& name, std::string const& role = {},
+                                    PiGraphControllerFactory const& controller = {});
 };
 
 // Reading aids over a graph, for tests, logs and checks.

@@ -1,12 +1,15 @@
 #include "HoGraphImp.h"
 
+#include "ExBase.h"
+
 #include <set>
 #include <sstream>
 
 namespace Vn {
 
-HoGraphImp::HoGraphImp(std::string name)
-    : _name(std::move(name)), _processed(this, &HoGraphImp::commandProcessed) {
+HoGraphImp::HoGraphImp(std::string name, std::string role)
+    : _name(std::move(name)), _role(std::move(role)),
+      _processed(this, &HoGraphImp::commandProcessed) {
     _root = RCShdPtr<HoGroupNode>(new HoGroupNode(this, _name, {}));
     _root->_attached = true;
     _stack.addProcessedHandler(&_processed);
@@ -32,8 +35,17 @@ void HoGraphImp::commandProcessed(CbEmptyType const&) {
     _events.call(PiGraphEvent{PiGraphEvent::CommandProcessed});
 }
 
-RCShdPtr<PiGraph> HoGraph::create(std::string const& name) {
-    return RCShdPtr<PiGraph>(new HoGraphImp(name));
+RCShdPtr<PiGraph> HoGraph::create(std::string const& name, std::string const& role,
+                                  PiGraphControllerFactory const& controller) {
+    RCShdPtr<HoGraphImp> graph(new HoGraphImp(name, role));
+    // The factory sees a counted graph, so it may hold and drop references to it.
+    if (controller) {
+        RCShdPtr<PiNodeController> c = controller(*graph);
+        if (!c)
+            VN_THROW_MSG(ExBase, "the graph \"" + name + "\" was given no controller");
+        graph->_root->setController(std::move(c));
+    }
+    return RCShdPtr<PiGraph>(graph.get());
 }
 
 // ---------------------------------------------------------------------------------------------

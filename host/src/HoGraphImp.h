@@ -289,16 +289,14 @@ public:
 
 class HoGraphImp final : public PiGraph {
 public:
-    explicit HoGraphImp(std::string name);
+    HoGraphImp(std::string name, std::string role);
     ~HoGraphImp() override;
 
     RCShdPtr<PiGroupNode> getRootNode() const override { return _root; }
     std::string const& getName() const override { return _name; }
     void setName(std::string const& name) override { _name = name; }
-    int getRole() const override { return _role; }
-    void setRole(int role) override { _role = role; }
-    RCShdPtr<PiGraphController> getController() const override { return _controller; }
-    void setController(RCShdPtr<PiGraphController> const& c) override { _controller = c; }
+    std::string const& getRole() const override { return _role; }
+    void setRole(std::string const& role) override { _role = role; }
     PiCommandStack& getCommandStack() override { return _stack; }
     void addCallback(CbHandler<PiGraphEvent>* h) override { _events.addHandler(h); }
     void removeCallback(CbHandler<PiGraphEvent>* h) override { _events.removeHandler(h); }
@@ -315,8 +313,7 @@ public:
 
     RCShdPtr<HoGroupNode> _root;
     std::string _name;
-    int _role = 0;
-    RCShdPtr<PiGraphController> _controller;
+    std::string _role;
     PiCommandStack _stack;
     CbDispatcher<PiGraphEvent> _events;
     bool _valid = true;

@@ -398,6 +398,9 @@ HoNode::~HoNode() {
 void HoNode::setController(RCShdPtr<PiNodeController> c) {
     if (!c)
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" was given no controller");
+    if (RCShdPtr<PiNode> other = c->getNode(); other && other.get() != this)
+        VN_THROW_MSG(ExBase, "the controller given to \"" + _name + "\" already controls \"" +
+                                 other->getNodeName() + "\"");
     _controller = std::move(c);
     PiNodeControllerManip::setNode(*_controller, this);
 }

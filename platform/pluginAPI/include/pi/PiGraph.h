@@ -5,12 +5,14 @@
 #include "RCBase.h"
 #include "VnExport.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
 namespace Vn {
 
 class PiCommandStack;
+class PiNodeController;
 class XmlElement;
 class XmlWriter;
 
@@ -19,11 +21,9 @@ struct VN_EXPORT PiGraphEvent {
     Type type = CommandProcessed;
 };
 
-// Whatever the application hangs on a graph (a composition's controller, for instance).
-class VN_EXPORT PiGraphController : public RCSWBase<LkCounter<int>> {
-public:
-    ~PiGraphController() override;
-};
+// Makes the controller of a graph's root group, which is the graph's controller: the
+// application gives a composition's or a display graph's interface this way.
+using PiGraphControllerFactory = std::function<RCShdPtr<PiNodeController>(PiGraph& graph)>;
 
 // Keeps a graph open while it lives.
 class VN_EXPORT PiGraphOpenGuard : public RCBase<LkCounter<int>> {
@@ -44,10 +44,13 @@ public:
     virtual RCShdPtr<PiGroupNode> getRootNode() const = 0;
     virtual std::string const& getName() const = 0;
     virtual void setName(std::string const& name) = 0;
-    virtual int getRole() const = 0;
-    virtual void setRole(int role) = 0;
-    virtual RCShdPtr<PiGraphController> getController() const = 0;
-    virtual void setController(RCShdPtr<PiGraphController> const& controller) = 0;
+    // What the graph is to the application: "Composition", "Footage", "DisplayGraph", or
+    // empty for a plain graph.
+    virtual std::string const& getRole() const = 0;
+    virtual void setRole(std::string const& role) = 0;
+    // The controller of the root group; the application supplies it at creation, so that it
+    // can be cast to the interfaces it implements. Null only once the graph is gone.
+    RCShdPtr<PiNodeController> getController() const;
     virtual PiCommandStack& getCommandStack() = 0;
 
     virtual void addCallback(CbHandler<PiGraphEvent>* handler) = 0;

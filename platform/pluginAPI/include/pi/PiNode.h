@@ -19,8 +19,11 @@ class PiGroupNode;
 class PiNodeController;
 class PiTool;
 
-// What a node's controller signals to those who watch the node.
-struct VN_EXPORT PiNodeEvent {
+// What a node's controller signals to those who watch the node. Events are open classes:
+// subsystems derive their own (kind `Custom`), and handlers receive them by reference, so a
+// receiver finds the class it knows with dynamic_cast.
+class VN_EXPORT PiNodeEvent {
+public:
     enum Type : int {
         InputAdded,
         InputRemoved,
@@ -31,12 +34,24 @@ struct VN_EXPORT PiNodeEvent {
         ResultStateChanged,
         AnimValueChanged,
         AnimRemoved,
+        ValueChanged,
+        Custom,
     };
+    PiNodeEvent() = default;
+    explicit PiNodeEvent(Type t, RCShdPtr<PiInput> in = {}, RCShdPtr<PiOutput> out = {},
+                         int idx = 0)
+        : type(t), input(std::move(in)), output(std::move(out)), index(idx) {}
+    PiNodeEvent(PiNodeEvent const&) = default;
+    PiNodeEvent& operator=(PiNodeEvent const&) = default;
+    virtual ~PiNodeEvent();
+
     Type type = Invalidation;
     RCShdPtr<PiInput> input;
     RCShdPtr<PiOutput> output;
     int index = 0;
     PxValidityInterval interval = PxValidityInterval::FULL;
+    // The stored value of a ValueChanged event.
+    RCShdPtr<PiValue> value;
 };
 
 // A node of a tool graph. Edits join the graph's current undo command.

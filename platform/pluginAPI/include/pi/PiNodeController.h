@@ -23,8 +23,11 @@ public:
     RCShdPtr<PiNode> getNode() const { return _node.lock(); }
     void addEventHandler(CbHandler<PiNodeEvent>* handler) { _events.addHandler(handler); }
     void removeEventHandler(CbHandler<PiNodeEvent>* handler) { _events.removeHandler(handler); }
+    void addCallback(CbHandler<PiNodeEvent>* handler) { _events.addHandler(handler); }
+    void removeCallback(CbHandler<PiNodeEvent>* handler) { _events.removeHandler(handler); }
 
 protected:
+    // Handlers get the event itself, whatever its class.
     void signalEvent(PiNodeEvent const& event) { _events.call(event); }
 
 private:

@@ -1,9 +1,15 @@
 #include "PiGraph.h"
 
+#include "PiNodeController.h"
+
 namespace Vn {
 
-PiGraphController::~PiGraphController() = default;
 PiGraph::~PiGraph() = default;
+
+RCShdPtr<PiNodeController> PiGraph::getController() const {
+    RCShdPtr<PiGroupNode> root = getRootNode();
+    return root ? root->getController().lock() : RCShdPtr<PiNodeController>();
+}
 
 PiGraphOpenGuard::PiGraphOpenGuard(RCShdPtr<PiGraph> graph) : _graph(std::move(graph)) {
     _graph->openCountChanged(1);

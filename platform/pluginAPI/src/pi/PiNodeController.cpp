@@ -7,6 +7,7 @@
 
 namespace Vn {
 
+PiNodeEvent::~PiNodeEvent() = default;
 PiNodeController::~PiNodeController() = default;
 PiNodeControllerFactory::~PiNodeControllerFactory() = default;
 
