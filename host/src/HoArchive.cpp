@@ -133,8 +133,7 @@ private:
             elements(*in);
     }
     void elements(HoInput const& in) {
-        bool const list = in._type.getType() != PiSocketType::NONE &&
-                          in._type.getCardinality() != PiSocketType::SINGLE;
+        bool const list = in._type.getCardinality() != PiSocketType::SINGLE;
         for (auto const& e : in._elements) {
             if (list) {
                 _w.startElement("Element");
@@ -368,8 +367,7 @@ private:
         for (auto const& x : l._elements)
             if (x->_name == name)
                 fail("the input \"" + listName + "\" holds \"" + name + "\" twice");
-        l._elements.push_back(
-            makeInput(&n, &l, name, PiSocketType(l._type.getType()), PiSocket::DYNAMIC));
+        l._elements.push_back(makeElement(l, name));
     }
     void boundary(XmlElement const& e, HoGroupNode& g) {
         std::string const side = need(e, "side");

@@ -79,6 +79,7 @@ private:
     }
     RCShdPtr<HoInput> copyInput(HoInput const& s, HoNode* node, HoInput* owner) {
         RCShdPtr<HoInput> in = makeInput(node, owner, s._name, s._type, s._kind);
+        in->_elementStructure = s._elementStructure;
         for (auto const& e : s._elements)
             in->_elements.push_back(copyInput(*e, node, in.get()));
         return in;

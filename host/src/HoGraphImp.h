@@ -59,6 +59,8 @@ public:
     HoOutput* _source = nullptr;
     bool _attached = true;
     std::vector<RCShdPtr<HoInput>> _elements;
+    // For a list of structures, the description of each element.
+    std::shared_ptr<PiStructuredPolicyDescriptor const> _elementStructure;
 
 protected:
     int listCardinality() const { return static_cast<int>(_elements.size()); }
@@ -83,8 +85,8 @@ public:
     int getCardinality() const override { return listCardinality(); }
     RCShdPtr<PiInput> getInput(int i) const override { return listInput(i); }
     int indexOf(PiInput const& in) const override { return listIndexOf(in); }
-    RCShdPtr<PiInput> appendInput() override;
-    void removeLastInput() override;
+    RCShdPtr<PiInput> insertInput(int index) override;
+    void removeInput(int index) override;
 };
 
 class HoStructuredInput final : public PiStructuredInput, public HoInput {
@@ -121,9 +123,15 @@ public:
     std::vector<HoInput*> _targets;
 };
 
-// Makes the input object that fits the type: composite, multi-valued or plain.
+// Makes the input object that fits the type: composite, multi-valued, structured or plain.
 RCShdPtr<HoInput> makeInput(HoNode* node, HoInput* owner, std::string const& name,
                             PiSocketType type, PiSocket::Kind kind);
+// A new element of a list input, not attached yet: an input of the list's type, or a structure
+// built from the list's element description.
+RCShdPtr<HoInput> makeElement(HoInput& list, std::string const& name);
+// The name of a new element of a multi-valued input: one past the highest number in use, so
+// no element ever takes a name another still holds.
+std::string nextElementName(HoInput const& list);
 
 // ---------------------------------------------------------------------------------------------
 // Stored values

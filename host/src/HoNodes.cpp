@@ -5,6 +5,7 @@
 #include "PiTopologyInterface.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <unordered_set>
 
 namespace Vn {
@@ -231,7 +232,7 @@ void HoInput::disconnect() {
 
 RCShdPtr<HoInput> makeInput(HoNode* node, HoInput* owner, std::string const& name,
                             PiSocketType type, PiSocket::Kind kind) {
-    if (type.getType() == PiSocketType::NONE)
+    if (type.getType() == PiSocketType::NONE && type.getCardinality() == PiSocketType::SINGLE)
         return RCShdPtr<HoInput>(new HoStructuredInput(node, owner, name, type, kind));
     switch (type.getCardinality()) {
     case PiSocketType::COMPOSITE:
@@ -300,24 +301,54 @@ void HoCompositeInput::moveBefore(RCShdPtr<PiInput> const& input, RCShdPtr<PiInp
     HoEdit::moveElement(*this, from, to);
 }
 
-RCShdPtr<PiInput> HoMultivaluedInput::appendInput() {
+namespace {
+RCShdPtr<HoInput> buildInput(HoNode* node, HoInput* owner,
+                             PiStructuredPolicyDescriptor::Input const& d, PiSocket::Kind kind);
+} // namespace
+
+RCShdPtr<HoInput> makeElement(HoInput& list, std::string const& name) {
+    if (!list._elementStructure)
+        return makeInput(list._node, &list, name, PiSocketType(list._type.getType()),
+                         PiSocket::DYNAMIC);
+    auto el =
+        makeInput(list._node, &list, name, PiSocketType(PiSocketType::NONE), PiSocket::DYNAMIC);
+    for (auto const& sub : list._elementStructure->getInputs())
+        el->_elements.push_back(buildInput(list._node, el.get(), sub, PiSocket::DYNAMIC));
+    return el;
+}
+
+std::string nextElementName(HoInput const& list) {
+    long next = 0;
+    for (auto const& e : list._elements) {
+        char* end = nullptr;
+        long const n = std::strtol(e->_name.c_str(), &end, 10);
+        if (end && *end == '\0' && !e->_name.empty() && n >= next)
+            next = n + 1;
+    }
+    return std::to_string(next);
+}
+
+RCShdPtr<PiInput> HoMultivaluedInput::insertInput(int index) {
+    if (index < 0 || index > getCardinality())
+        VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" has no place " + std::to_string(index) +
+                                 " for a new element");
     if (!_node || !isValid())
         VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
-    PiUndoGuard guard(stackOf(*_node), "Append Input");
-    RCShdPtr<HoInput> el = makeInput(_node, this, std::to_string(_elements.size()),
-                                     PiSocketType(_type.getType()), PiSocket::DYNAMIC);
-    HoEdit::attachElement(*this, el, getCardinality());
+    PiUndoGuard guard(stackOf(*_node), "Insert Input");
+    RCShdPtr<HoInput> el = makeElement(*this, nextElementName(*this));
+    HoEdit::attachElement(*this, el, index);
     if (_node->getNodeKind() == PiNode::TOOL && _node->_group)
         HoEdit::feedValueNodes(*_node->_group, *_node, *el);
     return el;
 }
 
-void HoMultivaluedInput::removeLastInput() {
-    VN_ASSERT(getCardinality() > 0);
+void HoMultivaluedInput::removeInput(int index) {
+    if (index < 0 || index >= getCardinality())
+        VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" has no element " + std::to_string(index));
     if (!_node || !isValid())
         VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
     PiUndoGuard guard(stackOf(*_node), "Remove Input");
-    HoInput& el = *_elements.back();
+    HoInput& el = *_elements[static_cast<std::size_t>(index)];
     std::vector<HoInput*> leaves;
     el.collectLeaves(leaves);
     for (HoInput* l : leaves)
@@ -908,11 +939,13 @@ void HoGroupNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
 
 namespace {
 RCShdPtr<HoInput> buildInput(HoNode* node, HoInput* owner,
-                             PiStructuredPolicyDescriptor::Input const& d) {
-    RCShdPtr<HoInput> in = makeInput(node, owner, d.name, d.type, PiSocket::STATIC);
-    if (d.structure)
+                             PiStructuredPolicyDescriptor::Input const& d, PiSocket::Kind kind) {
+    RCShdPtr<HoInput> in = makeInput(node, owner, d.name, d.type, kind);
+    if (d.structure && d.type.getCardinality() == PiSocketType::MULTIVALUED)
+        in->_elementStructure = d.structure;
+    else if (d.structure)
         for (auto const& sub : d.structure->getInputs())
-            in->_elements.push_back(buildInput(node, in.get(), sub));
+            in->_elements.push_back(buildInput(node, in.get(), sub, kind));
     return in;
 }
 } // namespace
@@ -922,7 +955,7 @@ RCShdPtr<HoToolNode> buildToolNode(HoGraphImp& g, RCShdPtr<PiTool const> const& 
     RCShdPtr<HoToolNode> node(new HoToolNode(&g, name, tool));
     PiToolPolicyDescriptor const& d = tool->getDescriptor();
     for (auto const& in : d.getInputs())
-        node->_inputs.push_back(buildInput(node.get(), nullptr, in));
+        node->_inputs.push_back(buildInput(node.get(), nullptr, in, PiSocket::STATIC));
     for (auto const& out : d.getOutputs())
         node->_outputs.emplace_back(new HoOutput(node.get(), out.name, out.type, PiSocket::STATIC));
     for (auto const& v : d.getValues())

@@ -4,6 +4,7 @@
 #include "GraphTestSupport.h"
 
 #include "ExBase.h"
+#include "XmlDocument.h"
 
 namespace Vn::GraphTest {
 namespace {
@@ -70,6 +71,115 @@ TEST_F(GraphFixture, TheGraphsControllerIsItsRootsAndCarriesSubclassedEvents) {
     // A controller already driving a node is no graph's controller.
     auto taken = A->getController().lock();
     EXPECT_THROW(HoGraph::create("y", "", [&](PiGraph&) { return taken; }), ExBase);
+}
+
+// "Spline": a list of structured points, each a position and an image.
+class SplineProtocol final : public PiToolProtocolImp {
+public:
+    SplineProtocol() : PiToolProtocolImp("Spline", "Shape", "1.0", "Acme") {}
+    void describe(PiToolPolicyDescriptor& d) const override {
+        auto& p = d.requireStructured("Points", PiSocketType::MULTIVALUED);
+        p.require("x", PiSocketType::DOUBLE);
+        p.require("src", PiSocketType::IMAGE);
+        d.produces("Output", PiSocketType::IMAGE);
+    }
+    RCShdPtr<PiNodeController> createController() const override {
+        return RCShdPtr<PiNodeController>(new RecordingController);
+    }
+};
+
+class MultiValued : public GraphFixture {
+public:
+    void SetUp() override {
+        GraphFixture::SetUp();
+        spline = ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new SplineProtocol)));
+        static_cast<HoToolRegistry&>(HoToolRegistry::getInstance()).registerTool(spline);
+        PiUndoGuard g(*graph, "Spline");
+        S = root->createToolNode(spline, "S");
+        points = rcCast<PiMultivaluedInput>(in(S, "Points"));
+        for (int i = 0; i < 5; ++i) {
+            RCShdPtr<PiInput> el = points->insertInput(i);
+            xValue(el)->set(10.0 * i);
+        }
+        // Element 3 is animated (keys stored beside its value), element 4 is connected.
+        RCShdPtr<PiNode> v3 = xNode(points->getInput(3));
+        v3->addValue("Keys", PiValueType::DoubleArray);
+        value<PiTypedValueArray<double>>(v3, "Keys")->setArray({0, 30, 1, 31});
+        sub(points->getInput(4), "src")->connect(out(N));
+    }
+    static RCShdPtr<PiInput> sub(RCShdPtr<PiInput> const& el, std::string const& name) {
+        return rcCast<PiStructuredInput>(el)->getInput(name);
+    }
+    static RCShdPtr<PiNode> xNode(RCShdPtr<PiInput> const& el) {
+        return sub(el, "x")->getConnectedOutput()->retrieveNode();
+    }
+    static RCShdPtr<PiTypedValue<double>> xValue(RCShdPtr<PiInput> const& el) {
+        return value<PiTypedValue<double>>(xNode(el), "Value");
+    }
+    // Each element by position: its name, x, stored keys and image source.
+    std::vector<std::string> elements() const {
+        std::vector<std::string> v;
+        for (int i = 0; i < points->getCardinality(); ++i) {
+            RCShdPtr<PiInput> el = points->getInput(i);
+            std::string e = el->getName() + " x=" + std::to_string(int(xValue(el)->get()));
+            if (auto keys = value<PiTypedValueArray<double>>(xNode(el), "Keys"))
+                e += " keys=" + std::to_string(keys->getSize());
+            if (RCShdPtr<PiOutput> src = sub(el, "src")->getConnectedOutput())
+                e += " <- " + src->retrieveNode()->getNodeName();
+            v.push_back(e);
+        }
+        return v;
+    }
+    ToolPtr spline;
+    RCShdPtr<PiNode> S;
+    RCShdPtr<PiMultivaluedInput> points;
+};
+
+using Lines = std::vector<std::string>;
+
+// Elements keep their values, stored keys and connections through insertion and removal in the
+// middle, undo, redo and archives.
+TEST_F(MultiValued, ElementsFollowTheirIdentityNotTheirPosition) {
+    Lines const start{"0 x=0", "1 x=10", "2 x=20", "3 x=30 keys=4", "4 x=40 <- N"};
+    ASSERT_EQ(elements(), start);
+    points->insertInput(0);
+    Lines const inserted{"5 x=0", "0 x=0", "1 x=10", "2 x=20", "3 x=30 keys=4", "4 x=40 <- N"};
+    EXPECT_EQ(elements(), inserted);
+    points->removeInput(2);
+    Lines const removed{"5 x=0", "0 x=0", "2 x=20", "3 x=30 keys=4", "4 x=40 <- N"};
+    EXPECT_EQ(elements(), removed);
+    expectSound();
+    std::string const after = dump();
+
+    PiCommandStack& stack = graph->getCommandStack();
+    stack.undo();
+    EXPECT_EQ(elements(), inserted);
+    stack.undo();
+    EXPECT_EQ(elements(), start);
+    stack.redo();
+    EXPECT_EQ(elements(), inserted);
+    stack.redo();
+    EXPECT_EQ(elements(), removed);
+    EXPECT_EQ(dump(), after);
+    expectSound();
+
+    // Through an archive into another graph: same names, order, values and connections.
+    std::vector<RCShdPtr<PiNode>> nodes{N, S};
+    for (int i = 0; i < points->getCardinality(); ++i)
+        nodes.push_back(xNode(points->getInput(i)));
+    XmlWriter w;
+    graph->archiveNodes(nodes, w);
+    RCShdPtr<PiGraph> other = HoGraph::create("other");
+    XmlDocument doc = XmlDocument::parse(w.toString());
+    other->unarchiveNodes(doc.getRoot(), other->getRootNode());
+    points = rcCast<PiMultivaluedInput>(other->getRootNode()->findNode("S")->findInput("Points"));
+    EXPECT_EQ(elements(), removed);
+    EXPECT_TRUE(HoGraphUtil::checkInvariants(*other).empty());
+    // A new element takes a name no element holds.
+    EXPECT_EQ(points->insertInput(1)->getName(), "6");
+
+    EXPECT_THROW(points->insertInput(-1), ExBase);
+    EXPECT_THROW(points->removeInput(points->getCardinality()), ExBase);
 }
 
 } // namespace

@@ -76,12 +76,17 @@ public:
     virtual void moveBefore(RCShdPtr<PiInput> const& input, RCShdPtr<PiInput> const& before) = 0;
 };
 
-// Values by index; elements are appended and removed at the end, and named by their index.
+// Values by index, edited at any index. Each element, a value or a structure, keeps the name
+// it was made with while others come and go, so what refers to it by name (stored values,
+// value nodes, connections, archives) follows the element, not its position.
 class VN_EXPORT PiMultivaluedInput : public PiInputList {
 public:
     bool isMultivalued() const override { return true; }
-    virtual RCShdPtr<PiInput> appendInput() = 0;
-    virtual void removeLastInput() = 0;
+    // Inserts a new element before index; index == cardinality appends.
+    virtual RCShdPtr<PiInput> insertInput(int index) = 0;
+    virtual void removeInput(int index) = 0;
+    RCShdPtr<PiInput> appendInput() { return insertInput(getCardinality()); }
+    void removeLastInput() { removeInput(getCardinality() - 1); }
 };
 
 // Named sub-inputs fixed by the tool's description.

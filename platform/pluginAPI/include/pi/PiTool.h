@@ -40,8 +40,11 @@ public:
     // Declares an input; for cardinality COMPOSITE or MULTIVALUED it holds inputs of the type.
     void require(std::string const& name, int type, RCShdPtr<PiInputPolicy const> policy = {},
                  PiSocketType::Cardinality cardinality = PiSocketType::SINGLE);
-    // Declares a structured input and gives the description of its sub-inputs.
-    PiStructuredPolicyDescriptor& requireStructured(std::string const& name);
+    // Declares a structured input and gives the description of its sub-inputs. With
+    // MULTIVALUED the input holds a list of such structures, each an element of its own.
+    PiStructuredPolicyDescriptor&
+    requireStructured(std::string const& name,
+                      PiSocketType::Cardinality cardinality = PiSocketType::SINGLE);
     std::vector<Input> const& getInputs() const noexcept { return _inputs; }
 
 protected:

@@ -50,10 +50,13 @@ void PiStructuredPolicyDescriptor::require(std::string const& name, int type,
 }
 
 PiStructuredPolicyDescriptor&
-PiStructuredPolicyDescriptor::requireStructured(std::string const& name) {
+PiStructuredPolicyDescriptor::requireStructured(std::string const& name,
+                                                PiSocketType::Cardinality cardinality) {
     checkName(name, inputNames());
+    if (cardinality == PiSocketType::COMPOSITE)
+        VN_THROW_MSG(ExBase, "the structured input \"" + name + "\" cannot be composite");
     auto sub = std::make_shared<PiStructuredPolicyDescriptor>();
-    _inputs.push_back(Input{name, PiSocketType(PiSocketType::NONE), {}, sub});
+    _inputs.push_back(Input{name, PiSocketType(PiSocketType::NONE, cardinality), {}, sub});
     return *sub;
 }
 
