@@ -58,11 +58,37 @@ void eraseItem(std::vector<T>& v, int& index, void const* p) {
     v.erase(v.begin() + index);
 }
 
-// A node entering or leaving a group, with everything inside it.
+// Tells a node that entered a group, with everything inside it, and the group. A node that
+// comes back (undo of its removal, redo of its creation) or arrives with stored values from
+// elsewhere is loaded; only a node made by this edit is created.
+void announceEntered(HoGroupNode& group, HoNode& node, bool loaded) {
+    for (HoNode* n : node._graph->subtree(node))
+        if (PiNodeController* c = n->controller())
+            loaded ? PiNodeControllerManip::nodeLoaded(*c) : PiNodeControllerManip::nodeCreated(*c);
+    if (PiGroupInterface* g = groupIf(&group))
+        PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(&node));
+}
+
+void announceLeft(HoGroupNode& group, HoNode& node) {
+    if (PiGroupInterface* g = groupIf(&group))
+        PiGroupInterfaceManip::nodeRemovedFromGraph(*g, node.getId());
+    std::vector<HoNode*> nodes = node._graph->subtree(node);
+    for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
+        if (PiNodeController* c = (*it)->controller())
+            PiNodeControllerManip::nodeRemoved(*c);
+        if (!(*it)->_removed.isEmpty())
+            (*it)->_removed.call(RCShdPtr<PiNode>(*it));
+    }
+}
+
+// A node entering or leaving a group, with everything inside it. Without `announce` entering
+// tells nothing: a NodeAnnounce tells it once the node's connections are made.
 class NodeAttach final : public PiAction {
 public:
-    NodeAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool attach, bool loaded)
-        : _group(std::move(group)), _node(std::move(node)), _attach(attach), _loaded(loaded) {}
+    NodeAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool attach, bool loaded,
+               bool announce)
+        : _group(std::move(group)), _node(std::move(node)), _attach(attach), _loaded(loaded),
+          _announce(announce) {}
     void apply() override { _attach ? in() : out(); }
     void revert() override { _attach ? out() : in(); }
     void notifyApplied() override { _attach ? entered() : left(); }
@@ -80,29 +106,44 @@ private:
         _node->_attached = false;
     }
     void entered() {
-        for (HoNode* n : _node->_graph->subtree(*_node))
-            if (PiNodeController* c = n->controller())
-                _loaded ? PiNodeControllerManip::nodeLoaded(*c)
-                        : PiNodeControllerManip::nodeCreated(*c);
-        if (PiGroupInterface* g = groupIf(_group.get()))
-            PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(_node.get()));
+        bool const again = _entries++ > 0 || !_attach;
+        if (_announce)
+            announceEntered(*_group, *_node, _loaded || again);
     }
-    void left() {
-        if (PiGroupInterface* g = groupIf(_group.get()))
-            PiGroupInterfaceManip::nodeRemovedFromGraph(*g, _node->getId());
-        std::vector<HoNode*> nodes = _node->_graph->subtree(*_node);
-        for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
-            if (PiNodeController* c = (*it)->controller())
-                PiNodeControllerManip::nodeRemoved(*c);
-            if (!(*it)->_removed.isEmpty())
-                (*it)->_removed.call(RCShdPtr<PiNode>(*it));
-        }
-    }
+    void left() { announceLeft(*_group, *_node); }
     RCShdPtr<HoGroupNode> _group;
     RCShdPtr<HoNode> _node;
     bool _attach;
     bool _loaded;
+    bool _announce;
+    int _entries = 0;
     int _index = -1;
+};
+
+// Tells of a node's entry once its connections are made: after them when an edit makes the
+// node (`onApply`), and before them when an edit removes it, so that its undo tells of the
+// node after restoring them.
+class NodeAnnounce final : public PiAction {
+public:
+    NodeAnnounce(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool loaded, bool onApply)
+        : _group(std::move(group)), _node(std::move(node)), _loaded(loaded), _onApply(onApply) {}
+    void apply() override {}
+    void revert() override {}
+    void notifyApplied() override {
+        if (_onApply)
+            announceEntered(*_group, *_node, _loaded || _entries++ > 0);
+    }
+    void notifyReverted() override {
+        if (!_onApply)
+            announceEntered(*_group, *_node, true);
+    }
+
+private:
+    RCShdPtr<HoGroupNode> _group;
+    RCShdPtr<HoNode> _node;
+    bool _loaded;
+    bool _onApply;
+    int _entries = 0;
 };
 
 class Link final : public PiAction {
@@ -300,7 +341,9 @@ private:
         RCShdPtr<PiInput> in = _b->getInput();
         RCShdPtr<PiOutput> out = _b->getOutput();
         if (added) {
-            if (bc)
+            if (bc && (_entries++ > 0 || !_attach))
+                PiNodeControllerManip::nodeLoaded(*bc);
+            else if (bc)
                 PiNodeControllerManip::nodeCreated(*bc);
             if (g)
                 PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(_b.get()));
@@ -326,6 +369,7 @@ private:
     RCShdPtr<HoGroupNode> _group;
     RCShdPtr<HoBoundaryNode> _b;
     bool _attach;
+    int _entries = 0;
     int _childIndex = -1;
     int _boundIndex = -1;
 };
@@ -477,15 +521,28 @@ HoGraphImp& graphOf(HoNode& n) {
 
 } // namespace
 
-void HoEdit::attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded) {
-    graphOf(group).record(
-        OPtr<PiAction>(new NodeAttach(RCShdPtr<HoGroupNode>(&group), node, true, loaded)));
+void HoEdit::attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded,
+                        bool announce) {
+    graphOf(group).record(OPtr<PiAction>(
+        new NodeAttach(RCShdPtr<HoGroupNode>(&group), node, true, loaded, announce)));
 }
 
-void HoEdit::detachNode(RCShdPtr<HoNode> const& node) {
+void HoEdit::announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded) {
+    graphOf(group).record(
+        OPtr<PiAction>(new NodeAnnounce(RCShdPtr<HoGroupNode>(&group), node, loaded, true)));
+}
+
+void HoEdit::removeNode(RCShdPtr<HoNode> const& node) {
     VN_ASSERT(node->_group);
-    graphOf(*node).record(
-        OPtr<PiAction>(new NodeAttach(RCShdPtr<HoGroupNode>(node->_group), node, false, false)));
+    RCShdPtr<HoGroupNode> group(node->_group);
+    HoGraphImp& g = graphOf(*node);
+    g.record(OPtr<PiAction>(new NodeAnnounce(group, node, true, false)));
+    std::vector<HoInput*> leaves;
+    node->leafInputs(leaves);
+    for (HoInput* l : leaves)
+        removeFeedingValueNodes(*l, *node);
+    cutAround(*node);
+    g.record(OPtr<PiAction>(new NodeAttach(group, node, false, false, false)));
 }
 
 void HoEdit::moveNode(RCShdPtr<HoNode> const& node, HoGroupNode& to) {
@@ -597,11 +654,8 @@ void HoEdit::removeFeedingValueNodes(HoInput& in, HoNode& consumer) {
                               return t->_node == &consumer && t == &in;
                           });
     unlink(in);
-    if (onlyHere) {
-        RCShdPtr<HoNode> keep(v);
-        cutAround(*v);
-        detachNode(keep);
-    }
+    if (onlyHere)
+        removeNode(RCShdPtr<HoNode>(v));
 }
 
 void HoEdit::feedValueNodes(HoGroupNode& group, HoNode& node, HoInput& in) {

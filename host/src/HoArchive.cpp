@@ -522,11 +522,13 @@ std::vector<RCShdPtr<PiNode>> HoGraphImp::unarchiveNodes(XmlElement const& graph
     PiUndoGuard guard(_stack, "Load Nodes");
     std::vector<RCShdPtr<PiNode>> result;
     for (auto const& n : r.tops()) {
-        HoEdit::attachNode(g, n, true);
+        HoEdit::attachNode(g, n, true, false);
         result.emplace_back(n.get());
     }
     for (auto const& [in, out] : r.later())
         HoEdit::link(*in, *out);
+    for (auto const& n : r.tops())
+        HoEdit::announceNode(g, n, true);
     return result;
 }
 

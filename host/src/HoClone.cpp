@@ -14,9 +14,8 @@ class Cloner {
 public:
     Cloner(HoGraphImp& g, std::map<int, int>* idMap) : _g(g), _idMap(idMap) {}
 
-    RCShdPtr<HoNode> copy(HoNode const& src, int top) {
+    RCShdPtr<HoNode> copy(HoNode const& src) {
         RCShdPtr<HoNode> dst = make(src);
-        _top[&src] = top;
         map(src, *dst);
         for (auto const& v : src._values) {
             RCShdPtr<PiValue> nv = valueState(*v).copyFor(dst.get());
@@ -26,36 +25,27 @@ public:
         for (std::size_t i = 0; i < src._outputs.size(); ++i)
             dst->_outputs[i]->_resultState = src._outputs[i]->_resultState;
         if (src.getNodeKind() == PiNode::GROUP)
-            copyChildren(static_cast<HoGroupNode const&>(src), static_cast<HoGroupNode&>(*dst),
-                         top);
+            copyChildren(static_cast<HoGroupNode const&>(src), static_cast<HoGroupNode&>(*dst));
         return dst;
     }
 
-    // Connections among the copies: those within one copied tree are made at once, the
-    // others are given back to be recorded.
-    std::vector<std::pair<HoInput*, HoOutput*>> connect(std::vector<HoNode*> const& tops) {
-        std::vector<std::pair<HoInput*, HoOutput*>> later;
+    // Connections among the copies, to be recorded once the copies are in, so that their
+    // controllers hear of each.
+    std::vector<std::pair<HoInput*, HoOutput*>> connections(std::vector<HoNode*> const& tops) {
+        std::vector<std::pair<HoInput*, HoOutput*>> result;
         std::vector<HoInput*> leaves;
         for (HoNode* t : tops)
-            for (HoNode* m : _g.subtree(*t)) {
+            for (HoNode* m : t->graph().subtree(*t)) {
                 leaves.clear();
                 m->leafInputs(leaves);
                 for (HoInput* l : leaves) {
                     if (!l->_source)
                         continue;
-                    auto o = _outputs.find(l->_source);
-                    if (o == _outputs.end())
-                        continue;
-                    HoInput* in = _inputs.at(l);
-                    if (_top.at(m) == _top.at(l->_source->_node)) {
-                        in->_source = o->second;
-                        o->second->_targets.push_back(in);
-                    } else {
-                        later.emplace_back(in, o->second);
-                    }
+                    if (auto o = _outputs.find(l->_source); o != _outputs.end())
+                        result.emplace_back(_inputs.at(l), o->second);
                 }
             }
-        return later;
+        return result;
     }
 
 private:
@@ -119,10 +109,10 @@ private:
         mapSockets(src, *dst);
         return dst;
     }
-    void copyChildren(HoGroupNode const& src, HoGroupNode& dst, int top) {
+    void copyChildren(HoGroupNode const& src, HoGroupNode& dst) {
         std::unordered_map<HoNode const*, HoNode*> made;
         for (auto const& c : src._children) {
-            RCShdPtr<HoNode> cc = copy(*c, top);
+            RCShdPtr<HoNode> cc = copy(*c);
             cc->_group = &dst;
             cc->_attached = true;
             made[c.get()] = cc.get();
@@ -138,7 +128,6 @@ private:
     std::map<int, int>* _idMap;
     std::unordered_map<HoInput const*, HoInput*> _inputs;
     std::unordered_map<HoOutput const*, HoOutput*> _outputs;
-    std::unordered_map<HoNode const*, int> _top;
 };
 
 } // namespace
@@ -151,8 +140,6 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
     for (auto const& p : nodes) {
         HoNode& n = hoNode(*p);
         n.requireValid("clone a node");
-        if (n._graph != _graph)
-            VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" is in another graph");
         if (!n._group)
             VN_THROW_MSG(ExBase, "the root group is not cloned");
         if (n.getNodeKind() == BOUNDARY)
@@ -172,16 +159,17 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
     PiUndoGuard guard(_graph->_stack, "Clone");
     Cloner cloner(*_graph, idMap);
     std::vector<RCShdPtr<HoNode>> copies;
-    for (std::size_t i = 0; i < tops.size(); ++i)
-        copies.push_back(cloner.copy(*tops[i], static_cast<int>(i)));
-    std::vector<std::pair<HoInput*, HoOutput*>> later = cloner.connect(tops);
+    for (HoNode* t : tops)
+        copies.push_back(cloner.copy(*t));
     std::vector<RCShdPtr<PiNode>> result;
     for (auto const& c : copies) {
-        HoEdit::attachNode(*this, c);
+        HoEdit::attachNode(*this, c, true, false);
         result.emplace_back(c.get());
     }
-    for (auto const& [in, out] : later)
+    for (auto const& [in, out] : cloner.connections(tops))
         HoEdit::link(*in, *out);
+    for (auto const& c : copies)
+        HoEdit::announceNode(*this, c, true);
     return result;
 }
 

@@ -339,10 +339,15 @@ private:
 // Edits, in HoActions.cpp. Each records its actions; callers hold an undo guard.
 
 struct HoEdit {
-    // Puts a made node into a group at `index` (-1: the end). `loaded` tells controllers the
-    // node came from an archive.
-    static void attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded = false);
-    static void detachNode(RCShdPtr<HoNode> const& node);
+    // Puts a made node into a group. `loaded` tells controllers the node came with stored
+    // values from elsewhere (an archive, a clone). Without `announce` nothing is told until
+    // announceNode, so that controllers hear of the node once its connections are made.
+    static void attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded = false,
+                           bool announce = true);
+    static void announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded);
+    // Removes the value nodes that feed only this node, cuts its connections with the rest and
+    // takes it out of its group.
+    static void removeNode(RCShdPtr<HoNode> const& node);
     static void moveNode(RCShdPtr<HoNode> const& node, HoGroupNode& to);
     static void link(HoInput& in, HoOutput& out);
     static void unlink(HoInput& in);

@@ -763,9 +763,10 @@ RCShdPtr<PiToolNode> HoGroupNode::createToolNode(RCShdPtr<PiTool const> const& t
                      "the group \"" + _name + "\" refuses a node of \"" + tool->getName() + "\"");
     PiUndoGuard guard(stackOf(*this), "Create Node");
     RCShdPtr<HoToolNode> node = buildToolNode(graph(), tool, name);
-    HoEdit::attachNode(*this, node);
+    HoEdit::attachNode(*this, node, false, false);
     for (auto const& in : node->_inputs)
         HoEdit::feedValueNodes(*this, *node, *in);
+    HoEdit::announceNode(*this, node, false);
     return node;
 }
 
@@ -807,13 +808,7 @@ void HoGroupNode::removeNode(RCShdPtr<PiNode> const& node) {
     if (PiGroupInterface* g = groupIf(this); g && !g->canRemoveNode(node))
         VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses to remove \"" + n._name + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Node");
-    RCShdPtr<HoNode> keep(&n);
-    std::vector<HoInput*> leaves;
-    n.leafInputs(leaves);
-    for (HoInput* l : leaves)
-        HoEdit::removeFeedingValueNodes(*l, n);
-    HoEdit::cutAround(n);
-    HoEdit::detachNode(keep);
+    HoEdit::removeNode(RCShdPtr<HoNode>(&n));
 }
 
 PiGroupCrossings HoGroupNode::moveNodes(std::vector<RCShdPtr<PiNode>> const& nodes) {

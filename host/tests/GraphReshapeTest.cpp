@@ -6,6 +6,10 @@
 #include "ExBase.h"
 #include "XmlDocument.h"
 
+#include <algorithm>
+#include <functional>
+#include <map>
+
 namespace Vn::GraphTest {
 namespace {
 
@@ -180,6 +184,121 @@ TEST_F(MultiValued, ElementsFollowTheirIdentityNotTheirPosition) {
 
     EXPECT_THROW(points->insertInput(-1), ExBase);
     EXPECT_THROW(points->removeInput(points->getCardinality()), ExBase);
+}
+
+// Where `hook` of `node` stands in the log, or -1; it must stand there once.
+int onceAt(std::string const& entry) {
+    auto const& log = hookLog();
+    auto it = std::find(log.begin(), log.end(), entry);
+    EXPECT_EQ(std::count(log.begin(), log.end(), entry), 1) << entry;
+    return it == log.end() ? -1 : static_cast<int>(it - log.begin());
+}
+
+int lastConnectionOf(std::string const& node) {
+    int last = -1;
+    for (std::size_t i = 0; i < hookLog().size(); ++i)
+        if (hookLog()[i].rfind(node + ": inputConnected", 0) == 0)
+            last = static_cast<int>(i);
+    return last;
+}
+
+// A node is announced once its connections are made: created when this edit made it, loaded
+// when it comes back or arrives with stored values from elsewhere.
+TEST_F(GraphFixture, NodesAreAnnouncedAfterTheirConnections) {
+    RCShdPtr<PiGraph> other = HoGraph::create("other");
+    RCShdPtr<PiGroupNode> box = other->getRootNode()->createGroupNode("box");
+    std::string archived;
+    {
+        XmlWriter w;
+        graph->archiveNodes({A, B, valueNode(B, "Radius")}, w);
+        archived = w.toString();
+    }
+    struct Case {
+        char const* label;
+        std::function<void()> run;
+        char const* node; // whose announcement is checked
+        char const* hook; // "nodeCreated" or "nodeLoaded"
+        int connections;  // inputConnected heard by the node before it
+    };
+    std::vector<Case> const cases = {
+        {"create", [&] { root->createToolNode(blur, "D"); }, "D", "nodeCreated", 3},
+        {"undo of a removal",
+         [&] {
+             root->removeNode(B);
+             hookLog().clear();
+             graph->getCommandStack().undo();
+         },
+         "B", "nodeLoaded", 5},
+        {"redo of a creation",
+         [&] {
+             root->createToolNode(blur, "D");
+             graph->getCommandStack().undo();
+             hookLog().clear();
+             graph->getCommandStack().redo();
+         },
+         "D", "nodeLoaded", 3},
+        {"clone into another graph",
+         [&] {
+             box->cloneNodes({A, B, valueNode(B, "Radius")});
+         },
+         "B", "nodeLoaded", 2},
+        {"unarchive",
+         [&] {
+             XmlDocument doc = XmlDocument::parse(archived);
+             other->unarchiveNodes(doc.getRoot(), other->getRootNode());
+         },
+         "B", "nodeLoaded", 2},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.label);
+        hookLog().clear();
+        c.run();
+        int const at = onceAt(std::string(c.node) + ": " + c.hook);
+        EXPECT_GT(at, lastConnectionOf(c.node));
+        int heard = 0;
+        for (int i = 0; i < at; ++i)
+            heard += hookLog()[i].rfind(std::string(c.node) + ": inputConnected", 0) == 0;
+        EXPECT_EQ(heard, c.connections);
+    }
+}
+
+// Nodes of one graph copied into a group of another: fresh ids, the connections among them
+// kept and announced, one undo step.
+TEST_F(GraphFixture, ClonesCrossGraphsInOneStep) {
+    RCShdPtr<PiGraph> other = HoGraph::create("other");
+    RCShdPtr<PiGroupNode> box = other->getRootNode()->createGroupNode("box");
+    other->getCommandStack().clear();
+    std::string const empty = HoGraphUtil::dump(*other->getRootNode(), true);
+    std::map<int, int> ids;
+    hookLog().clear();
+    auto copies = box->cloneNodes({A, B, G}, &ids);
+    ASSERT_EQ(copies.size(), 3u);
+    for (auto const& c : copies) {
+        EXPECT_EQ(c->getGraph().get(), other.get());
+        EXPECT_TRUE(c->isValid());
+    }
+    EXPECT_EQ(ids.at(A->getId()), copies[0]->getId());
+    EXPECT_NE(copies[0]->getId(), A->getId());
+    // Inside the copied set: B.Source <- A and, within G, C.Source <- gin; gin is fed by A
+    // in the source, and that too is inside the set.
+    EXPECT_TRUE(PiGraphObject::areEqual(copies[1]->findInput("Source")->getConnectedOutput(),
+                                        copies[0]->findOutput("Output")));
+    auto g2 = rcCast<PiGroupNode>(copies[2]);
+    EXPECT_TRUE(g2->findInput("gin")->isConnected());
+    EXPECT_TRUE(g2->findNode("C")->findInput("Source")->isConnected());
+    // Outside it: B's layer L1 came from N, which was not copied.
+    EXPECT_FALSE(
+        rcCast<PiCompositeInput>(copies[1]->findInput("Layers"))->getInput(0)->isConnected());
+    for (char const* heard : {"B: inputConnected Source Output", "C: inputConnected Source gin",
+                              "gin: inputConnected gin Output"})
+        EXPECT_EQ(std::count(hookLog().begin(), hookLog().end(), heard), 1) << heard;
+    EXPECT_TRUE(HoGraphUtil::checkInvariants(*other).empty());
+    EXPECT_TRUE(HoGraphUtil::checkInvariants(*graph).empty());
+
+    EXPECT_EQ(other->getCommandStack().getUndoCount(), 1);
+    EXPECT_EQ(graph->getCommandStack().getUndoCount(), 0);
+    other->getCommandStack().undo();
+    EXPECT_EQ(HoGraphUtil::dump(*other->getRootNode(), true), empty);
 }
 
 } // namespace

@@ -167,8 +167,8 @@ TEST_F(GraphUndo, ControllersHearEditsUndoAndRedo) {
          {"B: inputDisconnected Layers.L1 Output", "N: outputDisconnected Output Layers.L1",
           "comp: socketsDisconnected Layers.L1 Output", "comp: nodeRemovedFromGraph",
           "N: nodeRemoved"},
-         {"N: nodeCreated", "comp: nodeAdded N", "B: inputConnected Layers.L1 Output",
-          "N: outputConnected Output Layers.L1", "comp: socketsConnected Layers.L1 Output"}},
+         {"B: inputConnected Layers.L1 Output", "N: outputConnected Output Layers.L1",
+          "comp: socketsConnected Layers.L1 Output", "N: nodeLoaded", "comp: nodeAdded N"}},
         {"remove connected layer",
          [](GraphUndo& f) {
              auto l = f.composite(f.B, "Layers");
@@ -191,7 +191,7 @@ TEST_F(GraphUndo, ControllersHearEditsUndoAndRedo) {
           "comp: socketsDisconnected gin Output", "C: inputDisconnected Source gin",
           "gin: outputDisconnected gin Source", "G: socketsDisconnected Source gin",
           "G: dynamicInputRemoved", "G: nodeRemovedFromGraph", "gin: nodeRemoved"},
-         {"gin: nodeCreated", "G: nodeAdded gin", "G: dynamicInputAdded gin",
+         {"gin: nodeLoaded", "G: nodeAdded gin", "G: dynamicInputAdded gin",
           "C: inputConnected Source gin", "gin: outputConnected gin Source",
           "G: socketsConnected Source gin", "gin: inputConnected gin Output",
           "A: outputConnected Output gin", "comp: socketsConnected gin Output"}},
