@@ -12,9 +12,17 @@ namespace {
 
 class GraphPath : public GraphFixture {};
 
-struct Heard final : CbHandler<PiPath*> {
+// Counts the calls; may drop a path from inside its own callback.
+struct Heard final : PiPath::InvalidateCb {
     int calls = 0;
-    void execute(PiPath* const&) override { ++calls; }
+    RCShdPtr<PiPath>* drop = nullptr;
+    std::string lastDump;
+    void execute(RCShdPtr<PiPath> const& p) override {
+        ++calls;
+        if (drop)
+            drop->reset();
+        lastDump = p->dump(); // still alive
+    }
 };
 
 class Versioned final : public PiToolProtocolImp {
@@ -36,20 +44,21 @@ ToolPtr tool(std::string name, std::string version, bool internal = false) {
 
 } // namespace
 
-// A path hears when a node on it leaves the graph, also through its group; copies hear too.
-TEST_F(GraphPath, PathsHearOfRemovedNodes) {
-    PiPath path;
-    path.addStep({C, nullptr, out(C)});
-    path.addStepFront({A, in(A, "Source"), nullptr});
+// A path hears when a node on it leaves the graph, also through its group, and when an input
+// on it loses its connection; copies hear on their own.
+TEST_F(GraphPath, PathsHearWhenTheirRouteBreaks) {
+    RCShdPtr<PiPath> path = PiPath::create();
+    path->addStep({C, in(C, "Source"), out(C)});
+    path->addStepFront({A, in(A, "Source"), nullptr});
     Heard heard;
-    path.addInvalidateHandler(&heard);
-    PiPath copy(path);
+    path->addInvalidateCb(&heard);
+    RCShdPtr<PiPath> copy = path->copy();
     Heard heardCopy;
-    copy.addInvalidateHandler(&heardCopy);
-    EXPECT_TRUE(copy == path);
-    EXPECT_EQ(path.tail()->getSize(), 1);
-    EXPECT_TRUE(path.tail()->getSteps()[0].node == C);
-    EXPECT_NE(path.dump().find("A(" + std::to_string(A->getId()) + ") in:Source"),
+    copy->addInvalidateCb(&heardCopy);
+    EXPECT_TRUE(*copy == *path);
+    EXPECT_EQ(path->tail()->getSize(), 1);
+    EXPECT_TRUE(path->tail()->getSteps()[0].node == C);
+    EXPECT_NE(path->dump().find("A(" + std::to_string(A->getId()) + ") in:Source"),
               std::string::npos);
 
     root->removeNode(N);
@@ -58,11 +67,33 @@ TEST_F(GraphPath, PathsHearOfRemovedNodes) {
     EXPECT_EQ(heard.calls, 1);
     EXPECT_EQ(heardCopy.calls, 1);
     graph->getCommandStack().undo();
-    root->removeNode(A);
+    in(C, "Source")->disconnect(); // a cut on the route
+    EXPECT_EQ(heard.calls, 2);
+    in(B, "Source")->disconnect(); // a cut elsewhere
     EXPECT_EQ(heard.calls, 2);
 
-    PiTimePath tp(RCShdPtr<PiPath>(new PiPath(path)), 1.5);
-    EXPECT_TRUE(tp == PiTimePath(RCShdPtr<PiPath>(new PiPath(copy)), 1.5));
+    // Without its last step, the copy no longer hears of C.
+    copy->popTail();
+    EXPECT_EQ(copy->getSize(), 1);
+    EXPECT_FALSE(*copy == *path);
+    int const copyCalls = heardCopy.calls;
+    root->removeNode(G);
+    EXPECT_EQ(heard.calls, 3);
+    EXPECT_EQ(heardCopy.calls, copyCalls);
+
+    // The last holder lets the path go inside its own callback: it lives until the call ends.
+    RCShdPtr<PiPath> only = PiPath::create();
+    only->addStep({A, nullptr, out(A)});
+    Heard dropper;
+    dropper.drop = &only;
+    only->addInvalidateCb(&dropper);
+    root->removeNode(A);
+    EXPECT_EQ(dropper.calls, 1);
+    EXPECT_FALSE(only);
+    EXPECT_NE(dropper.lastDump.find("A("), std::string::npos);
+
+    PiTimePath tp(path->copy(), 1.5);
+    EXPECT_TRUE(tp == PiTimePath(path->copy(), 1.5));
     EXPECT_FALSE(tp == PiTimePath(tp.getPath(), 2.0));
 }
 

@@ -33,7 +33,7 @@ private:
 
 // A list of subscribers. Subscribing null or twice is ignored. A call works on a copy of the
 // list and skips handlers that were removed during it, so handlers may subscribe, unsubscribe
-// and destroy one another while being called.
+// and destroy one another, and the dispatcher itself, while being called.
 template <class T>
 class CbDispatcher {
 public:
@@ -41,6 +41,8 @@ public:
     CbDispatcher(CbDispatcher const&) = delete;
     CbDispatcher& operator=(CbDispatcher const&) = delete;
     ~CbDispatcher() {
+        if (_alive)
+            *_alive = false;
         for (auto* h : _handlers)
             std::erase(h->_dispatchers, this);
     }
@@ -59,9 +61,28 @@ public:
     }
     void call(T const& data = T()) {
         auto const snapshot = _handlers;
-        for (auto* h : snapshot)
+        // Each call in progress, nested ones included, learns through its own flag that a
+        // handler destroyed the dispatcher, and then touches nothing of it.
+        bool alive = true;
+        bool* const outer = _alive;
+        _alive = &alive;
+        struct Restore {
+            CbDispatcher* d;
+            bool& alive;
+            bool* outer;
+            ~Restore() {
+                if (alive)
+                    d->_alive = outer;
+                else if (outer)
+                    *outer = false;
+            }
+        } restore{this, alive, outer};
+        for (auto* h : snapshot) {
+            if (!alive)
+                return;
             if (contains(h))
                 h->execute(data);
+        }
     }
     bool isEmpty() const noexcept { return _handlers.empty(); }
     std::size_t size() const noexcept { return _handlers.size(); }
@@ -73,6 +94,7 @@ private:
     friend class CbHandler<T>;
     void forget(CbHandler<T>* h) { std::erase(_handlers, h); }
     std::vector<CbHandler<T>*> _handlers;
+    bool* _alive = nullptr;
 };
 
 // Calls a member function of an object.

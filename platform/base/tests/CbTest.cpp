@@ -112,3 +112,31 @@ TEST(CbDispatcher, EitherEndMayDieFirst) {
     EXPECT_EQ(killer.calls, 1);
     EXPECT_TRUE(d2.size() == 1u);
 }
+
+// A handler may destroy the dispatcher calling it, in a nested call too: the calls in progress
+// stop there and touch nothing of it.
+TEST(CbDispatcher, AHandlerMayDestroyItsDispatcher) {
+    for (bool nested : {false, true}) {
+        SCOPED_TRACE(nested ? "nested" : "direct");
+        auto d = std::make_unique<CbDispatcher<int>>();
+        Action first, killer, after;
+        bool reentered = false;
+        first.fn = [&] {
+            if (nested && !reentered) {
+                reentered = true;
+                d->call(2);
+            }
+        };
+        killer.fn = [&] {
+            d.reset();
+        };
+        d->addHandler(&first);
+        d->addHandler(&killer);
+        d->addHandler(&after);
+        d->call(1);
+        EXPECT_FALSE(d);
+        EXPECT_EQ(killer.calls, 1);
+        EXPECT_EQ(after.calls, 0);
+        EXPECT_EQ(first.calls, nested ? 2 : 1);
+    }
+}

@@ -12,7 +12,9 @@
 namespace Vn {
 
 // A route through a graph: steps of a node and the input and output it was reached by (either
-// may be null). Subscribers hear when a node on the route leaves its graph.
+// may be null). Subscribers hear, with the path itself, when the route breaks: a node on it
+// leaves its graph, or an input on it loses its connection. Paths are shared objects: made by
+// create(), copy() and tail(), held by RCShdPtr.
 class VN_EXPORT PiPath : public RCBase<LkCounter<int>> {
 public:
     struct VN_EXPORT Step {
@@ -23,33 +25,41 @@ public:
             return node == o.node && input == o.input && output == o.output;
         }
     };
+    using InvalidateCb = CbHandler<RCShdPtr<PiPath>>;
 
-    PiPath();
-    PiPath(PiPath const& other);
-    PiPath& operator=(PiPath const& other);
+    static RCShdPtr<PiPath> create();
+    PiPath(PiPath const&) = delete;
+    PiPath& operator=(PiPath const&) = delete;
     ~PiPath() override;
 
     void addStep(Step step);
     void addStepFront(Step step);
+    // Drops the last step.
+    void popTail();
     std::vector<Step> const& getSteps() const noexcept { return _steps; }
     int getSize() const noexcept { return static_cast<int>(_steps.size()); }
     bool isEmpty() const noexcept { return _steps.empty(); }
+    // An independent path with the same steps, equal to this one, with no subscribers.
+    RCShdPtr<PiPath> copy() const;
     // The path without its first step.
     RCShdPtr<PiPath> tail() const;
     bool operator==(PiPath const& o) const noexcept { return _steps == o._steps; }
     // One line per step: "node name(id) in:input out:output".
     std::string dump() const;
 
-    // Called with this path when a node of it leaves its graph.
-    void addInvalidateHandler(CbHandler<PiPath*>* h) { _invalidated.addHandler(h); }
-    void removeInvalidateHandler(CbHandler<PiPath*>* h) { _invalidated.removeHandler(h); }
+    // The path stays alive while its subscribers are called, even when the last holder lets it
+    // go from inside a callback.
+    void addInvalidateCb(InvalidateCb* cb) const { _invalidated.addHandler(cb); }
+    void removeInvalidateCb(InvalidateCb* cb) const { _invalidated.removeHandler(cb); }
 
 private:
+    PiPath();
     class Watcher;
-    void watch(PiNode const& node);
+    void watch(Step const& step);
+    void invalidate();
     std::vector<Step> _steps;
     OPtr<Watcher> _watcher;
-    CbDispatcher<PiPath*> _invalidated;
+    mutable CbDispatcher<RCShdPtr<PiPath>> _invalidated;
 };
 
 using PiPathPtr = RCShdPtr<PiPath>;
