@@ -46,9 +46,10 @@ public:
         return _type.getType() != PiSocketType::NONE &&
                _type.getCardinality() == PiSocketType::SINGLE;
     }
-    // This input, or with `enterLists` its leaves, depth first.
+    // The leaves under this input (or itself), depth first.
     void collectLeaves(std::vector<HoInput*>& out) const;
-    void collect(std::vector<RCShdPtr<PiInput>>& out, bool enterComposites) const;
+    // This input, or with `leaves` the leaves under it.
+    void collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const;
     HoNode* node() const noexcept;
 
     HoNode* _node;

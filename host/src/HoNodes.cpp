@@ -169,8 +169,8 @@ void HoInput::collectLeaves(std::vector<HoInput*>& out) const {
             e->collectLeaves(out);
 }
 
-void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool enterComposites) const {
-    if (enterComposites && _type.getCardinality() == PiSocketType::COMPOSITE)
+void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const {
+    if (leaves && !isLeaf())
         for (auto const& e : _elements)
             e->collect(out, true);
     else

@@ -385,7 +385,11 @@ TEST_F(GraphUndo, SocketWalksFollowScopeAndComposites) {
     B->addDynamicInput("Extra", PiSocketType::INT);
     EXPECT_EQ(names(B->getInputs(PiNode::STATIC)), "Source Radius Layers Points Transform ");
     EXPECT_EQ(names(B->getInputs(PiNode::ALL, 1)),
-              "Source Radius Layers.L1 Layers.L2 Layers.L3 Points Transform Extra ");
+              "Source Radius Layers.L1 Layers.L2 Layers.L3 Transform.x Transform.y Extra ");
+    rcCast<PiMultivaluedInput>(in(B, "Points"))->appendInput();
+    for (auto it = B->getInputs(PiNode::ALL, 1); !it.atEnd(); it.next())
+        EXPECT_NE(it.item()->getType().getType(), PiSocketType::NONE);
+    EXPECT_NE(names(B->getInputs(PiNode::ALL, 1)).find("Points.0 "), std::string::npos);
     EXPECT_EQ(names(B->getInputs(PiNode::DYNAMIC)), "Extra ");
     EXPECT_EQ(names(G->getInputs()), "gin ");
     EXPECT_TRUE(PiGraphObject::areEqual(G->findInput("gin"), gin));

@@ -70,7 +70,9 @@ public:
     virtual RCShdPtr<PiGroupNode> retrieveGroupNode() const = 0;
     virtual RCWeakPtr<PiNodeController> getController() const = 0;
 
-    // With `enterComposites` 1 a composite input is replaced by its elements, depth first.
+    // With `enterComposites` 1 an input holding sub-inputs (composite, multi-valued or
+    // structured) is replaced by the leaf inputs under it, depth first: the sockets that take
+    // connections, each of a real type.
     virtual Iterator<RCShdPtr<PiInput>> getInputs(LifeScope scope = ALL,
                                                   int enterComposites = 0) const = 0;
     virtual Iterator<RCShdPtr<PiOutput>> getOutputs(LifeScope scope = ALL) const = 0;
