@@ -15,14 +15,6 @@ namespace Vn {
 
 namespace {
 
-PiTopologyInterface* topoIf(HoNode* n) {
-    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
-}
-
-PiGroupInterface* groupIf(HoGroupNode* g) {
-    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
-}
-
 void signal(HoNode* n, PiNodeEvent::Type type, HoInput* in, HoOutput* out, int index = 0) {
     if (!n || !n->controller())
         return;
@@ -506,13 +498,70 @@ private:
 class SetTarget final : public PiAction {
 public:
     SetTarget(RCShdPtr<HoLinkNode> link, RCShdPtr<PiSocket> target)
-        : _link(std::move(link)), _old(_link->_target), _new(std::move(target)) {}
-    void apply() override { _link->_target = _new; }
-    void revert() override { _link->_target = _old; }
+        : _link(std::move(link)), _old(_link->_target), _new(std::move(target)),
+          _oldRef(_link->_unresolved) {}
+    void apply() override {
+        _link->_target = _new;
+        _link->_unresolved = {};
+    }
+    void revert() override {
+        _link->_target = _old;
+        _link->_unresolved = _oldRef;
+    }
+    void notifyApplied() override { tell(); }
+    void notifyReverted() override { tell(); }
 
 private:
+    void tell() {
+        if (auto* t = dynamic_cast<PiLinkTopologyInterface*>(_link->controller()))
+            PiLinkTopologyInterfaceManip::linkChanged(*t);
+    }
     RCShdPtr<HoLinkNode> _link;
     RCShdPtr<PiSocket> _old, _new;
+    HoSocketRef _oldRef;
+};
+
+// A dynamic socket's new name; a group's socket renames its boundary node with it.
+class SocketRename final : public PiAction {
+public:
+    SocketRename(RCShdPtr<HoNode> owner, RCShdPtr<HoInput> in, RCShdPtr<HoOutput> out,
+                 std::string name)
+        : _owner(std::move(owner)), _in(std::move(in)), _out(std::move(out)),
+          _old(_in ? _in->_name : _out->_name), _new(std::move(name)) {}
+    void apply() override { set(_new); }
+    void revert() override { set(_old); }
+    void notifyApplied() override { tell(); }
+    void notifyReverted() override { tell(); }
+
+private:
+    HoBoundaryNode* boundary() const {
+        HoNode* n = _in ? _in->_node : _out->_node;
+        return n && n->getNodeKind() == PiNode::BOUNDARY ? static_cast<HoBoundaryNode*>(n)
+                                                         : nullptr;
+    }
+    void set(std::string const& name) {
+        if (HoBoundaryNode* b = boundary()) {
+            b->_name = name;
+            b->_inputs[0]->_name = name;
+            b->_outputs[0]->_name = name;
+        } else if (_in) {
+            _in->_name = name;
+        } else {
+            _out->_name = name;
+        }
+    }
+    void tell() {
+        if (PiTopologyInterface* t = topoIf(_owner.get())) {
+            if (_in)
+                PiTopologyInterfaceManip::dynamicInputRenamed(*t, RCShdPtr<PiInput>(_in.get()));
+            else
+                PiTopologyInterfaceManip::dynamicOutputRenamed(*t, RCShdPtr<PiOutput>(_out.get()));
+        }
+    }
+    RCShdPtr<HoNode> _owner;
+    RCShdPtr<HoInput> _in;
+    RCShdPtr<HoOutput> _out;
+    std::string _old, _new;
 };
 
 HoGraphImp& graphOf(HoNode& n) {
@@ -619,6 +668,12 @@ void HoEdit::attachValue(HoNode& node, RCShdPtr<PiValue> const& v) {
 void HoEdit::detachValue(HoNode& node, PiValue& v) {
     graphOf(node).record(
         OPtr<PiAction>(new ValueAttach(RCShdPtr<HoNode>(&node), RCShdPtr<PiValue>(&v), false)));
+}
+
+void HoEdit::renameSocket(HoNode& owner, HoInput* in, HoOutput* out, std::string const& name) {
+    VN_ASSERT((in == nullptr) != (out == nullptr));
+    graphOf(owner).record(OPtr<PiAction>(new SocketRename(
+        RCShdPtr<HoNode>(&owner), RCShdPtr<HoInput>(in), RCShdPtr<HoOutput>(out), name)));
 }
 
 void HoEdit::setTarget(HoLinkNode& link, RCShdPtr<PiSocket> const& target) {

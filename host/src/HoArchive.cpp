@@ -20,6 +20,9 @@ namespace Vn {
 //       <Result output="..." state="1"/>
 //       <Value name="..." type="1">text</Value>
 //       <Boundary side="in|out" socket="..." type static="0|1" id name> (Value, Result) </Boundary>
+//       <Target graph="..." socket="dotted" side="in|out"> <Step name="..."/>... </Target>
+//                                                            a link's target, node names from the
+//                                                            root
 //       <Node .../>                                          the interior of a group
 //     </Node>
 //     <Connection inputNode="7" input="dotted" outputNode="9" output="..."/>
@@ -67,6 +70,8 @@ public:
         }
         if (n.getNodeKind() == PiNode::TOOL)
             sockets(n);
+        if (n.getNodeKind() == PiNode::LINK)
+            target(static_cast<HoLinkNode const&>(n));
         content(n);
         if (n.getNodeKind() == PiNode::GROUP)
             for (auto const& c : static_cast<HoGroupNode const&>(n)._children)
@@ -159,6 +164,21 @@ private:
             _w.addText(v->toString());
             _w.endElement();
         }
+    }
+    void target(HoLinkNode const& l) {
+        HoSocketRef ref = l._target ? HoSocketRef::describe(l._target.get()) : l._unresolved;
+        if (ref.empty())
+            return;
+        _w.startElement("Target");
+        _w.addAttribute("graph", ref.graph);
+        _w.addAttribute("socket", ref.socket);
+        _w.addAttribute("side", ref.isInput ? "in" : "out");
+        for (std::string const& step : ref.nodePath) {
+            _w.startElement("Step");
+            _w.addAttribute("name", step);
+            _w.endElement();
+        }
+        _w.endElement();
     }
     void boundary(HoBoundaryNode const& b) {
         _written.push_back(&b);
@@ -294,6 +314,8 @@ private:
                 child(static_cast<HoGroupNode&>(*n), node(c, depth + 1));
             else if (what == "Boundary" && kind == "group")
                 boundary(c, static_cast<HoGroupNode&>(*n));
+            else if (what == "Target" && kind == "link")
+                target(c, static_cast<HoLinkNode&>(*n));
             else
                 fail("unexpected element \"" + what + "\" in a " + kind + " node");
         }
@@ -339,6 +361,31 @@ private:
                 return;
             }
         fail("the node \"" + n._name + "\" has no output \"" + name + "\"");
+    }
+    // A target that is not found leaves the link unresolved, keeping where it pointed.
+    static void target(XmlElement const& e, HoLinkNode& l) {
+        if (!l._unresolved.empty() || l._target)
+            fail("the link \"" + l._name + "\" has two targets");
+        HoSocketRef ref;
+        ref.graph = need(e, "graph");
+        ref.socket = need(e, "socket");
+        std::string const side = need(e, "side");
+        if (side != "in" && side != "out")
+            fail("the side of a link's target is \"" + side + "\", not \"in\" or \"out\"");
+        ref.isInput = side == "in";
+        for (XmlElement const& step : e.getChildren()) {
+            checkAttributes(step);
+            if (step.getName() != "Step" || ref.nodePath.size() >= kMaxDepth)
+                fail("unexpected element \"" + step.getName() + "\" in a link's target");
+            ref.nodePath.push_back(need(step, "name"));
+        }
+        if (ref.graph.empty() || ref.nodePath.empty())
+            fail("the link \"" + l._name + "\" has a target without a graph or a node");
+        RCShdPtr<PiSocket> found = ref.resolve();
+        if (found && found->getType().getType() == l._outputs[0]->_type.getType())
+            l._target = found;
+        else
+            l._unresolved = std::move(ref);
     }
     static void dynamicInput(XmlElement const& e, HoNode& n) {
         std::string const name = need(e, "name");

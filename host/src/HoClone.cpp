@@ -91,8 +91,10 @@ private:
             break;
         case PiNode::LINK: {
             auto const& l = static_cast<HoLinkNode const&>(src);
-            dst =
-                RCShdPtr<HoNode>(new HoLinkNode(&_g, src._name, src._outputs[0]->_type, l._target));
+            auto link = RCShdPtr<HoLinkNode>(
+                new HoLinkNode(&_g, src._name, src._outputs[0]->_type, l._target));
+            link->_unresolved = l._unresolved;
+            dst = link;
             break;
         }
         case PiNode::BOUNDARY: {

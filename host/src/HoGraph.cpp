@@ -8,14 +8,24 @@
 namespace Vn {
 
 HoGraphImp::HoGraphImp(std::string name, std::string role)
-    : _name(std::move(name)), _role(std::move(role)),
-      _processed(this, &HoGraphImp::commandProcessed) {
+    : _name(std::move(name)), _role(std::move(role)), _stackOwner(new PiCommandStack),
+      _stack(*_stackOwner), _processed(this, &HoGraphImp::commandProcessed) {
     _root = RCShdPtr<HoGroupNode>(new HoGroupNode(this, _name, {}));
+    liveGraphs().push_back(this);
     _root->_attached = true;
     _stack.addProcessedHandler(&_processed);
 }
 
+std::vector<HoGraphImp*>& HoGraphImp::liveGraphs() {
+    static std::vector<HoGraphImp*> graphs;
+    return graphs;
+}
+
 HoGraphImp::~HoGraphImp() {
+    std::erase(liveGraphs(), this);
+    // A stack shared beyond the graph must not replay edits of nodes whose graph is gone.
+    if (!_stack.isOpen())
+        _stack.clear();
     for (HoNode* n : _allNodes)
         n->_graph = nullptr;
     _allNodes.clear();
@@ -33,6 +43,44 @@ void HoGraphImp::refresh() {
 
 void HoGraphImp::commandProcessed(CbEmptyType const&) {
     _events.call(PiGraphEvent{PiGraphEvent::CommandProcessed});
+}
+
+HoSocketRef HoSocketRef::describe(PiSocket const* socket) {
+    HoSocketRef ref;
+    if (!socket || !socket->isValid())
+        return ref;
+    auto const* in = dynamic_cast<HoInput const*>(socket);
+    auto const* out = dynamic_cast<HoOutput const*>(socket);
+    HoNode const* n = in ? in->_node : out ? out->_node : nullptr;
+    if (!n || !n->_graph)
+        return ref;
+    ref.isInput = in != nullptr;
+    ref.socket = in ? in->getDottedName() : out->_name;
+    for (; n && n->_group; n = n->_group)
+        ref.nodePath.insert(ref.nodePath.begin(), n->_name);
+    ref.graph = n->_graph->_name;
+    return ref;
+}
+
+RCShdPtr<PiSocket> HoSocketRef::resolve() const {
+    for (HoGraphImp* g : HoGraphImp::liveGraphs()) {
+        if (g->_name != graph)
+            continue;
+        RCShdPtr<PiNode> n(g->_root.get());
+        for (std::size_t i = 0; n && i < nodePath.size(); ++i) {
+            auto* group = dynamic_cast<PiGroupNode*>(n.get());
+            n = group ? group->findNode(nodePath[i]) : RCShdPtr<PiNode>();
+        }
+        if (!n || nodePath.empty())
+            continue;
+        if (isInput) {
+            if (RCShdPtr<PiInput> in = n->findInput(socket))
+                return RCShdPtr<PiSocket>(in.get());
+        } else if (RCShdPtr<PiOutput> out = n->findOutput(socket)) {
+            return RCShdPtr<PiSocket>(out.get());
+        }
+    }
+    return {};
 }
 
 RCShdPtr<PiGraph> HoGraph::create(std::string const& name, std::string const& role,
@@ -109,6 +157,18 @@ private:
         if (n.getNodeKind() == PiNode::BOUNDARY) {
             auto const& b = static_cast<HoBoundaryNode const&>(n);
             _os << (b._isInput ? " side=in" : " side=out") << " kind=" << b._kind;
+        }
+        if (n.getNodeKind() == PiNode::LINK) {
+            auto const& l = static_cast<HoLinkNode const&>(n);
+            HoSocketRef const r =
+                l._target ? HoSocketRef::describe(l._target.get()) : l._unresolved;
+            if (!r.empty()) {
+                _os << " target=" << r.graph;
+                for (auto const& step : r.nodePath)
+                    _os << "/" << step;
+                _os << (r.isInput ? ":in:" : ":out:") << r.socket
+                    << (l._target ? "" : " (unresolved)");
+            }
         }
         _os << "\n";
         for (auto const& in : n._inputs)

@@ -19,6 +19,8 @@ namespace Vn {
 
 class HoGraphImp;
 class HoGroupNode;
+class PiGroupInterface;
+class PiTopologyInterface;
 class HoNode;
 class HoOutput;
 
@@ -178,6 +180,8 @@ public:
     RCShdPtr<PiOutput> addDynamicOutput(std::string const& name, PiSocketType type) override;
     void removeDynamicInput(RCShdPtr<PiInput> const& input) override;
     void removeDynamicOutput(RCShdPtr<PiOutput> const& output) override;
+    void renameDynamicInput(RCShdPtr<PiInput> const& input, std::string const& name) override;
+    void renameDynamicOutput(RCShdPtr<PiOutput> const& output, std::string const& name) override;
 
     RCShdPtr<PiValue> getValue(std::string const& name, PiValueType type) const override;
     RCShdPtr<PiValue> findValue(std::string const& name) const override;
@@ -236,6 +240,21 @@ public:
     PiSocket::Kind _kind;
 };
 
+// Where a link's target stands, as an archive keeps it: the graph's name, the node's names from
+// below the root, and the socket. Kept on a link whose target could not be found, so that the
+// link is written back as it was read.
+struct HoSocketRef {
+    std::string graph;
+    std::vector<std::string> nodePath;
+    std::string socket;
+    bool isInput = false;
+    bool empty() const noexcept { return graph.empty(); }
+    // Empty for a null socket or one out of its graph.
+    static HoSocketRef describe(PiSocket const* socket);
+    // The socket among the live graphs of the process, or null.
+    RCShdPtr<PiSocket> resolve() const;
+};
+
 class HoLinkNode final : public PiLinkNode, public HoNode {
 public:
     HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type, RCShdPtr<PiSocket> target);
@@ -245,6 +264,7 @@ public:
     void setTargetSocket(RCShdPtr<PiSocket> const& target) override;
     RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
     RCShdPtr<PiSocket> _target;
+    HoSocketRef _unresolved;
 };
 
 class HoValueNode final : public PiValueNode, public HoNode {
@@ -323,12 +343,16 @@ public:
     RCShdPtr<HoGroupNode> _root;
     std::string _name;
     std::string _role;
-    PiCommandStack _stack;
+    // The graph holds its stack through a counted pointer, as others may share it.
+    RCShdPtr<PiCommandStack> _stackOwner;
+    PiCommandStack& _stack;
     CbDispatcher<PiGraphEvent> _events;
     bool _valid = true;
     int _openCount = 0;
     // Every node made for this graph and still alive, so that the graph can tell them it is gone.
     std::unordered_set<HoNode*> _allNodes;
+    // The graphs alive in the process, by which archived links find their targets.
+    static std::vector<HoGraphImp*>& liveGraphs();
 
 private:
     void openCountChanged(int delta) override { _openCount += delta; }
@@ -368,6 +392,8 @@ struct HoEdit {
     static void attachValue(HoNode& node, RCShdPtr<PiValue> const& v);
     static void detachValue(HoNode& node, PiValue& v);
     static void setTarget(HoLinkNode& link, RCShdPtr<PiSocket> const& target);
+    // A dynamic socket of `owner` (a group's carried by its boundary node) takes a new name.
+    static void renameSocket(HoNode& owner, HoInput* in, HoOutput* out, std::string const& name);
 
     // Composite:
     // Disconnects every connection between the subtree of `node` and the rest.
@@ -379,6 +405,9 @@ struct HoEdit {
 };
 
 // Helpers shared by the files of the graph.
+// The controller's mix-ins, or null.
+PiGroupInterface* groupIf(HoGroupNode* g);
+PiTopologyInterface* topoIf(HoNode* n);
 HoNode& hoNode(PiNode const& n);
 HoInput& hoInput(PiInput const& in);
 HoOutput& hoOutput(PiOutput const& out);

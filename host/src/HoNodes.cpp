@@ -17,14 +17,6 @@ void requireName(std::string const& name) {
         VN_THROW_MSG(ExBase, "\"" + name + "\" is no socket name: it is empty or holds \".\"");
 }
 
-PiGroupInterface* groupIf(HoGroupNode* g) {
-    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
-}
-
-PiTopologyInterface* topoIf(HoNode* n) {
-    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
-}
-
 PiCommandStack& stackOf(HoNode const& n) {
     return n.graph()._stack;
 }
@@ -51,6 +43,14 @@ bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
 
 // ---------------------------------------------------------------------------------------------
 // Casts from the plug-in API's classes to ours.
+
+PiGroupInterface* groupIf(HoGroupNode* g) {
+    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
+}
+
+PiTopologyInterface* topoIf(HoNode* n) {
+    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
+}
 
 HoNode& hoNode(PiNode const& n) {
     auto* h = dynamic_cast<HoNode const*>(&n);
@@ -554,6 +554,12 @@ void requireSocketType(PiSocketType type, std::string const& name) {
         VN_THROW_MSG(ExBase, "the socket \"" + name + "\" has the unknown type " +
                                  std::to_string(type.getType()));
 }
+// Raises ExBase when the node's topology refuses.
+template <class Ask>
+void requireConsent(HoNode& n, Ask const& ask, std::string const& what) {
+    if (PiTopologyInterface* t = topoIf(&n); t && !ask(*t))
+        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" refuses to " + what);
+}
 } // namespace
 
 RCShdPtr<PiInput> HoNode::addDynamicInput(std::string const& name, PiSocketType type) {
@@ -563,6 +569,9 @@ RCShdPtr<PiInput> HoNode::addDynamicInput(std::string const& name, PiSocketType 
     requireSocketType(type, name);
     if (findInput(name, ALL))
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an input \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canAddDynamicInput(name, type); },
+        "add the input \"" + name + "\"");
     PiUndoGuard guard(stackOf(*this), "Add Input");
     RCShdPtr<HoInput> in = makeInput(this, nullptr, name, type, PiSocket::DYNAMIC);
     HoEdit::attachSocket(*this, in);
@@ -580,6 +589,9 @@ RCShdPtr<PiOutput> HoNode::addDynamicOutput(std::string const& name, PiSocketTyp
         VN_THROW_MSG(ExBase, "the output \"" + name + "\" must be single");
     if (findOutput(name, ALL))
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an output \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canAddDynamicOutput(name, type); },
+        "add the output \"" + name + "\"");
     PiUndoGuard guard(stackOf(*this), "Add Output");
     RCShdPtr<HoOutput> out(new HoOutput(this, name, type, PiSocket::DYNAMIC));
     HoEdit::attachSocket(*this, out);
@@ -592,6 +604,9 @@ void HoNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
     requireValid("remove an input");
     if (in._kind != PiSocket::DYNAMIC)
         VN_THROW_MSG(ExBase, "the input \"" + in._name + "\" is static and stays");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicInput(input); },
+        "remove the input \"" + in._name + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Input");
     std::vector<HoInput*> leaves;
     in.collectLeaves(leaves);
@@ -606,10 +621,61 @@ void HoNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
     requireValid("remove an output");
     if (out._kind != PiSocket::DYNAMIC)
         VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is static and stays");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicOutput(output); },
+        "remove the output \"" + out._name + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Output");
     while (!out._targets.empty())
         HoEdit::unlink(*out._targets.back());
     HoEdit::detachSocket(*this, RCShdPtr<HoOutput>(&out));
+}
+
+void HoNode::renameDynamicInput(RCShdPtr<PiInput> const& input, std::string const& name) {
+    HoInput& in = hoInput(*input);
+    requireValid("rename an input");
+    HoNode* carrier = in._node;
+    bool const mine = carrier == this && !in._owner;
+    bool const bound = getNodeKind() == GROUP && carrier && carrier->_group == this &&
+                       carrier->getNodeKind() == BOUNDARY &&
+                       static_cast<HoBoundaryNode*>(carrier)->_isInput;
+    if (!mine && !bound)
+        VN_THROW_MSG(ExBase, "\"" + in._name + "\" is no input of \"" + _name + "\"");
+    if (in._kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the input \"" + in._name + "\" is static and keeps its name");
+    requireName(name);
+    if (name == in._name)
+        return;
+    if (findInput(name, ALL))
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an input \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRenameDynamicInput(input, name); },
+        "rename the input \"" + in._name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Rename Input");
+    HoEdit::renameSocket(*this, &in, nullptr, name);
+}
+
+void HoNode::renameDynamicOutput(RCShdPtr<PiOutput> const& output, std::string const& name) {
+    HoOutput& out = hoOutput(*output);
+    requireValid("rename an output");
+    HoNode* carrier = out._node;
+    bool const mine = carrier == this;
+    bool const bound = getNodeKind() == GROUP && carrier && carrier->_group == this &&
+                       carrier->getNodeKind() == BOUNDARY &&
+                       !static_cast<HoBoundaryNode*>(carrier)->_isInput;
+    if (!mine && !bound)
+        VN_THROW_MSG(ExBase, "\"" + out._name + "\" is no output of \"" + _name + "\"");
+    if (out._kind != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is static and keeps its name");
+    requireName(name);
+    if (name == out._name)
+        return;
+    if (findOutput(name, ALL))
+        VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an output \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRenameDynamicOutput(output, name); },
+        "rename the output \"" + out._name + "\"");
+    PiUndoGuard guard(stackOf(*this), "Rename Output");
+    HoEdit::renameSocket(*this, nullptr, &out, name);
 }
 
 RCShdPtr<PiValue> HoNode::getValue(std::string const& name, PiValueType type) const {
@@ -697,7 +763,7 @@ void HoLinkNode::setTargetSocket(RCShdPtr<PiSocket> const& target) {
     if (target && target->getType().getType() != _outputs[0]->_type.getType())
         VN_THROW_MSG(ExBase, "the link \"" + _name + "\" cannot stand for a socket of type " +
                                  std::to_string(target->getType().getType()));
-    if (target == _target)
+    if (target == _target && _unresolved.empty())
         return;
     PiUndoGuard guard(stackOf(*this), "Set Link Target");
     HoEdit::setTarget(*this, target);
@@ -881,6 +947,9 @@ RCShdPtr<PiInput> HoGroupNode::addDynamicInput(std::string const& name, PiSocket
         VN_THROW_MSG(ExBase, "the group input \"" + name + "\" must be single");
     if (findInput(name, ALL))
         VN_THROW_MSG(ExBase, "the group \"" + _name + "\" already has an input \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canAddDynamicInput(name, type); },
+        "add the input \"" + name + "\"");
     PiUndoGuard guard(stackOf(*this), "Add Input");
     RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(_graph, name, type, true, PiSocket::DYNAMIC));
     HoEdit::attachBoundary(*this, b);
@@ -895,6 +964,9 @@ RCShdPtr<PiOutput> HoGroupNode::addDynamicOutput(std::string const& name, PiSock
         VN_THROW_MSG(ExBase, "the group output \"" + name + "\" must be single");
     if (findOutput(name, ALL))
         VN_THROW_MSG(ExBase, "the group \"" + _name + "\" already has an output \"" + name + "\"");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canAddDynamicOutput(name, type); },
+        "add the output \"" + name + "\"");
     PiUndoGuard guard(stackOf(*this), "Add Output");
     RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(_graph, name, type, false, PiSocket::DYNAMIC));
     HoEdit::attachBoundary(*this, b);
@@ -909,6 +981,9 @@ void HoGroupNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
     requireValid("remove an input");
     if ((*it)->_kind != PiSocket::DYNAMIC)
         VN_THROW_MSG(ExBase, "the group input \"" + in._name + "\" is static and stays");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicInput(input); },
+        "remove the input \"" + in._name + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Input");
     HoBoundaryNode& b = **it;
     HoEdit::cutAround(b);
@@ -923,6 +998,9 @@ void HoGroupNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
     requireValid("remove an output");
     if ((*it)->_kind != PiSocket::DYNAMIC)
         VN_THROW_MSG(ExBase, "the group output \"" + out._name + "\" is static and stays");
+    requireConsent(
+        *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicOutput(output); },
+        "remove the output \"" + out._name + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Output");
     HoBoundaryNode& b = **it;
     HoEdit::cutAround(b);

@@ -102,6 +102,7 @@ template <class T>
 struct ArrayCodec {
     static constexpr PiValueType type =
         std::is_same_v<T, double> ? PiValueType::DoubleArray : PiValueType::IntArray;
+
     static std::string format(std::vector<T> const& v) {
         std::string s;
         for (std::size_t i = 0; i < v.size(); ++i) {
@@ -132,6 +133,57 @@ struct ArrayCodec {
             if (!Codec<T>::same(a[i], b[i]))
                 return false;
         return true;
+    }
+};
+
+// Strings are quoted, with backslashes before quotes and backslashes, and separated by one
+// blank, so that any text, empty or with blanks, comes back as it was.
+template <>
+struct ArrayCodec<std::string> {
+    static constexpr PiValueType type = PiValueType::StringArray;
+    static std::string format(std::vector<std::string> const& v) {
+        std::string s;
+        for (std::size_t i = 0; i < v.size(); ++i) {
+            if (i)
+                s += ' ';
+            s += '"';
+            for (char c : v[i]) {
+                if (c == '"' || c == '\\')
+                    s += '\\';
+                s += c;
+            }
+            s += '"';
+        }
+        return s;
+    }
+    static std::vector<std::string> parse(std::string const& t) {
+        std::vector<std::string> v;
+        std::size_t pos = 0;
+        while (pos < t.size()) {
+            if (t[pos] != '"' || (!v.empty() && t[pos - 1] != ' '))
+                badText(t, "list of quoted texts");
+            std::string item;
+            for (++pos;; ++pos) {
+                if (pos >= t.size())
+                    badText(t, "list of quoted texts");
+                if (t[pos] == '\\' && pos + 1 < t.size())
+                    item += t[++pos];
+                else if (t[pos] == '"')
+                    break;
+                else
+                    item += t[pos];
+            }
+            v.push_back(std::move(item));
+            ++pos;
+            if (pos < t.size() && (t[pos] != ' ' || pos + 1 == t.size()))
+                badText(t, "list of quoted texts");
+            if (pos < t.size())
+                ++pos;
+        }
+        return v;
+    }
+    static bool same(std::vector<std::string> const& a, std::vector<std::string> const& b) {
+        return a == b;
     }
 };
 
@@ -244,6 +296,8 @@ RCShdPtr<PiValue> makeValue(HoNode* node, std::string const& name, PiValueType t
         return RCShdPtr<PiValue>(new HoTypedValueArray<double>(node, name));
     case PiValueType::IntArray:
         return RCShdPtr<PiValue>(new HoTypedValueArray<int>(node, name));
+    case PiValueType::StringArray:
+        return RCShdPtr<PiValue>(new HoTypedValueArray<std::string>(node, name));
     }
     VN_THROW_MSG(ExBase, "the stored value \"" + name + "\" has the unknown type " +
                              std::to_string(static_cast<int>(type)));

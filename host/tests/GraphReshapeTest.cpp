@@ -301,5 +301,191 @@ TEST_F(GraphFixture, ClonesCrossGraphsInOneStep) {
     EXPECT_EQ(HoGraphUtil::dump(*other->getRootNode(), true), empty);
 }
 
+// A tool whose controller answers the dynamic-socket questions as told and logs renames, and
+// a link controller that logs target changes.
+struct Answers {
+    static inline bool yes = true;
+};
+
+class GuardedController final : public PiTopologyInterface {
+    bool canAddDynamicInput(std::string const&, PiSocketType) override { return Answers::yes; }
+    bool canAddDynamicOutput(std::string const&, PiSocketType) override { return Answers::yes; }
+    bool canRenameDynamicInput(RCShdPtr<PiInput> const&, std::string const&) override {
+        return Answers::yes;
+    }
+    bool canRemoveDynamicInput(RCShdPtr<PiInput> const&) override { return Answers::yes; }
+    bool canRemoveDynamicOutput(RCShdPtr<PiOutput> const&) override { return Answers::yes; }
+    void dynamicInputRenamed(RCShdPtr<PiInput> const& in) override {
+        hookLog().push_back(nameOf(*this) + ": dynamicInputRenamed " + in->getName());
+    }
+    void dynamicOutputRenamed(RCShdPtr<PiOutput> const& out) override {
+        hookLog().push_back(nameOf(*this) + ": dynamicOutputRenamed " + out->getName());
+    }
+};
+
+class GuardedProtocol final : public PiToolProtocolImp {
+public:
+    GuardedProtocol() : PiToolProtocolImp("Guarded", "Test", "1.0", "Acme") {}
+    void describe(PiToolPolicyDescriptor& d) const override {
+        d.produces("Output", PiSocketType::IMAGE);
+    }
+    RCShdPtr<PiNodeController> createController() const override {
+        return RCShdPtr<PiNodeController>(new GuardedController);
+    }
+};
+
+class LinkController final : public PiLinkTopologyInterface {
+    void linkChanged() override { hookLog().push_back(nameOf(*this) + ": linkChanged"); }
+};
+
+class LinkFactory final : public PiNodeControllerFactory {
+    RCShdPtr<PiNodeController> createLinkController() override {
+        return RCShdPtr<PiNodeController>(new LinkController);
+    }
+};
+
+// Dynamic sockets are added, renamed and removed only with the topology's consent; renames
+// are undone and reach the topology; a group's socket renames its boundary node.
+TEST_F(GraphFixture, DynamicSocketsAskTheirTopologyAndRename) {
+    ToolPtr guarded(new PiTool(RCShdPtr<PiToolProtocol const>(new GuardedProtocol)));
+    RCShdPtr<PiNode> T = root->createToolNode(guarded, "T");
+    RCShdPtr<PiInput> extra = T->addDynamicInput("Extra", PiSocketType::IMAGE);
+    RCShdPtr<PiOutput> side = T->addDynamicOutput("Side", PiSocketType::IMAGE);
+    extra->connect(out(N));
+    std::string const before = dump();
+    Answers::yes = false;
+    struct Refused {
+        char const* what;
+        std::function<void()> run;
+    };
+    std::vector<Refused> const refused = {
+        {"add input",
+         [&] {
+             T->addDynamicInput("More", PiSocketType::IMAGE);
+         }},
+        {"add output",
+         [&] {
+             T->addDynamicOutput("More", PiSocketType::IMAGE);
+         }},
+        {"rename input",
+         [&] {
+             T->renameDynamicInput(extra, "Renamed");
+         }},
+        {"remove input",
+         [&] {
+             T->removeDynamicInput(extra);
+         }},
+        {"remove output",
+         [&] {
+             T->removeDynamicOutput(side);
+         }},
+    };
+    for (Refused const& r : refused) {
+        SCOPED_TRACE(r.what);
+        EXPECT_THROW(r.run(), ExBase);
+        EXPECT_EQ(dump(), before);
+    }
+    Answers::yes = true;
+
+    hookLog().clear();
+    T->renameDynamicInput(extra, "Renamed");
+    T->renameDynamicOutput(side, "Aside");
+    EXPECT_EQ(hookLog(),
+              (Lines{"T: dynamicInputRenamed Renamed", "T: dynamicOutputRenamed Aside"}));
+    EXPECT_TRUE(T->findInput("Renamed")->isConnected());
+    EXPECT_FALSE(T->findInput("Extra"));
+    EXPECT_THROW(T->renameDynamicInput(extra, "Aside.x"), ExBase);
+    EXPECT_THROW(T->renameDynamicOutput(side, "Output"), ExBase) << "the name is taken";
+    EXPECT_THROW(B->renameDynamicInput(in(B, "Source"), "S"), ExBase) << "static";
+    EXPECT_THROW(T->renameDynamicInput(in(B, "Radius"), "R"), ExBase) << "another node's";
+
+    G->renameDynamicInput(gin, "plate");
+    EXPECT_EQ(boundary(gin)->getNodeName(), "plate");
+    EXPECT_TRUE(PiGraphObject::areEqual(G->findInput("plate"), gin));
+    EXPECT_TRUE(gin->isConnected());
+    expectSound();
+    graph->getCommandStack().undo();
+    graph->getCommandStack().undo();
+    graph->getCommandStack().undo();
+    EXPECT_EQ(dump(), before);
+    Answers::yes = true;
+}
+
+// A link's target change reaches its controller, is undone, and survives an archive, even
+// when the target's graph is not there to resolve it.
+TEST_F(GraphFixture, LinkTargetsAreHeardUndoneAndArchived) {
+    PiNodeControllerFactory::setInstance(OPtr<PiNodeControllerFactory>(new LinkFactory));
+    RCShdPtr<PiGraph> source = HoGraph::create("plates");
+    RCShdPtr<PiNode> reader = source->getRootNode()->createToolNode(gen, "Reader");
+    RCShdPtr<PiLinkNode> link = root->createLinkNode("L", PiSocketType::IMAGE, {});
+    hookLog().clear();
+    link->setTargetSocket(out(reader));
+    graph->getCommandStack().undo();
+    graph->getCommandStack().redo();
+    EXPECT_EQ(hookLog(), (Lines{"L: linkChanged", "L: linkChanged", "L: linkChanged"}));
+
+    XmlWriter w;
+    graph->archiveNodes({link}, w);
+    std::string const text = w.toString();
+    auto load = [&](RCShdPtr<PiGraph> const& into) {
+        XmlDocument doc = XmlDocument::parse(text);
+        return rcCast<PiLinkNode>(into->unarchiveNodes(doc.getRoot(), into->getRootNode())[0]);
+    };
+    RCShdPtr<PiGraph> other = HoGraph::create("other");
+    EXPECT_TRUE(PiGraphObject::areEqual(load(other)->getTargetSocket(), out(reader)));
+
+    reader.reset();
+    source.reset(); // the target's graph is gone: the link loads unresolved
+    RCShdPtr<PiGraph> third = HoGraph::create("third");
+    RCShdPtr<PiLinkNode> lost = load(third);
+    EXPECT_FALSE(lost->getTargetSocket());
+    EXPECT_NE(HoGraphUtil::dump(*third->getRootNode(), false)
+                  .find("target=plates/Reader:out:Output (unresolved)"),
+              std::string::npos);
+    XmlWriter again;
+    third->archiveNodes({lost}, again);
+    EXPECT_EQ(again.toString().substr(again.toString().find("<Target")),
+              text.substr(text.find("<Target")));
+}
+
+// Odds and ends the tool framework relies on.
+TEST_F(GraphFixture, OverridesArraysOfTextAndSharedStacks) {
+    struct Locked final : PiGroupInterface {
+        bool canChangeGroupNode() override { return false; }
+    };
+    RCShdPtr<PiGraph> locked = HoGraph::create(
+        "locked", "", [](PiGraph&) { return RCShdPtr<PiNodeController>(new Locked); });
+    RCShdPtr<PiGroupNode> top = locked->getRootNode();
+    EXPECT_THROW(top->createToolNode(gen, "X"), ExBase);
+    PiGroupInterface::enableChangeGroupNodeOverride(true);
+    EXPECT_TRUE(PiGroupInterface::isChangeGroupNodeOverrideEnabled());
+    EXPECT_NO_THROW(top->createToolNode(gen, "X"));
+    PiGroupInterface::enableChangeGroupNodeOverride(false);
+    EXPECT_THROW(top->createToolNode(gen, "Y"), ExBase);
+
+    A->addValue("Names", PiValueType::StringArray);
+    auto names = value<PiTypedValueArray<std::string>>(A, "Names");
+    ASSERT_TRUE(names);
+    std::vector<std::vector<std::string>> const arrays = {
+        {}, {""}, {"", ""}, {"a b", " ", "\"q\"", "back\\slash", "x"}, {"\\\""}};
+    for (auto const& a : arrays) {
+        names->setArray(a);
+        std::string const text = names->toString();
+        names->setArray({"other"});
+        names->setFromString(text);
+        EXPECT_EQ(*names->getArray(), a) << text;
+    }
+    for (char const* bad : {"a", "\"a", "\"a\"\"b\"", "\"a\" ", " \"a\"", "\"a\"  \"b\""})
+        EXPECT_THROW(names->setFromString(bad), ExBase) << bad;
+
+    // A shared stack outlives its graph, with no history left to replay.
+    RCShdPtr<PiCommandStack> stack = graph->shareCommandStack();
+    root->createToolNode(gen, "Z");
+    EXPECT_TRUE(stack->canUndo());
+    TearDown();
+    EXPECT_FALSE(stack->canUndo());
+    SetUp();
+}
+
 } // namespace
 } // namespace Vn::GraphTest

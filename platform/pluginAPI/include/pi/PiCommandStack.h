@@ -1,7 +1,9 @@
 #pragma once
 
 #include "Cb.h"
+#include "LkCounter.h"
 #include "OPtr.h"
+#include "RCBase.h"
 #include "VnExport.h"
 
 #include <cstddef>
@@ -26,12 +28,13 @@ public:
 };
 
 // The undo history of a graph: commands of actions, each made by the outermost undo guard.
-class VN_EXPORT PiCommandStack {
+// Shared, so that an interface may hand it out; once its graph is gone it holds no history.
+class VN_EXPORT PiCommandStack : public RCBase<LkCounter<int>> {
 public:
     PiCommandStack();
     PiCommandStack(PiCommandStack const&) = delete;
     PiCommandStack& operator=(PiCommandStack const&) = delete;
-    ~PiCommandStack();
+    ~PiCommandStack() override;
 
     // Applies the action and its notifications, and keeps it in the open command (or drops it
     // under a PiUndoGuardNoLog). Requires an open guard and no undo or redo running.

@@ -15,6 +15,9 @@ public:
     virtual bool isResolved() const = 0;
     // Whether its present graph holds what it names.
     virtual bool canResolve() const = 0;
+    // Whether an input it drives keeps that connection when the group around the expression
+    // is taken apart; an input not kept is reset. Not kept unless the expression says so.
+    virtual bool keepsConsumer(RCShdPtr<PiInput> const& consumer) const;
     // Binds its names to the nodes of its present graph.
     virtual void resolve() = 0;
 };

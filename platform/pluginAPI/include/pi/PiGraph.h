@@ -52,6 +52,8 @@ public:
     // can be cast to the interfaces it implements. Null only once the graph is gone.
     RCShdPtr<PiNodeController> getController() const;
     virtual PiCommandStack& getCommandStack() = 0;
+    // The same stack as a shared object.
+    RCShdPtr<PiCommandStack> shareCommandStack();
 
     virtual void addCallback(CbHandler<PiGraphEvent>* handler) = 0;
     virtual void removeCallback(CbHandler<PiGraphEvent>* handler) = 0;

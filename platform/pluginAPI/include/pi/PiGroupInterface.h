@@ -32,6 +32,15 @@ public:
 
     RCShdPtr<PiGroupNode> getGroupNode() const;
 
+    // While enabled, every group accepts the changes its controller would refuse
+    // (`canChangeGroupNode`): the application's own rebuilding of a locked group, for one.
+    static void enableChangeGroupNodeOverride(bool enable);
+    static bool isChangeGroupNodeOverrideEnabled();
+
+protected:
+    // What the `can` defaults answer: the override, or `canChangeGroupNode`.
+    bool changeAllowed();
+
 private:
     friend class PiGroupInterfaceManip;
     virtual bool canChangeGroupNode() { return true; }

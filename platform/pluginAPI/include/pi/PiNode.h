@@ -86,6 +86,9 @@ public:
     virtual RCShdPtr<PiOutput> addDynamicOutput(std::string const& name, PiSocketType type) = 0;
     virtual void removeDynamicInput(RCShdPtr<PiInput> const& input) = 0;
     virtual void removeDynamicOutput(RCShdPtr<PiOutput> const& output) = 0;
+    // The new name must be new on the node; a group's socket renames its boundary node too.
+    virtual void renameDynamicInput(RCShdPtr<PiInput> const& input, std::string const& name) = 0;
+    virtual void renameDynamicOutput(RCShdPtr<PiOutput> const& output, std::string const& name) = 0;
 
     // Stored values. getValue gives null when there is no value of that name and type.
     virtual RCShdPtr<PiValue> getValue(std::string const& name, PiValueType type) const = 0;

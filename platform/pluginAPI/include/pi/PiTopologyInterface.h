@@ -3,6 +3,8 @@
 #include "PiNodeController.h"
 #include "VnExport.h"
 
+#include <string>
+
 namespace Vn {
 
 // The mix-in of a controller that follows the node's sockets: connections, composite and
@@ -20,6 +22,15 @@ public:
                                              RCShdPtr<PiInput> const& input);
     virtual Imp* getImp() { return nullptr; }
 
+    // Dynamic sockets: the graph asks before adding, renaming or removing one of this node's
+    // (a group's through its boundary nodes), and refuses the edit on a false answer.
+    virtual bool canAddDynamicInput(std::string const& name, PiSocketType type);
+    virtual bool canAddDynamicOutput(std::string const& name, PiSocketType type);
+    virtual bool canRenameDynamicInput(RCShdPtr<PiInput> const& in, std::string const& name);
+    virtual bool canRenameDynamicOutput(RCShdPtr<PiOutput> const& out, std::string const& name);
+    virtual bool canRemoveDynamicInput(RCShdPtr<PiInput> const& in);
+    virtual bool canRemoveDynamicOutput(RCShdPtr<PiOutput> const& out);
+
 private:
     friend class PiTopologyInterfaceManip;
     virtual void inputAddedToComposite(RCShdPtr<PiCompositeInput> const&,
@@ -36,6 +47,24 @@ private:
     virtual void dynamicInputRemoved(int /*id*/) {}
     virtual void dynamicOutputAdded(RCShdPtr<PiOutput> const&) {}
     virtual void dynamicOutputRemoved(int /*id*/) {}
+    virtual void dynamicInputRenamed(RCShdPtr<PiInput> const&) {}
+    virtual void dynamicOutputRenamed(RCShdPtr<PiOutput> const&) {}
+};
+
+// The topology of a link node, told when the socket it stands for changes (by an edit, its
+// undo or its redo).
+class VN_EXPORT PiLinkTopologyInterface : public PiTopologyInterface {
+public:
+    ~PiLinkTopologyInterface() override;
+
+private:
+    friend class PiLinkTopologyInterfaceManip;
+    virtual void linkChanged() {}
+};
+
+class VN_EXPORT PiLinkTopologyInterfaceManip {
+public:
+    static void linkChanged(PiLinkTopologyInterface& t) { t.linkChanged(); }
 };
 
 // How the graph tells a topology of an edit.
@@ -64,6 +93,8 @@ public:
                                     PiSocketType::Cardinality cardinality);
     static void dynamicOutputAdded(PiTopologyInterface& t, RCShdPtr<PiOutput> const& out);
     static void dynamicOutputRemoved(PiTopologyInterface& t, RCShdPtr<PiOutput> const& out);
+    static void dynamicInputRenamed(PiTopologyInterface& t, RCShdPtr<PiInput> const& in);
+    static void dynamicOutputRenamed(PiTopologyInterface& t, RCShdPtr<PiOutput> const& out);
 };
 
 } // namespace Vn

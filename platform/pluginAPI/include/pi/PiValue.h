@@ -22,6 +22,7 @@ enum class PiValueType : int {
     String = 4,
     DoubleArray = 6,
     IntArray = 7,
+    StringArray = 8,
 };
 
 // A stored, typed, named value on a node. Writes go through the node's graph: they are undone
@@ -50,7 +51,7 @@ public:
 };
 
 // An array held copy-on-write: readers get a snapshot that never changes under them, and a
-// write installs a new array. T is double or int.
+// write installs a new array. T is double, int or std::string.
 template <class T>
 class VN_EXPORT PiTypedValueArray : public PiValue {
 public:
@@ -82,5 +83,6 @@ extern template class PiTypedValue<DtTime>;
 extern template class PiTypedValue<std::string>;
 extern template class PiTypedValueArray<double>;
 extern template class PiTypedValueArray<int>;
+extern template class PiTypedValueArray<std::string>;
 
 } // namespace Vn

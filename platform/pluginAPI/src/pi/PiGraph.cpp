@@ -1,10 +1,15 @@
 #include "PiGraph.h"
 
+#include "PiCommandStack.h"
 #include "PiNodeController.h"
 
 namespace Vn {
 
 PiGraph::~PiGraph() = default;
+
+RCShdPtr<PiCommandStack> PiGraph::shareCommandStack() {
+    return RCShdPtr<PiCommandStack>(&getCommandStack());
+}
 
 RCShdPtr<PiNodeController> PiGraph::getController() const {
     RCShdPtr<PiGroupNode> root = getRootNode();

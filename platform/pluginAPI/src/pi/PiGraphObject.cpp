@@ -52,7 +52,7 @@ void PiNode::removeEventHandler(CbHandler<PiNodeEvent>* handler) const {
 }
 
 bool PiValue::isKnownType(int code) noexcept {
-    return (code >= 0 && code <= 4) || code == 6 || code == 7;
+    return (code >= 0 && code <= 4) || (code >= 6 && code <= 8);
 }
 
 char const* PiValue::getTypeName(PiValueType type) noexcept {
@@ -71,6 +71,8 @@ char const* PiValue::getTypeName(PiValueType type) noexcept {
         return "double array";
     case PiValueType::IntArray:
         return "int array";
+    case PiValueType::StringArray:
+        return "string array";
     }
     return "unknown";
 }
@@ -82,5 +84,6 @@ template class PiTypedValue<DtTime>;
 template class PiTypedValue<std::string>;
 template class PiTypedValueArray<double>;
 template class PiTypedValueArray<int>;
+template class PiTypedValueArray<std::string>;
 
 } // namespace Vn

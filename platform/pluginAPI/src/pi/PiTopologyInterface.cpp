@@ -34,6 +34,36 @@ bool PiTopologyInterface::canRemoveInputFromComposite(RCShdPtr<PiCompositeInput>
     return true;
 }
 
+bool PiTopologyInterface::canAddDynamicInput(std::string const&, PiSocketType) {
+    return true;
+}
+bool PiTopologyInterface::canAddDynamicOutput(std::string const&, PiSocketType) {
+    return true;
+}
+bool PiTopologyInterface::canRenameDynamicInput(RCShdPtr<PiInput> const&, std::string const&) {
+    return true;
+}
+bool PiTopologyInterface::canRenameDynamicOutput(RCShdPtr<PiOutput> const&, std::string const&) {
+    return true;
+}
+bool PiTopologyInterface::canRemoveDynamicInput(RCShdPtr<PiInput> const&) {
+    return true;
+}
+bool PiTopologyInterface::canRemoveDynamicOutput(RCShdPtr<PiOutput> const&) {
+    return true;
+}
+
+PiLinkTopologyInterface::~PiLinkTopologyInterface() = default;
+
+void PiTopologyInterfaceManip::dynamicInputRenamed(PiTopologyInterface& t,
+                                                   RCShdPtr<PiInput> const& in) {
+    t.dynamicInputRenamed(in);
+}
+void PiTopologyInterfaceManip::dynamicOutputRenamed(PiTopologyInterface& t,
+                                                    RCShdPtr<PiOutput> const& out) {
+    t.dynamicOutputRenamed(out);
+}
+
 void PiTopologyInterfaceManip::inputConnected(PiTopologyInterface& t, RCShdPtr<PiInput> const& in,
                                               RCShdPtr<PiOutput> const& out) {
     t.inputConnected(in, out);
@@ -103,32 +133,48 @@ void PiTopologyInterfaceManip::dynamicOutputRemoved(PiTopologyInterface& t,
 
 PiGroupInterface::~PiGroupInterface() = default;
 
+namespace {
+bool gChangeOverride = false;
+} // namespace
+
+void PiGroupInterface::enableChangeGroupNodeOverride(bool enable) {
+    gChangeOverride = enable;
+}
+
+bool PiGroupInterface::isChangeGroupNodeOverrideEnabled() {
+    return gChangeOverride;
+}
+
+bool PiGroupInterface::changeAllowed() {
+    return gChangeOverride || canChangeGroupNode();
+}
+
 bool PiGroupInterface::canAddNode(RCShdPtr<PiNode> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canAddToolNode(RCShdPtr<PiTool const> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canAddGroupNode() {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canPaste() {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canAddLinkNode(RCShdPtr<PiSocket> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canAddLinkNode(PiSocketType const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canRemoveNode(RCShdPtr<PiNode> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canMoveNode(RCShdPtr<PiNode> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canConnectSockets(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canDisconnectSockets(RCShdPtr<PiInput> const& in,
                                             RCShdPtr<PiOutput> const& out) {
@@ -136,7 +182,7 @@ bool PiGroupInterface::canDisconnectSockets(RCShdPtr<PiInput> const& in,
 }
 bool PiGroupInterface::canDisconnectSockets(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&,
                                             RCShdPtr<PiNode> const&) {
-    return canChangeGroupNode();
+    return changeAllowed();
 }
 bool PiGroupInterface::canChangeInternalNodeName(RCShdPtr<PiNode> const&) {
     return true;
