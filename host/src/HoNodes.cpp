@@ -207,9 +207,8 @@ void HoInput::connect(RCShdPtr<PiOutput> const& output) {
                                  getDottedName() + "\" of type " + std::to_string(_type.getType()));
     if (_source == &out)
         return;
-    RCShdPtr<PiInput> self(this);
-    if (PiGroupInterface* g = groupIf(wiringGroup(*this)); g && !g->canConnectSockets(self, output))
-        VN_THROW_MSG(ExBase, "the group refuses to connect \"" + getDottedName() + "\"");
+    // Whether the groups allow the connection is the editing verbs' question (their
+    // canConnect), asked once before they connect; the model checks only what would break it.
     checkNoCycle(*this, out);
     PiUndoGuard guard(stackOf(*_node), "Connect");
     if (_source)

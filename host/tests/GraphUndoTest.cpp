@@ -289,6 +289,24 @@ TEST_F(GraphUndo, FailedEditsLeaveTheGraphAsItWas) {
         },
         ExBase);
     EXPECT_EQ(dump(), before);
+    // Unlogged edits are rolled back alike, inside a logged guard or around one.
+    for (bool outerLogged : {false, true}) {
+        EXPECT_THROW(
+            {
+                PiUndoGuard logged(*graph, "Logged");
+                PiUndoGuardNoLog nolog(*graph);
+                if (outerLogged)
+                    value<PiTypedValue<int>>(A, "Mode")->set(3);
+                {
+                    PiUndoGuard inner(*graph, "Inner");
+                    root->createToolNode(blur, "E");
+                }
+                value<PiTypedValue<int>>(B, "Mode")->set(5);
+                throw ExInternalError(__FILE__, __LINE__, "stop");
+            },
+            ExBase);
+        EXPECT_EQ(dump(), before);
+    }
     EXPECT_EQ(stack.getUndoCount(), 0);
     expectSound();
 }

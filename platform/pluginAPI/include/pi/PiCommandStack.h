@@ -73,9 +73,10 @@ private:
     std::deque<Command> _undo;
     std::deque<Command> _redo;
     Command _current;
+    // For each action of the open command: whether it enters the history.
+    std::vector<bool> _logged;
     int _depth = 0;
     int _noLogDepth = 0;
-    std::size_t _applied = 0;
     bool _replaying = false;
     CbDispatcher<CbEmptyType> _processed;
 };
@@ -98,7 +99,8 @@ private:
     int _exceptions;
 };
 
-// Edits under it apply without entering the history.
+// Edits under it apply without entering the history; when it ends by an exception, they are
+// undone like those of a logged guard.
 class VN_EXPORT PiUndoGuardNoLog {
 public:
     explicit PiUndoGuardNoLog(PiGraph& graph);
@@ -110,6 +112,7 @@ public:
 private:
     PiCommandStack& _stack;
     std::size_t _mark;
+    int _exceptions;
 };
 
 } // namespace Vn

@@ -42,7 +42,8 @@ public:
 
     // An input takes at most one source: connecting replaces the current one. Only inputs
     // that hold no sub-inputs connect. Raises ExBase when the types differ, when the sockets
-    // are not in one graph, or when the connection would close a cycle.
+    // are not in one graph, or when the connection would close a cycle. The groups' consent
+    // (`PiGroupInterface::canConnectSockets`) is the editing verbs' to ask, not this call's.
     virtual void connect(RCShdPtr<PiOutput> const& output) = 0;
     virtual void disconnect() = 0;
 };

@@ -17,13 +17,10 @@ void PiCommandStack::record(OPtr<PiAction> action) {
     VN_ASSERT(_depth > 0);
     action->apply();
     PiAction& a = *action;
-    OPtr<PiAction> unlogged;
-    if (_noLogDepth == 0) {
-        _current.actions.push_back(std::move(action));
-    } else {
-        unlogged = std::move(action);
-        ++_applied;
-    }
+    // Unlogged actions stay in the open command until it closes, so that a failure rolls them
+    // back like the others; they never reach the history.
+    _current.actions.push_back(std::move(action));
+    _logged.push_back(_noLogDepth == 0);
     a.notifyApplied();
 }
 
@@ -42,7 +39,7 @@ std::size_t PiCommandStack::open(std::string const& label, bool log) {
     if (_depth++ == 0) {
         _current.label = label;
         _current.actions.clear();
-        _applied = 0;
+        _logged.clear();
     }
     if (!log)
         ++_noLogDepth;
@@ -63,7 +60,15 @@ void PiCommandStack::close(bool log, std::size_t mark, bool failed) {
         return;
     Command c = std::move(_current);
     _current = Command();
-    bool const changed = !c.actions.empty() || _applied > 0;
+    bool changed = false;
+    std::size_t kept = 0;
+    for (std::size_t i = 0; i < c.actions.size(); ++i) {
+        changed = true;
+        if (_logged[i])
+            c.actions[kept++] = std::move(c.actions[i]);
+    }
+    c.actions.resize(kept);
+    _logged.clear();
     if (!c.actions.empty()) {
         _undo.push_back(std::move(c));
         _redo.clear();
@@ -77,6 +82,8 @@ void PiCommandStack::revertFrom(Command& c, std::size_t mark) {
     while (c.actions.size() > mark) {
         OPtr<PiAction> a = std::move(c.actions.back());
         c.actions.pop_back();
+        if (&c == &_current)
+            _logged.pop_back();
         a->revert();
         try {
             a->notifyReverted();
@@ -156,10 +163,11 @@ PiUndoGuard::~PiUndoGuard() {
 PiUndoGuardNoLog::PiUndoGuardNoLog(PiGraph& graph) : PiUndoGuardNoLog(graph.getCommandStack()) {}
 
 PiUndoGuardNoLog::PiUndoGuardNoLog(PiCommandStack& stack)
-    : _stack(stack), _mark(stack.open(std::string(), false)) {}
+    : _stack(stack), _mark(stack.open(std::string(), false)),
+      _exceptions(std::uncaught_exceptions()) {}
 
 PiUndoGuardNoLog::~PiUndoGuardNoLog() {
-    _stack.close(false, _mark, false);
+    _stack.close(false, _mark, std::uncaught_exceptions() > _exceptions);
 }
 
 } // namespace Vn
