@@ -229,73 +229,60 @@ private:
     int _old, _new;
 };
 
-// A dynamic input of a node that is not a group.
-class InputAttach final : public PiAction {
+// A dynamic socket of a node that is not a group; what differs between inputs and outputs is
+// the list that holds them and what is told.
+void tellSocket(HoNode* node, HoInput& in, bool added) {
+    RCShdPtr<PiInput> p(&in);
+    PiTopologyInterface* t = topoIf(node);
+    if (added) {
+        if (t)
+            PiTopologyInterfaceManip::dynamicInputAdded(*t, p);
+        signal(node, PiNodeEvent::InputAdded, &in, nullptr, -1);
+    } else {
+        if (t)
+            PiTopologyInterfaceManip::dynamicInputRemoved(*t, p, in._type.getCardinality());
+        signal(node, PiNodeEvent::InputRemoved, &in, nullptr);
+    }
+}
+
+void tellSocket(HoNode* node, HoOutput& out, bool added) {
+    RCShdPtr<PiOutput> p(&out);
+    if (PiTopologyInterface* t = topoIf(node)) {
+        if (added)
+            PiTopologyInterfaceManip::dynamicOutputAdded(*t, p);
+        else
+            PiTopologyInterfaceManip::dynamicOutputRemoved(*t, p);
+    }
+}
+
+inline std::vector<RCShdPtr<HoInput>>& socketsOf(HoNode& n, HoInput*) {
+    return n._inputs;
+}
+inline std::vector<RCShdPtr<HoOutput>>& socketsOf(HoNode& n, HoOutput*) {
+    return n._outputs;
+}
+
+template <class Socket>
+class SocketAttach final : public PiAction {
 public:
-    InputAttach(RCShdPtr<HoNode> node, RCShdPtr<HoInput> in, bool attach)
-        : _node(std::move(node)), _in(std::move(in)), _attach(attach) {}
+    SocketAttach(RCShdPtr<HoNode> node, RCShdPtr<Socket> socket, bool attach)
+        : _node(std::move(node)), _socket(std::move(socket)), _attach(attach) {}
     void apply() override { _attach ? put() : take(); }
     void revert() override { _attach ? take() : put(); }
-    void notifyApplied() override { tell(_attach); }
-    void notifyReverted() override { tell(!_attach); }
+    void notifyApplied() override { tellSocket(_node.get(), *_socket, _attach); }
+    void notifyReverted() override { tellSocket(_node.get(), *_socket, !_attach); }
 
 private:
     void put() {
-        insertAt(_node->_inputs, _index, _in);
-        _in->_attached = true;
+        insertAt(socketsOf(*_node, _socket.get()), _index, _socket);
+        _socket->_attached = true;
     }
     void take() {
-        eraseItem(_node->_inputs, _index, _in.get());
-        _in->_attached = false;
-    }
-    void tell(bool added) {
-        RCShdPtr<PiInput> in(_in.get());
-        PiTopologyInterface* t = topoIf(_node.get());
-        if (added) {
-            if (t)
-                PiTopologyInterfaceManip::dynamicInputAdded(*t, in);
-            signal(_node.get(), PiNodeEvent::InputAdded, _in.get(), nullptr, -1);
-        } else {
-            if (t)
-                PiTopologyInterfaceManip::dynamicInputRemoved(*t, in, _in->_type.getCardinality());
-            signal(_node.get(), PiNodeEvent::InputRemoved, _in.get(), nullptr);
-        }
+        eraseItem(socketsOf(*_node, _socket.get()), _index, _socket.get());
+        _socket->_attached = false;
     }
     RCShdPtr<HoNode> _node;
-    RCShdPtr<HoInput> _in;
-    bool _attach;
-    int _index = -1;
-};
-
-class OutputAttach final : public PiAction {
-public:
-    OutputAttach(RCShdPtr<HoNode> node, RCShdPtr<HoOutput> out, bool attach)
-        : _node(std::move(node)), _out(std::move(out)), _attach(attach) {}
-    void apply() override { _attach ? put() : take(); }
-    void revert() override { _attach ? take() : put(); }
-    void notifyApplied() override { tell(_attach); }
-    void notifyReverted() override { tell(!_attach); }
-
-private:
-    void put() {
-        insertAt(_node->_outputs, _index, _out);
-        _out->_attached = true;
-    }
-    void take() {
-        eraseItem(_node->_outputs, _index, _out.get());
-        _out->_attached = false;
-    }
-    void tell(bool added) {
-        RCShdPtr<PiOutput> out(_out.get());
-        if (PiTopologyInterface* t = topoIf(_node.get())) {
-            if (added)
-                PiTopologyInterfaceManip::dynamicOutputAdded(*t, out);
-            else
-                PiTopologyInterfaceManip::dynamicOutputRemoved(*t, out);
-        }
-    }
-    RCShdPtr<HoNode> _node;
-    RCShdPtr<HoOutput> _out;
+    RCShdPtr<Socket> _socket;
     bool _attach;
     int _index = -1;
 };
@@ -618,19 +605,19 @@ void HoEdit::setResultState(HoOutput& out, int state) {
 }
 
 void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
-    graphOf(node).record(OPtr<PiAction>(new InputAttach(RCShdPtr<HoNode>(&node), in, true)));
+    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, true)));
 }
 
 void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
-    graphOf(node).record(OPtr<PiAction>(new OutputAttach(RCShdPtr<HoNode>(&node), out, true)));
+    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, true)));
 }
 
 void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
-    graphOf(node).record(OPtr<PiAction>(new InputAttach(RCShdPtr<HoNode>(&node), in, false)));
+    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, false)));
 }
 
 void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
-    graphOf(node).record(OPtr<PiAction>(new OutputAttach(RCShdPtr<HoNode>(&node), out, false)));
+    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, false)));
 }
 
 void HoEdit::attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b) {
