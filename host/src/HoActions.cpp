@@ -444,7 +444,7 @@ private:
         valueState(*_v)._attached = false;
     }
     void tell(bool added) {
-        auto* c = dynamic_cast<PiValueChangeInterface*>(_node->controller());
+        PiValueChangeInterface* c = _node->_valueInterface;
         if (!c)
             return;
         if (added)

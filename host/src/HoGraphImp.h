@@ -21,6 +21,7 @@ class HoGraphImp;
 class HoGroupNode;
 class PiGroupInterface;
 class PiTopologyInterface;
+class PiValueChangeInterface;
 class HoNode;
 class HoOutput;
 
@@ -206,6 +207,10 @@ public:
     void requireValid(char const* what) const;
     PiNodeController* controller() const noexcept { return _controller.get(); }
     void setController(RCShdPtr<PiNodeController> c);
+    // The controller's mix-ins, found once when it is set: every edit tells them.
+    PiTopologyInterface* _topology = nullptr;
+    PiGroupInterface* _groupInterface = nullptr;
+    PiValueChangeInterface* _valueInterface = nullptr;
 
     HoGraphImp* _graph;
     HoGroupNode* _group = nullptr;

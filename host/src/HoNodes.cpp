@@ -3,6 +3,7 @@
 #include "ExBase.h"
 #include "PiGroupInterface.h"
 #include "PiTopologyInterface.h"
+#include "PiValueChangeInterface.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -45,11 +46,11 @@ bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
 // Casts from the plug-in API's classes to ours.
 
 PiGroupInterface* groupIf(HoGroupNode* g) {
-    return g ? dynamic_cast<PiGroupInterface*>(g->controller()) : nullptr;
+    return g ? g->_groupInterface : nullptr;
 }
 
 PiTopologyInterface* topoIf(HoNode* n) {
-    return n ? dynamic_cast<PiTopologyInterface*>(n->controller()) : nullptr;
+    return n ? n->_topology : nullptr;
 }
 
 HoNode& hoNode(PiNode const& n) {
@@ -432,6 +433,9 @@ void HoNode::setController(RCShdPtr<PiNodeController> c) {
         VN_THROW_MSG(ExBase, "the controller given to \"" + _name + "\" already controls \"" +
                                  other->getNodeName() + "\"");
     _controller = std::move(c);
+    _topology = dynamic_cast<PiTopologyInterface*>(_controller.get());
+    _groupInterface = dynamic_cast<PiGroupInterface*>(_controller.get());
+    _valueInterface = dynamic_cast<PiValueChangeInterface*>(_controller.get());
     PiNodeControllerManip::setNode(*_controller, this);
 }
 

@@ -314,7 +314,7 @@ void notifyValueChanged(PiValue& v) {
     HoNode* node = valueState(v)._node;
     if (!node)
         return;
-    if (auto* c = dynamic_cast<PiValueChangeInterface*>(node->controller()))
+    if (PiValueChangeInterface* c = node->_valueInterface)
         PiValueChangeInterfaceManip::valueChanged(*c, RCShdPtr<PiValue>(&v));
 }
 
