@@ -45,7 +45,8 @@ public:
         }
         PiCommandStack& stack = graph->getCommandStack();
         std::string const name = "n" + std::to_string(_count++);
-        int const op = std::uniform_int_distribution<int>(0, 13)(_rng);
+        int const op = std::uniform_int_distribution<int>(0, 14)(_rng);
+        ++_tried;
         try {
             switch (op) {
             case 0:
@@ -106,8 +107,14 @@ public:
                 RCShdPtr<PiNode> n = pick(nodes);
                 if (auto v = n->findValue("Mode"))
                     rcCast<PiTypedValue<int>>(v)->set(_count % 4);
-                else if (auto p = n->findInput("Points"))
-                    rcCast<PiMultivaluedInput>(p)->appendInput();
+                else if (auto p = n->findInput("Points")) {
+                    auto m = rcCast<PiMultivaluedInput>(p);
+                    int const at = int(_count % (m->getCardinality() + 1));
+                    if (_count % 3 == 0 && m->getCardinality() > 0)
+                        m->removeInput(at % m->getCardinality());
+                    else
+                        m->insertInput(at);
+                }
                 break;
             }
             case 10:
@@ -125,13 +132,22 @@ public:
                 if (stack.canRedo())
                     stack.redo();
                 break;
+            case 14: {
+                RCShdPtr<PiGroupNode> g = pick(groups);
+                if (g->getInputs(PiNode::DYNAMIC).getCardinality() > 0)
+                    g->renameDynamicInput(g->getInputs(PiNode::DYNAMIC).item(), name);
+                break;
+            }
             }
         } catch (ExBase const&) {
+            ++_refused;
         }
     }
 
     std::mt19937 _rng;
     int _count = 0;
+    int _tried = 0;
+    int _refused = 0;
 };
 
 } // namespace
@@ -144,6 +160,7 @@ TEST_F(GraphRandomEdits, KeepTheGraphSound) {
         TearDown();
         SetUp();
         _rng.seed(seed);
+        _tried = _refused = 0;
         std::string const start = dump();
         for (int i = 0; i < 250; ++i) {
             step();
@@ -151,6 +168,8 @@ TEST_F(GraphRandomEdits, KeepTheGraphSound) {
             ASSERT_TRUE(problems.empty())
                 << "after step " << i << ": " << ::testing::PrintToString(problems);
         }
+        // Refusals are part of the game, but a run where most edits are refused tests little.
+        EXPECT_LT(_refused * 2, _tried) << _refused << " of " << _tried << " edits refused";
         PiCommandStack& stack = graph->getCommandStack();
         while (stack.canRedo())
             stack.redo();
