@@ -24,9 +24,13 @@ public:
         d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::COMPOSITE);
         d.require("Points", PiSocketType::INT, {}, PiSocketType::MULTIVALUED);
         d.requireStructured("Pos").require("x", PiSocketType::DOUBLE);
+        auto& knots = d.requireStructured("Knots", PiSocketType::MULTIVALUED);
+        knots.require("t", PiSocketType::DOUBLE);
+        knots.require("src", PiSocketType::IMAGE);
         d.produces("Output", PiSocketType::IMAGE);
         d.stores("Mode", PiValueType::Int);
         d.stores("Curve", PiValueType::DoubleArray);
+        d.stores("Names", PiValueType::StringArray);
     }
 };
 

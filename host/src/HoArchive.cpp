@@ -330,7 +330,7 @@ private:
         std::string const name = need(e, "name");
         if (name.empty())
             fail("a stored value without a name");
-        long const type = number(e, "type", 0, 7);
+        long const type = number(e, "type", 0, 255);
         if (!PiValue::isKnownType(static_cast<int>(type)))
             fail("the stored value \"" + name + "\" has the unknown type " + std::to_string(type));
         std::string const text = e.getText();

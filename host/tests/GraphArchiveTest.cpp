@@ -31,6 +31,8 @@ TEST_F(GraphArchive, RoundTripGivesTheSameGraph) {
     value<PiTypedValue<double>>(valueNode(A, "Radius"), "Value")->set(0.1);
     A->addValue("Note", PiValueType::String);
     value<PiTypedValue<std::string>>(A, "Note")->set("  two <words> & \"more\" ");
+    A->addValue("Names", PiValueType::StringArray);
+    value<PiTypedValueArray<std::string>>(A, "Names")->setArray({"a b", "", "<\"&\\>"});
     B->addValue("Blank", PiValueType::String);
     value<PiTypedValue<std::string>>(B, "Blank")->set("   ");
     A->addDynamicInput("Extra", PiSocketType::IMAGE)->connect(out(N));
