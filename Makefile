@@ -5,7 +5,9 @@ OUT ?= out
 CMAKE_BUILD_PARALLEL_LEVEL ?= 2
 export CMAKE_BUILD_PARALLEL_LEVEL
 
-.PHONY: deps configure build render test asan tsan bench fuzz format clean
+PREFIX ?= /usr/local
+
+.PHONY: deps configure build render test install check-install asan tsan bench fuzz format clean
 
 deps:
 	@bash scripts/install-deps
@@ -22,6 +24,14 @@ render: build
 
 test: build
 	@ctest --preset $(PRESET)
+
+# The libraries, headers, CMake package, pkg-config files, programs and documentation.
+install: build
+	@cmake --install build/$(PRESET) --prefix $(PREFIX)
+
+# Installs into a temporary prefix and builds and runs examples/consumer against it alone.
+check-install: build
+	@bash scripts/check-install build/$(PRESET)
 
 # AddressSanitizer + UndefinedBehaviorSanitizer over every test.
 asan:

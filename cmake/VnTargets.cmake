@@ -1,5 +1,6 @@
 # Helpers that give every library and test suite of the project the same shape.
 include(GoogleTest)
+include(VnInstall)
 
 set(VN_TEST_TIMEOUT 300 CACHE STRING "Seconds one test may run")
 
@@ -36,6 +37,7 @@ function(vn_add_library target)
     # The libraries are linked at start-up, never opened later: their thread-local data can live
     # in the static block, reached without a call.
     target_compile_options(${target} PRIVATE -ftls-model=initial-exec)
+    vn_install_library(${target} DIRS ${A_DIRS} PUBLIC_LIBS ${A_PUBLIC_LIBS})
     set_target_properties(${target} PROPERTIES
         CXX_VISIBILITY_PRESET hidden
         LIBRARY_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/lib")

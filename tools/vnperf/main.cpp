@@ -3,6 +3,7 @@
 //
 //   vnperf ScanlinePerf operation=BLUR radius=8 width=2048 height=2048 --repeat 10
 
+#include "InBuildInfo.h"
 #include "InPackageInit.h"
 #include "IpTestPerf.h"
 #include "TestPerf.h"
@@ -35,15 +36,21 @@ int main(int argc, char** argv) {
     std::vector<std::string> words;
     int repeat = 5;
     bool list = false;
+    bool version = false;
     app.add_option("probe", name, "The program to run, e.g. ScanlinePerf or CompPerf");
     app.add_option("options", words, "The program's options, as key=value");
     app.add_option("--repeat", repeat, "How many timed runs")
         ->check(CLI::Range(1, 100000))
         ->capture_default_str();
     app.add_flag("--list", list, "List the programs and their options");
+    app.add_flag("--version", version, "Print the library's build information, then stop");
     CLI11_PARSE(app, argc, argv);
 
     PackagesStarted started;
+    if (version) {
+        std::printf("%s\n", Vn::InBuildInfo::getBuildInformationString().c_str());
+        return 0;
+    }
     if (list || name.empty()) {
         for (std::string const& n : Vn::TestPerfRegistry::getNames()) {
             Vn::OPtr<Vn::TestPerfBase> p = Vn::TestPerfRegistry::create(n);

@@ -2,6 +2,7 @@
 // tile, and writes image files.
 
 #include "EngineSession.h"
+#include "InBuildInfo.h"
 
 #include "HoRender.h"
 
@@ -103,6 +104,7 @@ int main(int argc, char** argv) {
     std::string frames;
     bool quiet = false;
     bool info = false;
+    bool version = false;
     bool dumpDag = false;
     app.add_option("--width", job.width, "Width in pixels")->capture_default_str();
     app.add_option("--height", job.height, "Height in pixels")->capture_default_str();
@@ -127,6 +129,7 @@ int main(int argc, char** argv) {
                  "Also write the processing graph as DOT beside the first output (NAME.dag.dot), "
                  "and as PNG when Graphviz is installed");
     app.add_flag("--info", info, "Print the build information and the started packages, then stop");
+    app.add_flag("--version", version, "Print the library's build information, then stop");
 
     try {
         app.parse(argc, argv);
@@ -147,11 +150,15 @@ int main(int argc, char** argv) {
             .at(format);
 
     try {
-        if (!info)
+        if (!info && !version)
             job.validate();
         if (dumpDag)
             job.dagFile = job.defaultDagFile();
         VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
+        if (version) {
+            std::cout << Vn::InBuildInfo::getBuildInformationString() << "\n";
+            return 0;
+        }
         if (info) {
             session.printBuildInfo(std::cout);
             std::cout << "Packages started: ";
