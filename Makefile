@@ -7,7 +7,7 @@ export CMAKE_BUILD_PARALLEL_LEVEL
 
 PREFIX ?= /usr/local
 
-.PHONY: deps configure build render test install check-install asan tsan bench fuzz format clean
+.PHONY: deps configure build render test install check-install docs asan tsan bench fuzz format clean
 
 deps:
 	@bash scripts/install-deps
@@ -32,6 +32,12 @@ install: build
 # Installs into a temporary prefix and builds and runs examples/consumer against it alone.
 check-install: build
 	@bash scripts/check-install build/$(PRESET)
+
+# The API reference in build/docs/html; fails on a Doxygen warning or an exported class
+# without a brief.
+docs:
+	@bash scripts/install-deps --docs
+	@bash scripts/make-docs
 
 # AddressSanitizer + UndefinedBehaviorSanitizer over every test.
 asan:

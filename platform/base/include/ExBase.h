@@ -70,6 +70,7 @@ public:
     VN_EX_CLONE_RAISE(ExProgramAborted)
 };
 
+// A null handle was used.
 class VN_EXPORT ExNullPtr : public ExBase {
 public:
     ExNullPtr(char const* file, int line, char const* typeName);
@@ -77,6 +78,7 @@ public:
     VN_EX_CLONE_RAISE(ExNullPtr)
 };
 
+// A cast to a required class failed.
 class VN_EXPORT ExCastFailed : public ExBase {
 public:
     ExCastFailed(char const* file, int line, char const* fromType, char const* toType);

@@ -91,6 +91,7 @@ struct VN_EXPORT GeScale2 {
     void mulOnRightAssign(GeAffineMatrix2<T>& m) const noexcept;
 };
 
+// Scale factors along three axes.
 template <class T>
 struct VN_EXPORT GeScale3 {
     T x = T(1);
@@ -111,6 +112,7 @@ struct VN_EXPORT GeTranslation2 {
     void mulOnRightAssign(GeAffineMatrix2<T>& m) const noexcept;
 };
 
+// A move along three axes.
 template <class T>
 struct VN_EXPORT GeTranslation3 {
     T x{};

@@ -6,6 +6,7 @@
 
 namespace Vn {
 
+// A point of two coordinates.
 template <class T>
 struct VN_EXPORT GePoint {
     T x{};

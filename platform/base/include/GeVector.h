@@ -4,6 +4,7 @@
 
 namespace Vn {
 
+// A vector of two doubles.
 template <class T>
 struct VN_EXPORT GeVector2 {
     T x{};
@@ -11,6 +12,7 @@ struct VN_EXPORT GeVector2 {
     bool operator==(GeVector2 const&) const = default;
 };
 
+// A vector of three doubles.
 template <class T>
 struct VN_EXPORT GeVector3 {
     T x{};

@@ -32,6 +32,7 @@ private:
     std::string _name;
 };
 
+// Holds a lock for its own lifetime.
 class VN_EXPORT LkGuard {
 public:
     explicit LkGuard(LkLock& lock) : _lock(lock), _took(lock.lock()) {}

@@ -8,6 +8,7 @@
 
 namespace Vn {
 
+// The states and the shared creation lock of lazily made singletons.
 class VN_EXPORT LkSingletonBase {
 public:
     enum State { UNINITIALIZED, INITIALIZED, DESTROYED };

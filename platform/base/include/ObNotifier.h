@@ -23,6 +23,7 @@ public:
     virtual void update(ObObserverAny* observer, ObSubjectAny* subject, ObHints const& hints) = 0;
 };
 
+// Delivers attach and detach notices between subjects and observers of one tag.
 template <class Tag>
 class VN_EXPORT ObNotifier final : public ObNotifierBase {
 public:

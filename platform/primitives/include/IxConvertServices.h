@@ -9,6 +9,7 @@ struct primitives {};
 
 namespace Vn {
 
+// The floating-point mode of the pixel code, per thread.
 class VN_EXPORT IxConvertServices {
 public:
     // Puts the calling thread's floating-point unit in the mode the pixel code expects:

@@ -51,6 +51,7 @@ private:
     std::atomic<std::uint32_t> _levels;
 };
 
+// One logged line: its groups, level and text.
 struct VN_EXPORT LgEntry {
     std::string major;
     std::string minor;

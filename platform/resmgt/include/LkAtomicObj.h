@@ -251,9 +251,8 @@ private:
 
 // A private, editable snapshot of an LkAtomicObj. commit() publishes the edited copy if no other
 // commit came in between; otherwise it takes a new snapshot and answers false, and the caller
-// decides again from *this:
-//     LkAtomicWrGuard<S> g(obj);
-//     do { g->x++; } while (!g.commit());
+// decides again from *this, as in
+// `LkAtomicWrGuard<S> g(obj); do { g->x++; } while (!g.commit());`.
 // The loop body must have no effect outside the guard: it may run several times.
 template <class T>
 class LkAtomicWrGuard {

@@ -47,6 +47,7 @@ private:
     std::vector<LkThreadSlot*> _slots;
 };
 
+// Makes per-thread data slots.
 class VN_EXPORT LkThreadOpaqueDataFactory {
 public:
     // context is handed to both functions. makeFn must not return null.

@@ -22,6 +22,7 @@ private:
     int _index;
 };
 
+// The process's processors and the pools it started.
 class VN_EXPORT MtThreadMgr {
 public:
     static MtThreadMgr& getInstance();

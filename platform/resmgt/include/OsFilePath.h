@@ -38,6 +38,7 @@ private:
     std::string _path;
 };
 
+// Types of the file layer: permissions.
 class VN_EXPORT OsFileTypes {
 public:
     // Access by owner, group and others, each a sum of READ, WRITE and EXECUTE. A folder that
@@ -51,6 +52,7 @@ public:
     };
 };
 
+// Queries and changes of the file system.
 class VN_EXPORT OsFsUtils {
 public:
     // Whether something exists at the path, file or folder.

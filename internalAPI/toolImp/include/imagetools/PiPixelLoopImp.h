@@ -30,6 +30,7 @@ private:
     std::int32_t _globalScanlineIndex = 0;
 };
 
+// Runs a generator loop, which makes pixels from no source.
 class VN_EXPORT PiPixelGeneratorLoopImp final : public PiPixelLoopImp {
 public:
     PiPixelGeneratorLoopImp(PiPixelGeneratorLoop& loop, IxWriteGuard& result) noexcept

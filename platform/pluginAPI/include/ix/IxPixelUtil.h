@@ -7,6 +7,7 @@ namespace Vn {
 
 class IxReadGuard;
 
+// Single pixels of tiles, for checks and slow paths.
 class VN_EXPORT IxPixelUtil {
 public:
     // Pixel (x, y) of the guard's tile as float RGBA, converted as the scanline code converts;

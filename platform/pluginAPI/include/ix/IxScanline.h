@@ -71,12 +71,14 @@ private:
     IxPaddingPolicy<T> _padding;
 };
 
+// \cond The formats, defined with the instantiations.
 template <>
 IxPixelFormat const IxScanline<float>::PIXEL_FORMAT;
 template <>
 IxPixelFormat const IxScanline<std::complex<float>>::PIXEL_FORMAT;
 template <>
 IxPixelFormat const IxScanline<CoRgbaColorTyped<float>>::PIXEL_FORMAT;
+// \endcond
 
 extern template class IxScanline<float>;
 extern template class IxScanline<std::complex<float>>;

@@ -10,6 +10,7 @@ namespace Vn {
 
 class PxValidityInterval;
 
+// Types shared by the scanline code: fetchers of tiles.
 class VN_EXPORT IxScanlineTypes {
 public:
     // Hands out the tiles of an image by the pixels they hold. One thread per fetcher.

@@ -16,6 +16,7 @@ class PiNodeController;
 class XmlElement;
 class XmlWriter;
 
+// What a graph tells its subscribers: closed, refreshed, a command done.
 struct VN_EXPORT PiGraphEvent {
     enum Type : int { CloseGraph, GraphRefreshed, CommandProcessed };
     Type type = CommandProcessed;

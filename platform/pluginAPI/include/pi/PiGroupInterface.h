@@ -53,6 +53,7 @@ private:
     virtual void internalNodeNameChanged(RCShdPtr<PiNode> const&) {}
 };
 
+// How the graph tells a group's controller of edits inside the group.
 class VN_EXPORT PiGroupInterfaceManip {
 public:
     static void nodeAdded(PiGroupInterface& g, RCShdPtr<PiNode> const& n) { g.nodeAdded(n); }

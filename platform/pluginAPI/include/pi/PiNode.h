@@ -107,6 +107,7 @@ public:
     virtual void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* handler) const = 0;
 };
 
+// A node made from a tool's description.
 class VN_EXPORT PiToolNode : public virtual PiNode {
 public:
     virtual RCShdPtr<PiTool const> getTool() const = 0;

@@ -11,6 +11,7 @@
 
 namespace Vn {
 
+// Constants of image-modifying tools.
 struct VN_EXPORT PiImageModifierTypes {
     // Which components of its image a tool changes.
     enum AffectType : std::int32_t { AFFECT_RGBA = 1, AFFECT_RGB = 2, AFFECT_ALPHA = 4 };

@@ -28,6 +28,7 @@ public:
     virtual bool isStructured() const { return false; }
 };
 
+// A socket that takes at most one connection, or holds sub-inputs.
 class VN_EXPORT PiInput : public PiSocket {
 public:
     virtual RCShdPtr<PiOutput> getConnectedOutput() const = 0;
@@ -48,6 +49,7 @@ public:
     virtual void disconnect() = 0;
 };
 
+// A socket that feeds any number of inputs.
 class VN_EXPORT PiOutput : public PiSocket {
 public:
     virtual Iterator<RCShdPtr<PiInput>> getConnectedInputs() const = 0;

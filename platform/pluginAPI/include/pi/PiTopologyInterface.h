@@ -62,6 +62,7 @@ private:
     virtual void linkChanged() {}
 };
 
+// How the graph tells a link's topology that its target changed.
 class VN_EXPORT PiLinkTopologyInterfaceManip {
 public:
     static void linkChanged(PiLinkTopologyInterface& t) { t.linkChanged(); }

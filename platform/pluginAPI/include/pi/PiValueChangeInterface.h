@@ -20,6 +20,7 @@ private:
     virtual void dynamicValueRemoved(std::string const& /*name*/, int /*id*/) {}
 };
 
+// How the graph tells a value-change interface of its stored values.
 class VN_EXPORT PiValueChangeInterfaceManip {
 public:
     // Each requires the value to belong to the controller's node.
