@@ -80,9 +80,17 @@ TEST_F(EWASplatter, OtherFormatsAreFinishedThroughAFloatAccumulator) {
                            GeLinearMatrix2<float>(1, 0, 0, 1));
         // Bad footprints and centres are ignored or bounded, never undefined.
         float const nan = std::numeric_limits<float>::quiet_NaN();
-        s.splatter({1, 0, 0, 1}, {nan, 3.0f}, GeLinearMatrix2<float>(1, 0, 0, 1));
+        s.splatter({1, 0, 0, 1}, {nan, 12.0f}, GeLinearMatrix2<float>(1, 0, 0, 1));
         s.splatter({1, 0, 0, 1}, {3.0f, 3.0f}, GeLinearMatrix2<float>(nan, 1e30f, 0, -1e-30f));
     }
+    // The splat at no place added nothing anywhere on its row; the one of no size stayed a
+    // small red mark where it was asked.
+    for (int x = 0; x < 8; ++x)
+        EXPECT_LE(pixelOf(target, x, 12).r, 2.0f / 255) << x;
+    Color const mark = pixelOf(target, 3, 3);
+    EXPECT_GT(mark.r, 2.0f / 255);
+    EXPECT_NEAR(mark.a, 1.0f, 1.0f / 255);
+    EXPECT_LE(pixelOf(target, 3, 7).r, 2.0f / 255);
     Color const left = pixelOf(target, 2, 8);
     Color const right = pixelOf(target, 13, 8);
     EXPECT_NEAR(left.b, 1.0f, 1.0f / 255);

@@ -140,29 +140,6 @@ bool sameBytes(IxTile const& a, IxTile const& b) {
 
 class ImageConvertTest : public EngineTest {};
 
-TEST(Lanczos3Filter, KernelAndSupport) {
-    Lanczos3Filter const f;
-    EXPECT_EQ(f.evaluate(0.0f), 1.0f);
-    EXPECT_EQ(f.evaluate(3.0f), 0.0f);
-    EXPECT_EQ(f.evaluate(-3.0f), 0.0f);
-    EXPECT_EQ(f.evaluate(7.5f), 0.0f);
-    EXPECT_EQ(f.getRadius(), 3.0f);
-    // Zero at the other integers, symmetric, negative in the second lobe.
-    EXPECT_NEAR(f.evaluate(1.0f), 0.0f, 1e-6f);
-    EXPECT_NEAR(f.evaluate(2.0f), 0.0f, 1e-6f);
-    EXPECT_EQ(f.evaluate(1.3f), f.evaluate(-1.3f));
-    EXPECT_LT(f.evaluate(1.5f), 0.0f);
-    EXPECT_GT(f.evaluate(2.5f), 0.0f);
-    // The single-precision form: sinc(x) sinc(x * 0.33333334f), pi x rounded once from double.
-    auto sinc = [](float t) {
-        float const x = static_cast<float>(static_cast<double>(t) * 3.141592653589793);
-        return std::sin(x) / x;
-    };
-    EXPECT_EQ(f.evaluate(0.7f), sinc(0.7f) * sinc(0.7f * 0.33333334f));
-    EXPECT_EQ(IpFilters::Filter::scale(3.0f, 2.0f), 6.0f);
-    EXPECT_EQ(IpFilters::Filter::scale(3.0f, 0.5f), 3.0f);
-}
-
 TEST(PxImageRegionIter, PartsCoverTheRegionOutsideTheExcludedOne) {
     struct Case {
         GeRectangle<int> region, excluded;

@@ -91,11 +91,15 @@ TEST_F(PixelLoops, GeneratorWritesEveryRowInTheTilesFormat) {
     } loop(guard);
     loop.process();
     EXPECT_EQ(guard.getTile().getFillColor(), (Color{0.5f, 0.5f, 0.5f, 0.5f}));
+    // Red 1, 0.75, 0.5 on rows -4..-2 and green 3/8 .. 6/8 across, rounded to 8 bits by hand.
+    int const red[] = {255, 191, 128};
+    int const green[] = {96, 128, 159, 191};
     for (int y = -4; y < -1; ++y)
         for (int x = 3; x < 7; ++x) {
             std::uint8_t const* p = guard.getPixel<std::uint8_t>(x, y);
-            EXPECT_EQ(p[0], static_cast<std::uint8_t>(-y / 4.0f * 255.0f + 0.5f));
-            EXPECT_EQ(p[1], static_cast<std::uint8_t>(x / 8.0f * 255.0f + 0.5f));
+            EXPECT_EQ(p[0], red[y + 4]) << x << "," << y;
+            EXPECT_EQ(p[1], green[x - 3]) << x << "," << y;
+            EXPECT_EQ(p[2], 0) << x << "," << y;
         }
 }
 
