@@ -1,6 +1,7 @@
 #include "../../procImp/tests/EngineTestSupport.h"
 
 #include "ExBase.h"
+#include "IpAlphaFilter2D.h"
 #include "IpAlphaKernels.h"
 #include "IpAlphaPipeNodes.h"
 #include "IpScanlinePipeUtils.h"
@@ -15,6 +16,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 using namespace VnTest;
 using namespace Vn;
@@ -96,7 +98,7 @@ std::string shape(IpScanlinePipe const& p) {
 
 using AlphaPipes = EngineTest;
 
-TEST_F(AlphaPipes, BlurEqualsTheSeparableConvolutionOfItsKernel) {
+TEST_F(AlphaPipes, BothFeathersEqualTheConvolutionOfTheGaussian) {
     // A destination that straddles the source tile, sizes not multiples of 32: the filter reads
     // the fill colour beyond the tile.
     Image const im{{0, 45, 0, 37}, 0.25f, [](int x, int y) {
@@ -109,22 +111,39 @@ TEST_F(AlphaPipes, BlurEqualsTheSeparableConvolutionOfItsKernel) {
         GeRectangle<int> srcRegion;
         IxTile const out =
             run(s, IpScanlinePipeUtils::createBlurAlpha(s, rx, ry), src, dst, &srcRegion);
+        // The older tile filter, over the same region.
+        IxTile const tiled(kAlpha, dst, {});
+        IpFeatherFilter2D(rx, ry).filter({IxReadGuard(src)}, IxWriteGuard(tiled), dst);
 
-        IpGauss1DKernel const kx(rx);
-        IpGauss1DKernel const ky(ry);
-        int const hx = kx.getSize() / 2;
-        int const hy = ky.getSize() / 2;
+        // The feather of radius r: a Gaussian of sigma r / 2 over ceil(1.5 r) pixels each side,
+        // normalised.
+        auto taps = [](float r) {
+            int const h = static_cast<int>(std::ceil(1.5 * r));
+            std::vector<double> w(static_cast<std::size_t>(2 * h + 1), 1.0);
+            double sum = 0.0;
+            for (int k = -h; k <= h && h > 0; ++k)
+                sum += w[static_cast<std::size_t>(k + h)] = std::exp(-2.0 * k * k / (r * r));
+            for (double& v : w)
+                v /= h > 0 ? sum : 1.0;
+            return w;
+        };
+        std::vector<double> const kx = taps(rx);
+        std::vector<double> const ky = taps(ry);
+        int const hx = static_cast<int>(kx.size() / 2);
+        int const hy = static_cast<int>(ky.size() / 2);
         EXPECT_EQ(srcRegion,
                   GeRectangle<int>(dst.xmin - hx, dst.xmax + hx, dst.ymin - hy, dst.ymax + hy));
         for (int y = dst.ymin; y < dst.ymax; ++y)
             for (int x = dst.xmin; x < dst.xmax; ++x) {
                 double sum = 0.0;
-                for (int j = 0; j < ky.getSize(); ++j)
-                    for (int i = 0; i < kx.getSize(); ++i)
-                        sum += double(ky.getTaps()[j]) * kx.getTaps()[i] *
+                for (int j = 0; j <= 2 * hy; ++j)
+                    for (int i = 0; i <= 2 * hx; ++i)
+                        sum += ky[static_cast<std::size_t>(j)] * kx[static_cast<std::size_t>(i)] *
                                im.at(x - hx + i, y - hy + j);
                 ASSERT_NEAR(pixel(out, x, y), sum, 2e-5)
                     << rx << "," << ry << " at " << x << "," << y;
+                ASSERT_NEAR(pixel(tiled, x, y), sum, 2e-5)
+                    << "tiles " << rx << "," << ry << " at " << x << "," << y;
             }
         EXPECT_EQ(out.getFillColor().a, 0.25f);
     }
@@ -319,6 +338,43 @@ TEST_F(AlphaPipes, EdgeGraphHasTheShapeItsSettingsAsk) {
                                                                  nullptr, 0);
               }),
               "element == IpDilate::BOX");
+}
+
+TEST_F(AlphaPipes, EdgeGraphPixelsAndFillAreThoseOfItsOperations) {
+    // Box elements, no feather: the band between a grown and a shrunk matte, by brute force.
+    Image const im = blobs({0, 23, 0, 17}, 0.75f, 8);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(-3, 26, -2, 19);
+    auto extreme = [&](int x, int y, int rx, int ry, bool grow) {
+        float e = grow ? -1e9f : 1e9f;
+        for (int dy = -ry; dy <= ry; ++dy)
+            for (int dx = -rx; dx <= rx; ++dx)
+                e = grow ? std::max(e, im.at(x + dx, y + dy)) : std::min(e, im.at(x + dx, y + dy));
+        return e;
+    };
+    struct Case {
+        bool difference;
+        bool invert;
+        float fill; // of the result: the operations on the source's 0.75
+    };
+    for (Case c : {Case{true, true, 1.0f}, Case{false, false, 0.75f}, Case{true, false, 0.0f}}) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxTile const out =
+            run(s,
+                IpScanlinePipeUtils::createEdgeProcessingGraph(
+                    s, c.difference, IpDilate::BOX, 2, 1, -1, -1, 0, 0, 0, 0, c.invert, nullptr, 0),
+                src, dst);
+        for (int y = dst.ymin; y < dst.ymax; ++y)
+            for (int x = dst.xmin; x < dst.xmax; ++x) {
+                float const grown = extreme(x, y, 2, 1, true);
+                float const shrunk = extreme(x, y, 1, 1, false);
+                float v = c.difference ? std::max(grown - shrunk, 0.0f) : (grown + shrunk) * 0.5f;
+                if (c.invert)
+                    v = 1.0f - v;
+                ASSERT_EQ(pixel(out, x, y), v) << c.difference << c.invert << " " << x << "," << y;
+            }
+        EXPECT_EQ(out.getFillColor().a, c.fill);
+    }
 }
 
 TEST_F(AlphaPipes, EdgeGraphTakesANullOrIdentityCurveAndRefusesOthers) {
