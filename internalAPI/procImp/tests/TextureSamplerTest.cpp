@@ -2,6 +2,7 @@
 #include "EngineTestSupport.h"
 #include "ExBase.h"
 #include "ImageTestGraph.h"
+#include "IxPixelUtil.h"
 #include "PxConfig.h"
 #include "PxEWASampler.h"
 #include "PxImageTexture.h"
@@ -246,16 +247,25 @@ TEST_F(TextureSampler, EdgesFormatsAndBadPositions) {
     auto noop = makeSampler(covering, pixelParams(whole, 0, 4, 4));
     EXPECT_FLOAT_EQ(noop->sample(GePoint<double>{7.0, 7.0}, GeLinearMatrix2<double>()).r,
                     7.0f / 64.0f);
-    auto outside = makeSampler(img, pixelParams(r, 0, 4, 4));
-    try {
-        outside->sample(GePoint<double>{-3.0, 2.0}, GeLinearMatrix2<double>());
-        ADD_FAILURE() << "no assertion";
-    } catch (ExBase const& e) {
-        EXPECT_NE(std::string(e.what()).find(
-                      "Source tiles must cover the scanline region in NOOP padding mode."),
-                  std::string::npos)
-            << e.what();
-    }
+    // Outside in columns, in rows, or both; in the point and the row forms.
+    for (GePoint<double> const p : {GePoint<double>{-3.0, 2.0}, GePoint<double>{2.0, -3.0},
+                                    GePoint<double>{2.0, 9.0}, GePoint<double>{9.0, 9.0}})
+        for (int form = 0; form < 2; ++form) {
+            auto outside = makeSampler(img, pixelParams(r, 0, 4, 4));
+            Color row[2];
+            try {
+                if (form)
+                    outside->sampleRow(p, {0.0, 0.0}, 2, GeLinearMatrix2<float>(), row);
+                else
+                    outside->sample(p, GeLinearMatrix2<double>());
+                ADD_FAILURE() << "no assertion at " << p.x << "," << p.y;
+            } catch (ExBase const& e) {
+                EXPECT_NE(std::string(e.what()).find(
+                              "Source tiles must cover the scanline region in NOOP padding mode."),
+                          std::string::npos)
+                    << e.what();
+            }
+        }
 
     // An alpha image reads as grey with its alpha; premultiplying leaves it so.
     TestImage const alpha =
@@ -514,33 +524,40 @@ TEST(MitchellWeights, AreTheCubicOfOneThirdsAndSumToOne) {
 }
 
 namespace {
-// An image of width x height whose tiles hold only the left half of their part of it: the rest
-// is their fill colour.
-class HalfTiles final : public PxImageProtocol {
+// An image of width x height whose tiles each hold a colour of their place; with half set, only
+// the left half of their part of it, the rest being their fill colour.
+class TiledImage final : public PxImageProtocol {
 public:
-    HalfTiles() : PxNode(Init{"half tiles"}) {}
+    TiledImage(int width, int height, bool half)
+        : PxNode(Init{"tiled"}), _width(width), _height(height), _half(half) {}
     PxImageFormat getImageFormat() const override { return imageFormat(); }
     PxRODResult getImageROD(PxTimeStreamContext const&) const override {
-        return {pixelizedToNominal({0, 600, 0, 40}, 1.0f, 1.0f), PxValidityInterval::FULL};
+        return {pixelizedToNominal({0, _width, 0, _height}, 1.0f, 1.0f), PxValidityInterval::FULL};
     }
     PxImageResult getImageResult(PxImageContext const& c) const override {
         PxValidityInterval vi = PxValidityInterval::FULL;
         GeRectangle<int> r = computeTileRegion(c, vi);
-        r.xmax = r.xmin + r.width() / 2;
+        if (_half)
+            r.xmax = r.xmin + r.width() / 2;
         IxTile const tile = allocateImageBuffer(c, kFill, r);
-        ipSet(IxWriteGuard(tile), r, kInside);
+        ipSet(IxWriteGuard(tile), r, colourOf(c.getTile().x, c.getTile().y));
         return {tile, vi};
     }
     bool isChainConnected() const override { return true; }
     bool producesFullFrames() const override { return false; }
     int getNbStreams() const override { return 1; }
+    static Color colourOf(int tx, int ty) { return {tx / 128.0f, ty / 128.0f, 0.5f, 1.0f}; }
     static inline Color const kFill{0.0f, 0.0f, 1.0f, 0.5f};
-    static inline Color const kInside{1.0f, 0.0f, 0.0f, 1.0f};
+
+private:
+    int _width;
+    int _height;
+    bool _half;
 };
 } // namespace
 
 TEST_F(TextureSampler, PixelsATileDoesNotHoldReadAsItsFillColour) {
-    PxStrongHndl<PxImageProtocol const> const node = makeNode(new HalfTiles);
+    PxStrongHndl<PxImageProtocol const> const node = makeNode(new TiledImage(600, 40, true));
     int const tile = 1 << PxConfig::getTileSizeExpX();
     Color got[4];
     runAndWait(new FnRequest([&] {
@@ -552,8 +569,37 @@ TEST_F(TextureSampler, PixelsATileDoesNotHoldReadAsItsFillColour) {
             got[i++] = s.sample(GePoint<double>{x + 0.5, 20.5}, GeLinearMatrix2<double>());
     }));
     // The second tile is 600 - tile pixels wide, the last pixel beyond its half.
-    Color const want[4] = {HalfTiles::kInside, HalfTiles::kFill, HalfTiles::kInside,
-                           HalfTiles::kFill};
+    Color const want[4] = {TiledImage::colourOf(0, 0), TiledImage::kFill,
+                           TiledImage::colourOf(1, 0), TiledImage::kFill};
     for (int i = 0; i < 4; ++i)
         EXPECT_TRUE(sameBits(got[i], want[i])) << i << ": " << got[i].r << " " << got[i].a;
+}
+
+TEST_F(TextureSampler, TilesBeyondTheFetchersTableShareItsSlots) {
+    // 65 x 64 tiles: tile (1, 63), the 4,097th, shares the first one's slot, and so on.
+    int const tile = 1 << PxConfig::getTileSizeExpX();
+    PxStrongHndl<PxImageProtocol const> const node =
+        makeNode(new TiledImage(65 * tile, 64 * tile, false));
+    struct Probe {
+        int tx;
+        int ty;
+    };
+    Probe const probes[] = {{0, 0}, {1, 63}, {0, 0}, {64, 63}, {1, 63}, {0, 0}, {64, 0}};
+    std::vector<Color> got;
+    runAndWait(new FnRequest([&] {
+        PxImageFetcher const f(PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0, 0));
+        for (int round = 0; round < 2; ++round) {
+            for (Probe const& p : probes)
+                got.push_back(
+                    IxPixelUtil::getPixelColor(f.getGuard(p.tx * tile + 7, p.ty * tile + 5),
+                                               p.tx * tile + 7, p.ty * tile + 5));
+            round ? f.releaseTiles() : f.releaseGuard();
+        }
+    }));
+    ASSERT_EQ(got.size(), 2 * std::size(probes));
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        Probe const& p = probes[i % std::size(probes)];
+        EXPECT_TRUE(sameBits(got[i], TiledImage::colourOf(p.tx, p.ty)))
+            << "tile " << p.tx << "," << p.ty << " read " << i;
+    }
 }

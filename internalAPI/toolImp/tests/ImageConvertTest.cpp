@@ -106,8 +106,9 @@ Color wave(int x, int y) {
     return {0.5f + 0.4f * v, 0.5f - 0.3f * v, 0.2f * static_cast<float>(x % 5), 1.0f - 0.1f * v};
 }
 
-PxImageFormat fmt(int depth, Rational aspect = Rational(1), Rational rate = Rational(25)) {
-    return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, depth, aspect), rate);
+PxImageFormat fmt(int depth, Rational aspect = Rational(1), Rational rate = Rational(25),
+                  int comps = IxPixelFormat::RGBA) {
+    return PxImageFormat(IxPixelFormat(comps, depth, aspect), rate);
 }
 
 PxStrongHndl<PxImageFormatNode> formatNode(PxImageFormat const& f) {
@@ -211,6 +212,34 @@ TEST_F(ImageConvertTest, EightBitsThroughFloatComeBackExactly) {
     EXPECT_EQ(pixelAt(viaFloat.getTile(), 5, 3), every8BitValue(5, 3));
     EXPECT_EQ(viaFloat.getFillColor(), kFill);
     EXPECT_TRUE(sameBytes(original.getTile(), roundTrip.getTile()));
+}
+
+TEST_F(ImageConvertTest, AlphaAndRgbTilesKeepWhatTheirLayoutHolds) {
+    // Alpha keeps a and reads as (0, 0, 0, a); RGB keeps r, g, b and reads with alpha 1. The
+    // pattern's values are whole steps of 1 / 255, exact at both depths.
+    PxStrongHndl<PxImageProtocol const> const source =
+        makeNode(new PatternSource(fmt(IxPixelFormat::FLOAT32), 40, 6, every8BitValue));
+    for (int comps : {IxPixelFormat::ALPHA, IxPixelFormat::RGB})
+        for (int depth : {IxPixelFormat::UINT8, IxPixelFormat::FLOAT32}) {
+            auto const narrow =
+                convert(source, formatNode(fmt(depth, Rational(1), Rational(25), comps)));
+            EXPECT_STREQ(narrow->getConverter()->getTypeName(), "FormatConverter");
+            auto const wide = convert(narrow, formatNode(fmt(IxPixelFormat::FLOAT32)));
+            IxTile const t = tileOf(narrow, tile(0)).getTile();
+            IxTile const back = tileOf(wide, tile(0)).getTile();
+            EXPECT_EQ(t.getPixelFormat().getComps(), comps);
+            for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < 40; ++x) {
+                    Color const c = every8BitValue(x, y);
+                    Color const want = comps == IxPixelFormat::ALPHA ? Color{0, 0, 0, c.a}
+                                                                     : Color{c.r, c.g, c.b, 1};
+                    Color got;
+                    IxConvertUtil::readFrom(&got, ipPixelsOf(IxReadGuard(t)).address(x, y), 1,
+                                            ImPixelFormat(comps, depth));
+                    ASSERT_EQ(got, want) << comps << "x" << depth << " at " << x << "," << y;
+                    ASSERT_EQ(pixelAt(back, x, y), want) << comps << "x" << depth;
+                }
+        }
 }
 
 TEST_F(ImageConvertTest, HalfFloatsMatchImath) {
