@@ -1,5 +1,7 @@
 #include "EngineTestSupport.h"
+#include "IxImageOps.h"
 #include "PxEWASplatter.h"
+#include "PxEx.h"
 #include "SamplerTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -100,4 +102,37 @@ TEST_F(EWASplatter, OtherFormatsAreFinishedThroughAFloatAccumulator) {
     EXPECT_GT(middle.r, 0.2f);
     EXPECT_LT(middle.r, 0.9f);
     EXPECT_NEAR(middle.a, 1.0f, 1.0f / 255);
+}
+
+TEST_F(EWASplatter, ACancelledSplatterLeavesItsTargetAsItWas) {
+    // Cancelled between splats, or after the last one while the splatter normalises: either
+    // way the cancellation reaches the request and no row of the target is written.
+    for (bool whileSplatting : {true, false}) {
+        IxTile const target(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8), {0, 8, 0, 8},
+                            {});
+        ipSet(IxWriteGuard(target), target.getPixelRegion(), {0.2f, 0.4f, 0.6f, 0.8f});
+        PxRequest* self = nullptr;
+        int splats = 0;
+        auto* r = new FnRequest([&] {
+            PxEWASplatter const s(IxWriteGuard(target), PxEWAFilterShape::getGauss(), 1.0f, 0.5f,
+                                  8.0f);
+            for (int i = 0; i < 6; ++i) {
+                if (i == (whileSplatting ? 3 : 5))
+                    engine().cancelRequest(self);
+                if (whileSplatting || i < 5) {
+                    s.splatter({1, 0, 0, 1}, {i + 0.5f, 4.5f}, GeLinearMatrix2<float>(1, 0, 0, 1));
+                    ++splats;
+                }
+            }
+        });
+        PxRequestPtr<FnRequest> const p(r);
+        self = r;
+        engine().executeRequest(r, false);
+        EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled) << whileSplatting;
+        EXPECT_EQ(splats, whileSplatting ? 3 : 5);
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 8; ++x)
+                ASSERT_NEAR(pixelOf(target, x, y).r, 0.2f, 0.003f)
+                    << whileSplatting << " at " << x << "," << y;
+    }
 }
