@@ -34,6 +34,7 @@ public:
     bool hasNext() const override;
     void getNext(IxScanline<T>*& dst, IxScanline<T>*& src) override;
     void flush() override;
+    void discard() noexcept override;
 
     static void initialize();
     static void finalize();

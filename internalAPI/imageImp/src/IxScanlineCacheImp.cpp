@@ -275,6 +275,12 @@ void IxScanlineCacheImp<T>::flush() {
 }
 
 template <class T>
+void IxScanlineCacheImp<T>::discard() noexcept {
+    _nbAccumulated = 0;
+    _flushCalled = true;
+}
+
+template <class T>
 typename IxScanlineCache<T>::Imp* IxScanlineCacheImp<T>::create(GeRectangle<int> const& dst,
                                                                 GeRectangle<int> const& src) {
     return new IxScanlineCacheImp(dst, src);

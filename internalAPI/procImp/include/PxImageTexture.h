@@ -26,7 +26,8 @@ public:
     PxTimeScaleContext const& getTimeScale() const noexcept { return _context; }
 
     // The sampler of the filter table for an image of this format read through the fetcher,
-    // which it takes over; null when the filter is outside the table.
+    // which it takes over; null when the filter is outside the table. A null fetcher raises the
+    // null-pointer exception.
     static OPtrRet<SdTextureSampler const> createSampler(IxPixelFormat const& format,
                                                          SdTextureParams const& params,
                                                          OPtr<PxImageFetcherBase> fetcher);

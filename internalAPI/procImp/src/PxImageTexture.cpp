@@ -31,6 +31,8 @@ bool PxImageTexture::isOpaque() const {
 OPtrRet<SdTextureSampler const> PxImageTexture::createSampler(IxPixelFormat const& format,
                                                               SdTextureParams const& params,
                                                               OPtr<PxImageFetcherBase> fetcher) {
+    if (!fetcher)
+        RCExUtil::throwExNullPtr("PxImageFetcherBase");
     if (fetcher->getImageRegion().isEmpty())
         return makeOPtr<SampleTransparentBlack>(PxValidityInterval::FULL);
     switch (params.filter) {
@@ -60,6 +62,8 @@ OPtrRet<SdTextureSampler const> PxImageTexture::createSampler(IxPixelFormat cons
 OPtrRet<SdTextureSampler const>
 PxImageTexture::createSampler(IxPixelFormat const& format, SdTextureParams const& params,
                               OPtr<IxScanlineTypes::TileFetcher> fetcher) {
+    if (!fetcher)
+        RCExUtil::throwExNullPtr("IxScanlineTypes::TileFetcher");
     return createSampler(format, params, makeOPtr<PxImageFetcherAdapter>(std::move(fetcher)));
 }
 

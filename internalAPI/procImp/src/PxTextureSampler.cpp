@@ -6,6 +6,7 @@
 #include "IxPixelUtil.h"
 #include "OsMemoryArch.h"
 #include "PxConfig.h"
+#include "RCExUtil.h"
 
 #include <algorithm>
 
@@ -90,6 +91,8 @@ PxTextureSampler::PxTextureSampler(OPtr<PxImageFetcherBase> fetcher, IxPixelForm
 PxTextureSampler::~PxTextureSampler() = default;
 
 void PxTextureSampler::init(SdTextureParams const& params) {
+    if (!_fetcher)
+        RCExUtil::throwExNullPtr("PxImageFetcherBase");
     _region = _fetcher->getImageRegion();
     _wrapS = params.wrapS;
     _wrapT = params.wrapT;
@@ -208,10 +211,13 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
     int const x1 = region.xmax;
     int const w = x1 - x0;
     int const end = x + TILE_SIZE_X;
-    // Converts the pixels from px on, as many as the tile holding px and the block allow.
+    // Converts the pixels from px on, as many as the tile holding px, the region and the block
+    // allow. A tile may reach past the region; what it holds there is not the image's.
     auto copy = [&](int c, int px) {
         IxReadGuard const& g = _fetcher->getGuard(px, sy);
-        int const n = std::min(g.getPixelRegion().xmax - px, end - c);
+        int const n = std::min(std::min(g.getPixelRegion().xmax, x1) - px, end - c);
+        // A guard that does not hold px would leave c where it is for ever.
+        VN_ASSERT(n > 0);
         IxConvertUtil::readFrom(row + (c - x), g.getAddress(px, sy), n,
                                 imFormat(g.getPixelFormat()));
         return c + n;
@@ -245,7 +251,8 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
                 break;
             }
             IxReadGuard const& g = _fetcher->getGuard(px, sy);
-            int const n = std::min(px - g.getPixelRegion().xmin + 1, end - c);
+            int const n = std::min(px - std::max(g.getPixelRegion().xmin, x0) + 1, end - c);
+            VN_ASSERT(n > 0);
             Color* out = row + (c - x);
             IxConvertUtil::readFrom(out, g.getAddress(px - n + 1, sy), n,
                                     imFormat(g.getPixelFormat()));

@@ -1,5 +1,7 @@
 #include "EngineTestSupport.h"
+#include "IxImageOps.h"
 #include "PxEWASplatter.h"
+#include "PxEx.h"
 #include "SamplerTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -80,9 +82,17 @@ TEST_F(EWASplatter, OtherFormatsAreFinishedThroughAFloatAccumulator) {
                            GeLinearMatrix2<float>(1, 0, 0, 1));
         // Bad footprints and centres are ignored or bounded, never undefined.
         float const nan = std::numeric_limits<float>::quiet_NaN();
-        s.splatter({1, 0, 0, 1}, {nan, 3.0f}, GeLinearMatrix2<float>(1, 0, 0, 1));
+        s.splatter({1, 0, 0, 1}, {nan, 12.0f}, GeLinearMatrix2<float>(1, 0, 0, 1));
         s.splatter({1, 0, 0, 1}, {3.0f, 3.0f}, GeLinearMatrix2<float>(nan, 1e30f, 0, -1e-30f));
     }
+    // The splat at no place added nothing anywhere on its row; the one of no size stayed a
+    // small red mark where it was asked.
+    for (int x = 0; x < 8; ++x)
+        EXPECT_LE(pixelOf(target, x, 12).r, 2.0f / 255) << x;
+    Color const mark = pixelOf(target, 3, 3);
+    EXPECT_GT(mark.r, 2.0f / 255);
+    EXPECT_NEAR(mark.a, 1.0f, 1.0f / 255);
+    EXPECT_LE(pixelOf(target, 3, 7).r, 2.0f / 255);
     Color const left = pixelOf(target, 2, 8);
     Color const right = pixelOf(target, 13, 8);
     EXPECT_NEAR(left.b, 1.0f, 1.0f / 255);
@@ -92,4 +102,37 @@ TEST_F(EWASplatter, OtherFormatsAreFinishedThroughAFloatAccumulator) {
     EXPECT_GT(middle.r, 0.2f);
     EXPECT_LT(middle.r, 0.9f);
     EXPECT_NEAR(middle.a, 1.0f, 1.0f / 255);
+}
+
+TEST_F(EWASplatter, ACancelledSplatterLeavesItsTargetAsItWas) {
+    // Cancelled between splats, or after the last one while the splatter normalises: either
+    // way the cancellation reaches the request and no row of the target is written.
+    for (bool whileSplatting : {true, false}) {
+        IxTile const target(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8), {0, 8, 0, 8},
+                            {});
+        ipSet(IxWriteGuard(target), target.getPixelRegion(), {0.2f, 0.4f, 0.6f, 0.8f});
+        PxRequest* self = nullptr;
+        int splats = 0;
+        auto* r = new FnRequest([&] {
+            PxEWASplatter const s(IxWriteGuard(target), PxEWAFilterShape::getGauss(), 1.0f, 0.5f,
+                                  8.0f);
+            for (int i = 0; i < 6; ++i) {
+                if (i == (whileSplatting ? 3 : 5))
+                    engine().cancelRequest(self);
+                if (whileSplatting || i < 5) {
+                    s.splatter({1, 0, 0, 1}, {i + 0.5f, 4.5f}, GeLinearMatrix2<float>(1, 0, 0, 1));
+                    ++splats;
+                }
+            }
+        });
+        PxRequestPtr<FnRequest> const p(r);
+        self = r;
+        engine().executeRequest(r, false);
+        EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled) << whileSplatting;
+        EXPECT_EQ(splats, whileSplatting ? 3 : 5);
+        for (int y = 0; y < 8; ++y)
+            for (int x = 0; x < 8; ++x)
+                ASSERT_NEAR(pixelOf(target, x, y).r, 0.2f, 0.003f)
+                    << whileSplatting << " at " << x << "," << y;
+    }
 }

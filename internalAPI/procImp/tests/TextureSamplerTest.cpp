@@ -2,15 +2,21 @@
 #include "EngineTestSupport.h"
 #include "ExBase.h"
 #include "ImageTestGraph.h"
+#include "IxPixelUtil.h"
+#include "PxConfig.h"
+#include "PxEWASampler.h"
+#include "PxImageTexture.h"
 #include "PxSamplers.h"
 #include "SamplerTestSupport.h"
 
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <functional>
 #include <limits>
 #include <random>
 #include <string>
+#include <typeinfo>
 
 using namespace VnTest;
 using namespace Vn;
@@ -88,16 +94,19 @@ Color referenceSample(ReferenceSampler const& ref, GePoint<double> const& p) {
     }
 }
 
-OPtr<SdTextureSampler> makeSampler(TestImage const& img, SdTextureParams const& params) {
+OPtr<SdTextureSampler> makeSampler(TestImage const& img, SdTextureParams const& params,
+                                   OPtr<PxImageFetcherBase> fetcher = {}) {
+    if (!fetcher)
+        fetcher = img.fetcher();
     switch (params.filter) {
     case SdTextureTypes::FILTER_NEAREST:
-        return makeOPtr<PxNearestSampler>(img.fetcher(), img.format, params);
+        return makeOPtr<PxNearestSampler>(std::move(fetcher), img.format, params);
     case SdTextureTypes::FILTER_BILINEAR:
         if (img.format.getComps() == IxPixelFormat::RGB)
-            return makeOPtr<PxBilinearRGBSampler>(img.fetcher(), img.format, params);
-        return makeOPtr<PxBilinearSampler>(img.fetcher(), img.format, params);
+            return makeOPtr<PxBilinearRGBSampler>(std::move(fetcher), img.format, params);
+        return makeOPtr<PxBilinearSampler>(std::move(fetcher), img.format, params);
     default:
-        return makeOPtr<PxMitchellSampler>(img.fetcher(), img.format, params);
+        return makeOPtr<PxMitchellSampler>(std::move(fetcher), img.format, params);
     }
 }
 
@@ -238,16 +247,25 @@ TEST_F(TextureSampler, EdgesFormatsAndBadPositions) {
     auto noop = makeSampler(covering, pixelParams(whole, 0, 4, 4));
     EXPECT_FLOAT_EQ(noop->sample(GePoint<double>{7.0, 7.0}, GeLinearMatrix2<double>()).r,
                     7.0f / 64.0f);
-    auto outside = makeSampler(img, pixelParams(r, 0, 4, 4));
-    try {
-        outside->sample(GePoint<double>{-3.0, 2.0}, GeLinearMatrix2<double>());
-        ADD_FAILURE() << "no assertion";
-    } catch (ExBase const& e) {
-        EXPECT_NE(std::string(e.what()).find(
-                      "Source tiles must cover the scanline region in NOOP padding mode."),
-                  std::string::npos)
-            << e.what();
-    }
+    // Outside in columns, in rows, or both; in the point and the row forms.
+    for (GePoint<double> const p : {GePoint<double>{-3.0, 2.0}, GePoint<double>{2.0, -3.0},
+                                    GePoint<double>{2.0, 9.0}, GePoint<double>{9.0, 9.0}})
+        for (int form = 0; form < 2; ++form) {
+            auto outside = makeSampler(img, pixelParams(r, 0, 4, 4));
+            Color row[2];
+            try {
+                if (form)
+                    outside->sampleRow(p, {0.0, 0.0}, 2, GeLinearMatrix2<float>(), row);
+                else
+                    outside->sample(p, GeLinearMatrix2<double>());
+                ADD_FAILURE() << "no assertion at " << p.x << "," << p.y;
+            } catch (ExBase const& e) {
+                EXPECT_NE(std::string(e.what()).find(
+                              "Source tiles must cover the scanline region in NOOP padding mode."),
+                          std::string::npos)
+                    << e.what();
+            }
+        }
 
     // An alpha image reads as grey with its alpha; premultiplying leaves it so.
     TestImage const alpha =
@@ -265,15 +283,20 @@ TEST_F(TextureSampler, EdgesFormatsAndBadPositions) {
 
 namespace {
 
-// Counts the block rows the sampler fills: it asks for the region once per row.
+// Counts the block rows the sampler fills (it asks for the region once per row); may give a
+// region narrower than the tiles, and one tile for every pixel.
 class CountingFetcher final : public PxImageFetcherBase {
 public:
-    explicit CountingFetcher(OPtr<PxImageFetcherBase> inner) : _inner(std::move(inner)) {}
+    explicit CountingFetcher(OPtr<PxImageFetcherBase> inner, GeRectangle<int> region = {})
+        : _inner(std::move(inner)), _region(region) {}
     GeRectangle<int> getImageRegion() const override {
         ++rows;
-        return _inner->getImageRegion();
+        return _region.isEmpty() ? _inner->getImageRegion() : _region;
     }
-    IxReadGuard const& getGuard(int x, int y) const override { return _inner->getGuard(x, y); }
+    IxReadGuard const& getGuard(int x, int y) const override {
+        return fixed ? *fixed : _inner->getGuard(x, y);
+    }
+    IxReadGuard const* fixed = nullptr;
     void releaseTiles() const override { _inner->releaseTiles(); }
     void releaseGuard() const override { _inner->releaseGuard(); }
     void registerGuardProxy(IxGuardProxy const& p) const override { _inner->registerGuardProxy(p); }
@@ -282,6 +305,7 @@ public:
 
 private:
     OPtr<PxImageFetcherBase> _inner;
+    GeRectangle<int> _region;
 };
 
 } // namespace
@@ -318,10 +342,12 @@ TEST_F(TextureSampler, BlockedWalkFillsEachCacheBlockOnceAndAllocatesNothing) {
 }
 
 TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
-    ColorSourceSpec source; // 40 x 30 pixels
+    ColorSourceSpec source;
+    source.width = 100;
+    source.height = 80;
     source.colorVI = PxValidityInterval(0.0, 2.0);
     auto const node = colorSource(source);
-    GeRectangle<int> const region{0, 40, 0, 30};
+    GeRectangle<int> const region{0, 100, 0, 80};
     Color inside;
     Color outside;
     PxValidityInterval vi = PxValidityInterval::FULL;
@@ -330,15 +356,250 @@ TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
             PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0.5, 0),
             node->getImageFormat().getPixelFormat(), pixelParams(region, 1, 0, 0));
         EXPECT_EQ(s.getImageRegion(), region);
-        inside = s.sample(GePoint<double>{0.5, 29.5}, GeLinearMatrix2<double>());
-        outside = s.sample(GePoint<double>{45.0, 0.0}, GeLinearMatrix2<double>());
+        inside = s.sample(GePoint<double>{0.5, 79.5}, GeLinearMatrix2<double>());
+        outside = s.sample(GePoint<double>{105.0, 0.0}, GeLinearMatrix2<double>());
         s.reduceVI(vi);
-        s.releaseGuard(); // tiles stay, guards reopen on the next miss
-        s.releaseTiles();
+        // Tiles stay, guards reopen on the next miss; released tiles are fetched again.
+        for (int release = 0; release < 2; ++release) {
+            release ? s.releaseTiles() : s.releaseGuard();
+            // A block not yet cached: its tile is read again.
+            Color const again =
+                s.sample(GePoint<double>{40.5 - 30 * release, 40.5}, GeLinearMatrix2<double>());
+            EXPECT_NEAR(again.g, 0.5f, 1e-5f) << "after " << release;
+            EXPECT_NEAR(again.a, 1.0f, 1e-5f) << "after " << release;
+        }
     }));
     EXPECT_NEAR(inside.r, 0.25f, 1e-5f);
     EXPECT_NEAR(inside.b, 0.75f, 1e-5f);
     EXPECT_NEAR(inside.a, 1.0f, 1e-5f);
     EXPECT_TRUE(sameBits(outside, Color{}));
     EXPECT_EQ(vi, PxValidityInterval(0.0, 2.0));
+}
+
+TEST_F(TextureSampler, TilesWiderThanTheRegionAreReadOnlyInsideIt) {
+    // Tiles of 32 over 64 x 32 pixels, of which the image is 40 x 24: what lies beyond is poison
+    // that no wrap may read.
+    GeRectangle<int> const r{0, 40, 0, 24};
+    TestImage img = makeImage(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
+                              {0, 64, 0, 32}, 5, [&](int x, int y) {
+                                  return r.contains(x, y) ? Color{x / 40.0f, y / 24.0f, 0.5f, 1.0f}
+                                                          : Color{99.0f, 99.0f, 99.0f, 99.0f};
+                              });
+    img.region = r;
+    for (int filter : {0, 1, 3})
+        for (int wrap = 0; wrap < 4; ++wrap) {
+            SdTextureParams const params = pixelParams(r, filter, wrap, (wrap + 1) % 4);
+            ReferenceSampler const ref(img, params, filter != 0);
+            OPtr<SdTextureSampler> const s =
+                makeSampler(img, params, makeOPtr<CountingFetcher>(img.fetcher(), r));
+            for (double y = -30.0; y < 54.0; y += 3.7)
+                for (double x = -70.0; x < 110.0; x += 1.3) {
+                    GePoint<double> const p{x, y};
+                    ASSERT_TRUE(
+                        sameBits(s->sample(p, GeLinearMatrix2<double>()), referenceSample(ref, p)))
+                        << "filter " << filter << " wrap " << wrap << " at " << x << "," << y;
+                }
+        }
+    // A fetcher whose tile does not hold the pixel asked is a failed check, not an endless loop.
+    IxReadGuard const first(img.tiles[0]);
+    for (int wrap = 0; wrap < 4; ++wrap) {
+        auto* wrong = new CountingFetcher(img.fetcher(), r);
+        wrong->fixed = &first;
+        OPtr<SdTextureSampler> const s =
+            makeSampler(img, pixelParams(r, 0, wrap, wrap), OPtr<PxImageFetcherBase>(wrong));
+        EXPECT_THROW(s->sample(GePoint<double>{35.0, 3.0}, GeLinearMatrix2<double>()), ExBase)
+            << wrap;
+    }
+}
+
+TEST_F(TextureSampler, ANullFetcherIsRefused) {
+    SdTextureParams const params = pixelParams({0, 8, 0, 8}, 1, 0, 0);
+    IxPixelFormat const f(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+    std::function<void()> const makers[] = {
+        [&] { PxImageTexture::createSampler(f, params, OPtr<PxImageFetcherBase>()); },
+        [&] { PxImageTexture::createSampler(f, params, OPtr<IxScanlineTypes::TileFetcher>()); },
+        [&] { (void)PxNearestSampler(OPtr<PxImageFetcherBase>(), f, params); },
+        [&] { (void)PxMitchellSampler(OPtr<PxImageFetcherBase>(), f, params); },
+        [&] {
+            (void)PxEWASampler(OPtr<PxImageFetcherBase>(), f, params, PxEWAFilterShape::getGauss());
+        },
+    };
+    for (auto const& make : makers)
+        EXPECT_THROW(make(), ExBase);
+}
+
+TEST_F(TextureSampler, EveryFilterOfTheTableThroughEachFactoryForm) {
+    TestImage const img = randomImage(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
+                                      {-10, 50, 5, 40}, 5, 11);
+    auto direct = [&](int filter, SdTextureParams const& params) -> OPtr<SdTextureSampler> {
+        switch (filter) {
+        case SdTextureTypes::FILTER_EWA:
+        case SdTextureTypes::FILTER_EWA_GAUSS:
+            return makeOPtr<PxEWASampler>(img.fetcher(), img.format, params,
+                                          PxEWAFilterShape::getGauss());
+        case SdTextureTypes::FILTER_EWA_JINC2:
+            return makeOPtr<PxEWASampler>(img.fetcher(), img.format, params,
+                                          PxEWAFilterShape::getJinc2());
+        case SdTextureTypes::FILTER_EWA_JINC3:
+            return makeOPtr<PxEWASampler>(img.fetcher(), img.format, params,
+                                          PxEWAFilterShape::getJinc3());
+        default:
+            return makeSampler(img, params);
+        }
+    };
+    GeLinearMatrix2<double> const footprint(1.5, 0.25, -0.5, 2.0);
+    for (int filter = 0; filter < SdTextureTypes::NB_FILTERS; ++filter) {
+        SdTextureParams const params = pixelParams(img.region, filter, 2, 3);
+        OPtr<SdTextureSampler const> const forms[] = {
+            PxImageTexture::createSampler(img.format, params, img.fetcher()),
+            PxImageTexture::createSampler(img.format, params,
+                                          makeOPtr<IxScanlineTypes::TileListFetcher>(img.tiles))};
+        OPtr<SdTextureSampler> const want = direct(filter, params);
+        for (auto const& s : forms) {
+            ASSERT_TRUE(s);
+            EXPECT_TRUE(typeid(*s) == typeid(*want)) << filter;
+            for (GePoint<double> p : {GePoint<double>{3.25, 7.5}, GePoint<double>{-14.0, 41.7},
+                                      GePoint<double>{49.9, 5.1}})
+                EXPECT_TRUE(sameBits(s->sample(p, footprint), want->sample(p, footprint)))
+                    << "filter " << filter << " at " << p.x << "," << p.y;
+        }
+    }
+    SdTextureParams params = pixelParams(img.region, 1, 0, 0);
+    params.filter = SdTextureTypes::NB_FILTERS;
+    EXPECT_FALSE(PxImageTexture::createSampler(img.format, params, img.fetcher()));
+}
+
+TEST_F(TextureSampler, EveryFilterSamplesAFlatImageFlatThroughATexture) {
+    auto const node = colorSource(); // 40 x 30 of (0.25, 0.5, 0.75), opaque
+    for (int filter = 0; filter < SdTextureTypes::NB_FILTERS; ++filter)
+        for (int wrap = 1; wrap < 4; ++wrap) {
+            SdTextureParams const params = pixelParams({0, 40, 0, 30}, filter, wrap, wrap);
+            RCShdPtr<PxImageTexture> const texture(new PxImageTexture(
+                PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0.0, 0), params));
+            Color got[3];
+            runAndWait(new FnRequest([&] {
+                OPtr<SdTextureSampler const> const s = texture->getSampler();
+                GeLinearMatrix2<double> const footprint(3.0, 0.0, 0.0, 2.0);
+                int i = 0;
+                for (GePoint<double> p : {GePoint<double>{20.0, 15.0}, GePoint<double>{0.2, 29.9},
+                                          GePoint<double>{-7.0, 33.0}})
+                    got[i++] = s->sample(p, footprint);
+            }));
+            for (Color const& c : got) {
+                EXPECT_NEAR(c.r, 0.25f, 2e-6f) << "filter " << filter << " wrap " << wrap;
+                EXPECT_NEAR(c.g, 0.5f, 2e-6f) << "filter " << filter;
+                EXPECT_NEAR(c.b, 0.75f, 2e-6f) << "filter " << filter;
+                EXPECT_NEAR(c.a, 1.0f, 2e-6f) << "filter " << filter;
+            }
+        }
+}
+
+TEST(MitchellWeights, AreTheCubicOfOneThirdsAndSumToOne) {
+    // B = C = 1/3 from its definition, in double.
+    auto k = [](double x) {
+        double const B = 1.0 / 3.0;
+        double const C = 1.0 / 3.0;
+        x = std::fabs(x);
+        if (x < 1.0)
+            return ((12 - 9 * B - 6 * C) * x * x * x + (-18 + 12 * B + 6 * C) * x * x +
+                    (6 - 2 * B)) /
+                   6.0;
+        if (x < 2.0)
+            return ((-B - 6 * C) * x * x * x + (6 * B + 30 * C) * x * x + (-12 * B - 48 * C) * x +
+                    (8 * B + 24 * C)) /
+                   6.0;
+        return 0.0;
+    };
+    for (int i = 0; i <= 1024; ++i) {
+        float const t = std::min(i / 1024.0f, std::nextafter(1.0f, 0.0f));
+        float w[4];
+        PxMitchellSampler::weights(t, w);
+        double sum = 0.0;
+        for (int j = 0; j < 4; ++j) {
+            EXPECT_NEAR(w[j], k(t + 1.0 - j), 1e-6) << "t " << t << " tap " << j;
+            sum += w[j];
+        }
+        ASSERT_NEAR(sum, 1.0, 1e-6) << "t " << t;
+    }
+}
+
+namespace {
+// An image of width x height whose tiles each hold a colour of their place; with half set, only
+// the left half of their part of it, the rest being their fill colour.
+class TiledImage final : public PxImageProtocol {
+public:
+    TiledImage(int width, int height, bool half)
+        : PxNode(Init{"tiled"}), _width(width), _height(height), _half(half) {}
+    PxImageFormat getImageFormat() const override { return imageFormat(); }
+    PxRODResult getImageROD(PxTimeStreamContext const&) const override {
+        return {pixelizedToNominal({0, _width, 0, _height}, 1.0f, 1.0f), PxValidityInterval::FULL};
+    }
+    PxImageResult getImageResult(PxImageContext const& c) const override {
+        PxValidityInterval vi = PxValidityInterval::FULL;
+        GeRectangle<int> r = computeTileRegion(c, vi);
+        if (_half)
+            r.xmax = r.xmin + r.width() / 2;
+        IxTile const tile = allocateImageBuffer(c, kFill, r);
+        ipSet(IxWriteGuard(tile), r, colourOf(c.getTile().x, c.getTile().y));
+        return {tile, vi};
+    }
+    bool isChainConnected() const override { return true; }
+    bool producesFullFrames() const override { return false; }
+    int getNbStreams() const override { return 1; }
+    static Color colourOf(int tx, int ty) { return {tx / 128.0f, ty / 128.0f, 0.5f, 1.0f}; }
+    static inline Color const kFill{0.0f, 0.0f, 1.0f, 0.5f};
+
+private:
+    int _width;
+    int _height;
+    bool _half;
+};
+} // namespace
+
+TEST_F(TextureSampler, PixelsATileDoesNotHoldReadAsItsFillColour) {
+    PxStrongHndl<PxImageProtocol const> const node = makeNode(new TiledImage(600, 40, true));
+    int const tile = 1 << PxConfig::getTileSizeExpX();
+    Color got[4];
+    runAndWait(new FnRequest([&] {
+        PxNearestSampler const s(PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0, 0),
+                                 node->getImageFormat().getPixelFormat(),
+                                 pixelParams({0, 600, 0, 40}, 0, 1, 1));
+        int i = 0;
+        for (int x : {3, tile / 2 + 3, tile + 3, 599})
+            got[i++] = s.sample(GePoint<double>{x + 0.5, 20.5}, GeLinearMatrix2<double>());
+    }));
+    // The second tile is 600 - tile pixels wide, the last pixel beyond its half.
+    Color const want[4] = {TiledImage::colourOf(0, 0), TiledImage::kFill,
+                           TiledImage::colourOf(1, 0), TiledImage::kFill};
+    for (int i = 0; i < 4; ++i)
+        EXPECT_TRUE(sameBits(got[i], want[i])) << i << ": " << got[i].r << " " << got[i].a;
+}
+
+TEST_F(TextureSampler, TilesBeyondTheFetchersTableShareItsSlots) {
+    // 65 x 64 tiles: tile (1, 63), the 4,097th, shares the first one's slot, and so on.
+    int const tile = 1 << PxConfig::getTileSizeExpX();
+    PxStrongHndl<PxImageProtocol const> const node =
+        makeNode(new TiledImage(65 * tile, 64 * tile, false));
+    struct Probe {
+        int tx;
+        int ty;
+    };
+    Probe const probes[] = {{0, 0}, {1, 63}, {0, 0}, {64, 63}, {1, 63}, {0, 0}, {64, 0}};
+    std::vector<Color> got;
+    runAndWait(new FnRequest([&] {
+        PxImageFetcher const f(PxNodePtr<PxImageProtocol const>(node), PxTimeScaleContext(0, 0));
+        for (int round = 0; round < 2; ++round) {
+            for (Probe const& p : probes)
+                got.push_back(
+                    IxPixelUtil::getPixelColor(f.getGuard(p.tx * tile + 7, p.ty * tile + 5),
+                                               p.tx * tile + 7, p.ty * tile + 5));
+            round ? f.releaseTiles() : f.releaseGuard();
+        }
+    }));
+    ASSERT_EQ(got.size(), 2 * std::size(probes));
+    for (std::size_t i = 0; i < got.size(); ++i) {
+        Probe const& p = probes[i % std::size(probes)];
+        EXPECT_TRUE(sameBits(got[i], TiledImage::colourOf(p.tx, p.ty)))
+            << "tile " << p.tx << "," << p.ty << " read " << i;
+    }
 }

@@ -1,17 +1,22 @@
 #include "../../procImp/tests/EngineTestSupport.h"
 
 #include "ExBase.h"
+#include "IpAlphaFilter2D.h"
 #include "IpAlphaKernels.h"
 #include "IpAlphaPipeNodes.h"
 #include "IpScanlinePipeUtils.h"
 #include "IxGuardBase.h"
+#include "IxScanlineCache.h"
+#include "IxWriteGuardProxy.h"
 #include "PmShape2d.h"
 #include "PxEx.h"
 
 #include <cmath>
 #include <functional>
+#include <limits>
 #include <random>
 #include <string>
+#include <vector>
 
 using namespace VnTest;
 using namespace Vn;
@@ -93,7 +98,7 @@ std::string shape(IpScanlinePipe const& p) {
 
 using AlphaPipes = EngineTest;
 
-TEST_F(AlphaPipes, BlurEqualsTheSeparableConvolutionOfItsKernel) {
+TEST_F(AlphaPipes, BothFeathersEqualTheConvolutionOfTheGaussian) {
     // A destination that straddles the source tile, sizes not multiples of 32: the filter reads
     // the fill colour beyond the tile.
     Image const im{{0, 45, 0, 37}, 0.25f, [](int x, int y) {
@@ -106,22 +111,39 @@ TEST_F(AlphaPipes, BlurEqualsTheSeparableConvolutionOfItsKernel) {
         GeRectangle<int> srcRegion;
         IxTile const out =
             run(s, IpScanlinePipeUtils::createBlurAlpha(s, rx, ry), src, dst, &srcRegion);
+        // The older tile filter, over the same region.
+        IxTile const tiled(kAlpha, dst, {});
+        IpFeatherFilter2D(rx, ry).filter({IxReadGuard(src)}, IxWriteGuard(tiled), dst);
 
-        IpGauss1DKernel const kx(rx);
-        IpGauss1DKernel const ky(ry);
-        int const hx = kx.getSize() / 2;
-        int const hy = ky.getSize() / 2;
+        // The feather of radius r: a Gaussian of sigma r / 2 over ceil(1.5 r) pixels each side,
+        // normalised.
+        auto taps = [](float r) {
+            int const h = static_cast<int>(std::ceil(1.5 * r));
+            std::vector<double> w(static_cast<std::size_t>(2 * h + 1), 1.0);
+            double sum = 0.0;
+            for (int k = -h; k <= h && h > 0; ++k)
+                sum += w[static_cast<std::size_t>(k + h)] = std::exp(-2.0 * k * k / (r * r));
+            for (double& v : w)
+                v /= h > 0 ? sum : 1.0;
+            return w;
+        };
+        std::vector<double> const kx = taps(rx);
+        std::vector<double> const ky = taps(ry);
+        int const hx = static_cast<int>(kx.size() / 2);
+        int const hy = static_cast<int>(ky.size() / 2);
         EXPECT_EQ(srcRegion,
                   GeRectangle<int>(dst.xmin - hx, dst.xmax + hx, dst.ymin - hy, dst.ymax + hy));
         for (int y = dst.ymin; y < dst.ymax; ++y)
             for (int x = dst.xmin; x < dst.xmax; ++x) {
                 double sum = 0.0;
-                for (int j = 0; j < ky.getSize(); ++j)
-                    for (int i = 0; i < kx.getSize(); ++i)
-                        sum += double(ky.getTaps()[j]) * kx.getTaps()[i] *
+                for (int j = 0; j <= 2 * hy; ++j)
+                    for (int i = 0; i <= 2 * hx; ++i)
+                        sum += ky[static_cast<std::size_t>(j)] * kx[static_cast<std::size_t>(i)] *
                                im.at(x - hx + i, y - hy + j);
                 ASSERT_NEAR(pixel(out, x, y), sum, 2e-5)
                     << rx << "," << ry << " at " << x << "," << y;
+                ASSERT_NEAR(pixel(tiled, x, y), sum, 2e-5)
+                    << "tiles " << rx << "," << ry << " at " << x << "," << y;
             }
         EXPECT_EQ(out.getFillColor().a, 0.25f);
     }
@@ -316,12 +338,106 @@ TEST_F(AlphaPipes, EdgeGraphHasTheShapeItsSettingsAsk) {
                                                                  nullptr, 0);
               }),
               "element == IpDilate::BOX");
-    EXPECT_EQ(reasonOf([&] {
-                  IpScanlinePipeUtils::createEdgeProcessingGraph(
-                      s, true, D::BOX, 1, 1, 2, 2, 0, 0, 0, 0, false,
-                      RCPvtEngPtr<PmShape2d>(new PmShape2d), 0);
-              }),
-              "Edge processing with a curve is not available: pass a null curve.");
+}
+
+TEST_F(AlphaPipes, EdgeGraphPixelsAndFillAreThoseOfItsOperations) {
+    // Box elements, no feather: the band between a grown and a shrunk matte, by brute force.
+    Image const im = blobs({0, 23, 0, 17}, 0.75f, 8);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(-3, 26, -2, 19);
+    auto extreme = [&](int x, int y, int rx, int ry, bool grow) {
+        float e = grow ? -1e9f : 1e9f;
+        for (int dy = -ry; dy <= ry; ++dy)
+            for (int dx = -rx; dx <= rx; ++dx)
+                e = grow ? std::max(e, im.at(x + dx, y + dy)) : std::min(e, im.at(x + dx, y + dy));
+        return e;
+    };
+    struct Case {
+        bool difference;
+        bool invert;
+        float fill; // of the result: the operations on the source's 0.75
+    };
+    for (Case c : {Case{true, true, 1.0f}, Case{false, false, 0.75f}, Case{true, false, 0.0f}}) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxTile const out =
+            run(s,
+                IpScanlinePipeUtils::createEdgeProcessingGraph(
+                    s, c.difference, IpDilate::BOX, 2, 1, -1, -1, 0, 0, 0, 0, c.invert, nullptr, 0),
+                src, dst);
+        for (int y = dst.ymin; y < dst.ymax; ++y)
+            for (int x = dst.xmin; x < dst.xmax; ++x) {
+                float const grown = extreme(x, y, 2, 1, true);
+                float const shrunk = extreme(x, y, 1, 1, false);
+                float v = c.difference ? std::max(grown - shrunk, 0.0f) : (grown + shrunk) * 0.5f;
+                if (c.invert)
+                    v = 1.0f - v;
+                ASSERT_EQ(pixel(out, x, y), v) << c.difference << c.invert << " " << x << "," << y;
+            }
+        EXPECT_EQ(out.getFillColor().a, c.fill);
+    }
+}
+
+TEST_F(AlphaPipes, EdgeGraphTakesANullOrIdentityCurveAndRefusesOthers) {
+    using Points = Vector<GePoint<float>>;
+    struct Case {
+        Points points;
+        bool closed;
+        bool identity;
+    };
+    Case const cases[] = {
+        {{{0, 0}, {1, 1}}, false, true},
+        {{{-1, -1}, {0.25f, 0.25f}, {2, 2}}, false, true},
+        {{{0, 0}, {1, 0.5f}}, false, false},
+        {{{0, 0}, {0.5f, 0.5f}}, false, false}, // stops short of 1
+        {{{0, 0}, {1, 1}}, true, false},
+        {{}, false, false},
+    };
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    auto graph = [&](RCPvtEngPtr<PmShape2d> const& curve) {
+        return IpScanlinePipeUtils::createEdgeProcessingGraph(s, true, IpDilate::BOX, 1, 1, 2, 2, 0,
+                                                              0, 0, 0, true, curve, 256);
+    };
+    std::string const plain = shape(*graph(nullptr));
+    EXPECT_EQ(plain, "InvertAlpha(DiffAlpha(Dilate[1](Source),Dilate[1](Source)))");
+    for (Case const& c : cases) {
+        RCPvtEngPtr<PmShape2d> const curve(new PmShape2d(c.points, c.closed));
+        if (c.identity)
+            EXPECT_EQ(shape(*graph(curve)), plain) << c.points.size() << " points";
+        else
+            EXPECT_EQ(reasonOf([&] { graph(curve); }),
+                      "Edge processing takes only the identity alpha curve until curve look-up "
+                      "tables exist.")
+                << c.points.size() << " points";
+    }
+}
+
+TEST_F(AlphaPipes, SizesBeyondTheLimitAndNaNAreRefusedAtOnce) {
+    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    float const inf = std::numeric_limits<float>::infinity();
+    struct Case {
+        std::function<void()> make;
+        char const* reason; // the part of the message that matters
+    };
+    Case const cases[] = {
+        {[&] { IpDilate::create(s, IpDilate::DISC, nan, 2); }, "amounts must be numbers"},
+        {[&] { IpDilate::create(s, IpDilate::BOX, 2, -nan); }, "amounts must be numbers"},
+        {[&] { IpDilate::create(s, IpDilate::DISC, 1e6f, 1e6f); }, "at most 1024 pixels"},
+        {[&] { IpDilate::create(s, IpDilate::DISC, 3, -inf); }, "at most 1024 pixels"},
+        {[&] { IpDilate::create(s, IpDilate::BOX, 1025, 0); }, "at most 1024 pixels"},
+        {[&] { IpFillAlpha::create(s, 5000, 5); }, "at most 1024 pixels"},
+        {[&] { IpDistTransform::create(s, 3, -2000, 1, 1); }, "at most 1024 pixels"},
+        {[&] { IpScanlinePipeUtils::createBlurAlpha(s, 1e6f, 1); }, "at most 1024 pixels"},
+        {[&] { IpScanlinePipeUtils::createBlurAlpha(s, 1, nan); }, "radii must be numbers"},
+        {[&] { IpScanlinePipeUtils::createDilateNode(s, 0.5f, 2000, 1); }, "at most 1024 pixels"},
+    };
+    for (Case const& c : cases) {
+        std::string const reason = reasonOf(c.make);
+        EXPECT_NE(reason.find(c.reason), std::string::npos) << reason;
+    }
+    // The limits themselves are taken.
+    EXPECT_EQ(shape(*IpDilate::create(s, IpDilate::DISC, -1024, -1024)), "Erode[0](Source)");
+    EXPECT_EQ(shape(*IpScanlinePipeUtils::createBlurAlpha(s, 1024, 0)), "BlurAlpha(Source)");
 }
 
 TEST_F(AlphaPipes, LookUpTablesMapAlphaAndRefuseShortTables) {
@@ -449,4 +565,138 @@ TEST_F(AlphaPipes, CancellingStopsTheRunBetweenRows) {
     EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
     // The feather reads 3 rows above the region: rows -3 to 6, then the check stops it.
     EXPECT_EQ(cancel->rows, 10);
+}
+
+namespace {
+// Stands between the feather and the engine's scanline cache: counts flushes, and cancels the
+// request running the graph when the given column is handed out.
+struct CacheSpy {
+    using Cache = IxScanlineCache<float>;
+    static inline Cache::Factory real = nullptr;
+    static inline int flushes = 0;
+    static inline int columns = 0;
+    static inline int cancelAt = -1;
+    static inline PxRequest* request = nullptr;
+
+    struct Imp final : Cache::Imp {
+        Cache::Imp* inner;
+        explicit Imp(Cache::Imp* i) : inner(i) {}
+        ~Imp() noexcept(false) override { delete inner; }
+        void init(GeRectangle<int> const& d, GeRectangle<int> const& s) override {
+            inner->init(d, s);
+        }
+        IxWriteGuardProxy const& getHorizontalBuffer() override {
+            return inner->getHorizontalBuffer();
+        }
+        IxWriteGuard getVerticalBuffer() override { return inner->getVerticalBuffer(); }
+        bool hasNext() const override { return inner->hasNext(); }
+        void getNext(IxScanline<float>*& d, IxScanline<float>*& s) override {
+            inner->getNext(d, s);
+            if (columns++ == cancelAt)
+                engine().cancelRequest(request);
+        }
+        void flush() override {
+            ++flushes;
+            inner->flush();
+        }
+        void discard() noexcept override { inner->discard(); }
+    };
+    static Cache::Imp* create(GeRectangle<int> const& d, GeRectangle<int> const& s) {
+        return new Imp(real(d, s));
+    }
+    CacheSpy() {
+        real = Cache::getImplementationFactory();
+        Cache::setImplementationFactory(&create);
+        flushes = columns = 0;
+    }
+    ~CacheSpy() { Cache::setImplementationFactory(real); }
+};
+
+// Throws from the steps it is told to, as a faulty node would.
+class Failing final : public IpScanlinePipe1In<float> {
+public:
+    Failing(IpScanlinePipePtr const& in, bool inTick, bool inFinish)
+        : IpScanlinePipe1In(in, 0, 0), _inTick(inTick), _inFinish(inFinish) {}
+    char const* getName() const override { return "Failing"; }
+    void tick(int t) override {
+        if (_inTick)
+            VN_THROW_MSG(ExBase, "tick failed");
+        IpScanlinePipe1In<float>::tick(t);
+    }
+    void finishProcessing() override {
+        IpScanlinePipe1In<float>::finishProcessing();
+        if (_inFinish)
+            VN_THROW_MSG(ExBase, "finish failed");
+    }
+
+protected:
+    void computeScanline(int y, IxScanline<float>& out) override {
+        for (int x = out.getX0(); x < out.getX1(); ++x)
+            out[x] = getInputScanline(y)[x];
+    }
+
+private:
+    bool _inTick;
+    bool _inFinish;
+};
+} // namespace
+
+TEST_F(AlphaPipes, ACancelledFeatherNeitherFlushesNorWrites) {
+    Image const im = blobs({0, 40, 0, 30}, 0.0f, 3);
+    IxTile const src = alphaTile(im);
+    struct Case {
+        int cancelRow;    // in the rows coming in, or -100
+        int cancelColumn; // in the columns handed out, or -1
+        int flushes;
+    };
+    Case const cases[] = {{6, -1, 0}, {29 + 3, -1, 0}, {-100, 0, 0}, {-100, 17, 0}, {-100, -1, 1}};
+    for (Case const& c : cases) {
+        CacheSpy const spy;
+        CacheSpy::cancelAt = c.cancelColumn;
+        IxTile const out(kAlpha, im.region, {0, 0, 0, 0.5f});
+        IxWriteGuard(out).getPixel<float>(0, 0)[0] = -1.0f;
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        RCShdPtr<CancelAfter> const cancel(new CancelAfter(s, c.cancelRow));
+        RCShdPtr<IpDestNode> dest =
+            IpScanlinePipeUtils::createAlphaDest(IpScanlinePipeUtils::createBlurAlpha(cancel, 2, 2),
+                                                 IxPixelFormat::ALPHA, im.region, nullptr);
+        auto* r = new FnRequest([&] {
+            IxWriteGuard g(out);
+            dest->process(g, {IxReadGuard(src)});
+        });
+        PxRequestPtr<FnRequest> const p(r);
+        cancel->request = CacheSpy::request = r;
+        engine().executeRequest(r, false);
+        if (c.flushes) {
+            engine().waitRequest(r);
+            EXPECT_NE(pixel(out, 0, 0), -1.0f);
+        } else {
+            EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
+            EXPECT_EQ(pixel(out, 0, 0), -1.0f) << "row " << c.cancelRow;
+        }
+        dest.reset(); // the graph goes after the run, nothing flushed then either
+        EXPECT_EQ(CacheSpy::flushes, c.flushes)
+            << "row " << c.cancelRow << " column " << c.cancelColumn;
+    }
+}
+
+TEST_F(AlphaPipes, AFailingRunRaisesItsFirstFailure) {
+    Image const im = blobs({0, 8, 0, 8}, 0.0f, 4);
+    IxTile const src = alphaTile(im);
+    struct Case {
+        bool inTick;
+        bool inFinish;
+        char const* reason;
+    };
+    // A node that fails again while the graph is being finished must not end the process.
+    Case const cases[] = {
+        {true, true, "tick failed"}, {true, false, "tick failed"}, {false, true, "finish failed"}};
+    for (Case const& c : cases) {
+        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IpScanlinePipePtr const failing(new Failing(s, c.inTick, c.inFinish));
+        EXPECT_EQ(reasonOf([&] {
+                      run(s, IpScanlinePipeUtils::createBlurAlpha(failing, 1, 1), src, im.region);
+                  }),
+                  c.reason);
+    }
 }

@@ -2,7 +2,9 @@
 
 #include "ExBase.h"
 #include "IxConvertUtil.h"
+#include "IxImageOps.h"
 #include "PiImageConvertNode.h"
+#include "PxEx.h"
 #include "PxImageRegionIter.h"
 
 #include <Imath/half.h>
@@ -99,8 +101,14 @@ Color constantColor(int, int) {
     return {0.25f, 0.5f, 0.75f, 1.0f};
 }
 
-PxImageFormat fmt(int depth, Rational aspect = Rational(1), Rational rate = Rational(25)) {
-    return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, depth, aspect), rate);
+Color wave(int x, int y) {
+    float const v = std::sin(0.7f * static_cast<float>(x) + static_cast<float>(y));
+    return {0.5f + 0.4f * v, 0.5f - 0.3f * v, 0.2f * static_cast<float>(x % 5), 1.0f - 0.1f * v};
+}
+
+PxImageFormat fmt(int depth, Rational aspect = Rational(1), Rational rate = Rational(25),
+                  int comps = IxPixelFormat::RGBA) {
+    return PxImageFormat(IxPixelFormat(comps, depth, aspect), rate);
 }
 
 PxStrongHndl<PxImageFormatNode> formatNode(PxImageFormat const& f) {
@@ -132,29 +140,6 @@ bool sameBytes(IxTile const& a, IxTile const& b) {
 }
 
 class ImageConvertTest : public EngineTest {};
-
-TEST(Lanczos3Filter, KernelAndSupport) {
-    Lanczos3Filter const f;
-    EXPECT_EQ(f.evaluate(0.0f), 1.0f);
-    EXPECT_EQ(f.evaluate(3.0f), 0.0f);
-    EXPECT_EQ(f.evaluate(-3.0f), 0.0f);
-    EXPECT_EQ(f.evaluate(7.5f), 0.0f);
-    EXPECT_EQ(f.getRadius(), 3.0f);
-    // Zero at the other integers, symmetric, negative in the second lobe.
-    EXPECT_NEAR(f.evaluate(1.0f), 0.0f, 1e-6f);
-    EXPECT_NEAR(f.evaluate(2.0f), 0.0f, 1e-6f);
-    EXPECT_EQ(f.evaluate(1.3f), f.evaluate(-1.3f));
-    EXPECT_LT(f.evaluate(1.5f), 0.0f);
-    EXPECT_GT(f.evaluate(2.5f), 0.0f);
-    // The single-precision form: sinc(x) sinc(x * 0.33333334f), pi x rounded once from double.
-    auto sinc = [](float t) {
-        float const x = static_cast<float>(static_cast<double>(t) * 3.141592653589793);
-        return std::sin(x) / x;
-    };
-    EXPECT_EQ(f.evaluate(0.7f), sinc(0.7f) * sinc(0.7f * 0.33333334f));
-    EXPECT_EQ(IpFilters::Filter::scale(3.0f, 2.0f), 6.0f);
-    EXPECT_EQ(IpFilters::Filter::scale(3.0f, 0.5f), 3.0f);
-}
 
 TEST(PxImageRegionIter, PartsCoverTheRegionOutsideTheExcludedOne) {
     struct Case {
@@ -229,6 +214,34 @@ TEST_F(ImageConvertTest, EightBitsThroughFloatComeBackExactly) {
     EXPECT_TRUE(sameBytes(original.getTile(), roundTrip.getTile()));
 }
 
+TEST_F(ImageConvertTest, AlphaAndRgbTilesKeepWhatTheirLayoutHolds) {
+    // Alpha keeps a and reads as (0, 0, 0, a); RGB keeps r, g, b and reads with alpha 1. The
+    // pattern's values are whole steps of 1 / 255, exact at both depths.
+    PxStrongHndl<PxImageProtocol const> const source =
+        makeNode(new PatternSource(fmt(IxPixelFormat::FLOAT32), 40, 6, every8BitValue));
+    for (int comps : {IxPixelFormat::ALPHA, IxPixelFormat::RGB})
+        for (int depth : {IxPixelFormat::UINT8, IxPixelFormat::FLOAT32}) {
+            auto const narrow =
+                convert(source, formatNode(fmt(depth, Rational(1), Rational(25), comps)));
+            EXPECT_STREQ(narrow->getConverter()->getTypeName(), "FormatConverter");
+            auto const wide = convert(narrow, formatNode(fmt(IxPixelFormat::FLOAT32)));
+            IxTile const t = tileOf(narrow, tile(0)).getTile();
+            IxTile const back = tileOf(wide, tile(0)).getTile();
+            EXPECT_EQ(t.getPixelFormat().getComps(), comps);
+            for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < 40; ++x) {
+                    Color const c = every8BitValue(x, y);
+                    Color const want = comps == IxPixelFormat::ALPHA ? Color{0, 0, 0, c.a}
+                                                                     : Color{c.r, c.g, c.b, 1};
+                    Color got;
+                    IxConvertUtil::readFrom(&got, ipPixelsOf(IxReadGuard(t)).address(x, y), 1,
+                                            ImPixelFormat(comps, depth));
+                    ASSERT_EQ(got, want) << comps << "x" << depth << " at " << x << "," << y;
+                    ASSERT_EQ(pixelAt(back, x, y), want) << comps << "x" << depth;
+                }
+        }
+}
+
 TEST_F(ImageConvertTest, HalfFloatsMatchImath) {
     PxStrongHndl<PxImageProtocol const> const source =
         makeNode(new PatternSource(fmt(IxPixelFormat::FLOAT32), 256, 8, wideFloats));
@@ -259,25 +272,80 @@ TEST_F(ImageConvertTest, HalfFloatsMatchImath) {
     EXPECT_EQ(mismatches, 0);
 }
 
-TEST_F(ImageConvertTest, AspectChangeKeepsAConstantImageConstant) {
-    for (Rational const aspect : {Rational(2), Rational(1, 2), Rational(4, 3)}) {
-        PxStrongHndl<PxImageProtocol const> const source = makeNode(new PatternSource(
-            fmt(IxPixelFormat::FLOAT32), 301, 6, constantColor, {}, constantColor(0, 0)));
-        auto const wide = convert(source, formatNode(fmt(IxPixelFormat::FLOAT32, aspect)));
-        EXPECT_STREQ(wide->getConverter()->getTypeName(), "AspectConverter");
-        IxTile const t = tileOf(wide, tile(0)).getTile();
-        // The first tile of the destination image.
-        int const width = std::min(512, static_cast<int>(std::ceil(301.0 / aspect.toDouble())));
-        EXPECT_EQ(t.getPixelRegion(), GeRectangle<int>(0, width, 0, 6)) << aspect.toString();
-        double worst = 0.0;
-        for (int y = 0; y < 6; ++y)
-            for (int x = 0; x < width; ++x) {
-                Color const c = pixelAt(t, x, y);
-                worst = std::max({worst, std::fabs(c.r - 0.25), std::fabs(c.g - 0.5),
-                                  std::fabs(c.b - 0.75), std::fabs(c.a - 1.0)});
-            }
-        EXPECT_LT(worst, 1e-5) << aspect.toString();
-    }
+TEST_F(ImageConvertTest, AspectChangeIsTheNormalizedLanczosSumOfTheSource) {
+    // Destination pixel x is centred on (x + 0.5) A pixels of the source, A the ratio of the
+    // aspects; the Lanczos window sinc(u) sinc(u / 3) is stretched by A when shrinking, its
+    // weights normalized; outside the image the source's fill colour. Computed in double from
+    // that definition: a half-pixel phase error or a wrong stretch moves a wave by far more
+    // than the tolerance, and a constant image must stay constant.
+    auto lanczos = [](double u) {
+        auto sinc = [](double v) {
+            return v == 0.0 ? 1.0 : std::sin(M_PI * v) / (M_PI * v);
+        };
+        return std::fabs(u) < 3.0 ? sinc(u) * sinc(u / 3.0) : 0.0;
+    };
+    struct Case {
+        PatternSource::Fn fn;
+        Color fill;
+        double tolerance;
+    };
+    Case const cases[] = {{wave, kFill, 2e-5}, {constantColor, constantColor(0, 0), 1e-5}};
+    for (Case const& c : cases)
+        for (Rational const aspect : {Rational(2), Rational(1, 2), Rational(4, 3)}) {
+            PxStrongHndl<PxImageProtocol const> const source =
+                makeNode(new PatternSource(fmt(IxPixelFormat::FLOAT32), 301, 6, c.fn, {}, c.fill));
+            auto const wide = convert(source, formatNode(fmt(IxPixelFormat::FLOAT32, aspect)));
+            EXPECT_STREQ(wide->getConverter()->getTypeName(), "AspectConverter");
+            IxTile const t = tileOf(wide, tile(0)).getTile();
+            double const a = aspect.toDouble();
+            int const width = std::min(512, static_cast<int>(std::ceil(301.0 / a)));
+            EXPECT_EQ(t.getPixelRegion(), GeRectangle<int>(0, width, 0, 6)) << aspect.toString();
+            double const stretch = std::max(1.0, a);
+            double worst = 0.0;
+            for (int y = 0; y < 6; ++y)
+                for (int x = 0; x < width; ++x) {
+                    double const centre = (x + 0.5) * a;
+                    double want[4] = {0, 0, 0, 0};
+                    double sum = 0.0;
+                    for (int k = static_cast<int>(centre - 3 * stretch) - 1;
+                         k <= static_cast<int>(centre + 3 * stretch) + 1; ++k) {
+                        double const w = lanczos((k + 0.5 - centre) / stretch);
+                        Color const p = k >= 0 && k < 301 ? c.fn(k, y) : c.fill;
+                        for (int i = 0; i < 4; ++i)
+                            want[i] += w * (&p.r)[i];
+                        sum += w;
+                    }
+                    Color const got = pixelAt(t, x, y);
+                    for (int i = 0; i < 4; ++i)
+                        worst = std::max(worst, std::fabs((&got.r)[i] - want[i] / sum));
+                }
+            EXPECT_LT(worst, c.tolerance) << aspect.toString();
+        }
+}
+
+TEST_F(ImageConvertTest, AspectChangeStopsBetweenRowsWhenCancelled) {
+    IxTile const src(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32), {0, 64, 0, 64},
+                     kFill);
+    ipSet(IxWriteGuard(src), src.getPixelRegion(), kFill);
+    IxTile const dst(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(2)),
+                     {0, 32, 0, 64}, {});
+    Lanczos3Filter const filter;
+    bool raised = false;
+    PxRequest* self = nullptr;
+    auto* r = new FnRequest([&] {
+        engine().cancelRequest(self);
+        try {
+            ipAspectChange(IxWriteGuard(dst), {IxReadGuard(src)}, filter, dst.getPixelRegion());
+        } catch (PxEx::ExRequestCancelled const&) {
+            raised = true;
+            throw;
+        }
+    });
+    PxRequestPtr<FnRequest> const p(r);
+    self = r;
+    engine().executeRequest(r, false);
+    EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
+    EXPECT_TRUE(raised);
 }
 
 TEST_F(ImageConvertTest, AspectChangeFillsWhatTheSourceDoesNotCover) {

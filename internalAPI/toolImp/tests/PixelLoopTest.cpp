@@ -4,6 +4,7 @@
 #include "PxEx.h"
 
 #include <atomic>
+#include <utility>
 #include <vector>
 
 using namespace VnTest;
@@ -23,59 +24,122 @@ IxTile solid(IxPixelFormat const& f, GeRectangle<int> const& region, Color c, Co
     return t;
 }
 
-// Adds the sources, and records the rows it saw.
-class Sum3 final : public PiPixelLoopThreeSources {
+// Adds the sources weighted 1, 2, 4, ..., so that each one's part shows, and records the rows
+// it saw.
+template <class Base, class... Lines>
+class WeightedSum final : public Base {
 public:
-    using PiPixelLoopThreeSources::PiPixelLoopThreeSources;
-    void processScanline(Line& dst, Line const& a, Line const& b, Line const& c) override {
-        rows.push_back(getGlobalScanlineIndex());
+    using Base::Base;
+    void processScanline(Line& dst, Lines const&... sources) override {
+        rows.push_back(this->getGlobalScanlineIndex());
         for (int x = dst.getX0(); x < dst.getX1(); ++x)
-            dst[x] = add(add(a[x], b[x]), c[x]);
+            dst[x] = weigh({sources[x]...});
     }
-    Color processFillColor(Color const& a, Color const& b, Color const& c) override {
+    Color processFillColor(PiPixelLoopDetail::FillColor<Lines> const&... fills) override {
         ++fillCalls;
-        return add(add(a, b), c);
+        return weigh({fills...});
     }
-    static Color add(Color p, Color q) { return {p.r + q.r, p.g + q.g, p.b + q.b, p.a + q.a}; }
+    static Color weigh(std::vector<Color> const& c) {
+        Color sum{};
+        for (std::size_t k = 0; k < c.size(); ++k) {
+            float const w = static_cast<float>(1 << k);
+            sum = {sum.r + w * c[k].r, sum.g + w * c[k].g, sum.b + w * c[k].b, sum.a + w * c[k].a};
+        }
+        return sum;
+    }
     std::vector<int> rows;
     int fillCalls = 0;
 };
+
+// Source k of a loop: its own columns and rows, colour and fill; the second is 8-bit RGB.
+struct Source {
+    IxTile tile;
+    Color inside; // as read
+    Color fill;
+    Color at(int x, int y) const { return tile.getPixelRegion().contains(x, y) ? inside : fill; }
+};
+
+Source source(int k) {
+    GeRectangle<int> const region(-2 + 2 * k, 3 + 2 * k, 10 + k % 3, 14 + k);
+    Color const fill{0.0f, 0.0f, 0.5f * k, 0.125f * (k + 1)};
+    if (k == 1)
+        return {solid(kRGB8, region, {0, 1, 0, 0.3f}, fill), {0, 1, 0, 1}, fill};
+    Color const c{float(k + 1), 0.0f, 0.25f, float(k % 2)};
+    return {solid(kRGBA32, region, c, fill), c, fill};
+}
+
+template <std::size_t N>
+struct LoopOf;
+template <>
+struct LoopOf<1> {
+    using type = WeightedSum<PiPixelLoopOneSource, Line>;
+};
+template <>
+struct LoopOf<2> {
+    using type = WeightedSum<PiPixelLoopTwoSources, Line, Line>;
+};
+template <>
+struct LoopOf<3> {
+    using type = WeightedSum<PiPixelLoopThreeSources, Line, Line, Line>;
+};
+template <>
+struct LoopOf<4> {
+    using type = WeightedSum<PiPixelLoopFourSources, Line, Line, Line, Line>;
+};
+template <>
+struct LoopOf<5> {
+    using type = WeightedSum<PiPixelLoopFiveSources, Line, Line, Line, Line, Line>;
+};
+
+template <class Loop, std::size_t... I>
+void runLoop(Loop& loop, std::vector<Source> const& src, std::index_sequence<I...>) {
+    loop.process(IxReadGuard(src[I].tile)...);
+}
+
+template <std::size_t N>
+void checkLoop(GeRectangle<int> const& region) {
+    std::vector<Source> src;
+    for (int k = 0; k < int(N); ++k)
+        src.push_back(source(k));
+    IxTile const result(kRGBA32, region, {});
+    IxWriteGuard guard(result);
+    using Loop = typename LoopOf<N>::type;
+    Loop loop(guard, PiImageModifierTypes::AFFECT_RGB);
+    EXPECT_EQ(loop.affects(), PiImageModifierTypes::AFFECT_RGB);
+    runLoop(loop, src, std::make_index_sequence<N>());
+    std::vector<int> rows;
+    for (int y = region.ymin; y < region.ymax; ++y)
+        rows.push_back(y); // absolute rows
+    EXPECT_EQ(loop.rows, rows) << N;
+    EXPECT_EQ(loop.fillCalls, 1) << N;
+    std::vector<Color> fills;
+    for (Source const& s : src)
+        fills.push_back(s.fill);
+    EXPECT_EQ(guard.getTile().getFillColor(), Loop::weigh(fills)) << N;
+    for (int y = region.ymin; y < region.ymax; ++y)
+        for (int x = region.xmin; x < region.xmax; ++x) {
+            std::vector<Color> px;
+            for (Source const& s : src)
+                px.push_back(s.at(x, y));
+            ASSERT_EQ(*guard.getPixel<Color>(x, y), Loop::weigh(px))
+                << N << " sources at " << x << "," << y;
+        }
+}
 
 } // namespace
 
 using PixelLoops = EngineTest;
 
-TEST_F(PixelLoops, SourcesOutsideTheirRegionReadAsTheirFillColours) {
-    // The result covers rows 10-13 and columns -2..6; each source covers another part or none.
-    IxTile const result(kRGBA32, {-2, 6, 10, 14}, {});
-    IxTile const a = solid(kRGBA32, {-2, 2, 10, 14}, {1, 0, 0, 0}, {0, 0, 0, 0.25f});
-    IxTile const b = solid(kRGB8, {2, 100, 12, 20}, {0, 1, 0, 1}, {0, 0, 0, 0.5f});
-    IxTile const c = solid(kRGBA32, {50, 60, 50, 60}, {9, 9, 9, 9}, {0, 0, 4, 0});
-    IxWriteGuard guard(result);
-    Sum3 loop(guard, PiImageModifierTypes::AFFECT_RGB);
-    EXPECT_EQ(loop.affects(), PiImageModifierTypes::AFFECT_RGB);
-    loop.process(IxReadGuard(a), IxReadGuard(b), IxReadGuard(c));
-
-    EXPECT_EQ(loop.rows, (std::vector<int>{10, 11, 12, 13})); // absolute rows
-    EXPECT_EQ(loop.fillCalls, 1);
-    EXPECT_EQ(guard.getTile().getFillColor(), (Color{0, 0, 4, 0.75f}));
-    for (int y = 10; y < 14; ++y)
-        for (int x = -2; x < 6; ++x) {
-            Color const fromA = x < 2 ? Color{1, 0, 0, 0} : Color{0, 0, 0, 0.25f};
-            Color const fromB = (x >= 2 && y >= 12) ? Color{0, 1, 0, 1} : Color{0, 0, 0, 0.5f};
-            Color const expected = Sum3::add(Sum3::add(fromA, fromB), {0, 0, 4, 0});
-            ASSERT_EQ(*guard.getPixel<Color>(x, y), expected) << x << "," << y;
-        }
-}
-
-TEST_F(PixelLoops, AnEmptyRegionStillSetsTheFillColour) {
-    IxTile const result(kRGBA32, {}, {});
-    IxTile const a(kRGBA32, {}, {1, 2, 3, 4});
-    IxWriteGuard guard(result);
-    Sum3 loop(guard, PiImageModifierTypes::AFFECT_RGBA);
-    loop.process(IxReadGuard(a), IxReadGuard(a), IxReadGuard(a));
-    EXPECT_TRUE(loop.rows.empty());
-    EXPECT_EQ(guard.getTile().getFillColor(), (Color{3, 6, 9, 12}));
+TEST_F(PixelLoops, EachSourceReadsItsPixelsAndItsFillColourOutsideThem) {
+    // The result covers rows 10-13 and columns -2..9; each source another part. An empty
+    // result still gets its fill colour.
+    for (GeRectangle<int> const& region : {GeRectangle<int>(-2, 10, 10, 14), GeRectangle<int>()}) {
+        checkLoop<1>(region);
+        checkLoop<2>(region);
+        checkLoop<3>(region);
+        checkLoop<4>(region);
+        checkLoop<5>(region);
+    }
 }
 
 TEST_F(PixelLoops, GeneratorWritesEveryRowInTheTilesFormat) {
@@ -91,11 +155,15 @@ TEST_F(PixelLoops, GeneratorWritesEveryRowInTheTilesFormat) {
     } loop(guard);
     loop.process();
     EXPECT_EQ(guard.getTile().getFillColor(), (Color{0.5f, 0.5f, 0.5f, 0.5f}));
+    // Red 1, 0.75, 0.5 on rows -4..-2 and green 3/8 .. 6/8 across, rounded to 8 bits by hand.
+    int const red[] = {255, 191, 128};
+    int const green[] = {96, 128, 159, 191};
     for (int y = -4; y < -1; ++y)
         for (int x = 3; x < 7; ++x) {
             std::uint8_t const* p = guard.getPixel<std::uint8_t>(x, y);
-            EXPECT_EQ(p[0], static_cast<std::uint8_t>(-y / 4.0f * 255.0f + 0.5f));
-            EXPECT_EQ(p[1], static_cast<std::uint8_t>(x / 8.0f * 255.0f + 0.5f));
+            EXPECT_EQ(p[0], red[y + 4]) << x << "," << y;
+            EXPECT_EQ(p[1], green[x - 3]) << x << "," << y;
+            EXPECT_EQ(p[2], 0) << x << "," << y;
         }
 }
 

@@ -302,11 +302,11 @@ TEST_F(RepeatNodeTest, RangeAndModeChangesInvalidateOnlyWhatChanges) {
     EXPECT_TRUE(hold.watcher->take().empty());
     set(hold.out, 9);
     EXPECT_EQ(hold.watcher->take(), (std::vector<PxValidityInterval>{{5.0 + kEps, 8.0 + kEps}}));
-    // Past the out time: the ranges do not meet, and the range is empty until the out time
-    // follows.
+    // Past the out time: the ranges do not meet, and the range lasts the in frame until the
+    // out time follows.
     set(hold.in, 20);
     EXPECT_EQ(hold.watcher->take(), std::vector<PxValidityInterval>{PxValidityInterval::FULL});
-    EXPECT_THROW(at(hold.repeat, 0.0), ExBase);
+    EXPECT_EQ(at(hold.repeat, 0.0).getFillColor().r, 20.0f);
     set(hold.out, 25);
     EXPECT_EQ(hold.watcher->take(), (std::vector<PxValidityInterval>{{20.0 + kEps, 24.0 + kEps}}));
     EXPECT_EQ(at(hold.repeat, 0.0).getFillColor().r, 20.0f);
@@ -328,16 +328,41 @@ TEST_F(RepeatNodeTest, RangeAndModeChangesInvalidateOnlyWhatChanges) {
     EXPECT_TRUE(g.watcher->take().empty());
 }
 
-TEST_F(RepeatNodeTest, FramelessRatesAndEmptyRangesRaise) {
+TEST_F(RepeatNodeTest, FramelessRatesRaiseAndRangesEndingEarlyLastAFrame) {
     Graph const noFrames = repeatGraph(TmTypes::LOOP, 2, 6, false, false, Rational(0));
     EXPECT_THROW(at(noFrames.repeat, 1.0), ExBase);
-    Graph const empty = repeatGraph(TmTypes::LOOP, 4, 4);
-    try {
-        at(empty.repeat, 1.0);
-        ADD_FAILURE() << "an empty range was evaluated";
-    } catch (ExBase const& e) {
-        EXPECT_NE(e.getReason().find("is empty"), std::string::npos) << e.getReason();
-    }
+    // An out frame not after the in frame: the in frame alone, held for ever.
+    for (Mode m : {TmTypes::HOLD, TmTypes::LOOP, TmTypes::PING_PONG})
+        for (int out : {4, 3, -50}) {
+            Graph const g = repeatGraph(m, 4, out);
+            for (double t : {-9.0, 3.9, 4.2, 17.0}) {
+                PxImageResult const r = at(g.repeat, t);
+                EXPECT_TRUE(r.getValidityInterval().isFull()) << m << " out " << out << " t " << t;
+                EXPECT_NEAR(r.getFillColor().r, 4.0f, 0.5f) << m << " out " << out << " t " << t;
+            }
+        }
+    Graph const locked = repeatGraph(TmTypes::NO_REPEAT, 4, 4, true);
+    EXPECT_EQ(at(locked.repeat, 4.0).getFillColor().r, 4.0f);
+    EXPECT_TRUE(at(locked.repeat, 6.0).getPixelRegion().isEmpty());
+}
+
+TEST_F(RepeatNodeTest, AnUnknownModeFailsEvaluationNotTheWave) {
+    EXPECT_THROW(repeatGraph(static_cast<Mode>(9), 2, 6), ExBase);
+    Graph const g = repeatGraph(TmTypes::LOOP, 2, 6);
+    std::vector<PxValidityInterval> const full{PxValidityInterval::FULL};
+    set(g.mode, 7);
+    EXPECT_EQ(g.watcher->take(), full);
+    for (double t : {1.0, 3.0, 9.0})
+        try {
+            at(g.repeat, t);
+            ADD_FAILURE() << "an unknown mode was evaluated at " << t;
+        } catch (ExBase const& e) {
+            EXPECT_NE(e.getReason().find("7 is no repeat mode"), std::string::npos)
+                << e.getReason();
+        }
+    set(g.mode, static_cast<int>(TmTypes::HOLD));
+    EXPECT_EQ(g.watcher->take(), full);
+    EXPECT_EQ(at(g.repeat, 9.0).getFillColor().r, 5.0f);
 }
 
 TEST_F(RepeatNodeTest, PoliciesAreRegisteredAtStart) {

@@ -28,10 +28,12 @@ class VN_EXPORT IxConvertUtil {
 public:
     static float uint8ToFloat(std::uint8_t v) noexcept { return kUint8ToFloat[v]; }
     static std::uint8_t floatToUint8(float v) noexcept {
-        // Written so that NaN fails both tests and lands on 0.
+        // Written so that NaN fails both tests and lands on 0. In double, v * 255 (at most 32
+        // significant bits) and the added half are exact, so truncation rounds exactly; in
+        // single precision, products just below a half step round up to it.
         v = v > 0.0f ? v : 0.0f;
         v = v < 1.0f ? v : 1.0f;
-        return static_cast<std::uint8_t>(v * 255.0f + 0.5f);
+        return static_cast<std::uint8_t>(static_cast<double>(v) * 255.0 + 0.5);
     }
     static float halfToFloat(std::uint16_t bits) noexcept;
     static std::uint16_t floatToHalf(float v) noexcept;

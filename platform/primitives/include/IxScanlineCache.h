@@ -17,7 +17,8 @@ class IxScanline;
 // the implementation comes from the engine library.
 //
 // Order: construct, fill getHorizontalBuffer(), then while hasNext(): getNext() and process the
-// column; then flush() once, and read getVerticalBuffer().
+// column; then flush() once, and read getVerticalBuffer(). A run cut short calls discard()
+// instead of flush().
 template <class T>
 class VN_EXPORT IxScanlineCache {
 public:
@@ -31,6 +32,8 @@ public:
         virtual bool hasNext() const = 0;
         virtual void getNext(IxScanline<T>*& dst, IxScanline<T>*& src) = 0;
         virtual void flush() = 0;
+        // Lets the columns handed out go unwritten; the cache may then be destroyed.
+        virtual void discard() noexcept = 0;
     };
 
     using Factory = Imp* (*)(GeRectangle<int> const& dst, GeRectangle<int> const& src);
@@ -53,6 +56,8 @@ public:
     bool hasNext() const { return _imp->hasNext(); }
     void getNext(IxScanline<T>*& dst, IxScanline<T>*& src) { _imp->getNext(dst, src); }
     void flush() { _imp->flush(); }
+    // For a run cut short: no column is written back, nothing is allocated.
+    void discard() noexcept { _imp->discard(); }
 
 private:
     Imp* _imp;

@@ -32,32 +32,6 @@ float imathFloat(std::uint16_t bits) {
 
 } // namespace
 
-TEST(IxConvertUtil, Uint8RoundTripsExactlyInEveryLayout) {
-    for (int comps = 1; comps <= 4; ++comps) {
-        ImPixelFormat const f(comps, ImPixelFormat::UINT8);
-        std::vector<std::uint8_t> src(256 * comps);
-        for (int i = 0; i < 256; ++i)
-            for (int c = 0; c < comps; ++c)
-                src[i * comps + c] = static_cast<std::uint8_t>(i + 37 * c);
-        std::vector<Rgba> rgba(256);
-        IxConvertUtil::readFrom(rgba.data(), reinterpret_cast<std::byte const*>(src.data()), 256,
-                                f);
-        for (int i = 0; i < 256; ++i) {
-            auto v = [&](int c) {
-                return static_cast<float>(src[i * comps + c]) / 255.0f;
-            };
-            Rgba const want = comps == 1   ? Rgba{0, 0, 0, v(0)}
-                              : comps == 2 ? Rgba{v(0), v(0), v(0), v(1)}
-                              : comps == 3 ? Rgba{v(0), v(1), v(2), 1.0f}
-                                           : Rgba{v(0), v(1), v(2), v(3)};
-            ASSERT_EQ(rgba[i], want) << comps << " comps, pixel " << i;
-        }
-        std::vector<std::uint8_t> back(src.size(), 0xee);
-        IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(back.data()), rgba.data(), 256, f);
-        EXPECT_EQ(back, src) << comps << " comps";
-    }
-}
-
 TEST(IxConvertUtil, EveryHalfMatchesImathAndRoundTrips) {
     for (std::uint32_t b = 0; b < 65536; ++b) {
         auto const bits = static_cast<std::uint16_t>(b);
@@ -165,34 +139,142 @@ TEST(IxConvertUtil, AlphaAndComplexLines) {
     EXPECT_THROW(IxConvertUtil::readFrom(&px, bytes, 1, ImPixelFormat()), ExAssertionFailed);
 }
 
-TEST(IxConvertUtil, Uint8RgbaLinesMatchThePixelFunctionsAtEveryLength) {
-    // Whole lines take a vector path with a scalar tail: both must give the per-value results.
-    ImPixelFormat const rgba8(4, ImPixelFormat::UINT8);
-    std::mt19937 rng(7);
-    std::uniform_real_distribution<float> dist(-0.5f, 1.5f);
-    float const specials[] = {std::numeric_limits<float>::quiet_NaN(),
-                              -std::numeric_limits<float>::quiet_NaN(),
-                              std::numeric_limits<float>::infinity(),
-                              -std::numeric_limits<float>::infinity(),
-                              0.5f / 255.0f,
-                              1.5f / 255.0f,
-                              254.5f / 255.0f,
-                              -0.0f};
-    for (int n : {1, 3, 4, 5, 8, 13, 64, 67}) {
-        std::vector<CoRgbaColorTyped<float>> in(n);
-        float* f = &in[0].r;
-        for (int k = 0; k < 4 * n; ++k)
-            f[k] = k < 8 ? specials[k] : dist(rng);
-        std::vector<std::uint8_t> bytes(4 * n);
-        IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(bytes.data()), in.data(), n, rgba8);
-        for (int k = 0; k < 4 * n; ++k)
-            ASSERT_EQ(bytes[k], IxConvertUtil::floatToUint8(f[k])) << n << ":" << k << " " << f[k];
-        for (int k = 0; k < 4 * n; ++k)
-            bytes[k] = static_cast<std::uint8_t>(rng());
-        std::vector<CoRgbaColorTyped<float>> out(n);
-        IxConvertUtil::readFrom(out.data(), reinterpret_cast<std::byte const*>(bytes.data()), n,
-                                rgba8);
-        for (int k = 0; k < 4 * n; ++k)
-            ASSERT_EQ((&out[0].r)[k], IxConvertUtil::uint8ToFloat(bytes[k])) << n << ":" << k;
+namespace {
+
+// Round to nearest of v * 255, halves up, clamped, NaN to 0. Exact: the product of a float and
+// 255 has at most 32 significant bits, so double holds it and the half added to it.
+std::uint8_t exactUint8(float v) {
+    if (!(v > 0.0f))
+        return 0;
+    if (v >= 1.0f)
+        return 255;
+    return static_cast<std::uint8_t>(std::floor(static_cast<double>(v) * 255.0 + 0.5));
+}
+
+// Writes values through every conversion path to 8 bits and gives each path's bytes, in the
+// order of values: the pixel function, RGBA lines (vector body, scalar tail), one-, two- and
+// three-component pixels and float lines.
+std::vector<std::pair<char const*, std::vector<std::uint8_t>>>
+uint8Paths(std::vector<float> const& values) {
+    std::size_t const n = values.size();
+    std::vector<std::pair<char const*, std::vector<std::uint8_t>>> out;
+    std::vector<std::uint8_t> scalar(n);
+    for (std::size_t k = 0; k < n; ++k)
+        scalar[k] = IxConvertUtil::floatToUint8(values[k]);
+    out.emplace_back("pixel function", scalar);
+    for (int comps = 1; comps <= 4; ++comps) {
+        // Each value in turn in every channel that is written; 4 * 3 + 1 pixels at a time so
+        // that RGBA lines take both their vector body and their tail.
+        std::vector<std::uint8_t> got(n);
+        int const used = comps == 2 ? 2 : comps; // two components write r and a
+        for (std::size_t first = 0; first < n; first += 13 * used) {
+            std::size_t const count = std::min<std::size_t>(13 * used, n - first);
+            int const pixels = static_cast<int>((count + used - 1) / used);
+            std::vector<Rgba> px(pixels, Rgba{0, 0, 0, 0});
+            for (std::size_t k = 0; k < count; ++k) {
+                Rgba& p = px[k / used];
+                int const c = static_cast<int>(k % used);
+                float& slot = comps == 1 ? p.a : comps == 2 ? (c == 0 ? p.r : p.a) : (&p.r)[c];
+                slot = values[first + k];
+            }
+            std::vector<std::uint8_t> bytes(static_cast<std::size_t>(pixels) * comps);
+            IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(bytes.data()), px.data(), pixels,
+                                   ImPixelFormat(comps, ImPixelFormat::UINT8));
+            for (std::size_t k = 0; k < count; ++k) {
+                int const c = static_cast<int>(k % used);
+                got[first + k] = bytes[(k / used) * comps + (comps == 2 && c == 1 ? 1 : c)];
+            }
+        }
+        static char const* const names[] = {"alpha pixels", "grey-alpha pixels", "RGB pixels",
+                                            "RGBA lines"};
+        out.emplace_back(names[comps - 1], std::move(got));
     }
+    std::vector<std::uint8_t> line(n);
+    IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(line.data()), values.data(),
+                           static_cast<int>(n), ImPixelFormat(1, ImPixelFormat::UINT8));
+    out.emplace_back("float line", std::move(line));
+    return out;
+}
+
+} // namespace
+
+TEST(IxConvertUtil, FloatToUint8RoundsExactlyInEveryPath) {
+    std::vector<float> values;
+    // Every float within 300 steps of each half step k + 1/2 of v * 255, where a product
+    // computed in single precision can round across the step.
+    for (int k = 0; k < 255; ++k) {
+        float v = static_cast<float>((k + 0.5) / 255.0);
+        for (int i = 0; i < 300; ++i)
+            v = std::nextafter(v, 0.0f);
+        for (int i = 0; i < 601; ++i, v = std::nextafter(v, 2.0f))
+            values.push_back(v);
+    }
+    // Specials, then a large random sample: uniform in [-0.5, 1.5] and any bit pattern.
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    float const inf = std::numeric_limits<float>::infinity();
+    for (float v : {nan, -nan, inf, -inf, -0.0f, 0.0f, 0.5f, 1.0f, 0x1p-149f, 1.0f - 0x1p-24f,
+                    std::bit_cast<float>(0x3f010101u)})
+        values.push_back(v);
+    std::mt19937 rng(20);
+    std::uniform_real_distribution<float> dist(-0.5f, 1.5f);
+    for (int i = 0; i < 1 << 20; ++i)
+        values.push_back(i & 1 ? dist(rng)
+                               : std::bit_cast<float>(static_cast<std::uint32_t>(rng())));
+
+    std::vector<std::uint8_t> want(values.size());
+    for (std::size_t k = 0; k < values.size(); ++k)
+        want[k] = exactUint8(values[k]);
+    for (auto const& [path, got] : uint8Paths(values)) {
+        int bad = 0;
+        for (std::size_t k = 0; k < values.size() && bad < 5; ++k)
+            if (got[k] != want[k]) {
+                ++bad;
+                ADD_FAILURE() << path << ": " << std::hexfloat << values[k] << " (0x" << std::hex
+                              << bitsOf(values[k]) << std::dec << ") gives " << int(got[k])
+                              << ", not " << int(want[k]);
+            }
+    }
+    // The one exact tie rounds up; the first value the single-precision formula got wrong.
+    EXPECT_EQ(IxConvertUtil::floatToUint8(0.5f), 128);
+    EXPECT_EQ(IxConvertUtil::floatToUint8(std::bit_cast<float>(0x3f010101u)), 128);
+}
+
+TEST(IxConvertUtil, Uint8ToFloatIsTheDivisionInEveryPath) {
+    // Every value through every layout, at every lane of the RGBA vector body and of its
+    // scalar tail (lines of 1 to 7 pixels), against i / 255.0f.
+    for (int comps = 1; comps <= 4; ++comps)
+        for (int n = 1; n <= 7; ++n)
+            for (int start = 0; start < 256; start += n * comps) {
+                std::vector<std::uint8_t> bytes(static_cast<std::size_t>(n) * comps);
+                for (std::size_t k = 0; k < bytes.size(); ++k)
+                    bytes[k] = static_cast<std::uint8_t>((start + k) & 255);
+                std::vector<Rgba> px(n);
+                IxConvertUtil::readFrom(px.data(), reinterpret_cast<std::byte const*>(bytes.data()),
+                                        n, ImPixelFormat(comps, ImPixelFormat::UINT8));
+                std::vector<float> alpha(n);
+                IxConvertUtil::readFrom(alpha.data(),
+                                        reinterpret_cast<std::byte const*>(bytes.data()), n,
+                                        ImPixelFormat(comps, ImPixelFormat::UINT8));
+                for (int i = 0; i < n; ++i) {
+                    auto v = [&](int c) {
+                        return static_cast<float>(bytes[i * comps + c]) / 255.0f;
+                    };
+                    Rgba const want = comps == 1   ? Rgba{0, 0, 0, v(0)}
+                                      : comps == 2 ? Rgba{v(0), v(0), v(0), v(1)}
+                                      : comps == 3 ? Rgba{v(0), v(1), v(2), 1.0f}
+                                                   : Rgba{v(0), v(1), v(2), v(3)};
+                    ASSERT_EQ(std::memcmp(&px[i], &want, sizeof want), 0)
+                        << comps << " comps, " << n << " pixels from " << start << ", pixel " << i;
+                    ASSERT_EQ(bitsOf(alpha[i]), bitsOf(want.a)) << comps << " comps";
+                }
+                // And back to the same bytes.
+                std::vector<std::uint8_t> back(bytes.size(), 0xee);
+                IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(back.data()), px.data(), n,
+                                       ImPixelFormat(comps, ImPixelFormat::UINT8));
+                ASSERT_EQ(back, bytes) << comps << " comps, " << n << " pixels from " << start;
+            }
+    for (int i = 0; i < 256; ++i)
+        ASSERT_EQ(bitsOf(IxConvertUtil::uint8ToFloat(static_cast<std::uint8_t>(i))),
+                  bitsOf(static_cast<float>(i) / 255.0f))
+            << i;
 }

@@ -32,7 +32,10 @@ public:
     static IpScanlinePipePtr createInsertAlpha(IpScanlinePipePtr const& rgba,
                                                IpScanlinePipePtr const& alpha);
     static IpScanlinePipePtr createMaxAlpha(IpScanlinePipePtr const& a, IpScanlinePipePtr const& b);
-    // The Gaussian feather of radius x across and y down.
+    // The largest feather radius, in pixels.
+    static constexpr int MAX_RADIUS = 1024;
+    // The Gaussian feather of radius x across and y down; a radius that is NaN or beyond
+    // MAX_RADIUS raises ExBase.
     static IpScanlinePipePtr createBlurAlpha(IpScanlinePipePtr const& pipe, float x, float y);
     // A dilation (erosion for negative amounts) by a disc at shapeInterpolation 0 or less, a
     // box at 1 or more, and the blend of the two between.
@@ -42,7 +45,7 @@ public:
     static IpScanlinePipePtr createLUTAlpha(IpScanlinePipePtr const& pipe, float low, float high,
                                             Vector<float> table);
     // Two dilations of the source, each feathered, and their difference (or average); inverted
-    // on demand. A curve is not yet taken: it must be null.
+    // on demand. Until curve look-up tables exist the curve must be null or the identity.
     static IpScanlinePipePtr
     createEdgeProcessingGraph(IpScanlinePipePtr const& pipe, bool difference,
                               IpDilate::StructuringElements element, float lowX, float lowY,

@@ -16,7 +16,9 @@ class VN_EXPORT PiImageRepeatNode final : public PxImageProtocol {
 public:
     // The in and out times and the mode are int value nodes (frames, a TmTypes::RepeatMode), the
     // lock a bool one: with the lock, No Repeat shows nothing outside the range. No handle may
-    // be null.
+    // be null. A mode outside the policy raises when the node starts; one that arrives later
+    // makes evaluation raise until a known mode returns. An out frame not after the in frame
+    // makes a range of the in frame alone.
     PiImageRepeatNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& child,
                       PxStrongHndl<PxNode const> const& inTime,
                       PxStrongHndl<PxNode const> const& outTime,
@@ -57,6 +59,10 @@ protected:
 private:
     void readFormat() const;
     void readInterval() const;
+    // Reads the mode; true when both the old and the new value are known modes.
+    bool readMode() const;
+    void checkMode() const;
+    // What evaluation needs: a rate with frames and a known mode.
     void checkRange() const;
     double seconds(std::int64_t index) const;
     double getFrameDuration() const;
@@ -78,6 +84,7 @@ private:
     mutable std::int64_t _outIndex = 0;
     mutable Rational _rate;
     mutable TmTypes::RepeatMode _mode = TmTypes::NO_REPEAT;
+    mutable int _modeValue = TmTypes::NO_REPEAT; // as read, known or not
     mutable bool _lock = false;
 };
 

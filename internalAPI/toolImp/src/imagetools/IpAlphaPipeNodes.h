@@ -104,7 +104,7 @@ protected:
 };
 
 // The separable Gaussian feather: across as each row comes in, down through the scanline cache
-// once all have. No row leaves before the last has come in.
+// once all have. No row leaves before the last has come in; a run cut short writes nothing.
 class BlurAlpha final : public IpScanlinePipeOutput<float> {
 public:
     BlurAlpha(IpScanlinePipePtr const& a, float x, float y);
@@ -124,7 +124,7 @@ protected:
 
 private:
     void inputIsAvailable();
-    void releaseCache();
+    void releaseCache() noexcept;
 
     IpFeatherFilter1D _horizontal;
     IpFeatherFilter1D _vertical;

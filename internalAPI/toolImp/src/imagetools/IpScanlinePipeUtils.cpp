@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <sstream>
+#include <string>
 
 namespace Vn {
 
@@ -20,6 +22,18 @@ using Color = CoRgbaColorTyped<float>;
 Color withAlpha(Color c, float a) {
     c.a = a;
     return c;
+}
+
+// An open polyline of points on y = x, in increasing x, from 0 or below to 1 or above: alpha
+// unchanged.
+bool isIdentityCurve(PmShape2d const& curve) {
+    Vector<GePoint<float>> const& p = curve.getCtrlPoints();
+    if (curve.getClosure() || p.size() < 2)
+        return false;
+    for (std::size_t i = 0; i < p.size(); ++i)
+        if (p[i].x != p[i].y || (i > 0 && !(p[i].x > p[i - 1].x)))
+            return false;
+    return p.front().x <= 0.0f && p.back().x >= 1.0f;
 }
 
 } // namespace
@@ -133,21 +147,16 @@ BlurAlpha::BlurAlpha(IpScanlinePipePtr const& a, float x, float y)
 }
 
 BlurAlpha::~BlurAlpha() {
-    // A run cut short by an exception leaves columns handed out: flush them so that the cache
-    // can go.
-    try {
-        releaseCache();
-    } catch (...) {
-    }
+    releaseCache();
 }
 
-void BlurAlpha::releaseCache() {
+void BlurAlpha::releaseCache() noexcept {
     if (_cache.isNull())
         return;
-    if (!_flushed) {
-        _flushed = true;
-        _cache->flush();
-    }
+    // Only a run that filtered every column writes them back; one cut short by a cancel or a
+    // failure lets them go unwritten, allocating nothing.
+    if (!_flushed)
+        _cache->discard();
     _cache.reset();
 }
 
@@ -207,8 +216,8 @@ void BlurAlpha::inputIsAvailable() {
         _vertical.filter(dst->getData(), src->getData(), height);
         checkCancelled();
     }
-    _flushed = true;
     _cache->flush();
+    _flushed = true;
     _done = true;
 }
 
@@ -264,6 +273,15 @@ IpScanlinePipePtr IpScanlinePipeUtils::createMaxAlpha(IpScanlinePipePtr const& a
 
 IpScanlinePipePtr IpScanlinePipeUtils::createBlurAlpha(IpScanlinePipePtr const& pipe, float x,
                                                        float y) {
+    // Checked before the kernel is made: a radius reaches 1.5 times as far in rows kept.
+    bool const numbers = !std::isnan(x) && !std::isnan(y);
+    if (!numbers || !(std::fabs(x) <= MAX_RADIUS && std::fabs(y) <= MAX_RADIUS)) {
+        std::ostringstream s;
+        s << "A feather of " << x << " by " << y << " pixels is refused: radii "
+          << (numbers ? "are at most " + std::to_string(MAX_RADIUS) + " pixels."
+                      : std::string("must be numbers."));
+        VN_THROW_MSG(ExBase, s.str());
+    }
     return IpScanlinePipePtr(new BlurAlpha(pipe, x, y));
 }
 
@@ -357,9 +375,10 @@ IpScanlinePipePtr IpScanlinePipeUtils::createEdgeProcessingGraph(
     }
     if (invert)
         result = createInvertAlpha(result);
-    // Curves come with the curve look-up tables, which this library does not build yet.
-    if (!curve.isNull())
-        VN_THROW_MSG(ExBase, "Edge processing with a curve is not available: pass a null curve.");
+    // Curves other than the identity need the curve look-up tables, not built yet.
+    if (!curve.isNull() && !isIdentityCurve(*curve))
+        VN_THROW_MSG(ExBase, "Edge processing takes only the identity alpha curve until curve "
+                             "look-up tables exist.");
     (void)size;
     return result;
 }

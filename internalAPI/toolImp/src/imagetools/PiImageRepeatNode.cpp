@@ -164,11 +164,27 @@ void PiImageRepeatNode::init() {
     registerChild(_lockDuration);
     readFormat();
     readInterval();
-    int const mode = readAtZero(_repeatMode);
-    if (!getRepeatModeInputPolicy().isValid(mode))
-        VN_THROW_MSG(ExBase, "PiImageRepeatNode: " + std::to_string(mode) + " is no repeat mode");
-    _mode = static_cast<TmTypes::RepeatMode>(mode);
+    readMode();
+    checkMode();
     _lock = readAtZero(_lockDuration);
+}
+
+bool PiImageRepeatNode::readMode() const {
+    bool const wasKnown = getRepeatModeInputPolicy().isValid(_modeValue);
+    _modeValue = readAtZero(_repeatMode);
+    // An unknown value keeps the last known mode for the translations, which must not raise;
+    // evaluation reports it.
+    if (getRepeatModeInputPolicy().isValid(_modeValue)) {
+        _mode = static_cast<TmTypes::RepeatMode>(_modeValue);
+        return wasKnown;
+    }
+    return false;
+}
+
+void PiImageRepeatNode::checkMode() const {
+    if (!getRepeatModeInputPolicy().isValid(_modeValue))
+        VN_THROW_MSG(ExBase,
+                     "PiImageRepeatNode: " + std::to_string(_modeValue) + " is no repeat mode");
 }
 
 void PiImageRepeatNode::readFormat() const {
@@ -192,10 +208,9 @@ void PiImageRepeatNode::readInterval() const {
 }
 
 void PiImageRepeatNode::checkRange() const {
+    // An out frame not after the in frame is no error: the range then lasts the in frame.
     TmTimeUtil::checkRate(_rate);
-    if (_outIndex <= _inIndex)
-        VN_THROW_MSG(ExBase, "PiImageRepeatNode: the frame range from " + std::to_string(_inIndex) +
-                                 " to " + std::to_string(_outIndex) + " is empty");
+    checkMode();
 }
 
 double PiImageRepeatNode::seconds(std::int64_t index) const {
@@ -434,12 +449,12 @@ void PiImageRepeatNode::invalidateAndReinitialize(PxValidityInterval const& inte
         readFormat();
         readInterval();
     } else if (sender == _repeatMode.get()) {
-        int const mode = readAtZero(_repeatMode);
-        if (!getRepeatModeInputPolicy().isValid(mode))
-            VN_THROW_MSG(ExBase,
-                         "PiImageRepeatNode: " + std::to_string(mode) + " is no repeat mode");
-        _mode = static_cast<TmTypes::RepeatMode>(mode);
-        invalidateOutside(stream);
+        // Only the times outside the range change between known modes; an unknown one fails
+        // every time, and so is left for every time.
+        if (readMode())
+            invalidateOutside(stream);
+        else
+            invalidate(PxValidityInterval::FULL, stream);
     } else if (sender == _lockDuration.get()) {
         _lock = readAtZero(_lockDuration);
         if (_mode == TmTypes::NO_REPEAT)

@@ -16,8 +16,12 @@ public:
         BOX = 1,  // |dx| <= x, |dy| <= y
     };
 
+    // The largest amount, in pixels: the rows kept grow with the amount times the row length.
+    static constexpr int MAX_AMOUNT = 1024;
+
     // Dilates by x and y; negative amounts erode. With one amount positive and the other
-    // negative, the result dilates along one axis and then erodes along the other.
+    // negative, the result dilates along one axis and then erodes along the other. An amount
+    // that is NaN or beyond MAX_AMOUNT raises ExBase.
     static IpScanlinePipePtr create(IpScanlinePipePtr const& pipe, int element, float x, float y);
 
     IpDilate(IpScanlinePipePtr const& pipe, StructuringElements element, int x, int y, bool erode);
@@ -66,6 +70,7 @@ public:
 // first.
 class VN_EXPORT IpDistTransform final : public IpScanlinePipe1In<float> {
 public:
+    // x and y beyond IpDilate::MAX_AMOUNT raise ExBase.
     static IpScanlinePipePtr create(IpScanlinePipePtr const& pipe, int x, int y, float scaleX,
                                     float scaleY);
 

@@ -36,7 +36,8 @@ VN_EXPORT void ipFormatChange(IxWriteGuard const& dst, IxReadGuard const& src,
 // Resamples the sources in x from their pixel aspect ratio to the destination's, for the
 // destination pixels of region; rows are carried over. Where the filter reaches beyond the
 // sources it reads the first source's fill colour. Weights are normalized, so a constant image
-// stays constant.
+// stays constant. Raises PxEx::ExRequestCancelled between rows once the running request is
+// cancelled.
 VN_EXPORT void ipAspectChange(IxWriteGuard const& dst, Vector<IxReadGuard> const& srcs,
                               IpFilters::Filter const& filter, GeRectangle<int> const& region);
 

@@ -46,7 +46,8 @@ private:
 };
 
 // The tiles of an image node at one time and scale, stream 0, computed inline on the calling
-// thread on first use and kept until released.
+// thread on first use and kept until released. A tile holding less than its part of the image
+// reads as its fill colour over the rest.
 class VN_EXPORT PxImageFetcher : public PxImageFetcherBase {
 public:
     PxImageFetcher(PxNodePtr<PxImageProtocol const> const& node, PxTimeScaleContext const& context);
@@ -63,6 +64,9 @@ public:
 private:
     struct Entry;
     Entry& fetch(int tx, int ty) const;
+    // The node's tile for tile (tx, ty), or when it holds less than its part of the region, a
+    // tile of that whole part: its pixels, and its fill colour elsewhere.
+    IxTile coverPart(IxTile const& tile, int tx, int ty) const;
 
     PxNodePtr<PxImageProtocol const> _node;
     PxTimeScaleContext _context;

@@ -1,12 +1,15 @@
 #include "IpDilate.h"
 
 #include "Assertions.h"
+#include "ExBase.h"
 #include "IpAlphaKernels.h"
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <sstream>
+#include <string>
 
 namespace Vn {
 
@@ -28,9 +31,22 @@ int floorLog2(int v) {
 }
 
 int wholePixels(float a) {
-    float const m = std::fabs(a);
-    // Amounts beyond any image are cut to keep the arithmetic in range.
-    return static_cast<int>(std::min(m, 1.0e6f));
+    return static_cast<int>(std::fabs(a));
+}
+
+// Refuses sizes that are not numbers or beyond the limit, before any arithmetic on them.
+template <class T>
+void checkSizes(char const* what, T x, T y) {
+    bool const numbers = !std::isnan(static_cast<double>(x)) && !std::isnan(static_cast<double>(y));
+    bool const bounded = std::fabs(static_cast<double>(x)) <= IpDilate::MAX_AMOUNT &&
+                         std::fabs(static_cast<double>(y)) <= IpDilate::MAX_AMOUNT;
+    if (numbers && bounded)
+        return;
+    std::ostringstream s;
+    s << "A " << what << " of " << x << " by " << y << " pixels is refused: amounts "
+      << (numbers ? "are at most " + std::to_string(IpDilate::MAX_AMOUNT) + " pixels."
+                  : std::string("must be numbers."));
+    VN_THROW_MSG(ExBase, s.str());
 }
 
 } // namespace
@@ -39,6 +55,7 @@ IpScanlinePipePtr IpDilate::create(IpScanlinePipePtr const& pipe, int element, f
     // clang-format off
     VN_ASSERT(element == DISC || element == BOX);
     // clang-format on
+    checkSizes("dilation", x, y);
     auto const e = StructuringElements(element);
     bool const erodeX = x < 0.0f;
     bool const erodeY = y < 0.0f;
@@ -165,6 +182,7 @@ constexpr float kInf = std::numeric_limits<float>::infinity();
 
 IpScanlinePipePtr IpDistTransform::create(IpScanlinePipePtr const& pipe, int x, int y, float scaleX,
                                           float scaleY) {
+    checkSizes("distance ramp", x, y);
     return IpScanlinePipePtr(new IpDistTransform(pipe, x, y, scaleX, scaleY));
 }
 

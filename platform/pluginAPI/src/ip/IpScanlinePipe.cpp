@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <exception>
 #include <type_traits>
 #include <utility>
 
@@ -503,14 +504,26 @@ void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) 
         tFirst = std::min(tFirst, r.ymin + n->_latency);
         tLast = std::max(tLast, r.ymax - 1 + n->_latency);
     }
+    // Every node is finished, even after one fails; the first failure is raised, unless the run
+    // is already unwinding, whose failure is the one that counts.
     struct Finish {
         Vector<IpScanlinePipe*> const& order;
-        ~Finish() {
-            for (IpScanlinePipe* n : order)
-                n->finishProcessing();
+        int const unwinding = std::uncaught_exceptions();
+        ~Finish() noexcept(false) {
+            std::exception_ptr failure;
+            for (IpScanlinePipe* n : order) {
+                try {
+                    n->finishProcessing();
+                } catch (...) {
+                    if (!failure)
+                        failure = std::current_exception();
+                }
+            }
             for (IpScanlinePipe* n : order)
                 if (auto* s = dynamic_cast<IpSourceNode*>(n))
                     s->setSources(nullptr);
+            if (failure && std::uncaught_exceptions() == unwinding)
+                std::rethrow_exception(failure);
         }
     } finish{_order};
     IpScanlinePipe* const last = _inputs[0].get();

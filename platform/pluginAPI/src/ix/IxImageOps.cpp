@@ -2,6 +2,7 @@
 #include "IpCopy.h"
 #include "IxConvertUtil.h"
 #include "IxGuardBase.h"
+#include "PxRequestMgr.h"
 
 #include <immintrin.h>
 
@@ -187,6 +188,8 @@ void ipAspectChange(IxWriteGuard const& dst, Vector<IxReadGuard> const& srcs,
     Vector<Rgba> out(static_cast<std::size_t>(r.width()));
     IpPixels const d = ipPixelsOf(dst);
     for (int y = r.ymin; y < r.ymax; ++y) {
+        if (PxRequestMgr::isInitialized())
+            PxRequestMgr::getInstance().checkCancelled();
         std::fill(line.begin(), line.end(), fill);
         for (IxReadGuard const& g : srcs) {
             GeRectangle<int> const sr = g.getPixelRegion().intersect({spanMin, spanMax, y, y + 1});

@@ -3,6 +3,7 @@
 #include "Assertions.h"
 #include "IxConvertUtil.h"
 #include "IxGuardProxy.h"
+#include "IxImageOps.h"
 #include "IxPixelUtil.h"
 #include "PxConfig.h"
 
@@ -55,6 +56,7 @@ void PxImageFetcherBase::releaseProxies() const {
 
 struct PxImageFetcher::Entry {
     PxImageResult result;
+    IxTile tile; // the result's, or one holding its whole part of the region
     IxReadGuard guard;
     int tx = 0;
     int ty = 0;
@@ -87,29 +89,43 @@ PxImageFetcher::Entry& PxImageFetcher::fetch(int tx, int ty) const {
     Entry& e = _entries[static_cast<std::size_t>(index % static_cast<long long>(_entries.size()))];
     if (e.fetched && e.tx == tx && e.ty == ty) {
         if (!e.guard.holdsMemory())
-            e.guard = e.result.getTileGuard();
+            e.guard = IxReadGuard(e.tile);
         return e;
     }
     e.guard.reset();
     e.result =
         _node->getImageResult(PxImageContext(_context.getTime(), {tx, ty}, _context.getScale(), 0));
     e.result.reduceVI(_vi);
-    e.guard = e.result.getTileGuard();
+    e.tile = coverPart(e.result.getTile(), tx, ty);
+    e.guard = IxReadGuard(e.tile);
     e.tx = tx;
     e.ty = ty;
     e.fetched = true;
     return e;
 }
 
+IxTile PxImageFetcher::coverPart(IxTile const& tile, int tx, int ty) const {
+    int const ex = PxConfig::getTileSizeExpX();
+    int const ey = PxConfig::getTileSizeExpY();
+    GeRectangle<int> const part =
+        GeRectangle<int>(tx << ex, (tx + 1) << ex, ty << ey, (ty + 1) << ey).intersect(_region);
+    GeRectangle<int> const held = tile.getPixelRegion().intersect(part);
+    if (held == part)
+        return tile;
+    // The fill colour stands for whatever a tile does not hold.
+    IxTile whole(tile.getPixelFormat(), part, tile.getFillColor());
+    IxWriteGuard const w(whole);
+    ipSet(w, part, tile.getFillColor());
+    if (!held.isEmpty())
+        ipCopy(w, IxReadGuard(tile), held);
+    return whole;
+}
+
 IxReadGuard const& PxImageFetcher::getGuard(int x, int y) const {
     // clang-format off
     VN_ASSERT(x >= _region.xmin && x < _region.xmax && y >= _region.ymin && y < _region.ymax);
     // clang-format on
-    Entry const& e = fetch(x >> PxConfig::getTileSizeExpX(), y >> PxConfig::getTileSizeExpY());
-    GeRectangle<int> const& r = e.guard.getPixelRegion();
-    if (!(x >= r.xmin && x < r.xmax && y >= r.ymin && y < r.ymax))
-        VN_ABORT("An image tile does not cover its part of the image's region.");
-    return e.guard;
+    return fetch(x >> PxConfig::getTileSizeExpX(), y >> PxConfig::getTileSizeExpY()).guard;
 }
 
 void PxImageFetcher::prefetch(GeRectangle<int> const& region) const {
