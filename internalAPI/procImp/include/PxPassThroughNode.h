@@ -57,6 +57,7 @@ private:
 template <class Protocol, class Base>
 class PxForwarding;
 
+// The value protocol, forwarded.
 template <class T, class Base>
 class VN_EXPORT PxForwarding<PxValueProtocol<T>, Base> : public Base {
 public:
@@ -64,6 +65,7 @@ public:
     PxResult<T> getValue() const override { return this->getChild()->getValue(); }
 };
 
+// The animated value protocol, forwarded.
 template <class T, class Base>
 class VN_EXPORT PxForwarding<PxAnimValueProtocol<T>, Base> : public Base {
 public:
@@ -73,6 +75,7 @@ public:
     }
 };
 
+// The graph object ids protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxGraphObjIdsProtocol, Base> : public Base {
 public:
@@ -81,6 +84,7 @@ public:
     int getOutputSocketId() const override { return this->getChild()->getOutputSocketId(); }
 };
 
+// The 2D matrix protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxAffineMatrix2Protocol, Base> : public Base {
 public:
@@ -90,6 +94,7 @@ public:
     }
 };
 
+// The geometry protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxGeometryProtocol, Base> : public Base {
 public:
@@ -99,6 +104,7 @@ public:
     }
 };
 
+// The camera protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxCameraProtocol, Base> : public Base {
 public:
@@ -108,6 +114,7 @@ public:
     }
 };
 
+// The material protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxMaterialProtocol, Base> : public Base {
 public:
@@ -117,6 +124,7 @@ public:
     }
 };
 
+// The 3D object protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxObject3dProtocol, Base> : public Base {
 public:
@@ -126,6 +134,7 @@ public:
     }
 };
 
+// The 2D shape protocol, forwarded.
 template <class Base>
 class VN_EXPORT PxForwarding<PxShape2dProtocol, Base> : public Base {
 public:
@@ -148,6 +157,7 @@ public:
     int getNbStreams() const override;
 };
 
+// A node that stands for its one child: every protocol operation goes to the child.
 template <class Protocol, class Child = Protocol>
 class VN_EXPORT PxPassThroughNode
     : public PxForwarding<Protocol, PxPassThroughBaseNode<Protocol, Child>> {

@@ -49,6 +49,7 @@ private:
     PxResult<T> _value;
 };
 
+// Sets a value node's value, as a sequential request sent from the interface thread.
 template <class T>
 class VN_EXPORT PxValueSetRequest final : public PxMutationRequest {
 public:
@@ -60,6 +61,7 @@ private:
     PxResult<T> _value;
 };
 
+// Sets an animated value node's value, as a sequential request sent from the interface thread.
 template <class T>
 class VN_EXPORT PxAnimValueSetRequest final : public PxMutationRequest {
 public:

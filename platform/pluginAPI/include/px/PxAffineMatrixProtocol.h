@@ -20,6 +20,7 @@ public:
     virtual PxResult<GeAffineMatrix2<float>> getMatrix(PxTimeContext const& context) const = 0;
 };
 
+// Asks a 3D matrix node for its matrix at a time.
 class VN_EXPORT PxAffineMatrixRequest final
     : public PxQueryRequest<PxResult<GeAffineMatrix3<float>>> {
 public:
@@ -35,6 +36,7 @@ private:
     PxTimeContext _context;
 };
 
+// Asks a 2D matrix node for its matrix at a time.
 class VN_EXPORT PxAffineMatrix2Request final
     : public PxQueryRequest<PxResult<GeAffineMatrix2<float>>> {
 public:

@@ -16,6 +16,7 @@ public:
     virtual PxCurveResult getCurve(PxTimeContext const& context) const = 0;
 };
 
+// Asks a curve node for its curve at a time.
 class VN_EXPORT PxCurveRequest final : public PxPointerQueryRequest<RCShdPtr<GeCurve>> {
 public:
     PxCurveRequest(PxUPtr<PxCurveProtocol const> const& node, PxTimeContext const& context)

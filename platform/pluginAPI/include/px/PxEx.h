@@ -23,6 +23,7 @@ public:
     VN_EX_CLONE_RAISE(ExInvalidParameter)
 };
 
+// A request failed; what failed was raised in it.
 class VN_EXPORT ExRequestFailed : public ExBase {
 public:
     ExRequestFailed(char const* file, int line);

@@ -30,6 +30,7 @@ public:
     virtual PxGeometryResult getGeometry(PxGeometryContext const& context) const = 0;
 };
 
+// Asks a geometry node for its mesh at a time.
 class VN_EXPORT PxGeometryRequest final : public PxPointerQueryRequest<RCShdPtr<SdMesh const>> {
 public:
     PxGeometryRequest(PxUPtr<PxGeometryProtocol const> const& node,

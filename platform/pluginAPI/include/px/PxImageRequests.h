@@ -7,6 +7,7 @@
 
 namespace Vn {
 
+// Asks an image node for its format.
 class VN_EXPORT PxImageFormatRequest final : public PxQueryRequest<PxImageFormat> {
 public:
     explicit PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const> const& node) : _node(node) {}
@@ -17,6 +18,7 @@ private:
     PxUPtr<PxImageFormatProtocol const> _node;
 };
 
+// Asks an image node for its region of definition at a time and stream.
 class VN_EXPORT PxImageRODRequest final : public PxQueryRequest<PxRODResult> {
 public:
     PxImageRODRequest(PxUPtr<PxImageProtocol const> const& node, PxTimeStreamContext const& context)

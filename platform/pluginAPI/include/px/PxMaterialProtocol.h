@@ -16,6 +16,7 @@ public:
     virtual PxMaterialResult getMaterial(PxTimeContext const& context) const = 0;
 };
 
+// Asks a material node for its material at a time.
 class VN_EXPORT PxMaterialRequest final : public PxPointerQueryRequest<RCShdPtr<SdMaterial const>> {
 public:
     PxMaterialRequest(PxUPtr<PxMaterialProtocol const> const& node, PxTimeContext const& context)

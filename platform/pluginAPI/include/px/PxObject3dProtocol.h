@@ -29,6 +29,7 @@ public:
     virtual PxObject3dResult getScene(PxObject3dContext const& context) const = 0;
 };
 
+// Asks a 3D object node for its scene at a time.
 class VN_EXPORT PxObject3dRequest final : public PxPointerQueryRequest<RCShdPtr<SdScene>> {
 public:
     PxObject3dRequest(PxUPtr<PxObject3dProtocol const> const& node,

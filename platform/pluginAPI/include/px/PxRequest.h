@@ -124,6 +124,7 @@ private:
     LkAtomicObj<PxRequestState> _state;
 };
 
+// What the owning handles of requests share: the release of the one request held.
 class VN_EXPORT PxRequestPtrBase {
 protected:
     [[noreturn]] static void throwNullPtrException();

@@ -17,6 +17,7 @@ public:
     virtual PxShape2dResult getShape(PxTimeContext const& context) const = 0;
 };
 
+// Asks a 2D shape node for its shape at a time.
 class VN_EXPORT PxShape2dRequest final : public PxPointerQueryRequest<RCPvtEngPtr<PmShape2d>> {
 public:
     PxShape2dRequest(PxUPtr<PxShape2dProtocol const> const& node, PxTimeContext const& context)

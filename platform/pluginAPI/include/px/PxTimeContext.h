@@ -15,6 +15,7 @@ private:
     double _time;
 };
 
+// A time asked of a node, in seconds.
 class VN_EXPORT PxTimeContext {
 public:
     constexpr explicit PxTimeContext(double time = 0.0) noexcept : _time(time) {}
@@ -25,6 +26,7 @@ private:
     double _time;
 };
 
+// A time and a scale: the image at 1 / 2^scale of full resolution.
 class VN_EXPORT PxTimeScaleContext : public PxTimeContext {
 public:
     constexpr PxTimeScaleContext(double time, int scale) noexcept
@@ -35,6 +37,7 @@ private:
     int _scale;
 };
 
+// A time and a stream of a node's output.
 class VN_EXPORT PxTimeStreamContext : public PxTimeContext {
 public:
     // The stream is checked with PxStreams::validateStream.

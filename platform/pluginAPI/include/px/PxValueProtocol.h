@@ -28,6 +28,7 @@ public:
     virtual int getOutputSocketId() const = 0;
 };
 
+// Asks a value node for its value.
 template <class T>
 class VN_EXPORT PxValueRequest final : public PxQueryRequest<PxResult<T>> {
 public:
@@ -39,6 +40,7 @@ private:
     PxUPtr<PxValueProtocol<T> const> _node;
 };
 
+// Asks an animated value node for its value at a time.
 template <class T>
 class VN_EXPORT PxAnimValueRequest final : public PxQueryRequest<PxResult<T>> {
 public:
@@ -54,6 +56,7 @@ private:
     PxTimeContext _context;
 };
 
+// Asks a node for the pair of graph object ids it carries.
 class VN_EXPORT PxGraphObjIdsRequest final : public PxQueryRequest<std::pair<int, int>> {
 public:
     explicit PxGraphObjIdsRequest(PxUPtr<PxGraphObjIdsProtocol const> const& node) : _node(node) {}
