@@ -23,13 +23,14 @@ using StateGuard = LkAtomicWrGuard<RS>;
 constexpr int GFX = RequestEngine::GFX;
 
 // ---- the GFX worker's callbacks ----
-CbHandler<CbEmptyType>* _initCb = nullptr;
-CbHandler<CbEmptyType>* _finalizeCb = nullptr;
-bool _exists = false;
-bool _initialized = false;
+// Registered from any thread, read by the GFX worker.
+std::atomic<CbHandler<CbEmptyType>*> _initCb{nullptr};
+std::atomic<CbHandler<CbEmptyType>*> _finalizeCb{nullptr};
+std::atomic<bool> _exists{false};
+std::atomic<bool> _initialized{false};
 
 struct Guard {
-    static bool exists() noexcept { return _exists; }
+    static bool exists() noexcept { return _exists.load(); }
 };
 
 // ---- the cascading timer of each thread ----
@@ -78,6 +79,11 @@ struct PostExecuteFunctor {
     void operator()() const { request->postExecute(); }
 };
 
+// Neither a child list nor a descendant still reading it as its root holds the request.
+bool isUnreferenced(RS const& s) noexcept {
+    return s._nbReferences == 0 && s._nbHolds == 0;
+}
+
 bool isSilent(ExBase const* e) {
     return dynamic_cast<PxEx::ExRequestCancelled const*>(e) ||
            dynamic_cast<PxEx::ExRequestFailed const*>(e);
@@ -124,6 +130,43 @@ void RequestEngine::signalAll(LkWaitEntry* waiters) noexcept {
     }
 }
 
+// ---- roots held by their descendants ----
+
+void RequestEngine::holdRoot(PxRequest* root) {
+    StateGuard g(root->getStateObj());
+    do {
+        ++g->_nbHolds;
+    } while (!g.commit());
+}
+
+void RequestEngine::dropHold(PxRequest* root) noexcept {
+    bool destroy = false;
+    {
+        StateGuard g(root->getStateObj());
+        do {
+            destroy = false;
+            --g->_nbHolds;
+            RS::Status const st = g->getStatus();
+            if (isUnreferenced(*g) && g->has(RS::DEQUEUED) && g->has(RS::RELEASED) &&
+                (st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED)) {
+                g->setStatus(RS::DESTROYED);
+                destroy = true;
+            }
+        } while (!g.commit());
+    }
+    if (destroy)
+        delete root;
+}
+
+void RequestEngine::disposeState(PxRequest& request) noexcept {
+    RS const s = request.getStateObj().load();
+    delete s._exception;
+    if (s._stats)
+        OPtr<StatThreadLocal>(s._stats).reset();
+    if (s._rootRequest && !s.has(RS::EXTERNAL))
+        dropHold(s._rootRequest);
+}
+
 // ---- GFX worker ----
 
 void RequestEngine::gfxWorkerStarted() {
@@ -133,31 +176,42 @@ void RequestEngine::gfxWorkerStarted() {
 
 void RequestEngine::gfxWorkerEnded() {
     _exists = false;
-    if (_initialized) {
-        if (_finalizeCb)
-            _finalizeCb->execute(CbEmptyType{});
-        _initialized = false;
+    if (_initialized.exchange(false)) {
+        if (CbHandler<CbEmptyType>* cb = _finalizeCb.load())
+            cb->execute(CbEmptyType{});
     }
 }
 
+// Only the GFX worker runs GFX requests, so only it gets here.
 void RequestEngine::gfxInitialize() {
-    if (_initialized)
+    if (_initialized.load(std::memory_order_acquire))
         return;
     VN_ASSERT(Guard::exists());
-    if (_initCb)
-        _initCb->execute(CbEmptyType{});
-    _initialized = true;
+    VN_ASSERT(workerTLS()._resourceType == GFX);
+    if (CbHandler<CbEmptyType>* cb = _initCb.load())
+        cb->execute(CbEmptyType{});
+    _initialized.store(true, std::memory_order_release);
 }
 
 // clang-format off
 void PxRequestImp::registerGFXInitialize(CbHandler<CbEmptyType>* cb) {
-    VN_ASSERT(( _initCb == 0 ) || ( cb == 0 ));
-    _initCb = cb;
+    CbHandler<CbEmptyType>* expected = nullptr;
+    if (cb == 0) {
+        _initCb = nullptr;
+        return;
+    }
+    if (!_initCb.compare_exchange_strong(expected, cb))
+        VN_ASSERT(( _initCb == 0 ) || ( cb == 0 ));
 }
 
 void PxRequestImp::registerGFXFinalize(CbHandler<CbEmptyType>* cb) {
-    VN_ASSERT(( _finalizeCb == 0 ) || ( cb == 0 ));
-    _finalizeCb = cb;
+    CbHandler<CbEmptyType>* expected = nullptr;
+    if (cb == 0) {
+        _finalizeCb = nullptr;
+        return;
+    }
+    if (!_finalizeCb.compare_exchange_strong(expected, cb))
+        VN_ASSERT(( _finalizeCb == 0 ) || ( cb == 0 ));
 }
 // clang-format on
 
@@ -277,8 +331,9 @@ void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pendi
     }
     stats.release();
     ex.release();
-    RequestEngine::detachChildren(children);
+    // Waiters first: the teardown of a large tree need not delay them.
     RequestEngine::signalAll(waiters);
+    RequestEngine::detachChildren(children);
     if (!pending)
         RequestEngine::postExecute(request, true);
 }
@@ -355,7 +410,7 @@ void RequestEngine::postExecute(PxRequest* request, bool checkStats) {
             action = KEEP;
             noticed = true;
             bool const released = guard->has(RS::RELEASED);
-            bool const free = released && guard->has(RS::DEQUEUED) && guard->_nbReferences == 0;
+            bool const free = released && guard->has(RS::DEQUEUED) && isUnreferenced(*guard);
             switch (guard->getStatus()) {
             case RS::DONE:
                 if (free) {
@@ -419,7 +474,7 @@ void RequestEngine::cleanUp(PxRequest* request) {
             noticed = true;
             if (guard->has(RS::DEQUEUED)) {
                 noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
-                if (guard->_nbReferences == 0) {
+                if (isUnreferenced(*guard)) {
                     guard->setStatus(RS::DESTROYED);
                     destroy = true;
                 }
@@ -434,6 +489,8 @@ void RequestEngine::cleanUp(PxRequest* request) {
         failureUnnoticed(__FILE__, __LINE__);
 }
 
+// Iterative, whatever the depth of the tree: a child's own list, once taken, is spliced in front
+// of the siblings still to go. The list's references keep its nodes alive while it is walked.
 void RequestEngine::detachChildren(PxRequest* head) {
     while (head) {
         PxRequest* const child = head;
@@ -452,7 +509,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                     g->_firstChild = nullptr;
                     RS::Status const st = g->getStatus();
                     if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
-                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED)) {
+                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->_nbHolds == 0) {
                         g->setStatus(RS::DESTROYED);
                         destroy = true;
                     }
@@ -461,7 +518,18 @@ void RequestEngine::detachChildren(PxRequest* head) {
         }
         if (destroy)
             delete child;
-        detachChildren(grandChildren);
+        if (grandChildren) {
+            if (head) {
+                PxRequest* tail = grandChildren;
+                while (PxRequest* next = tail->getStateObj().load()._nextSibling)
+                    tail = next;
+                StateGuard g(tail->getStateObj());
+                do {
+                    g->_nextSibling = head;
+                } while (!g.commit());
+            }
+            head = grandChildren;
+        }
     }
 }
 
@@ -545,7 +613,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
     bool const isGfxWorker = isWorker && tls._resourceType == GFX;
     bool const isGfxRequest = request->getResourceType() == GFX;
 
-    enum { RUN_INLINE, SLEEP, HELP, TAKE } action = SLEEP;
+    enum { RUN_INLINE, SLEEP, HELP, TAKE, COMPLETE_PENDING } action = SLEEP;
     StatThreadLocal* stats = nullptr;
     double time = 0.0;
     ExBase const* failure = nullptr;
@@ -565,6 +633,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     if (!g->has(RS::EXTERNAL) && (isGfxWorker || !isGfxRequest)) {
                         g->setStatus(RS::EXECUTING);
                         action = RUN_INLINE;
+                    } else if (isGfxWorker && tls._pendingRequest) {
+                        action = COMPLETE_PENDING;
+                        commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
                         action = SLEEP;
@@ -576,6 +647,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                         ++g->_nbReferences;
                         helpList = g->_firstChild;
                         action = HELP;
+                    } else if (isGfxWorker && tls._pendingRequest) {
+                        action = COMPLETE_PENDING;
+                        commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
                         action = SLEEP;
@@ -631,13 +705,16 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     }
                 } while (!g.commit());
             }
-            failure = ex.release();
-            detachChildren(children);
+            // The request is the engine's again once post-executed: another owner may have released
+            // it, so what is raised is copied now.
+            OPtr<ExBase> raised = ex && rethrow ? OPtr<ExBase>(ex->clone()) : OPtr<ExBase>();
+            ex.release();
             signalAll(waiters);
+            detachChildren(children);
             postExecute(request, false);
             tls._currentRequest = savedCurrent;
-            if (failure && rethrow)
-                ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+            if (raised)
+                ExRethrow<ExBase>(__FILE__, __LINE__, std::move(raised)).raise();
             return;
         }
 
@@ -662,8 +739,12 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                             break;
                         }
                         --g->_nbReferences;
-                        LkSListNode::push(g->_waiters, &me);
-                        action = SLEEP;
+                        if (isGfxWorker && tls._pendingRequest) {
+                            action = COMPLETE_PENDING;
+                        } else {
+                            LkSListNode::push(g->_waiters, &me);
+                            action = SLEEP;
+                        }
                     } else {
                         if (--g->_nbReferences == 0) {
                             detach = g->_firstChild;
@@ -689,11 +770,19 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             }
         }
 
-        if (action == SLEEP) {
+        if (action == COMPLETE_PENDING) {
             // What the GFX worker holds pending completes only on this thread: finish it before
-            // sleeping, or a wait on it, direct or through other workers, would never end.
-            if (isGfxWorker && tls._pendingRequest)
-                completePendingRequest(nullptr);
+            // sleeping, or a wait on it, direct or through other workers, would never end. It is
+            // done before this wait's entry is listed anywhere, since the completion may wait
+            // too, and with the statistics of the request now running set aside.
+            OPtr<StatThreadLocal> mine = StatMgr::releaseLocalStats();
+            completePendingRequest(nullptr);
+            if (mine)
+                StatMgr::appendStats(std::move(mine));
+            continue;
+        }
+
+        if (action == SLEEP) {
             if (isWorker) {
                 mgr().workerBlocked();
                 me.wait();
@@ -738,7 +827,7 @@ void RequestMgrImp::releaseRequest(PxRequest* request) {
                 if (unwinding)
                     guard->set(RS::UNWINDED);
                 bool const dequeued = guard->has(RS::DEQUEUED);
-                bool const referenced = guard->_nbReferences > 0;
+                bool const referenced = !isUnreferenced(*guard);
                 switch (guard->getStatus()) {
                 case RS::NEW:
                     // Never submitted: nobody else knows it.

@@ -54,6 +54,11 @@ struct RequestEngine {
     static void postExecute(PxRequest* request, bool checkStats);
     static void cleanUp(PxRequest* request);
     static void detachChildren(PxRequest* head);
+    // A descendant's hold keeps its root alive; the last one to go may delete it.
+    static void holdRoot(PxRequest* root);
+    static void dropHold(PxRequest* root) noexcept;
+    // Frees what a dying request still owns; also when the engine is already gone.
+    static void disposeState(PxRequest& request) noexcept;
     static bool helpWithChildren(PxRequest* list);
     // The wait of waitRequest; with rethrow it raises the request's failure.
     static void wait(PxRequest* request, bool rethrow);

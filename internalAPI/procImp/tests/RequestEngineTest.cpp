@@ -10,6 +10,7 @@
 
 using namespace VnTest;
 using namespace Vn;
+using RS = PxRequestState;
 
 namespace {
 
@@ -368,4 +369,263 @@ TEST(RequestEngineLife, PoolSizeRules) {
     engine().setMaxRunningWorkers(500); // cut to the pool
     EXPECT_EQ(engine().getMaxRunningWorkers(), 2);
     InInitMgr::getInstance().finalize();
+}
+
+// ---- trees whose parts outlive each other ----
+
+namespace {
+
+// Tells when it dies.
+class MortalRequest : public FnRequest {
+public:
+    MortalRequest(std::function<void()> fn, std::atomic<bool>& gone, RT type = RT())
+        : FnRequest(std::move(fn), type), _gone(gone) {}
+    ~MortalRequest() override { _gone = true; }
+
+private:
+    std::atomic<bool>& _gone;
+};
+
+RS::Status statusOf(PxRequest* r) {
+    return r->getStateObj().load().getStatus();
+}
+bool hasWaiters(PxRequest* r) {
+    return r->getStateObj().load()._waiters != nullptr;
+}
+
+// A link of a chain: submits the next one and lets it go without a wait. Each link queries
+// its own result, as a fire-and-forget request does.
+class ChainLink : public PxRequest {
+public:
+    ChainLink(int left, std::atomic<int>& ran) : _left(left), _ran(ran) {}
+    void performExecute() override {
+        ++_ran;
+        if (_left == 0)
+            return;
+        auto* next = new ChainLink(_left - 1, _ran);
+        engine().executeRequest(next, false);
+        engine().releaseRequest(next);
+    }
+    void postExecute() override { engine().waitRequest(this); }
+
+private:
+    int _left;
+    std::atomic<int>& _ran;
+};
+
+} // namespace
+
+TEST_F(RequestEngine, AChildReleasedWithoutAWaitKeepsItsRootAlive) {
+    std::atomic<bool> rootGone{false}, rootReleased{false}, childDone{false};
+    std::atomic<bool> goneWhileChildRan{true};
+    auto* root = new MortalRequest(
+        [&] {
+            auto* child = new FnRequest([&] {
+                eventually([&] { return rootReleased.load(); });
+                goneWhileChildRan = rootGone.load();
+                engine().checkCancelled(); // reads the root
+                childDone = true;
+            });
+            engine().executeRequest(child, false);
+            engine().releaseRequest(child);
+        },
+        rootGone);
+    runAndWait(root);
+    rootReleased = true;
+    ASSERT_TRUE(eventually([&] { return childDone.load(); }));
+    EXPECT_FALSE(goneWhileChildRan.load());
+    EXPECT_TRUE(eventually([&] { return rootGone.load(); }));
+}
+
+TEST_F(RequestEngine, ADeepFinishedTreeIsLetGoWithoutRecursion) {
+    constexpr int kLinks = 100000;
+    std::atomic<int> ran{0};
+    // The root keeps its list until every link has run: the whole chain then goes at once.
+    runAndWait(new FnRequest([&] {
+        auto* first = new ChainLink(kLinks - 1, ran);
+        engine().executeRequest(first, false);
+        engine().releaseRequest(first);
+        eventually([&] { return ran.load() == kLinks; }, 120.0);
+    }));
+    EXPECT_EQ(ran.load(), kLinks);
+}
+
+TEST_F(RequestEngine, AFailureRunInlineIsRaisedAfterItsOwnerLetItGo) {
+    std::atomic<bool> entered{false}, released{false}, caught{false};
+    runAndWait(new FnRequest([&] {
+        auto* failing = new FnRequest([&] {
+            entered = true;
+            eventually([&] { return released.load(); });
+            throw ExBadPixel(__FILE__, __LINE__, 5);
+        });
+        engine().executeRequest(failing, true); // runs on whoever waits for it
+        auto* waiter = new FnRequest([&, failing] {
+            try {
+                engine().waitRequest(failing);
+            } catch (ExBadPixel const& e) {
+                caught = e.x() == 5;
+            }
+        });
+        engine().executeRequest(waiter, false);
+        engine().releaseRequest(waiter);
+        eventually([&] { return entered.load(); });
+        // Let go while it runs: once the root ends, no list holds it, and its end deletes it.
+        engine().releaseRequest(failing);
+    }));
+    released = true;
+    EXPECT_TRUE(eventually([&] { return caught.load(); }));
+}
+
+TEST(RequestEngineLife, ARequestReleasedAfterShutdownIsFreedQuietly) {
+    InInitMgr::getInstance().initialize();
+    EXPECT_NO_THROW(engine().recordStatistics()); // before the pool starts
+    PxRequestPtr<PxRequest> done(new FnRequest([] {}));
+    PxRequestPtr<PxRequest> failed(new FnRequest([] { throw ExBadPixel(__FILE__, __LINE__, 2); }));
+    for (auto* r : {done.get(), failed.get()})
+        engine().executeRequest(r, false);
+    engine().waitRequest(done.get());
+    EXPECT_THROW(engine().waitRequest(failed.get()), ExBadPixel);
+    InInitMgr::getInstance().finalize();
+    EXPECT_NO_THROW(done.reset());
+    EXPECT_NO_THROW(failed.reset());
+}
+
+// ---- the GFX worker ----
+
+namespace {
+
+struct GfxInitCount final : CbHandler<CbEmptyType> {
+    std::atomic<int> calls{0};
+    std::atomic<int> thread{-2};
+    void execute(CbEmptyType const&) override {
+        ++calls;
+        auto const* info = MtThreadMgr::getInstance().findCurrentThread();
+        thread = info ? info->getIndex() : -1;
+    }
+};
+
+class GfxEngine : public EngineTest {
+protected:
+    void TearDown() override {
+        EngineTest::TearDown();
+        PxRequestImp::registerGFXInitialize(nullptr);
+        PxRequestImp::registerGFXFinalize(nullptr);
+    }
+};
+
+} // namespace
+
+TEST_F(GfxEngine, GfxRequestsRunOnTheGfxWorkerWhoeverSubmitsThem) {
+    GfxInitCount init, fin;
+    PxRequestImp::registerGFXInitialize(&init);
+    PxRequestImp::registerGFXFinalize(&fin);
+    std::atomic<int> wrongThread{0};
+    auto check = [&] {
+        auto const* info = MtThreadMgr::getInstance().findCurrentThread();
+        if (!info || info->getIndex() != 0)
+            ++wrongThread;
+    };
+    // From outside threads, several at once, then from a worker.
+    std::vector<std::thread> outside;
+    for (int t = 0; t < 3; ++t)
+        outside.emplace_back([&] {
+            for (int i = 0; i < 20; ++i) {
+                auto* g = new FnRequest(check, kGfx);
+                g->_complete = check;
+                runAndWait(g);
+            }
+        });
+    for (auto& t : outside)
+        t.join();
+    runAndWait(new FnRequest([&] { runAndWait(new FnRequest(check, kGfx)); }));
+    EXPECT_EQ(wrongThread.load(), 0);
+    EXPECT_EQ(init.calls.load(), 1);
+    EXPECT_EQ(init.thread.load(), 0);
+    engine().sync();
+    InInitMgr::getInstance().finalize(); // the GFX worker ends: its finaliser runs there
+    EXPECT_EQ(fin.calls.load(), 1);
+    EXPECT_EQ(fin.thread.load(), 0);
+    PxRequestImp::registerGFXInitialize(nullptr);
+    PxRequestImp::registerGFXFinalize(nullptr);
+    InInitMgr::getInstance().initialize();
+}
+
+TEST_F(GfxEngine, AnExternalGfxRequestWakesItsWaiterWhileTheWorkerStaysBusy) {
+    engine().setMaxRunningWorkers(1);
+    auto* g = new FnRequest([] {}, kGfx);
+    PxRequestPtr<PxRequest> pg(g);
+    std::atomic<bool> sawDone{false};
+    PxRequestPtr<PxRequest> busy(
+        new FnRequest([&] { sawDone = eventually([&] { return statusOf(g) >= RS::DONE; }, 5.0); }));
+    engine().executeRequest(g, false);
+    engine().executeRequest(busy.get(), false);
+    engine().waitRequest(busy.get());
+    engine().waitRequest(g);
+    EXPECT_TRUE(sawDone.load());
+}
+
+TEST_F(GfxEngine, AThrowingGfxRequestNeverCompletes) {
+    std::atomic<int> completed{0};
+    auto* g = new FnRequest([] { throw ExBadPixel(__FILE__, __LINE__, 9); }, kGfx);
+    g->_complete = [&] {
+        ++completed;
+    };
+    EXPECT_THROW(runAndWait(g), ExBadPixel);
+    EXPECT_EQ(completed.load(), 0);
+}
+
+// The GFX worker, about to sleep in a wait, first completes what it holds pending; that
+// completion may wait too, and neither wait may lose the other waiters of the same request.
+TEST_F(GfxEngine, APendingCompletionThatWaitsLosesNoOtherWaiter) {
+    engine().setMaxRunningWorkers(4); // x, y and the root run at once, whatever the machine
+    std::atomic<bool> releaseX{false}, releaseY{false}, g1Performed{false}, g2Started{false};
+    auto spin = [](std::atomic<bool>& until) {
+        return [&until] {
+            eventually([&] { return until.load(); }, 30.0);
+        };
+    };
+    PxRequestPtr<PxRequest> x(new FnRequest(spin(releaseX)));
+    PxRequestPtr<PxRequest> y(new FnRequest(spin(releaseY)));
+    engine().executeRequest(x.get(), false);
+    engine().executeRequest(y.get(), false);
+    ASSERT_TRUE(eventually([&] { return statusOf(x.get()) == RS::EXECUTING; }));
+    ASSERT_TRUE(eventually([&] { return statusOf(y.get()) == RS::EXECUTING; }));
+    std::atomic<bool> otherWoken{false};
+    std::thread other([&] {
+        engine().waitRequest(x.get());
+        otherWoken = true;
+    });
+    ASSERT_TRUE(eventually([&] { return hasWaiters(x.get()); }));
+
+    PxRequestPtr<PxRequest> root(new FnRequest([&] {
+        // g0 holds the GFX worker until g1 and g2 are both queued: it then runs g1, which stays
+        // pending, then g2, which waits.
+        std::atomic<bool> queued{false};
+        auto* g0 = new FnRequest([&] { eventually([&] { return queued.load(); }); }, kGfx);
+        auto* g1 = new FnRequest([&] { g1Performed = true; }, kGfx);
+        g1->_complete = [&] {
+            engine().waitRequest(y.get());
+        };
+        auto* g2 = new FnRequest(
+            [&] {
+                g2Started = true;
+                engine().waitRequest(x.get());
+            },
+            kGfx);
+        PxRequestPtr<PxRequest> p0(g0), p1(g1), p2(g2);
+        engine().executeRequest(g0, false);
+        engine().executeRequest(g2, false);
+        engine().executeRequest(g1, false); // taken first: the stack is last in, first out
+        queued = true;
+        for (auto* g : {g0, g1, g2})
+            engine().waitRequest(g);
+    }));
+    engine().executeRequest(root.get(), false);
+    ASSERT_TRUE(eventually([&] { return g2Started.load() && hasWaiters(y.get()); }));
+    releaseY = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    releaseX = true;
+    EXPECT_TRUE(eventually([&] { return otherWoken.load(); }, 5.0));
+    engine().waitRequest(root.get());
+    other.join();
 }
