@@ -249,6 +249,10 @@ private:
 void DumpDAGRequest::performExecute() {
     Trace& trace = PxDAGMonitorImp::getTrace();
     VN_TRACE_SCOPE(trace, Trace::MainTraceLevel, "Px DAG dump");
+    // The records point at nodes that the dump does not own. A node on its way out tells the
+    // monitor first, under this lock: held from the walk to the last label, it keeps every node
+    // the dump met in one piece until the dump is done.
+    LkGuard monitorLock(state()._lock);
     collect();
     if (_root)
         keepOnlyUnderRoot();
@@ -299,12 +303,8 @@ void DumpDAGRequest::postExecute() {
 
 void DumpDAGRequest::collect() {
     MonitorState& st = state();
-    std::vector<std::pair<PxNode const*, GroupId>> work;
-    {
-        LkGuard g(st._lock);
-        work.assign(st._nodes.begin(), st._nodes.end());
-        _groupNames = st._groupNames;
-    }
+    std::vector<std::pair<PxNode const*, GroupId>> work(st._nodes.begin(), st._nodes.end());
+    _groupNames = st._groupNames;
     for (auto const& [node, group] : work)
         if (node)
             _records.try_emplace(node, node, group);
