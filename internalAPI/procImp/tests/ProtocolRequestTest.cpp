@@ -3,6 +3,7 @@
 #include "ExBase.h"
 #include "PxCameraProtocol.h"
 #include "PxCurveProtocol.h"
+#include "PxEx.h"
 #include "PxGeometryProtocol.h"
 #include "PxImageProtocol.h"
 #include "PxImageRequests.h"
@@ -246,12 +247,36 @@ TEST_F(ProtocolRequests, ACameraRequestCallsItsHandlerOnlyWhileItLives) {
         std::lock_guard g(m);
         return !calls.empty();
     }));
+    {
+        std::lock_guard g(m);
+        ASSERT_EQ(calls.size(), 1u);
+        EXPECT_EQ(calls[0].first, q); // compared while the request lives
+        EXPECT_EQ(calls[0].second, 30);
+    }
     engine().releaseRequest(q);
     engine().sync();
     std::lock_guard g(m);
-    ASSERT_EQ(calls.size(), 1u);
-    EXPECT_EQ(calls[0].first, q);
-    EXPECT_EQ(calls[0].second, 30);
+    EXPECT_EQ(calls.size(), 1u);
+}
+
+// A handler's failure stays with the handler: the request ends and is freed as usual.
+TEST_F(ProtocolRequests, AFailingCameraHandlerDoesNotStopItsRequest) {
+    auto giver = make(new Giver(30, PxValidityInterval(0, 2)));
+    std::atomic<int> calls{0};
+    auto throwing = makeRCCbHandler<PxCameraRequest const>([&](PxCameraRequest const&) {
+        ++calls;
+        throw PxEx::ExRequestFailed(__FILE__, __LINE__);
+    });
+    for (int i = 0; i < 3; ++i) {
+        auto* q = new PxCameraRequest(giver, PxTimeContext(1.0),
+                                      RCWeakPtr<PxCameraRequest::Handler>(throwing));
+        PxRequestPtr<PxCameraRequest> owner(q);
+        engine().executeRequest(q, false);
+        EXPECT_EQ(q->getCamera().getValue().fieldOfView, 30);
+    }
+    engine().sync();
+    EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
+    EXPECT_EQ(calls.load(), 3);
 }
 
 // The options are the caller's as they were when the request was made; the result comes whole,

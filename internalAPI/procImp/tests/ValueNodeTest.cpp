@@ -1,10 +1,13 @@
 #include "EngineTestSupport.h"
 
 #include "ExBase.h"
+#include "PxEx.h"
+#include "PxImageSourceNodes.h"
 #include "PxNodeSingleton.h"
 #include "PxPassThroughNode.h"
 #include "PxValueNode.h"
 
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -301,4 +304,57 @@ TEST(ValidityInterval, BoundsIntersectionAndFrames) {
     EXPECT_EQ(VI(1, 2).getDiscreteInterval(Rational(24)), VI(24, 48));
     EXPECT_EQ(VI(1.01, 2).getDiscreteInterval(Rational(24)), VI(25, 48));
     EXPECT_TRUE(VI::FULL.getDiscreteInterval(Rational(30000, 1001)).isFull());
+}
+
+// A mutation that could only fail on a worker, later, is refused where it is made.
+TEST_F(ValueNodes, MutationsRefuseWhatTheyCouldNotApply) {
+    auto anim = make(new PxAnimValueNode<int>(PxNode::Init{"a"}, PxResult<int>(1)));
+    auto other = make(new PxAnimValueNode<double>(PxNode::Init{"d"}, PxResult<double>(1.0)));
+    auto through =
+        make(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, anim));
+    PxUPtr<PxPassThroughProtocol> const pass(through);
+    struct Case {
+        char const* name;
+        std::function<PxRequest*()> make;
+    };
+    Case const cases[] = {
+        {"value without a node",
+         [] {
+             return new PxValueSetRequest<int>(PxUPtr<IntNode>(), PxResult<int>(1));
+         }},
+        {"animated value without a node",
+         [] {
+             return new PxAnimValueSetRequest<int>(PxUPtr<PxAnimValueNode<int>>(),
+                                                   PxResult<int>(1));
+         }},
+        {"format without a node",
+         [] {
+             return new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(),
+                                                PxImageFormat::INVALID_FORMAT);
+         }},
+        {"child without a node",
+         [&] {
+             return new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(),
+                                          PxUPtr<PxNode const>(anim));
+         }},
+        {"null child",
+         [&] {
+             return new PxSetChildRequest(pass, PxUPtr<PxNode const>());
+         }},
+        {"child of another kind",
+         [&] {
+             return new PxSetChildRequest(pass, PxUPtr<PxNode const>(other));
+         }},
+        {"invalidation without a node",
+         [] {
+             return new PxInvalidationRequest(PxUPtr<PxNode const>(), PxValidityInterval::FULL, 0);
+         }},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_THROW(PxRequestPtr<PxRequest>(c.make()), PxEx::ExInvalidParameter);
+    }
+    engine().sync();
+    EXPECT_EQ(anim->getNbParents(), 1);
+    EXPECT_EQ(other->getNbParents(), 0);
 }

@@ -95,7 +95,8 @@ private:
     RCWeakPtr<Handler> _handler;
     RCShdPtr<PxImageResults> _results;
     GeRectangle<int> _region;
-    mutable bool _read = false;
+    // Atomic: a handler told on a worker and the request's owner may both read the results.
+    mutable std::atomic<bool> _read{false};
 };
 
 } // namespace Vn

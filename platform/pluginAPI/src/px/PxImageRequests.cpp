@@ -90,8 +90,7 @@ void PxImageMultiTileRequest::performExecute() {
 }
 
 void PxImageMultiTileRequest::postExecute() {
-    if (RCShdPtr<Handler> h = _handler.lock())
-        h->execute(*this);
+    PxResultHandlers::tell(_handler, *this);
 }
 
 void PxImageMultiTileRequest::performCleanUp() {
@@ -100,9 +99,9 @@ void PxImageMultiTileRequest::performCleanUp() {
 
 PxRequestMgr& PxImageMultiTileRequest::wait() const {
     PxRequestMgr& mgr = PxRequestMgr::getInstance();
-    if (!_read) {
+    if (!_read.load(std::memory_order_acquire)) {
         mgr.waitRequest(const_cast<PxImageMultiTileRequest*>(this));
-        _read = true;
+        _read.store(true, std::memory_order_release);
     }
     return mgr;
 }

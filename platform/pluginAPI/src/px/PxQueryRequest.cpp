@@ -7,6 +7,18 @@
 
 namespace Vn {
 
+void PxResultHandlers::reportCurrentFailure() noexcept {
+    try {
+        throw;
+    } catch (ExBase const& e) {
+        ExStdout::printAtomically("A request's result handler failed: " + e.getDetailedReason());
+    } catch (std::exception const& e) {
+        ExStdout::printAtomically(std::string("A request's result handler failed: ") + e.what());
+    } catch (...) {
+        ExStdout::printAtomically("A request's result handler failed");
+    }
+}
+
 bool PxPassThroughProtocol::acceptsChild(PxNode const&) const {
     return true;
 }
