@@ -55,6 +55,9 @@ class VN_EXPORT PxImageMultiTileRequest final : public PxRequest {
 public:
     using Handler = RCCbHandler<PxImageMultiTileRequest const>;
     enum RequestParam : int { CONCURRENT_TILES = 0, SEQUENTIAL_TILES = 1 };
+    // A request over more tiles than this fails with PxEx::ExInvalidParameter rather than make
+    // that many requests.
+    static constexpr long long kMaxTiles = 1 << 16;
 
     PxImageMultiTileRequest(PxUPtr<PxImageProtocol const> const& node, int stream,
                             PxTimeInfo const& time, int scale, int requestParam = 0,
