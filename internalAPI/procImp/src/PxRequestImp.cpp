@@ -93,15 +93,40 @@ bool isSilent(ExBase const* e) {
 
 // ---- exceptions and statistics left behind ----
 
+namespace {
+
+// The failure this thread last raised again from a wait. Raising again throws the original's
+// class, not the wrapper: a request's failure is told to have come up from a wait by being
+// that failure.
+thread_local OPtr<ExBase> t_raisedFromWait;
+
+bool cameFromWait(ExBase const& e) {
+    ExBase const* const raised = t_raisedFromWait.get();
+    return raised && typeid(*raised) == typeid(e) &&
+           raised->getDetailedReason() == e.getDetailedReason();
+}
+
+// Raises a waited request's failure again in the waiter, remembering it.
+[[noreturn]] void raiseFromWait(OPtr<ExBase> failure) {
+    t_raisedFromWait = failure->clone();
+    ExRethrow<ExBase>(__FILE__, __LINE__, std::move(failure)).raise();
+}
+
+} // namespace
+
 void RequestEngine::reportException(ExBase const* e) {
+    bool const passedUp = e && cameFromWait(*e);
+    t_raisedFromWait.reset();
     if (!e || isSilent(e))
         return;
     auto const* rethrow = dynamic_cast<ExRethrow<ExBase> const*>(e);
-    if (!rethrow || isSilent(rethrow->getOriginal()))
+    if (rethrow && isSilent(rethrow->getOriginal()))
+        return;
+    if (!rethrow && !passedUp)
         return; // it stays in the request for its waiter
     VN_LOG_GROUP(PxGraph, 0,
                  "Caught exception: \n"
-                     << rethrow->getDetailedReason() << "\n"
+                     << e->getDetailedReason() << "\n"
                      << "while executing a PxRequest \n"
                      << "Call stack:"
                      << "No call stack available with an optimized build."
@@ -372,16 +397,11 @@ bool RequestEngine::completePendingRequest(PxRequest* next) {
         } while (!g.commit());
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     }
-    PxRequest* const savedCurrent = tls._currentRequest;
-    PxRequest* const savedExternal = tls._currentExternalRequest;
-    tls._currentExternalRequest = first.has(RS::EXTERNAL) ? request : first._rootRequest;
-    tls._currentRequest = request;
+    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first._rootRequest);
     CompleteExecutionFunctor f{request};
     double cpu = 0.0;
     OPtr<ExBase> ex = runTimed(f, cpu);
     finishExecution(request, std::move(ex), cpu, false, true);
-    tls._currentExternalRequest = savedExternal;
-    tls._currentRequest = savedCurrent;
     return true;
 }
 
@@ -571,7 +591,7 @@ bool RequestEngine::helpWithChildren(PxRequest* list) {
     }
 
     PxRequest* const savedExternal = tls._currentExternalRequest;
-    tls._currentExternalRequest = nullptr;
+    WorkScope const outside(tls, tls._currentRequest, nullptr);
     for (PxRequest* c = list; c;) {
         bool take = false;
         PxRequest* next = nullptr;
@@ -587,19 +607,17 @@ bool RequestEngine::helpWithChildren(PxRequest* list) {
             } while (!g.commit());
         }
         if (take) {
-            tls._currentExternalRequest = savedExternal;
-            PxRequest* const savedCurrent = tls._currentRequest;
-            tls._currentRequest = c;
-            bool const pending = asyncExecute(c);
-            tls._currentExternalRequest = nullptr;
-            tls._currentRequest = savedCurrent;
+            bool pending = false;
+            {
+                WorkScope const scope(tls, c, savedExternal);
+                pending = asyncExecute(c);
+            }
             if (pending)
                 completePendingRequest(c);
             ran = true;
         }
         c = next;
     }
-    tls._currentExternalRequest = savedExternal;
     return ran;
 }
 
@@ -681,8 +699,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
         }
 
         if (action == RUN_INLINE) {
-            PxRequest* const savedCurrent = tls._currentRequest;
-            tls._currentRequest = request;
+            WorkScope const scope(tls, request, tls._currentExternalRequest);
             if (isGfxRequest)
                 gfxInitialize();
             ExecuteFunctor f{request, false};
@@ -712,9 +729,8 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             signalAll(waiters);
             detachChildren(children);
             postExecute(request, false);
-            tls._currentRequest = savedCurrent;
             if (raised)
-                ExRethrow<ExBase>(__FILE__, __LINE__, std::move(raised)).raise();
+                raiseFromWait(std::move(raised));
             return;
         }
 
@@ -804,7 +820,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
     if (stats)
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     if (failure && rethrow)
-        ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+        raiseFromWait(failure->clone());
 }
 
 void RequestMgrImp::waitRequest(PxRequest* request) {

@@ -33,6 +33,29 @@ public:
 
 WorkerTLS& workerTLS() noexcept;
 
+// Sets what the calling thread works on and puts back what was there, however the scope ends:
+// a post-execution that lets a failure out must not leave the thread pointing at a request.
+class WorkScope {
+public:
+    WorkScope(WorkerTLS& tls, PxRequest* current, PxRequest* external) noexcept
+        : _tls(tls), _savedCurrent(tls._currentRequest),
+          _savedExternal(tls._currentExternalRequest) {
+        tls._currentRequest = current;
+        tls._currentExternalRequest = external;
+    }
+    WorkScope(WorkScope const&) = delete;
+    WorkScope& operator=(WorkScope const&) = delete;
+    ~WorkScope() {
+        _tls._currentRequest = _savedCurrent;
+        _tls._currentExternalRequest = _savedExternal;
+    }
+
+private:
+    WorkerTLS& _tls;
+    PxRequest* const _savedCurrent;
+    PxRequest* const _savedExternal;
+};
+
 struct RequestEngine {
     static constexpr int CPU = PxRequest::CPU;
     static constexpr int GFX = PxRequest::GFX;

@@ -410,12 +410,11 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
 
     dropLeftStatistics("Unexpected statistics found before entering PxRequestImp::asyncExecute: "
                        "they will be flushed and lost");
-    PxRequest* const savedCurrent = tls._currentRequest;
-    tls._currentExternalRequest = root;
-    tls._currentRequest = request;
-    bool const pending = asyncExecute(request);
-    tls._currentExternalRequest = nullptr;
-    tls._currentRequest = savedCurrent;
+    bool pending = false;
+    {
+        WorkScope const scope(tls, request, root);
+        pending = asyncExecute(request);
+    }
     if (pending)
         completePendingRequest(request);
     return true;

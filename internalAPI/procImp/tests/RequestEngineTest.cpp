@@ -633,3 +633,115 @@ TEST_F(GfxEngine, APendingCompletionThatWaitsLosesNoOtherWaiter) {
     engine().waitRequest(root.get());
     other.join();
 }
+
+// ---- what is logged ----
+
+// A failure passed up through waits is logged at each level it passes, with its reason; one
+// that only stays in its request, and cancellation, are not.
+TEST_F(RequestEngine, FailuresPassedUpThroughWaitsAreLoggedOncePerLevel) {
+    struct Case {
+        char const* name;
+        std::function<void()> fail;
+        int logged;
+    };
+    Case const cases[] = {
+        {"a failure", [] { throw ExBadPixel(__FILE__, __LINE__, 4); }, 2},
+        {"a cancellation", [] { throw PxEx::ExRequestCancelled(__FILE__, __LINE__); }, 0},
+        {"a failure told elsewhere", [] { throw PxEx::ExRequestFailed(__FILE__, __LINE__); }, 0},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log;
+        // root waits for child, which waits for the failing grandchild
+        EXPECT_ANY_THROW(runAndWait(new FnRequest(
+            [&] { runAndWait(new FnRequest([&] { runAndWait(new FnRequest(c.fail)); })); })));
+        EXPECT_EQ(log.count({"PxGraph[0]", "Caught exception", "while executing a PxRequest"}),
+                  c.logged);
+        if (c.logged)
+            EXPECT_EQ(log.count({"PxGraph[0]", "bad pixel 4"}), c.logged);
+    }
+}
+
+// A successful child let go unwaited and run by a helper is cleaned up unread: when the worker
+// that finds it on its stack disposes of it, the check for unread ends fires there too.
+TEST_F(RequestEngine, AnUnreadCleanedUpRequestTripsTheCheckWhereverItEnds) {
+    // The third CPU worker is kept busy, so the child stays on the stack until the root's worker
+    // is free again.
+    engine().setMaxRunningWorkers(3);
+    std::atomic<bool> releaseBusy{false};
+    PxRequestPtr<PxRequest> busy(
+        new FnRequest([&] { eventually([&] { return releaseBusy.load(); }, 30.0); }));
+    engine().executeRequest(busy.get(), false);
+    ASSERT_TRUE(eventually([&] { return statusOf(busy.get()) == RS::EXECUTING; }));
+    LogCapture log;
+    std::atomic<bool> go{false}, rootRunning{false}, parentRunning{false}, childRan{false};
+    // The parent is external: its end lets its children go at once, before its worker looks at
+    // its stack again. It makes its child once the root runs: no running slot is left then.
+    PxRequestPtr<PxRequest> parent(new FnRequest([&] {
+        eventually([&] { return rootRunning.load(); });
+        auto* child = new FnRequest([&] { childRan = true; });
+        engine().executeRequest(child, false);
+        engine().releaseRequest(child);
+        parentRunning = true;
+        eventually([&] { return go.load(); });
+    }));
+    PxRequestPtr<PxRequest> root(new FnRequest([&] {
+        rootRunning = true;
+        eventually([&] { return parentRunning.load(); });
+        std::thread([&] {
+            eventually([&] { return childRan.load(); });
+            go = true;
+        }).detach();
+        engine().waitRequest(parent.get()); // helps: runs the child here
+    }));
+    engine().executeRequest(root.get(), false);
+    engine().executeRequest(parent.get(), false);
+    engine().waitRequest(root.get());
+    engine().waitRequest(parent.get());
+    EXPECT_TRUE(childRan.load());
+    EXPECT_TRUE(eventually([&] {
+        return log.count({"guard->isResultQueried() || guard->isCancelled() || "
+                          "guard->isUnwinded()"}) == 1;
+    }));
+    releaseBusy = true;
+    engine().waitRequest(busy.get());
+}
+
+// An owner unwinding past a running child waits for it, and its failure need not be read.
+TEST_F(RequestEngine, ReleaseWhileUnwindingWaitsForTheChild) {
+    std::atomic<bool> childEnded{false};
+    bool endedBeforeRelease = false;
+    auto* root = new FnRequest([&] {
+        try {
+            PxRequestPtr<PxRequest> child(new FnRequest([&] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                childEnded = true;
+                throw ExBadPixel(__FILE__, __LINE__, 1);
+            }));
+            engine().executeRequest(child.get(), false);
+            throw PxEx::ExRequestFailed(__FILE__, __LINE__); // unwinds past the child
+        } catch (PxEx::ExRequestFailed const&) {
+            endedBeforeRelease = childEnded.load();
+            throw;
+        }
+    });
+    EXPECT_THROW(runAndWait(root), PxEx::ExRequestFailed);
+    EXPECT_TRUE(endedBeforeRelease);
+}
+
+// postExecute must let nothing out; one that does is logged, and its request still ends.
+TEST_F(RequestEngine, AThrowingPostExecuteIsLoggedAndItsRequestStillEnds) {
+    class Throwing final : public PxRequest {
+    public:
+        void performExecute() override {}
+        void postExecute() override { throw ExBadPixel(__FILE__, __LINE__, 8); }
+    };
+    LogCapture log;
+    runAndWait(new Throwing);
+    engine().sync();
+    EXPECT_TRUE(eventually([&] {
+        return log.count({"PxGraph[0]", "bad pixel 8",
+                          "while invoking the PxRequest::postExecute() member function"}) == 1;
+    }));
+    // The fixture checks that the request was freed.
+}

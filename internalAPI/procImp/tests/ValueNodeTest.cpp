@@ -358,3 +358,17 @@ TEST_F(ValueNodes, MutationsRefuseWhatTheyCouldNotApply) {
     EXPECT_EQ(anim->getNbParents(), 1);
     EXPECT_EQ(other->getNbParents(), 0);
 }
+
+// A constant gives its value at every time, valid for all of them, through a request as well.
+TEST_F(ValueNodes, AConstantAnimatedValueIsTheSameAtAllTimes) {
+    auto constant =
+        make(new PxConstantAnimValueNode<int>(PxNode::Init{"k"}, PxResult<int>(5, {0, 1})));
+    for (double t : {-1e6, 0.0, 0.5, 3.0}) {
+        auto* q = new PxAnimValueRequest<int>(PxUPtr<PxAnimValueProtocol<int> const>(constant),
+                                              PxTimeContext(t));
+        PxRequestPtr<PxAnimValueRequest<int>> p(q);
+        engine().executeRequest(q, false);
+        EXPECT_EQ(q->getValue().getValue(), 5);
+        EXPECT_TRUE(q->getValue().getValidityInterval().isFull());
+    }
+}
