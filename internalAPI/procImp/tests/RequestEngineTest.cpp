@@ -675,21 +675,24 @@ TEST_F(RequestEngine, AnUnreadCleanedUpRequestTripsTheCheckWhereverItEnds) {
     ASSERT_TRUE(eventually([&] { return statusOf(busy.get()) == RS::EXECUTING; }));
     LogCapture log;
     std::atomic<bool> go{false}, rootRunning{false}, parentRunning{false}, childRan{false};
+    std::atomic<PxRequest*> child{nullptr};
     // The parent is external: its end lets its children go at once, before its worker looks at
     // its stack again. It makes its child once the root runs: no running slot is left then.
     PxRequestPtr<PxRequest> parent(new FnRequest([&] {
         eventually([&] { return rootRunning.load(); });
-        auto* child = new FnRequest([&] { childRan = true; });
-        engine().executeRequest(child, false);
-        engine().releaseRequest(child);
+        auto* c = new FnRequest([&] { childRan = true; });
+        child = c;
+        engine().executeRequest(c, false);
+        engine().releaseRequest(c);
         parentRunning = true;
         eventually([&] { return go.load(); });
     }));
     PxRequestPtr<PxRequest> root(new FnRequest([&] {
         rootRunning = true;
         eventually([&] { return parentRunning.load(); });
+        // The parent ends once the child is cleaned up: its list keeps the child until then.
         std::thread([&] {
-            eventually([&] { return childRan.load(); });
+            eventually([&] { return statusOf(child.load()) == RS::CLEANED_UP; });
             go = true;
         }).detach();
         engine().waitRequest(parent.get()); // helps: runs the child here
