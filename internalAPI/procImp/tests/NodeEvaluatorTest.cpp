@@ -222,10 +222,10 @@ TEST_F(NodeEvaluator, ResetStopsALongSampling) {
     auto ramp = makeNode(new Ramp);
     auto ev = makeRC<Evaluator>();
     ramp->close(); // holds the first sample until the reset is done
-    onEventThread([&] {
-        ASSERT_TRUE(ev->evaluate(weakOf(ramp), 0.0, 1e6, 1 << 20));
-        ev->reset();
-    });
+    onEventThread([&] { ASSERT_TRUE(ev->evaluate(weakOf(ramp), 0.0, 1e6, 1 << 20)); });
+    // The sampling has begun: its worker waits in the first sample.
+    ASSERT_TRUE(eventually([] { return engineImp().getSnapshot().nbBlockedWorkers > 0; }));
+    onEventThread([&] { ev->reset(); });
     ramp->open();
     EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
     EXPECT_LE(ramp->times().size(), 64u);
