@@ -67,17 +67,21 @@ public:
 
 protected:
     void init() override;
+    // Leaves the graph; the sides stay for whoever still reads the node, and later changes are
+    // ignored.
+    void destroy() override;
 
 private:
     using Handlers = std::vector<RCWeakPtr<InvalidationHandler>>;
     static void add(std::unique_ptr<Handlers>& list, RCWeakPtr<InvalidationHandler> const& h);
     static void remove(std::unique_ptr<Handlers>& list, RCWeakPtr<InvalidationHandler> const& h);
     static void notify(std::unique_ptr<Handlers> const& list, PxValidityInterval const& interval);
-    void replace(PxUPtr<PxAffineMatrixProtocol const>& side,
-                 PxUPtr<PxAffineMatrixProtocol const> const& node);
+    using Side = PxNodePtr<PxAffineMatrixProtocol const>;
+    void replace(Side& side, PxUPtr<PxAffineMatrixProtocol const> const& node);
 
-    PxUPtr<PxAffineMatrixProtocol const> _localMatrixNode;
-    PxUPtr<PxAffineMatrixProtocol const> _globalMatrixNode;
+    Side _localMatrixNode;
+    Side _globalMatrixNode;
+    bool _destroyed = false;
     std::unique_ptr<Handlers> _invalidationCbs;
     std::unique_ptr<Handlers> _globalInvalidationCbs;
 };

@@ -20,8 +20,8 @@ private:
 // Writes a new format into the node and invalidates its parents over all time and streams.
 class VN_EXPORT PxImageFormatSetRequest final : public PxMutationRequest {
 public:
-    PxImageFormatSetRequest(PxUPtr<PxImageFormatNode> const& node, PxImageFormat const& format)
-        : _node(node), _format(format) {}
+    // Raises PxEx::ExInvalidParameter for a null node.
+    PxImageFormatSetRequest(PxUPtr<PxImageFormatNode> const& node, PxImageFormat const& format);
     void performExecute() override;
 
 private:

@@ -25,8 +25,8 @@ public:
 
     // Starts sampling `node` (a PxAnimValueProtocol<T>) at minTime and every (maxTime - minTime)
     // / nbSamples seconds up to maxTime. False, and nothing else, while a sampling is in flight.
-    // Raises for a node of another kind, for nbSamples below 1 and for a range that is empty or
-    // too narrow to step through.
+    // Raises for a node of another kind, for nbSamples below 1 or above 2^20 and for a range
+    // that is empty or too narrow to step through.
     bool evaluate(PxWeakHndl<PxNode const> const& node, double minTime, double maxTime,
                   int nbSamples);
     bool isEvaluating() const;

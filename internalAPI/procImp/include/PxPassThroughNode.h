@@ -38,6 +38,9 @@ public:
     void setChild(PxUPtr<PxNode const> const& child) override;
     void addInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) override;
     void removeInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) override;
+    bool acceptsChild(PxNode const& child) const override {
+        return dynamic_cast<Child const*>(&child) != nullptr;
+    }
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override;
 

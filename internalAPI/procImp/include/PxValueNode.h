@@ -74,17 +74,22 @@ private:
 };
 
 // Calls a member function of a node with a stored argument, then invalidates the node over the
-// stored interval on every stream.
+// stored interval on every stream, unless the member started a wave itself: one change, one wave.
 template <class Node, class Arg>
 class PxSetRequest final : public PxMutationRequest {
 public:
     using Method = void (Node::*)(Arg const&);
     PxSetRequest(PxUPtr<Node> const& node, Method method, Arg arg,
                  PxValidityInterval const& interval = PxValidityInterval::FULL)
-        : _node(node), _method(method), _arg(std::move(arg)), _interval(interval) {}
+        : _node(node), _method(method), _arg(std::move(arg)), _interval(interval) {
+        if (!node)
+            RCExUtil::throwExNullPtr(typeid(Node).name());
+    }
     void performExecute() override {
+        int const before = PxNode::getInvalidationId();
         ((*_node).*_method)(_arg);
-        _node->invalidate(_interval, -2);
+        if (PxNode::getInvalidationId() == before)
+            _node->invalidate(_interval, -2);
     }
 
 private:

@@ -22,6 +22,11 @@ void PxCompositeMatrixNode::init() {
         registerChild(PxNodePtr<PxNode const>(_globalMatrixNode));
 }
 
+void PxCompositeMatrixNode::destroy() {
+    _destroyed = true;
+    PxNode::destroy();
+}
+
 PxResult<GeAffineMatrix3<float>>
 PxCompositeMatrixNode::getMatrix(PxTimeContext const& context) const {
     PxResult<GeAffineMatrix3<float>> global;
@@ -35,13 +40,12 @@ PxCompositeMatrixNode::getMatrix(PxTimeContext const& context) const {
         global.getValidityInterval().intersect(local.getValidityInterval()));
 }
 
-void PxCompositeMatrixNode::replace(PxUPtr<PxAffineMatrixProtocol const>& side,
-                                    PxUPtr<PxAffineMatrixProtocol const> const& node) {
-    if (side == node)
+void PxCompositeMatrixNode::replace(Side& side, PxUPtr<PxAffineMatrixProtocol const> const& node) {
+    if (side.get() == node.get() || _destroyed)
         return;
     if (side)
         unregisterChild(PxNodePtr<PxNode const>(side));
-    side = node;
+    side = Side(node);
     if (side)
         registerChild(PxNodePtr<PxNode const>(side));
     invalidate(PxValidityInterval::FULL, -2);
@@ -52,7 +56,7 @@ void PxCompositeMatrixNode::setLocalMatrixNode(PxUPtr<PxAffineMatrixProtocol con
 }
 
 void PxCompositeMatrixNode::setGlobalMatrixNode(PxUPtr<PxAffineMatrixProtocol const> const& node) {
-    if (_globalMatrixNode == node)
+    if (_globalMatrixNode.get() == node.get() || _destroyed)
         return;
     replace(_globalMatrixNode, node);
     notify(_globalInvalidationCbs, PxValidityInterval::FULL);
@@ -125,7 +129,7 @@ void PxCompositeMatrixNode::invalidateAndReinitialize(PxValidityInterval const& 
                                                       int stream) {
     PxNode::invalidateAndReinitialize(interval, origin, stream);
     notify(_invalidationCbs, interval);
-    if (origin && origin == _globalMatrixNode)
+    if (origin && origin.asNode() == static_cast<PxNode const*>(_globalMatrixNode.get()))
         notify(_globalInvalidationCbs, interval);
 }
 
@@ -133,15 +137,32 @@ void PxCompositeMatrixNode::invalidateAndReinitialize(PxValidityInterval const& 
 
 namespace {
 
-using SetSide = PxSetRequest<PxCompositeMatrixNode, PxUPtr<PxAffineMatrixProtocol const>>;
+// Holds both nodes until it has run: the caller's handles may go first. The member alone
+// invalidates, and only on a real change.
+class SetSide final : public PxMutationRequest {
+public:
+    using Method = void (PxCompositeMatrixNode::*)(PxUPtr<PxAffineMatrixProtocol const> const&);
+    SetSide(PxNodePtr<PxCompositeMatrixNode> node, Method method,
+            PxNodePtr<PxAffineMatrixProtocol const> side)
+        : _node(std::move(node)), _method(method), _side(std::move(side)) {}
+    void performExecute() override {
+        if (_node->getStrongCount() == 0)
+            return; // the node has gone: nothing to change
+        ((*_node).*_method)(PxUPtr<PxAffineMatrixProtocol const>(_side));
+    }
+
+private:
+    PxNodePtr<PxCompositeMatrixNode> _node;
+    Method _method;
+    PxNodePtr<PxAffineMatrixProtocol const> _side;
+};
 
 void sendSide(PxStrongHndl<PxCompositeMatrixNode> const& node,
               PxStrongHndl<PxAffineMatrixProtocol const> const& matrix, SetSide::Method method) {
     if (!node)
         RCExUtil::throwExNullPtr(typeid(PxCompositeMatrixNode).name());
-    PxMutationRequest::submit(new SetSide(PxUPtr<PxCompositeMatrixNode>(node), method,
-                                          PxUPtr<PxAffineMatrixProtocol const>(matrix),
-                                          PxValidityInterval::FULL));
+    PxMutationRequest::submit(new SetSide(PxNodePtr<PxCompositeMatrixNode>(node), method,
+                                          PxNodePtr<PxAffineMatrixProtocol const>(matrix)));
 }
 
 void sendCb(PxStrongHndl<PxCompositeMatrixNode> const& node,

@@ -244,11 +244,29 @@ private:
     std::vector<DagNodeRecord*> _roots;
     PxNode const* _root = nullptr;
     std::string _fileName;
+    std::vector<PxNode const*> _held; // strong references, while the dump runs
 };
 
 void DumpDAGRequest::performExecute() {
     Trace& trace = PxDAGMonitorImp::getTrace();
     VN_TRACE_SCOPE(trace, Trace::MainTraceLevel, "Px DAG dump");
+    // The listed nodes are held strongly while the dump runs, and let go after the monitor's
+    // lock: the last of them may go then, and going takes that lock.
+    struct LetGo {
+        std::vector<PxNode const*>& held;
+        ~LetGo() {
+            for (PxNode const* n : std::exchange(held, {})) {
+                try {
+                    n->releaseStrongRef();
+                } catch (...) {
+                    // the node's own end failed; the dump has nothing to add
+                }
+            }
+        }
+    } letGo{_held};
+    // Nodes met only as parents are not held: a node on its way out tells the monitor first,
+    // under this lock, so held from the walk to the last label it keeps their memory.
+    LkGuard monitorLock(state()._lock);
     collect();
     if (_root)
         keepOnlyUnderRoot();
@@ -300,14 +318,19 @@ void DumpDAGRequest::postExecute() {
 void DumpDAGRequest::collect() {
     MonitorState& st = state();
     std::vector<std::pair<PxNode const*, GroupId>> work;
-    {
-        LkGuard g(st._lock);
-        work.assign(st._nodes.begin(), st._nodes.end());
-        _groupNames = st._groupNames;
+    work.reserve(st._nodes.size());
+    for (auto const& [node, group] : st._nodes) {
+        if (!node)
+            continue;
+        // Held whole while a handle exists; one without handles is still a child somewhere, and
+        // the monitor's lock keeps its memory.
+        if (node->tryAddStrongRef())
+            _held.push_back(node);
+        work.emplace_back(node, group);
     }
+    _groupNames = st._groupNames;
     for (auto const& [node, group] : work)
-        if (node)
-            _records.try_emplace(node, node, group);
+        _records.try_emplace(node, node, group);
     if (_root && _records.find(_root) == _records.end()) {
         _records.try_emplace(_root, _root, 0u);
         work.emplace_back(_root, 0);

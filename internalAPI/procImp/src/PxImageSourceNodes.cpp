@@ -1,8 +1,16 @@
 #include "PxImageSourceNodes.h"
 #include "Assertions.h"
 #include "IxImageOps.h"
+#include "PxEx.h"
 
 namespace Vn {
+
+PxImageFormatSetRequest::PxImageFormatSetRequest(PxUPtr<PxImageFormatNode> const& node,
+                                                 PxImageFormat const& format)
+    : _node(node), _format(format) {
+    if (!node)
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__, "A format change needs a node");
+}
 
 void PxImageFormatSetRequest::performExecute() {
     _node->_format = _format;

@@ -34,10 +34,17 @@ public:
         // clang-format on
     }
 
+    // A reset cancels the request: the loop looks at that now and then, so that a long
+    // sampling stops soon after.
     void performExecute() override {
+        PxRequestMgr const& mgr = PxRequestMgr::getInstance();
         double const step = (_maxTime - _minTime) / _nbSamples;
-        for (double t = _minTime; t <= _maxTime; t += step)
+        unsigned n = 0;
+        for (double t = _minTime; t <= _maxTime; t += step) {
+            if (n++ % 64 == 0)
+                mgr.checkCancelled();
             _values.push_back(_node->getValue(PxTimeContext(t)).getValue());
+        }
     }
 
     // Runs for a failed request too: the evaluator learns of the failure from the event.
@@ -70,6 +77,9 @@ public:
 
 namespace {
 
+// More samples than a curve display could ever show: a caller asking for more is mistaken.
+constexpr int kMaxSamples = 1 << 20;
+
 [[noreturn]] void badArgument(char const* file, int line, std::string const& text) {
     throw MsgException<ExBase>(file, line, "PxNodeEvaluator::evaluate: " + text);
 }
@@ -79,6 +89,10 @@ void checkRange(double minTime, double maxTime, int nbSamples) {
     if (nbSamples <= 0)
         badArgument(__FILE__, __LINE__,
                     "nbSamples must be at least 1, not " + std::to_string(nbSamples));
+    if (nbSamples > kMaxSamples)
+        badArgument(__FILE__, __LINE__,
+                    "nbSamples must be at most " + std::to_string(kMaxSamples) + ", not " +
+                        std::to_string(nbSamples));
     if (!std::isfinite(minTime) || !std::isfinite(maxTime) || !(maxTime > minTime)) {
         std::ostringstream s;
         s << "the time range [" << minTime << ", " << maxTime

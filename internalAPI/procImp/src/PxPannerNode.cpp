@@ -63,6 +63,13 @@ PxPannerNode::Pan PxPannerNode::readPan(double time, PxValidityInterval& vi) con
             __FILE__, __LINE__,
             "The pan at time " + std::to_string(time) + " is not a finite number of pixels (" +
                 std::to_string(pan.dx) + ", " + std::to_string(pan.dy) + ").");
+    double const limit = PxImageProtocol::kMaxPixelCoordinate;
+    if (std::fabs(pan.dx) >= limit || std::fabs(pan.dy) >= limit)
+        throw PxEx::ExInvalidParameter(
+            __FILE__, __LINE__,
+            "The pan at time " + std::to_string(time) + " of (" + std::to_string(pan.dx) + ", " +
+                std::to_string(pan.dy) + ") pixels is beyond the " +
+                std::to_string(PxImageProtocol::kMaxPixelCoordinate) + " an image may span");
     return pan;
 }
 
@@ -109,8 +116,17 @@ PxImageResult PxPannerNode::getImageResult(PxImageContext const& context) const 
     }
 
     // Whole pixels: copies of the source tiles' parts, moved.
-    int const ox = static_cast<int>(pan.dx * s / a);
-    int const oy = static_cast<int>(pan.dy * s);
+    float const fx = pan.dx * s / a;
+    float const fy = pan.dy * s;
+    float const limit = static_cast<float>(kMaxPixelCoordinate);
+    if (!(std::fabs(fx) < limit && std::fabs(fy) < limit)) // a narrow pixel aspect widens a pan
+        throw PxEx::ExInvalidParameter(
+            __FILE__, __LINE__,
+            "A pan of (" + std::to_string(fx) + ", " + std::to_string(fy) +
+                ") pixels at this scale is beyond the " + std::to_string(kMaxPixelCoordinate) +
+                " an image may span");
+    int const ox = static_cast<int>(fx);
+    int const oy = static_cast<int>(fy);
     GeRectangle<int> const source = region.translated(-ox, -oy);
     PxRequestPtr<PxImageMultiTileRequest> request(new PxImageMultiTileRequest(
         PxUPtr<PxImageProtocol const>(_image), source, context.getStream(),

@@ -50,10 +50,16 @@ template <class Protocol, class Child>
 void PxPassThroughBaseNode<Protocol, Child>::addInvalidateCb(
     RCWeakPtr<InvalidationHandler> const& handler) {
     PxHandleCheck::worker();
+    auto const target = handler.lock();
+    if (!target)
+        return; // nothing to call
     LkGuard guard(_lock);
     if (!_dispatcher)
         _dispatcher = std::make_unique<std::vector<RCWeakPtr<InvalidationHandler>>>();
-    _dispatcher->push_back(handler);
+    bool const known = std::any_of(_dispatcher->begin(), _dispatcher->end(),
+                                   [&](auto const& w) { return w.lock().get() == target.get(); });
+    if (!known)
+        _dispatcher->push_back(handler);
 }
 
 template <class Protocol, class Child>

@@ -23,13 +23,14 @@ using StateGuard = LkAtomicWrGuard<RS>;
 constexpr int GFX = RequestEngine::GFX;
 
 // ---- the GFX worker's callbacks ----
-CbHandler<CbEmptyType>* _initCb = nullptr;
-CbHandler<CbEmptyType>* _finalizeCb = nullptr;
-bool _exists = false;
-bool _initialized = false;
+// Registered from any thread, read by the GFX worker.
+std::atomic<CbHandler<CbEmptyType>*> _initCb{nullptr};
+std::atomic<CbHandler<CbEmptyType>*> _finalizeCb{nullptr};
+std::atomic<bool> _exists{false};
+std::atomic<bool> _initialized{false};
 
 struct Guard {
-    static bool exists() noexcept { return _exists; }
+    static bool exists() noexcept { return _exists.load(); }
 };
 
 // ---- the cascading timer of each thread ----
@@ -78,6 +79,11 @@ struct PostExecuteFunctor {
     void operator()() const { request->postExecute(); }
 };
 
+// Neither a child list nor a descendant still reading it as its root holds the request.
+bool isUnreferenced(RS const& s) noexcept {
+    return s._nbReferences == 0 && s._nbHolds == 0;
+}
+
 bool isSilent(ExBase const* e) {
     return dynamic_cast<PxEx::ExRequestCancelled const*>(e) ||
            dynamic_cast<PxEx::ExRequestFailed const*>(e);
@@ -87,15 +93,40 @@ bool isSilent(ExBase const* e) {
 
 // ---- exceptions and statistics left behind ----
 
+namespace {
+
+// The failure this thread last raised again from a wait. Raising again throws the original's
+// class, not the wrapper: a request's failure is told to have come up from a wait by being
+// that failure.
+thread_local OPtr<ExBase> t_raisedFromWait;
+
+bool cameFromWait(ExBase const& e) {
+    ExBase const* const raised = t_raisedFromWait.get();
+    return raised && typeid(*raised) == typeid(e) &&
+           raised->getDetailedReason() == e.getDetailedReason();
+}
+
+// Raises a waited request's failure again in the waiter, remembering it.
+[[noreturn]] void raiseFromWait(OPtr<ExBase> failure) {
+    t_raisedFromWait = failure->clone();
+    ExRethrow<ExBase>(__FILE__, __LINE__, std::move(failure)).raise();
+}
+
+} // namespace
+
 void RequestEngine::reportException(ExBase const* e) {
+    bool const passedUp = e && cameFromWait(*e);
+    t_raisedFromWait.reset();
     if (!e || isSilent(e))
         return;
     auto const* rethrow = dynamic_cast<ExRethrow<ExBase> const*>(e);
-    if (!rethrow || isSilent(rethrow->getOriginal()))
+    if (rethrow && isSilent(rethrow->getOriginal()))
+        return;
+    if (!rethrow && !passedUp)
         return; // it stays in the request for its waiter
     VN_LOG_GROUP(PxGraph, 0,
                  "Caught exception: \n"
-                     << rethrow->getDetailedReason() << "\n"
+                     << e->getDetailedReason() << "\n"
                      << "while executing a PxRequest \n"
                      << "Call stack:"
                      << "No call stack available with an optimized build."
@@ -124,6 +155,43 @@ void RequestEngine::signalAll(LkWaitEntry* waiters) noexcept {
     }
 }
 
+// ---- roots held by their descendants ----
+
+void RequestEngine::holdRoot(PxRequest* root) {
+    StateGuard g(root->getStateObj());
+    do {
+        ++g->_nbHolds;
+    } while (!g.commit());
+}
+
+void RequestEngine::dropHold(PxRequest* root) noexcept {
+    bool destroy = false;
+    {
+        StateGuard g(root->getStateObj());
+        do {
+            destroy = false;
+            --g->_nbHolds;
+            RS::Status const st = g->getStatus();
+            if (isUnreferenced(*g) && g->has(RS::DEQUEUED) && g->has(RS::RELEASED) &&
+                (st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED)) {
+                g->setStatus(RS::DESTROYED);
+                destroy = true;
+            }
+        } while (!g.commit());
+    }
+    if (destroy)
+        delete root;
+}
+
+void RequestEngine::disposeState(PxRequest& request) noexcept {
+    RS const s = request.getStateObj().load();
+    delete s._exception;
+    if (s._stats)
+        OPtr<StatThreadLocal>(s._stats).reset();
+    if (s._rootRequest && !s.has(RS::EXTERNAL))
+        dropHold(s._rootRequest);
+}
+
 // ---- GFX worker ----
 
 void RequestEngine::gfxWorkerStarted() {
@@ -133,31 +201,42 @@ void RequestEngine::gfxWorkerStarted() {
 
 void RequestEngine::gfxWorkerEnded() {
     _exists = false;
-    if (_initialized) {
-        if (_finalizeCb)
-            _finalizeCb->execute(CbEmptyType{});
-        _initialized = false;
+    if (_initialized.exchange(false)) {
+        if (CbHandler<CbEmptyType>* cb = _finalizeCb.load())
+            cb->execute(CbEmptyType{});
     }
 }
 
+// Only the GFX worker runs GFX requests, so only it gets here.
 void RequestEngine::gfxInitialize() {
-    if (_initialized)
+    if (_initialized.load(std::memory_order_acquire))
         return;
     VN_ASSERT(Guard::exists());
-    if (_initCb)
-        _initCb->execute(CbEmptyType{});
-    _initialized = true;
+    VN_ASSERT(workerTLS()._resourceType == GFX);
+    if (CbHandler<CbEmptyType>* cb = _initCb.load())
+        cb->execute(CbEmptyType{});
+    _initialized.store(true, std::memory_order_release);
 }
 
 // clang-format off
 void PxRequestImp::registerGFXInitialize(CbHandler<CbEmptyType>* cb) {
-    VN_ASSERT(( _initCb == 0 ) || ( cb == 0 ));
-    _initCb = cb;
+    CbHandler<CbEmptyType>* expected = nullptr;
+    if (cb == 0) {
+        _initCb = nullptr;
+        return;
+    }
+    if (!_initCb.compare_exchange_strong(expected, cb))
+        VN_ASSERT(( _initCb == 0 ) || ( cb == 0 ));
 }
 
 void PxRequestImp::registerGFXFinalize(CbHandler<CbEmptyType>* cb) {
-    VN_ASSERT(( _finalizeCb == 0 ) || ( cb == 0 ));
-    _finalizeCb = cb;
+    CbHandler<CbEmptyType>* expected = nullptr;
+    if (cb == 0) {
+        _finalizeCb = nullptr;
+        return;
+    }
+    if (!_finalizeCb.compare_exchange_strong(expected, cb))
+        VN_ASSERT(( _finalizeCb == 0 ) || ( cb == 0 ));
 }
 // clang-format on
 
@@ -277,8 +356,9 @@ void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pendi
     }
     stats.release();
     ex.release();
-    RequestEngine::detachChildren(children);
+    // Waiters first: the teardown of a large tree need not delay them.
     RequestEngine::signalAll(waiters);
+    RequestEngine::detachChildren(children);
     if (!pending)
         RequestEngine::postExecute(request, true);
 }
@@ -317,16 +397,11 @@ bool RequestEngine::completePendingRequest(PxRequest* next) {
         } while (!g.commit());
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     }
-    PxRequest* const savedCurrent = tls._currentRequest;
-    PxRequest* const savedExternal = tls._currentExternalRequest;
-    tls._currentExternalRequest = first.has(RS::EXTERNAL) ? request : first._rootRequest;
-    tls._currentRequest = request;
+    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first._rootRequest);
     CompleteExecutionFunctor f{request};
     double cpu = 0.0;
     OPtr<ExBase> ex = runTimed(f, cpu);
     finishExecution(request, std::move(ex), cpu, false, true);
-    tls._currentExternalRequest = savedExternal;
-    tls._currentRequest = savedCurrent;
     return true;
 }
 
@@ -355,7 +430,7 @@ void RequestEngine::postExecute(PxRequest* request, bool checkStats) {
             action = KEEP;
             noticed = true;
             bool const released = guard->has(RS::RELEASED);
-            bool const free = released && guard->has(RS::DEQUEUED) && guard->_nbReferences == 0;
+            bool const free = released && guard->has(RS::DEQUEUED) && isUnreferenced(*guard);
             switch (guard->getStatus()) {
             case RS::DONE:
                 if (free) {
@@ -419,7 +494,7 @@ void RequestEngine::cleanUp(PxRequest* request) {
             noticed = true;
             if (guard->has(RS::DEQUEUED)) {
                 noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
-                if (guard->_nbReferences == 0) {
+                if (isUnreferenced(*guard)) {
                     guard->setStatus(RS::DESTROYED);
                     destroy = true;
                 }
@@ -434,6 +509,8 @@ void RequestEngine::cleanUp(PxRequest* request) {
         failureUnnoticed(__FILE__, __LINE__);
 }
 
+// Iterative, whatever the depth of the tree: a child's own list, once taken, is spliced in front
+// of the siblings still to go. The list's references keep its nodes alive while it is walked.
 void RequestEngine::detachChildren(PxRequest* head) {
     while (head) {
         PxRequest* const child = head;
@@ -452,7 +529,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                     g->_firstChild = nullptr;
                     RS::Status const st = g->getStatus();
                     if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
-                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED)) {
+                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->_nbHolds == 0) {
                         g->setStatus(RS::DESTROYED);
                         destroy = true;
                     }
@@ -461,7 +538,18 @@ void RequestEngine::detachChildren(PxRequest* head) {
         }
         if (destroy)
             delete child;
-        detachChildren(grandChildren);
+        if (grandChildren) {
+            if (head) {
+                PxRequest* tail = grandChildren;
+                while (PxRequest* next = tail->getStateObj().load()._nextSibling)
+                    tail = next;
+                StateGuard g(tail->getStateObj());
+                do {
+                    g->_nextSibling = head;
+                } while (!g.commit());
+            }
+            head = grandChildren;
+        }
     }
 }
 
@@ -503,7 +591,7 @@ bool RequestEngine::helpWithChildren(PxRequest* list) {
     }
 
     PxRequest* const savedExternal = tls._currentExternalRequest;
-    tls._currentExternalRequest = nullptr;
+    WorkScope const outside(tls, tls._currentRequest, nullptr);
     for (PxRequest* c = list; c;) {
         bool take = false;
         PxRequest* next = nullptr;
@@ -519,19 +607,17 @@ bool RequestEngine::helpWithChildren(PxRequest* list) {
             } while (!g.commit());
         }
         if (take) {
-            tls._currentExternalRequest = savedExternal;
-            PxRequest* const savedCurrent = tls._currentRequest;
-            tls._currentRequest = c;
-            bool const pending = asyncExecute(c);
-            tls._currentExternalRequest = nullptr;
-            tls._currentRequest = savedCurrent;
+            bool pending = false;
+            {
+                WorkScope const scope(tls, c, savedExternal);
+                pending = asyncExecute(c);
+            }
             if (pending)
                 completePendingRequest(c);
             ran = true;
         }
         c = next;
     }
-    tls._currentExternalRequest = savedExternal;
     return ran;
 }
 
@@ -545,7 +631,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
     bool const isGfxWorker = isWorker && tls._resourceType == GFX;
     bool const isGfxRequest = request->getResourceType() == GFX;
 
-    enum { RUN_INLINE, SLEEP, HELP, TAKE } action = SLEEP;
+    enum { RUN_INLINE, SLEEP, HELP, TAKE, COMPLETE_PENDING } action = SLEEP;
     StatThreadLocal* stats = nullptr;
     double time = 0.0;
     ExBase const* failure = nullptr;
@@ -565,6 +651,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     if (!g->has(RS::EXTERNAL) && (isGfxWorker || !isGfxRequest)) {
                         g->setStatus(RS::EXECUTING);
                         action = RUN_INLINE;
+                    } else if (isGfxWorker && tls._pendingRequest) {
+                        action = COMPLETE_PENDING;
+                        commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
                         action = SLEEP;
@@ -576,6 +665,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                         ++g->_nbReferences;
                         helpList = g->_firstChild;
                         action = HELP;
+                    } else if (isGfxWorker && tls._pendingRequest) {
+                        action = COMPLETE_PENDING;
+                        commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
                         action = SLEEP;
@@ -607,8 +699,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
         }
 
         if (action == RUN_INLINE) {
-            PxRequest* const savedCurrent = tls._currentRequest;
-            tls._currentRequest = request;
+            WorkScope const scope(tls, request, tls._currentExternalRequest);
             if (isGfxRequest)
                 gfxInitialize();
             ExecuteFunctor f{request, false};
@@ -631,13 +722,15 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     }
                 } while (!g.commit());
             }
-            failure = ex.release();
-            detachChildren(children);
+            // The request is the engine's again once post-executed: another owner may have released
+            // it, so what is raised is copied now.
+            OPtr<ExBase> raised = ex && rethrow ? OPtr<ExBase>(ex->clone()) : OPtr<ExBase>();
+            ex.release();
             signalAll(waiters);
+            detachChildren(children);
             postExecute(request, false);
-            tls._currentRequest = savedCurrent;
-            if (failure && rethrow)
-                ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+            if (raised)
+                raiseFromWait(std::move(raised));
             return;
         }
 
@@ -662,8 +755,12 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                             break;
                         }
                         --g->_nbReferences;
-                        LkSListNode::push(g->_waiters, &me);
-                        action = SLEEP;
+                        if (isGfxWorker && tls._pendingRequest) {
+                            action = COMPLETE_PENDING;
+                        } else {
+                            LkSListNode::push(g->_waiters, &me);
+                            action = SLEEP;
+                        }
                     } else {
                         if (--g->_nbReferences == 0) {
                             detach = g->_firstChild;
@@ -689,11 +786,19 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             }
         }
 
-        if (action == SLEEP) {
+        if (action == COMPLETE_PENDING) {
             // What the GFX worker holds pending completes only on this thread: finish it before
-            // sleeping, or a wait on it, direct or through other workers, would never end.
-            if (isGfxWorker && tls._pendingRequest)
-                completePendingRequest(nullptr);
+            // sleeping, or a wait on it, direct or through other workers, would never end. It is
+            // done before this wait's entry is listed anywhere, since the completion may wait
+            // too, and with the statistics of the request now running set aside.
+            OPtr<StatThreadLocal> mine = StatMgr::releaseLocalStats();
+            completePendingRequest(nullptr);
+            if (mine)
+                StatMgr::appendStats(std::move(mine));
+            continue;
+        }
+
+        if (action == SLEEP) {
             if (isWorker) {
                 mgr().workerBlocked();
                 me.wait();
@@ -715,7 +820,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
     if (stats)
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     if (failure && rethrow)
-        ExRethrow<ExBase>(__FILE__, __LINE__, failure->clone()).raise();
+        raiseFromWait(failure->clone());
 }
 
 void RequestMgrImp::waitRequest(PxRequest* request) {
@@ -738,7 +843,7 @@ void RequestMgrImp::releaseRequest(PxRequest* request) {
                 if (unwinding)
                     guard->set(RS::UNWINDED);
                 bool const dequeued = guard->has(RS::DEQUEUED);
-                bool const referenced = guard->_nbReferences > 0;
+                bool const referenced = !isUnreferenced(*guard);
                 switch (guard->getStatus()) {
                 case RS::NEW:
                     // Never submitted: nobody else knows it.

@@ -3,6 +3,7 @@
 #include "CoRgbaColor.h"
 #include "DtTime.h"
 #include "GeVector.h"
+#include "PxEx.h"
 
 #include <string>
 
@@ -49,7 +50,10 @@ PxResult<T> PxConstantAnimValueNode<T>::getValue(PxTimeContext const&) const {
 
 template <class T>
 PxValueSetRequest<T>::PxValueSetRequest(PxUPtr<PxValueNode<T>> const& node, PxResult<T> value)
-    : _node(node), _value(std::move(value)) {}
+    : _node(node), _value(std::move(value)) {
+    if (!node)
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__, "A value change needs a node");
+}
 
 template <class T>
 void PxValueSetRequest<T>::performExecute() {
@@ -59,7 +63,10 @@ void PxValueSetRequest<T>::performExecute() {
 template <class T>
 PxAnimValueSetRequest<T>::PxAnimValueSetRequest(PxUPtr<PxAnimValueNode<T>> const& node,
                                                 PxResult<T> value)
-    : _node(node), _value(std::move(value)) {}
+    : _node(node), _value(std::move(value)) {
+    if (!node)
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__, "A value change needs a node");
+}
 
 template <class T>
 void PxAnimValueSetRequest<T>::performExecute() {

@@ -33,6 +33,29 @@ public:
 
 WorkerTLS& workerTLS() noexcept;
 
+// Sets what the calling thread works on and puts back what was there, however the scope ends:
+// a post-execution that lets a failure out must not leave the thread pointing at a request.
+class WorkScope {
+public:
+    WorkScope(WorkerTLS& tls, PxRequest* current, PxRequest* external) noexcept
+        : _tls(tls), _savedCurrent(tls._currentRequest),
+          _savedExternal(tls._currentExternalRequest) {
+        tls._currentRequest = current;
+        tls._currentExternalRequest = external;
+    }
+    WorkScope(WorkScope const&) = delete;
+    WorkScope& operator=(WorkScope const&) = delete;
+    ~WorkScope() {
+        _tls._currentRequest = _savedCurrent;
+        _tls._currentExternalRequest = _savedExternal;
+    }
+
+private:
+    WorkerTLS& _tls;
+    PxRequest* const _savedCurrent;
+    PxRequest* const _savedExternal;
+};
+
 struct RequestEngine {
     static constexpr int CPU = PxRequest::CPU;
     static constexpr int GFX = PxRequest::GFX;
@@ -54,6 +77,11 @@ struct RequestEngine {
     static void postExecute(PxRequest* request, bool checkStats);
     static void cleanUp(PxRequest* request);
     static void detachChildren(PxRequest* head);
+    // A descendant's hold keeps its root alive; the last one to go may delete it.
+    static void holdRoot(PxRequest* root);
+    static void dropHold(PxRequest* root) noexcept;
+    // Frees what a dying request still owns; also when the engine is already gone.
+    static void disposeState(PxRequest& request) noexcept;
     static bool helpWithChildren(PxRequest* list);
     // The wait of waitRequest; with rethrow it raises the request's failure.
     static void wait(PxRequest* request, bool rethrow);

@@ -32,6 +32,12 @@ constinit thread_local WorkerTLS t_worker{};
 bool s_threadCoop = true;
 DaMemPool* s_pool = nullptr;
 
+// The memory of a request freed after the engine stopped: the pool is kept while any lives.
+void freeOrphan(void* p, std::size_t size) noexcept {
+    if (s_pool)
+        s_pool->free(p, size);
+}
+
 constexpr int CPU = RequestEngine::CPU;
 constexpr int GFX = RequestEngine::GFX;
 
@@ -351,21 +357,45 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
         request = front;
     }
 
+    if (res == CPU && request->getResourceType() == GFX) {
+        // GFX requests run on the GFX worker alone: one taken from the external queue or met at
+        // the start of sequential mode is handed over, still queued.
+        LkWaitEntry* wake = nullptr;
+        EngineGuard g(m._engine);
+        do {
+            wake = nullptr;
+            g->_internalRequests[GFX].push(request);
+            if (!g->_stoppedWorkers[GFX].isEmpty()) {
+                wake = g->_stoppedWorkers[GFX].pop();
+                ++g->_nbRunningWorkers;
+            }
+        } while (!g.commit());
+        if (wake)
+            wake->signal();
+        return true;
+    }
+
     // The request's own state: a request that a waiter already ran inline is only disposed of.
     bool run = false;
     bool destroy = false;
+    bool noticed = true;
+    PxRequest* root = nullptr;
     {
         LkAtomicWrGuard<RS> guard(request->getStateObj());
         do {
             run = false;
             destroy = false;
+            noticed = true;
             guard->set(RS::DEQUEUED);
+            root = guard->has(RS::EXTERNAL) ? request : guard->_rootRequest;
             if (guard->getStatus() == RS::QUEUED) {
                 guard->setStatus(RS::EXECUTING);
                 run = true;
             } else if (guard->has(RS::RELEASED) && guard->_nbReferences == 0 &&
+                       guard->_nbHolds == 0 &&
                        (guard->getStatus() == RS::CLEANED_UP ||
                         guard->getStatus() == RS::FAILED_POST_EXECUTED)) {
+                noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
                 guard->setStatus(RS::DESTROYED);
                 destroy = true;
             }
@@ -373,21 +403,18 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     }
     if (destroy)
         delete request;
+    if (!noticed)
+        failureUnnoticed(__FILE__, __LINE__);
     if (!run)
         return true;
 
     dropLeftStatistics("Unexpected statistics found before entering PxRequestImp::asyncExecute: "
                        "they will be flushed and lost");
-    PxRequest* const savedCurrent = tls._currentRequest;
-    if (external) {
-        tls._currentExternalRequest = request;
-    } else {
-        tls._currentExternalRequest = LkAtomicRdGuard<RS>(request->getStateObj())->_rootRequest;
+    bool pending = false;
+    {
+        WorkScope const scope(tls, request, root);
+        pending = asyncExecute(request);
     }
-    tls._currentRequest = request;
-    bool const pending = asyncExecute(request);
-    tls._currentExternalRequest = nullptr;
-    tls._currentRequest = savedCurrent;
     if (pending)
         completePendingRequest(request);
     return true;
@@ -456,6 +483,8 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
         else
             g->_rootRequest = tls._currentExternalRequest;
         g->setStatus(RS::QUEUED);
+        if (!isExternal && g->_rootRequest)
+            RequestEngine::holdRoot(g->_rootRequest);
         if (!isExternal)
             g->_nbReferences = 1;
         VN_ASSERT(g.commit());
@@ -635,8 +664,11 @@ RequestMgrImp::Snapshot RequestMgrImp::getSnapshot() const {
 }
 
 void RequestMgrImp::recordStatistics() {
-    StatThreadPoolCPUUsage pool;
-    pool.timeSplit(*this, StatTypes::getPxThreadPoolCPUUsageId());
+    // A pool that never started has no threads to sample.
+    if (_workersStarted.load()) {
+        StatThreadPoolCPUUsage pool;
+        pool.timeSplit(*this, StatTypes::getPxThreadPoolCPUUsageId());
+    }
     EngineState const s = _engine.load();
     StatScalar scalar;
     scalar.setScalar(s._nbExternalRequests, StatTypes::getWaitingRequestsId());
@@ -683,10 +715,7 @@ long RequestMgrImp::getNbLiveRequests() const noexcept {
 }
 
 void RequestMgrImp::destroyRequest(PxRequest& request) {
-    RS const s = request.getStateObj().load();
-    delete s._exception;
-    if (s._stats)
-        OPtr<StatThreadLocal>(s._stats).reset();
+    RequestEngine::disposeState(request);
     _nbLiveRequests[liveShard()]._n.fetch_sub(1, std::memory_order_relaxed);
 }
 
@@ -763,6 +792,7 @@ void RequestEngine::initializeEngine() {
     s_threadCoop = s_threadCoopVar.getValue() != 0;
     if (!s_pool)
         s_pool = new DaMemPool("PxRequestMgrImp", 16384, 0x20000, 1024);
+    PxRequestOrphans::set(&RequestEngine::disposeState, &freeOrphan);
     PxRequestMgr::initialize(new RequestMgrImp(
         s_keepOnProcVar.getValue() != 0, s_nbThreadsVar.getValue(), s_maxConcurrentVar.getValue()));
 }

@@ -610,3 +610,51 @@ TEST_F(DAGMonitor, EvaluationNamesStackPerThread) {
     EvEventManager::getInstance().flush();
     EXPECT_EQ(onEvents, "Application thread");
 }
+
+namespace {
+std::atomic<int> g_diedOnWorker{0};
+class Mortal final : public TestNode {
+public:
+    ~Mortal() override {
+        if (PxRequestMgr::getInstance().isWorkerThreadCurrent())
+            ++g_diedOnWorker;
+    }
+};
+} // namespace
+
+// A node whose last handle goes while a dump walks the graph is shown whole, and goes after.
+TEST_F(DAGMonitor, ANodeLetGoDuringADumpIsShownWholeAndGoesAfter) {
+    g_diedOnWorker = 0;
+    auto top = make<Mortal>();
+    auto bottom = make<TestNode>();
+    link(top, bottom);
+    std::string const topLine = "Node 1: " + treeLabel(top, "Mortal");
+    PxWeakHndl<Mortal> const weak(top);
+    std::atomic<bool> walking{false}, letGo{false};
+    std::vector<std::string> lines;
+    std::mutex m;
+    auto saved = TraceManager::getInstance().setOutput([&](std::string const& line) {
+        {
+            std::lock_guard g(m);
+            lines.push_back(line);
+        }
+        // The walk is over, the labels are still to come: let the test drop the top now.
+        if (line.find(" nodes.") != std::string::npos && !walking.exchange(true))
+            eventually([&] { return letGo.load(); }, 5.0);
+    });
+    PxDAGMonitorImp::setPruning(false);
+    std::thread dumper(
+        [] { monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE); });
+    ASSERT_TRUE(eventually([&] { return walking.load(); }));
+    top.reset(); // the last handle of the tool side
+    letGo = true;
+    dumper.join();
+    TraceManager::getInstance().setOutput(std::move(saved));
+    bool shown = false;
+    for (auto const& l : lines)
+        shown = shown || l.find(topLine) != std::string::npos;
+    EXPECT_TRUE(shown) << ::testing::PrintToString(lines);
+    EXPECT_TRUE(weak.isExpired());
+    EXPECT_TRUE(eventually([&] { return bottom->getNbParents() == 0; }));
+    EXPECT_EQ(g_diedOnWorker.load(), 1); // the dump held it last
+}

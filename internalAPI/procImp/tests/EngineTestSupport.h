@@ -3,6 +3,7 @@
 // Requests and a fixture shared by the engine's tests.
 
 #include "InPackageInit.h"
+#include "LgLog.h"
 #include "PxRequest.h"
 #include "PxRequestImp.h"
 #include "PxRequestMgr.h"
@@ -13,7 +14,10 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <mutex>
+#include <string>
 #include <thread>
+#include <vector>
 
 namespace VnTest {
 
@@ -68,6 +72,36 @@ bool eventually(Cond cond, double seconds = 10.0) {
     }
     return true;
 }
+
+// Keeps the log lines written while it lives.
+class LogCapture {
+public:
+    LogCapture()
+        : _previous(LgLog::setOutput([this](LgEntry const& e) {
+              std::lock_guard g(_m);
+              _lines.push_back(e.format());
+          })) {}
+    LogCapture(LogCapture const&) = delete;
+    LogCapture& operator=(LogCapture const&) = delete;
+    ~LogCapture() { LgLog::setOutput(std::move(_previous)); }
+    // Lines holding every one of the parts.
+    int count(std::initializer_list<char const*> parts) const {
+        std::lock_guard g(_m);
+        int n = 0;
+        for (auto const& l : _lines) {
+            bool all = true;
+            for (char const* p : parts)
+                all = all && l.find(p) != std::string::npos;
+            n += all ? 1 : 0;
+        }
+        return n;
+    }
+
+private:
+    mutable std::mutex _m;
+    std::vector<std::string> _lines;
+    LgLog::Output _previous;
+};
 
 // Starts the packages with a small pool, and stops them after the test: the engine's shutdown
 // checks run at every test's end.

@@ -3,6 +3,10 @@
 #include "ExBase.h"
 #include "ImageProtocolServices.h"
 #include "PxConfig.h"
+#include "PxEx.h"
+
+#include <functional>
+#include <limits>
 
 using namespace VnTest;
 using namespace Vn;
@@ -322,4 +326,79 @@ TEST_F(ImageSources, TilesInARegionCarryTheChildsFillAndValidity) {
     EXPECT_TRUE(none->get().empty());
     EXPECT_EQ(none->fill, (Color{0, 1, 0, 1}));
     EXPECT_EQ(none->vi, source.colorVI);
+}
+
+// Coordinates no image can hold are refused with a reason, never turned into wrapped integers.
+TEST_F(ImageSources, CoordinatesBeyondAnyImageAreRefused) {
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    int const big = 1 << 22; // tiles of at least 2^5 pixels: at least 2^27 pixels away
+    struct Case {
+        char const* name;
+        std::function<void()> convert;
+        bool refused;
+    };
+    Case const cases[] = {
+        {"a NaN side",
+         [&] {
+             PxImageProtocol::nominalToPixelized({nan, 1, 0, 1}, 1, 1);
+         },
+         true},
+        {"a far side",
+         [] {
+             PxImageProtocol::nominalToPixelized({0, 1e12f, 0, 1}, 1, 1);
+         },
+         true},
+        {"far below",
+         [] {
+             PxImageProtocol::nominalToPixelized({0, 1, -3e9f, 0}, 1, 1);
+         },
+         true},
+        {"a narrow pixel aspect",
+         [] {
+             PxImageProtocol::nominalToPixelized({0, 2e6f, 0, 1}, 1e-3f, 1);
+         },
+         true},
+        {"an ordinary frame",
+         [] {
+             PxImageProtocol::nominalToPixelized({-960, 960, -540, 540}, 1, 1);
+         },
+         false},
+        {"far tiles",
+         [&] {
+             PxImageProtocol::convertTilesToPixels({0, big * 64, 0, 1});
+         },
+         true},
+        {"far tiles below",
+         [&] {
+             PxImageProtocol::convertTilesToPixels({0, 1, -big * 64, 0});
+         },
+         true},
+        {"near tiles",
+         [] {
+             PxImageProtocol::convertTilesToPixels({-3, 4, -2, 1});
+         },
+         false},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.refused)
+            EXPECT_THROW(c.convert(), PxEx::ExInvalidParameter);
+        else
+            EXPECT_NO_THROW(c.convert());
+    }
+    GeRectangle<int> const px = PxImageProtocol::nominalToPixelized({-0.5f, 10.2f, 0, 3}, 1, 1);
+    EXPECT_EQ(px, GeRectangle<int>(-1, 11, 0, 3));
+    EXPECT_EQ(PxImageProtocol::convertTilesToPixels({1, 2, -1, 0}),
+              GeRectangle<int>(PxConfig::getTileSizeX(), 2 * PxConfig::getTileSizeX(),
+                               -PxConfig::getTileSizeY(), 0));
+
+    // A whole image of a billion pixels a side is more tiles than one request makes.
+    ColorSourceSpec huge;
+    huge.width = 1 << 29;
+    huge.height = 1 << 29;
+    auto const source = colorSource(huge);
+    PxRequestPtr<PxImageMultiTileRequest> all(
+        new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(source), 0, PxTimeInfo(0.0), 0));
+    engine().executeRequest(all.get(), false);
+    EXPECT_THROW(all->getResults(), PxEx::ExInvalidParameter);
 }

@@ -263,7 +263,11 @@ TEST_F(MatrixNodes, CompositeHandlersHearLocalChangesOnTheOneListAndGlobalOnBoth
     Translator other = translator(100);
     Composite::setGlobalMatrixNode(weak, other.node);
     engine().sync();
-    EXPECT_GE(all.load(), 3);
+    EXPECT_EQ(all.load(), 3); // one wave per change
+    EXPECT_EQ(globals.load(), 2);
+    Composite::setGlobalMatrixNode(composite, other.node); // no change: no wave
+    engine().sync();
+    EXPECT_EQ(all.load(), 3);
     EXPECT_EQ(globals.load(), 2);
     expectNear(matrixOf(Matrix(composite)).getValue().transformPoint({}), 102, 0, 0);
     // The old global side is no longer a child: its changes reach nobody.
@@ -316,4 +320,36 @@ TEST_F(MatrixNodes, SettingTheSameSideAgainDoesNotInvalidate) {
     } catch (ExAssertionFailed const& e) {
         EXPECT_EQ(e.getReason(), "PxRequestMgr::getInstance().isWorkerThreadCurrent()");
     }
+}
+
+// The sides live as long as the composite, whoever still reads it after its last handle went; a
+// side change queued before that leaves the graph as it is.
+TEST_F(MatrixNodes, ACompositeWithoutHandlesKeepsItsSidesAndIgnoresLateChanges) {
+    using Composite = PxCompositeMatrixNode;
+    auto parent = make(new Input(0.0, PxValidityInterval::FULL));
+    Composite const* raw = nullptr;
+    Translator late = translator(100);
+    {
+        Translator local = translator(1);
+        Translator global = translator(10);
+        auto composite = make(new Composite(PxNode::Init{"c"}, local.node, global.node));
+        parent->registerChild(PxNodePtr<PxNode const>(composite));
+        raw = composite.get();
+        // Queued behind a sequential request, the change runs after the last handle is gone.
+        std::atomic<bool> go{false};
+        PxRequestPtr<PxRequest> gate(
+            new FnRequest([&] { eventually([&] { return go.load(); }); }, kSequential));
+        engine().executeRequest(gate.get(), false);
+        Composite::setLocalMatrixNode(composite, late.node);
+        composite.reset();
+        go = true;
+        engine().waitRequest(gate.get());
+        engine().sync();
+    }
+    EXPECT_EQ(late.node->getNbParents(), 0);
+    auto* q = new PxAffineMatrixRequest(PxUPtr<PxAffineMatrixProtocol const>::unchecked(raw),
+                                        PxTimeContext(0.0));
+    PxRequestPtr<PxAffineMatrixRequest> p(q);
+    engine().executeRequest(q, false);
+    expectNear(q->getMatrix().getValue().transformPoint({}), 11, 0, 0);
 }

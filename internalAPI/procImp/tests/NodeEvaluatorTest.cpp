@@ -167,6 +167,7 @@ TEST_F(NodeEvaluator, BadArgumentsAreRefusedAndLeaveItIdle) {
         };
         refused(0.0, 1.0, 0, "nbSamples must be at least 1");
         refused(0.0, 1.0, -3, "nbSamples must be at least 1");
+        refused(0.0, 1e6, std::numeric_limits<int>::max(), "nbSamples must be at most 1048576");
         refused(1.0, 1.0, 4, "is empty");
         refused(2.0, 1.0, 4, "is empty");
         refused(std::nan(""), 1.0, 4, "is empty");
@@ -214,4 +215,20 @@ TEST_F(NodeEvaluator, AFailedSamplingKeepsItsFailureAndLetsTheEvaluatorGo) {
         ev->removeValuesReadyCallback(&ready);
     });
     EXPECT_TRUE(eventually([&] { return ev->getRefCount() == 1; }));
+}
+
+// A reset stops a long sampling soon after, rather than letting it run to its end.
+TEST_F(NodeEvaluator, ResetStopsALongSampling) {
+    auto ramp = makeNode(new Ramp);
+    auto ev = makeRC<Evaluator>();
+    ramp->close(); // holds the first sample until the reset is done
+    onEventThread([&] { ASSERT_TRUE(ev->evaluate(weakOf(ramp), 0.0, 1e6, 1 << 20)); });
+    // The sampling has begun: its worker waits in the first sample.
+    ASSERT_TRUE(eventually([] { return engineImp().getSnapshot().nbBlockedWorkers > 0; }));
+    onEventThread([&] { ev->reset(); });
+    ramp->open();
+    EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
+    EXPECT_LE(ramp->times().size(), 64u);
+    EvEventManager::getInstance().flush();
+    onEventThread([&] { EXPECT_TRUE(ev->getValues().empty()); });
 }

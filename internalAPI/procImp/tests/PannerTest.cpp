@@ -1,6 +1,7 @@
 #include "EngineTestSupport.h"
 #include "ExBase.h"
 #include "ImageTestGraph.h"
+#include "PxEx.h"
 #include "PxImageTexture.h"
 #include "PxPannerNode.h"
 #include "PxSamplers.h"
@@ -128,6 +129,9 @@ TEST_F(Panner, BadPansAndFiltersAreClearErrors) {
                      ->getImageROD(PxTimeStreamContext(0.0, 0)),
                  ExBase);
     EXPECT_THROW(tile(panner(src, 1.5, 1.0, 7), 0, 0), ExBase);
+    // Pans of 2^31 pixels and more: beyond any image, refused rather than wrapped.
+    for (double far : {2147483648.0, -4294967296.0})
+        EXPECT_THROW(tile(panner(src, far, 1.0, 0), 0, 0), PxEx::ExInvalidParameter);
 }
 
 TEST_F(Panner, ImageTexturesChooseTheirSamplerAndStandInForEmptyImages) {

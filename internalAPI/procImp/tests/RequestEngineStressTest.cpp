@@ -6,6 +6,8 @@
 
 #include "EngineTestSupport.h"
 
+#include "MtThreadMgr.h"
+#include "MtThreadPool.h"
 #include "PxEx.h"
 
 #include <cstdio>
@@ -272,4 +274,116 @@ TEST_F(RequestEngineStress, RandomTreesFromManyThreadsKeepEveryInvariant) {
     auto const s = engineImp().getSnapshot();
     EXPECT_EQ(s.nbRunningWorkers, 0);
     EXPECT_TRUE(s.internalQueuesEmpty);
+}
+
+namespace {
+
+std::atomic<long> g_releasedSubmitted{0};
+std::atomic<long> g_releasedEnded{0};
+std::atomic<int> g_gfxOffWorker{0};
+
+void expectGfxWorker() {
+    auto const* info = MtThreadMgr::getInstance().findCurrentThread();
+    if (!info || info->getIndex() != 0)
+        ++g_gfxOffWorker;
+}
+
+// A child its parent lets go without a wait: it reads its root's cancellation while it runs,
+// maybe after the root has finished, and queries its own end as nobody else will.
+class ReleasedChild final : public PxRequest {
+public:
+    explicit ReleasedChild(bool gfx) : _gfx(gfx) {}
+    RequestType getRequestType() const override {
+        return RequestType(CONCURRENT, REFERENCED, _gfx ? GFX : CPU);
+    }
+    void performExecute() override {
+        if (_gfx)
+            expectGfxWorker();
+        for (int i = 0; i < 20; ++i) {
+            engine().checkCancelled();
+            std::this_thread::yield();
+        }
+    }
+    void postExecute() override {
+        ++g_releasedEnded;
+        try {
+            engine().waitRequest(this);
+        } catch (PxEx::ExRequestCancelled const&) {
+        }
+    }
+
+private:
+    bool _gfx;
+};
+
+class ReleasingRoot final : public PxRequest {
+public:
+    ReleasingRoot(int children, int gfxEvery) : _children(children), _gfxEvery(gfxEvery) {}
+    void performExecute() override {
+        for (int i = 0; i < _children; ++i) {
+            auto* c = new ReleasedChild(_gfxEvery > 0 && i % _gfxEvery == 0);
+            ++g_releasedSubmitted;
+            engine().executeRequest(c, false);
+            engine().releaseRequest(c);
+        }
+    }
+
+private:
+    int _children;
+    int _gfxEvery;
+};
+
+class ExternalGfx final : public PxRequest {
+public:
+    RequestType getRequestType() const override { return RequestType(CONCURRENT, REFERENCED, GFX); }
+    void performExecute() override { expectGfxWorker(); }
+    void completeExecution() override { expectGfxWorker(); }
+};
+
+struct InitCount final : CbHandler<CbEmptyType> {
+    std::atomic<int> calls{0};
+    void execute(CbEmptyType const&) override {
+        ++calls;
+        expectGfxWorker();
+    }
+};
+
+} // namespace
+
+// Roots that let their children go unwaited, external GFX requests from several threads at once
+// from the engine's start, and cancellations of both.
+TEST_F(RequestEngineStress, ReleasedChildrenAndGfxRequestsFromEverywhere) {
+    unsigned const seed = std::random_device{}();
+    std::printf("seed %u\n", seed);
+    InitCount init;
+    PxRequestImp::registerGFXInitialize(&init);
+    auto const end = std::chrono::steady_clock::now() + std::chrono::duration<double>(envSeconds());
+    std::vector<std::thread> submitters;
+    for (int t = 0; t < 4; ++t)
+        submitters.emplace_back([&, t] {
+            std::minstd_rand rng(seed + static_cast<unsigned>(t) * 104729u);
+            while (std::chrono::steady_clock::now() < end) {
+                int const kind = static_cast<int>(rng() % 8);
+                PxRequestPtr<PxRequest> r(kind < 3
+                                              ? static_cast<PxRequest*>(new ExternalGfx)
+                                              : new ReleasingRoot(static_cast<int>(rng() % 7),
+                                                                  static_cast<int>(rng() % 4)));
+                engine().executeRequest(r.get(), false);
+                if (kind == 7)
+                    engine().cancelRequest(r.get());
+                try {
+                    engine().waitRequest(r.get());
+                } catch (PxEx::ExRequestCancelled const&) {
+                }
+            }
+        });
+    for (auto& th : submitters)
+        th.join();
+    engine().sync();
+    EXPECT_TRUE(eventually([] { return g_releasedEnded.load() == g_releasedSubmitted.load(); }));
+    EXPECT_EQ(g_gfxOffWorker.load(), 0);
+    EXPECT_EQ(init.calls.load(), 1);
+    // The fixture checks that every request, released children included, was freed.
+    EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
+    PxRequestImp::registerGFXInitialize(nullptr);
 }

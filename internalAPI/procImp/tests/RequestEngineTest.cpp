@@ -10,6 +10,7 @@
 
 using namespace VnTest;
 using namespace Vn;
+using RS = PxRequestState;
 
 namespace {
 
@@ -121,6 +122,8 @@ TEST_F(RequestEngine, CancellingAnExternalRequestStopsItsTree) {
     ASSERT_TRUE(eventually([&] { return started.load() == 1 && entered.load() > 0; }));
     engine().cancelRequest(root);
     EXPECT_THROW(engine().waitRequest(root), PxEx::ExRequestCancelled);
+    // Only children that had started by then ran: at most one per CPU worker, never all six.
+    EXPECT_LE(entered.load(), engine().getThreadPool().getNbThreads() - 1);
 }
 
 TEST_F(RequestEngine, FireAndForgetIsReleasedByTheEngine) {
@@ -259,6 +262,7 @@ TEST_F(RequestEngine, ABlockedWorkerHandsItsSlotOnAndQueuesForIt) {
     std::atomic<bool> release{false};
     std::atomic<int> ringSeen{0};
     std::atomic<int> maxRunning{0};
+    std::atomic<bool> checked{false};
     auto* a = new FnRequest([&] {
         {
             PxWorkerBlockingGuard blocked;
@@ -272,6 +276,7 @@ TEST_F(RequestEngine, ABlockedWorkerHandsItsSlotOnAndQueuesForIt) {
         bRan = true;
         ringSeen = eventually([] { return engineImp().getSnapshot().nbRingWorkers == 1; }) ? 1 : 0;
         maxRunning = engineImp().getSnapshot().nbRunningWorkers;
+        checked = true;
         while (!release.load())
             std::this_thread::yield();
     });
@@ -279,7 +284,7 @@ TEST_F(RequestEngine, ABlockedWorkerHandsItsSlotOnAndQueuesForIt) {
     engine().executeRequest(a, false);
     ASSERT_TRUE(eventually([&] { return aBlocked.load(); }));
     engine().executeRequest(b, false);
-    ASSERT_TRUE(eventually([&] { return ringSeen.load() != 0 || bRan.load(); }));
+    ASSERT_TRUE(eventually([&] { return checked.load(); }));
     release = true;
     engine().waitRequest(b);
     engine().waitRequest(a);
@@ -368,4 +373,378 @@ TEST(RequestEngineLife, PoolSizeRules) {
     engine().setMaxRunningWorkers(500); // cut to the pool
     EXPECT_EQ(engine().getMaxRunningWorkers(), 2);
     InInitMgr::getInstance().finalize();
+}
+
+// ---- trees whose parts outlive each other ----
+
+namespace {
+
+// Tells when it dies.
+class MortalRequest : public FnRequest {
+public:
+    MortalRequest(std::function<void()> fn, std::atomic<bool>& gone, RT type = RT())
+        : FnRequest(std::move(fn), type), _gone(gone) {}
+    ~MortalRequest() override { _gone = true; }
+
+private:
+    std::atomic<bool>& _gone;
+};
+
+RS::Status statusOf(PxRequest* r) {
+    return r->getStateObj().load().getStatus();
+}
+bool hasWaiters(PxRequest* r) {
+    return r->getStateObj().load()._waiters != nullptr;
+}
+
+// A link of a chain: submits the next one and lets it go without a wait. Each link queries
+// its own result, as a fire-and-forget request does.
+class ChainLink : public PxRequest {
+public:
+    ChainLink(int left, std::atomic<int>& ran) : _left(left), _ran(ran) {}
+    void performExecute() override {
+        ++_ran;
+        if (_left == 0)
+            return;
+        auto* next = new ChainLink(_left - 1, _ran);
+        engine().executeRequest(next, false);
+        engine().releaseRequest(next);
+    }
+    void postExecute() override { engine().waitRequest(this); }
+
+private:
+    int _left;
+    std::atomic<int>& _ran;
+};
+
+} // namespace
+
+TEST_F(RequestEngine, AChildReleasedWithoutAWaitKeepsItsRootAlive) {
+    std::atomic<bool> rootGone{false}, rootReleased{false}, childDone{false};
+    std::atomic<bool> goneWhileChildRan{true};
+    auto* root = new MortalRequest(
+        [&] {
+            auto* child = new FnRequest([&] {
+                eventually([&] { return rootReleased.load(); });
+                goneWhileChildRan = rootGone.load();
+                engine().checkCancelled(); // reads the root
+                childDone = true;
+            });
+            engine().executeRequest(child, false);
+            engine().releaseRequest(child);
+        },
+        rootGone);
+    runAndWait(root);
+    rootReleased = true;
+    ASSERT_TRUE(eventually([&] { return childDone.load(); }));
+    EXPECT_FALSE(goneWhileChildRan.load());
+    EXPECT_TRUE(eventually([&] { return rootGone.load(); }));
+}
+
+TEST_F(RequestEngine, ADeepFinishedTreeIsLetGoWithoutRecursion) {
+    constexpr int kLinks = 100000;
+    std::atomic<int> ran{0};
+    // The root keeps its list until every link has run: the whole chain then goes at once.
+    runAndWait(new FnRequest([&] {
+        auto* first = new ChainLink(kLinks - 1, ran);
+        engine().executeRequest(first, false);
+        engine().releaseRequest(first);
+        eventually([&] { return ran.load() == kLinks; }, 120.0);
+    }));
+    EXPECT_EQ(ran.load(), kLinks);
+}
+
+TEST_F(RequestEngine, AFailureRunInlineIsRaisedAfterItsOwnerLetItGo) {
+    std::atomic<bool> entered{false}, released{false}, caught{false};
+    runAndWait(new FnRequest([&] {
+        auto* failing = new FnRequest([&] {
+            entered = true;
+            eventually([&] { return released.load(); });
+            throw ExBadPixel(__FILE__, __LINE__, 5);
+        });
+        engine().executeRequest(failing, true); // runs on whoever waits for it
+        auto* waiter = new FnRequest([&, failing] {
+            try {
+                engine().waitRequest(failing);
+            } catch (ExBadPixel const& e) {
+                caught = e.x() == 5;
+            }
+        });
+        engine().executeRequest(waiter, false);
+        engine().releaseRequest(waiter);
+        eventually([&] { return entered.load(); });
+        // Let go while it runs: once the root ends, no list holds it, and its end deletes it.
+        engine().releaseRequest(failing);
+    }));
+    released = true;
+    EXPECT_TRUE(eventually([&] { return caught.load(); }));
+}
+
+TEST(RequestEngineLife, ARequestReleasedAfterShutdownIsFreedQuietly) {
+    InInitMgr::getInstance().initialize();
+    EXPECT_NO_THROW(engine().recordStatistics()); // before the pool starts
+    PxRequestPtr<PxRequest> done(new FnRequest([] {}));
+    PxRequestPtr<PxRequest> failed(new FnRequest([] { throw ExBadPixel(__FILE__, __LINE__, 2); }));
+    for (auto* r : {done.get(), failed.get()})
+        engine().executeRequest(r, false);
+    engine().waitRequest(done.get());
+    EXPECT_THROW(engine().waitRequest(failed.get()), ExBadPixel);
+    InInitMgr::getInstance().finalize();
+    EXPECT_NO_THROW(done.reset());
+    EXPECT_NO_THROW(failed.reset());
+}
+
+// ---- the GFX worker ----
+
+namespace {
+
+struct GfxInitCount final : CbHandler<CbEmptyType> {
+    std::atomic<int> calls{0};
+    std::atomic<int> thread{-2};
+    void execute(CbEmptyType const&) override {
+        ++calls;
+        auto const* info = MtThreadMgr::getInstance().findCurrentThread();
+        thread = info ? info->getIndex() : -1;
+    }
+};
+
+class GfxEngine : public EngineTest {
+protected:
+    void TearDown() override {
+        EngineTest::TearDown();
+        PxRequestImp::registerGFXInitialize(nullptr);
+        PxRequestImp::registerGFXFinalize(nullptr);
+    }
+};
+
+} // namespace
+
+TEST_F(GfxEngine, GfxRequestsRunOnTheGfxWorkerWhoeverSubmitsThem) {
+    GfxInitCount init, fin;
+    PxRequestImp::registerGFXInitialize(&init);
+    PxRequestImp::registerGFXFinalize(&fin);
+    std::atomic<int> wrongThread{0};
+    auto check = [&] {
+        auto const* info = MtThreadMgr::getInstance().findCurrentThread();
+        if (!info || info->getIndex() != 0)
+            ++wrongThread;
+    };
+    // From outside threads, several at once, then from a worker.
+    std::vector<std::thread> outside;
+    for (int t = 0; t < 3; ++t)
+        outside.emplace_back([&] {
+            for (int i = 0; i < 20; ++i) {
+                auto* g = new FnRequest(check, kGfx);
+                g->_complete = check;
+                runAndWait(g);
+            }
+        });
+    for (auto& t : outside)
+        t.join();
+    runAndWait(new FnRequest([&] { runAndWait(new FnRequest(check, kGfx)); }));
+    EXPECT_EQ(wrongThread.load(), 0);
+    EXPECT_EQ(init.calls.load(), 1);
+    EXPECT_EQ(init.thread.load(), 0);
+    engine().sync();
+    InInitMgr::getInstance().finalize(); // the GFX worker ends: its finaliser runs there
+    EXPECT_EQ(fin.calls.load(), 1);
+    EXPECT_EQ(fin.thread.load(), 0);
+    PxRequestImp::registerGFXInitialize(nullptr);
+    PxRequestImp::registerGFXFinalize(nullptr);
+    InInitMgr::getInstance().initialize();
+}
+
+TEST_F(GfxEngine, AnExternalGfxRequestWakesItsWaiterWhileTheWorkerStaysBusy) {
+    engine().setMaxRunningWorkers(1);
+    auto* g = new FnRequest([] {}, kGfx);
+    PxRequestPtr<PxRequest> pg(g);
+    std::atomic<bool> sawDone{false};
+    PxRequestPtr<PxRequest> busy(
+        new FnRequest([&] { sawDone = eventually([&] { return statusOf(g) >= RS::DONE; }, 5.0); }));
+    engine().executeRequest(g, false);
+    engine().executeRequest(busy.get(), false);
+    engine().waitRequest(busy.get());
+    engine().waitRequest(g);
+    EXPECT_TRUE(sawDone.load());
+}
+
+TEST_F(GfxEngine, AThrowingGfxRequestNeverCompletes) {
+    std::atomic<int> completed{0};
+    auto* g = new FnRequest([] { throw ExBadPixel(__FILE__, __LINE__, 9); }, kGfx);
+    g->_complete = [&] {
+        ++completed;
+    };
+    EXPECT_THROW(runAndWait(g), ExBadPixel);
+    EXPECT_EQ(completed.load(), 0);
+}
+
+// The GFX worker, about to sleep in a wait, first completes what it holds pending; that
+// completion may wait too, and neither wait may lose the other waiters of the same request.
+TEST_F(GfxEngine, APendingCompletionThatWaitsLosesNoOtherWaiter) {
+    engine().setMaxRunningWorkers(4); // x, y and the root run at once, whatever the machine
+    std::atomic<bool> releaseX{false}, releaseY{false}, g1Performed{false}, g2Started{false};
+    auto spin = [](std::atomic<bool>& until) {
+        return [&until] {
+            eventually([&] { return until.load(); }, 30.0);
+        };
+    };
+    PxRequestPtr<PxRequest> x(new FnRequest(spin(releaseX)));
+    PxRequestPtr<PxRequest> y(new FnRequest(spin(releaseY)));
+    engine().executeRequest(x.get(), false);
+    engine().executeRequest(y.get(), false);
+    ASSERT_TRUE(eventually([&] { return statusOf(x.get()) == RS::EXECUTING; }));
+    ASSERT_TRUE(eventually([&] { return statusOf(y.get()) == RS::EXECUTING; }));
+    std::atomic<bool> otherWoken{false};
+    std::thread other([&] {
+        engine().waitRequest(x.get());
+        otherWoken = true;
+    });
+    ASSERT_TRUE(eventually([&] { return hasWaiters(x.get()); }));
+
+    PxRequestPtr<PxRequest> root(new FnRequest([&] {
+        // g0 holds the GFX worker until g1 and g2 are both queued: it then runs g1, which stays
+        // pending, then g2, which waits.
+        std::atomic<bool> queued{false};
+        auto* g0 = new FnRequest([&] { eventually([&] { return queued.load(); }); }, kGfx);
+        auto* g1 = new FnRequest([&] { g1Performed = true; }, kGfx);
+        g1->_complete = [&] {
+            engine().waitRequest(y.get());
+        };
+        auto* g2 = new FnRequest(
+            [&] {
+                g2Started = true;
+                engine().waitRequest(x.get());
+            },
+            kGfx);
+        PxRequestPtr<PxRequest> p0(g0), p1(g1), p2(g2);
+        engine().executeRequest(g0, false);
+        engine().executeRequest(g2, false);
+        engine().executeRequest(g1, false); // taken first: the stack is last in, first out
+        queued = true;
+        for (auto* g : {g0, g1, g2})
+            engine().waitRequest(g);
+    }));
+    engine().executeRequest(root.get(), false);
+    ASSERT_TRUE(eventually([&] { return g2Started.load() && hasWaiters(y.get()); }));
+    releaseY = true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    releaseX = true;
+    EXPECT_TRUE(eventually([&] { return otherWoken.load(); }, 5.0));
+    engine().waitRequest(root.get());
+    other.join();
+}
+
+// ---- what is logged ----
+
+// A failure passed up through waits is logged at each level it passes, with its reason; one
+// that only stays in its request, and cancellation, are not.
+TEST_F(RequestEngine, FailuresPassedUpThroughWaitsAreLoggedOncePerLevel) {
+    struct Case {
+        char const* name;
+        std::function<void()> fail;
+        int logged;
+    };
+    Case const cases[] = {
+        {"a failure", [] { throw ExBadPixel(__FILE__, __LINE__, 4); }, 2},
+        {"a cancellation", [] { throw PxEx::ExRequestCancelled(__FILE__, __LINE__); }, 0},
+        {"a failure told elsewhere", [] { throw PxEx::ExRequestFailed(__FILE__, __LINE__); }, 0},
+    };
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        LogCapture log;
+        // root waits for child, which waits for the failing grandchild
+        EXPECT_ANY_THROW(runAndWait(new FnRequest(
+            [&] { runAndWait(new FnRequest([&] { runAndWait(new FnRequest(c.fail)); })); })));
+        EXPECT_EQ(log.count({"PxGraph[0]", "Caught exception", "while executing a PxRequest"}),
+                  c.logged);
+        if (c.logged)
+            EXPECT_EQ(log.count({"PxGraph[0]", "bad pixel 4"}), c.logged);
+    }
+}
+
+// A successful child let go unwaited and run by a helper is cleaned up unread: when the worker
+// that finds it on its stack disposes of it, the check for unread ends fires there too.
+TEST_F(RequestEngine, AnUnreadCleanedUpRequestTripsTheCheckWhereverItEnds) {
+    // The third CPU worker is kept busy, so the child stays on the stack until the root's worker
+    // is free again.
+    engine().setMaxRunningWorkers(3);
+    std::atomic<bool> releaseBusy{false};
+    PxRequestPtr<PxRequest> busy(
+        new FnRequest([&] { eventually([&] { return releaseBusy.load(); }, 30.0); }));
+    engine().executeRequest(busy.get(), false);
+    ASSERT_TRUE(eventually([&] { return statusOf(busy.get()) == RS::EXECUTING; }));
+    LogCapture log;
+    std::atomic<bool> go{false}, rootRunning{false}, parentRunning{false}, childRan{false};
+    std::atomic<PxRequest*> child{nullptr};
+    // The parent is external: its end lets its children go at once, before its worker looks at
+    // its stack again. It makes its child once the root runs: no running slot is left then.
+    PxRequestPtr<PxRequest> parent(new FnRequest([&] {
+        eventually([&] { return rootRunning.load(); });
+        auto* c = new FnRequest([&] { childRan = true; });
+        child = c;
+        engine().executeRequest(c, false);
+        engine().releaseRequest(c);
+        parentRunning = true;
+        eventually([&] { return go.load(); });
+    }));
+    PxRequestPtr<PxRequest> root(new FnRequest([&] {
+        rootRunning = true;
+        eventually([&] { return parentRunning.load(); });
+        // The parent ends once the child is cleaned up: its list keeps the child until then.
+        std::thread([&] {
+            eventually([&] { return statusOf(child.load()) == RS::CLEANED_UP; });
+            go = true;
+        }).detach();
+        engine().waitRequest(parent.get()); // helps: runs the child here
+    }));
+    engine().executeRequest(root.get(), false);
+    engine().executeRequest(parent.get(), false);
+    engine().waitRequest(root.get());
+    engine().waitRequest(parent.get());
+    EXPECT_TRUE(childRan.load());
+    EXPECT_TRUE(eventually([&] {
+        return log.count({"guard->isResultQueried() || guard->isCancelled() || "
+                          "guard->isUnwinded()"}) == 1;
+    }));
+    releaseBusy = true;
+    engine().waitRequest(busy.get());
+}
+
+// An owner unwinding past a running child waits for it, and its failure need not be read.
+TEST_F(RequestEngine, ReleaseWhileUnwindingWaitsForTheChild) {
+    std::atomic<bool> childEnded{false};
+    bool endedBeforeRelease = false;
+    auto* root = new FnRequest([&] {
+        try {
+            PxRequestPtr<PxRequest> child(new FnRequest([&] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+                childEnded = true;
+                throw ExBadPixel(__FILE__, __LINE__, 1);
+            }));
+            engine().executeRequest(child.get(), false);
+            throw PxEx::ExRequestFailed(__FILE__, __LINE__); // unwinds past the child
+        } catch (PxEx::ExRequestFailed const&) {
+            endedBeforeRelease = childEnded.load();
+            throw;
+        }
+    });
+    EXPECT_THROW(runAndWait(root), PxEx::ExRequestFailed);
+    EXPECT_TRUE(endedBeforeRelease);
+}
+
+// postExecute must let nothing out; one that does is logged, and its request still ends.
+TEST_F(RequestEngine, AThrowingPostExecuteIsLoggedAndItsRequestStillEnds) {
+    class Throwing final : public PxRequest {
+    public:
+        void performExecute() override {}
+        void postExecute() override { throw ExBadPixel(__FILE__, __LINE__, 8); }
+    };
+    LogCapture log;
+    runAndWait(new Throwing);
+    engine().sync();
+    EXPECT_TRUE(eventually([&] {
+        return log.count({"PxGraph[0]", "bad pixel 8",
+                          "while invoking the PxRequest::postExecute() member function"}) == 1;
+    }));
+    // The fixture checks that the request was freed.
 }

@@ -2,12 +2,18 @@
 #include "LgLog.h"
 #include "MtThreadMgr.h"
 #include "MtThreadPool.h"
+#include "PxRequest.h"
 #include "PxRequestMgr.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
+#include <functional>
 #include <mutex>
+#include <thread>
+#include <vector>
 
 using namespace Vn;
 
@@ -35,4 +41,63 @@ TEST(EngineEnv, PoolFromVariables) {
     InInitMgr::getInstance().finalize();
     LgLog::setOutput(std::move(previous));
     EXPECT_EQ(tooMany, std::atoi(logged));
+}
+
+namespace {
+
+class Fn final : public PxRequest {
+public:
+    explicit Fn(std::function<void()> f) : _f(std::move(f)) {}
+    void performExecute() override { _f(); }
+
+private:
+    std::function<void()> _f;
+};
+
+} // namespace
+
+// Without cooperation a worker that waits for a running request sleeps: it never runs that
+// request's children itself. Two running slots keep the children queued until then.
+TEST(EngineEnv, AWaitingWorkerSleepsWithoutCooperation) {
+    ASSERT_STREQ(std::getenv("VN_PXREQUEST_THREAD_COOP"), "0") << "run through ctest";
+    InInitMgr::getInstance().initialize();
+    PxRequestMgr& mgr = PxRequestMgr::getInstance();
+    mgr.setMaxRunningWorkers(2);
+    std::atomic<bool> go{false}, parentRunning{false};
+    std::mutex m;
+    std::vector<std::thread::id> ranOn;
+    std::thread::id waiter;
+    PxRequestPtr<PxRequest> root(new Fn([&] {
+        waiter = std::this_thread::get_id();
+        PxRequestPtr<PxRequest> parent(new Fn([&] {
+            std::vector<PxRequestPtr<PxRequest>> children;
+            for (int i = 0; i < 4; ++i) {
+                children.emplace_back(new Fn([&] {
+                    std::lock_guard g(m);
+                    ranOn.push_back(std::this_thread::get_id());
+                }));
+                mgr.executeRequest(children.back().get(), false);
+            }
+            parentRunning = true;
+            while (!go.load())
+                std::this_thread::yield();
+            for (auto& c : children)
+                mgr.waitRequest(c.get());
+        }));
+        mgr.executeRequest(parent.get(), false);
+        while (!parentRunning.load())
+            std::this_thread::yield();
+        std::thread([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            go = true;
+        }).detach();
+        mgr.waitRequest(parent.get()); // running, with queued children
+    }));
+    mgr.executeRequest(root.get(), false);
+    mgr.waitRequest(root.get());
+    root.reset();
+    EXPECT_EQ(ranOn.size(), 4u);
+    for (auto const& id : ranOn)
+        EXPECT_NE(id, waiter);
+    InInitMgr::getInstance().finalize();
 }

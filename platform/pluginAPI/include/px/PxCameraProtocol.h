@@ -28,10 +28,7 @@ public:
                     RCWeakPtr<Handler> const& handler = {})
         : _node(node), _context(context), _handler(handler) {}
     void performExecute() override { setResult(_node->getCamera(_context)); }
-    void postExecute() override {
-        if (RCShdPtr<Handler> h = _handler.lock())
-            h->execute(*this);
-    }
+    void postExecute() override { PxResultHandlers::tell(_handler, *this); }
     // A camera is a plain value: nothing to drop.
     void performCleanUp() override {}
     PxCameraResult const& getCamera() const { return waitResult(); }

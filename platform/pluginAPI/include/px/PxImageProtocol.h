@@ -90,13 +90,19 @@ public:
     // What lies outside the node's region at the context's time and stream.
     PxResult<CoRgbaColorTyped<float>> getImageFillColor(PxImageContext const& context) const;
 
+    // Pixel coordinates lie within plus or minus this: a rectangle moved by as much again still
+    // fits in an int.
+    static constexpr int kMaxPixelCoordinate = 1 << 30;
+
     // Nominal rectangles to pixels and back. x is divided by the pixel aspect ratio, both axes
-    // are multiplied by the scale factor; pixelizing rounds outwards.
+    // are multiplied by the scale factor; pixelizing rounds outwards. A rectangle with a NaN
+    // side, or one beyond kMaxPixelCoordinate once pixelized, raises PxEx::ExInvalidParameter.
     static GeRectangle<int> nominalToPixelized(GeRectangle<float> const& rect, float aspect,
                                                float scaleFactor);
     static GeRectangle<float> pixelizedToNominal(GeRectangle<int> const& rect, float aspect,
                                                  float scaleFactor);
-    // The pixels of a rectangle of tile indices.
+    // The pixels of a rectangle of tile indices; raises PxEx::ExInvalidParameter beyond
+    // kMaxPixelCoordinate.
     static GeRectangle<int> convertTilesToPixels(GeRectangle<int> const& tiles);
     // The tile indices whose tiles meet a pixel rectangle.
     static GeRectangle<int> convertPixelsToTiles(GeRectangle<int> const& pixels);

@@ -57,6 +57,9 @@ class VN_EXPORT PxImageMultiTileRequest final : public PxRequest {
 public:
     using Handler = RCCbHandler<PxImageMultiTileRequest const>;
     enum RequestParam : int { CONCURRENT_TILES = 0, SEQUENTIAL_TILES = 1 };
+    // A request over more tiles than this fails with PxEx::ExInvalidParameter rather than make
+    // that many requests.
+    static constexpr long long kMaxTiles = 1 << 16;
 
     PxImageMultiTileRequest(PxUPtr<PxImageProtocol const> const& node, int stream,
                             PxTimeInfo const& time, int scale, int requestParam = 0,
@@ -97,7 +100,8 @@ private:
     RCWeakPtr<Handler> _handler;
     RCShdPtr<PxImageResults> _results;
     GeRectangle<int> _region;
-    mutable bool _read = false;
+    // Atomic: a handler told on a worker and the request's owner may both read the results.
+    mutable std::atomic<bool> _read{false};
 };
 
 } // namespace Vn

@@ -273,7 +273,9 @@ public:
     int getNbParents() const;
 
     // Starts a wave of invalidation at this node: the node and, through the parents that accept
-    // it, everything above it learn that results over `interval` for `stream` are stale.
+    // it, everything above it learn that results over `interval` for `stream` are stale. A wave
+    // reaches each node once per interval and stream, however many ways lead there, and walks
+    // graphs of any depth. An interval with a NaN end raises PxEx::ExInvalidParameter.
     void invalidate(PxValidityInterval const& interval, int stream) const;
     // A node's own reaction to an invalidation that reaches it; `from` is the child that sent it,
     // null at the start of the wave.
@@ -297,7 +299,12 @@ protected:
     void destroy() override;
 
 private:
-    void receive(PxValidityInterval const& interval, PxNode const* from, int stream);
+    struct Arrival {
+        PxValidityInterval interval;
+        int stream;
+    };
+    // Records what wave `wave` brings; false when it brought the same before.
+    bool arrive(int wave, PxValidityInterval const& interval, int stream) const;
     void lock() const noexcept;
     void unlock() const noexcept;
 
@@ -305,10 +312,9 @@ private:
     mutable std::atomic_flag _lock = ATOMIC_FLAG_INIT;
     mutable std::vector<PxNode const*> _parents;
     mutable std::vector<PxNodePtr<PxNode const>> _children;
-    // What this node last received, to reach it once per wave, interval and stream.
-    int _lastWave = -1;
-    PxValidityInterval _lastInterval = PxValidityInterval::EMPTY;
-    int _lastStream = 0;
+    // What the current wave has brought to this node, under the lock.
+    mutable int _arrivalsWave = -1;
+    mutable std::vector<Arrival> _arrivals;
 };
 
 template <class T>

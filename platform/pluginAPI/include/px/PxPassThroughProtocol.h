@@ -21,14 +21,17 @@ public:
     virtual void setChild(PxUPtr<PxNode const> const& child) = 0;
     virtual void addInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) = 0;
     virtual void removeInvalidateCb(RCWeakPtr<InvalidationHandler> const& handler) = 0;
+    // Whether `child` has the class this node forwards to. Fixed by the node's class: safe on
+    // any thread.
+    virtual bool acceptsChild(PxNode const& child) const;
 };
 
 // Starts an invalidation wave at a node.
 class VN_EXPORT PxInvalidationRequest final : public PxMutationRequest {
 public:
+    // Raises PxEx::ExInvalidParameter for a null node or an interval with a NaN end.
     PxInvalidationRequest(PxUPtr<PxNode const> const& node, PxValidityInterval const& interval,
-                          int stream)
-        : _node(node), _interval(interval), _stream(stream) {}
+                          int stream);
     void performExecute() override;
 
 private:
@@ -40,8 +43,9 @@ private:
 // Gives a pass-through node a new child.
 class VN_EXPORT PxSetChildRequest final : public PxMutationRequest {
 public:
-    PxSetChildRequest(PxUPtr<PxPassThroughProtocol> const& node, PxUPtr<PxNode const> const& child)
-        : _node(node), _child(child) {}
+    // Raises PxEx::ExInvalidParameter, on the caller's thread, for a null node or child and for
+    // a child of a class the node does not forward to.
+    PxSetChildRequest(PxUPtr<PxPassThroughProtocol> const& node, PxUPtr<PxNode const> const& child);
     void performExecute() override;
 
 private:

@@ -10,6 +10,11 @@
 
 namespace Vn {
 
+template <class T>
+class RCShdPtr;
+template <class T>
+class RCWeakPtr;
+
 // The form shared by query requests: performExecute builds the result in the request, and the
 // accessor waits for it first, raising the request's failure in the caller's thread at every
 // read. A successful read is remembered, so a second read neither waits nor commits.
@@ -40,6 +45,21 @@ template <class P>
 class VN_EXPORT PxPointerQueryRequest : public PxQueryRequest<PxResult<P>> {
 public:
     void performCleanUp() override { this->setResult(PxResult<P>(P(), PxValidityInterval::FULL)); }
+};
+
+// Tells a request's result handler, when it still exists. Post-execution must let nothing out:
+// a handler's failure is its own, reported on the standard output and stopped here.
+struct VN_EXPORT PxResultHandlers {
+    template <class H, class R>
+    static void tell(RCWeakPtr<H> const& handler, R const& request) noexcept {
+        try {
+            if (RCShdPtr<H> h = handler.lock())
+                h->execute(request);
+        } catch (...) {
+            reportCurrentFailure();
+        }
+    }
+    static void reportCurrentFailure() noexcept;
 };
 
 // Mutations run alone, after everything submitted before them, and nobody waits for them.

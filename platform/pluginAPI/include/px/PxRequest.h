@@ -41,6 +41,9 @@ struct PxRequestState {
     PxRequest* _firstChild;
     PxRequest* _nextSibling;
     std::int32_t _nbReferences;
+    // Internal requests of this tree still alive: a root is not deleted while a descendant may
+    // still read it.
+    std::int32_t _nbHolds;
     LkWaitEntry* _waiters;
     StatThreadLocal* _stats; // owned
     double _cpuTime;
@@ -122,6 +125,14 @@ public:
 
 private:
     LkAtomicObj<PxRequestState> _state;
+};
+
+// How a request is let go once the engine is gone: the engine leaves these behind when it stops
+// with requests still alive, so that their owners can free them quietly.
+struct VN_EXPORT PxRequestOrphans {
+    using DisposeFn = void (*)(PxRequest&) noexcept;
+    using FreeFn = void (*)(void*, std::size_t) noexcept;
+    static void set(DisposeFn dispose, FreeFn free) noexcept;
 };
 
 // What the owning handles of requests share: the release of the one request held.

@@ -1,10 +1,12 @@
 #include "PxImageProtocol.h"
 #include "Assertions.h"
 #include "PxConfig.h"
+#include "PxEx.h"
 #include "PxStreams.h"
 
 #include <atomic>
 #include <cmath>
+#include <string>
 
 namespace Vn {
 
@@ -40,15 +42,36 @@ PxImageProtocol::getImageFillColor(PxImageContext const& context) const {
     return {r.getFillColor(), r.getValidityInterval()};
 }
 
+namespace {
+
+// A pixel coordinate from a double, or a clear failure for one no image can have.
+int pixelCoordinate(double v, char const* what) {
+    double const limit = PxImageProtocol::kMaxPixelCoordinate;
+    if (!(v >= -limit && v <= limit)) // NaN fails both
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__,
+                                       std::string(what) + " reaches pixel " + std::to_string(v) +
+                                           ", beyond the " +
+                                           std::to_string(PxImageProtocol::kMaxPixelCoordinate) +
+                                           " pixels an image may span from its origin");
+    return static_cast<int>(v);
+}
+
+} // namespace
+
 GeRectangle<int> PxImageProtocol::nominalToPixelized(GeRectangle<float> const& rect, float aspect,
                                                      float scaleFactor) {
+    if (std::isnan(rect.xmin) || std::isnan(rect.xmax) || std::isnan(rect.ymin) ||
+        std::isnan(rect.ymax))
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__,
+                                       "A region of definition has a side that is not a number");
     if (rect.isEmpty())
         return {};
     float const sx = scaleFactor / aspect;
-    return {static_cast<int>(std::floor(rect.xmin * sx)),
-            static_cast<int>(std::ceil(rect.xmax * sx)),
-            static_cast<int>(std::floor(rect.ymin * scaleFactor)),
-            static_cast<int>(std::ceil(rect.ymax * scaleFactor))};
+    char const* const what = "A region of definition";
+    return {pixelCoordinate(std::floor(rect.xmin * sx), what),
+            pixelCoordinate(std::ceil(rect.xmax * sx), what),
+            pixelCoordinate(std::floor(rect.ymin * scaleFactor), what),
+            pixelCoordinate(std::ceil(rect.ymax * scaleFactor), what)};
 }
 
 GeRectangle<float> PxImageProtocol::pixelizedToNominal(GeRectangle<int> const& rect, float aspect,
@@ -64,9 +87,11 @@ GeRectangle<float> PxImageProtocol::pixelizedToNominal(GeRectangle<int> const& r
 GeRectangle<int> PxImageProtocol::convertTilesToPixels(GeRectangle<int> const& tiles) {
     if (tiles.isEmpty())
         return {};
-    int const w = PxConfig::getTileSizeX();
-    int const h = PxConfig::getTileSizeY();
-    return {tiles.xmin * w, tiles.xmax * w, tiles.ymin * h, tiles.ymax * h};
+    double const w = PxConfig::getTileSizeX();
+    double const h = PxConfig::getTileSizeY();
+    char const* const what = "A rectangle of tiles";
+    return {pixelCoordinate(tiles.xmin * w, what), pixelCoordinate(tiles.xmax * w, what),
+            pixelCoordinate(tiles.ymin * h, what), pixelCoordinate(tiles.ymax * h, what)};
 }
 
 GeRectangle<int> PxImageProtocol::convertPixelsToTiles(GeRectangle<int> const& pixels) {

@@ -1,6 +1,10 @@
 #include "PxImageRequests.h"
 #include "Assertions.h"
+#include "PxEx.h"
 #include "PxStreams.h"
+
+#include <algorithm>
+#include <string>
 
 namespace Vn {
 
@@ -62,8 +66,15 @@ void PxImageMultiTileRequest::performExecute() {
             {_tilePos.x, _tilePos.x + 1, _tilePos.y, _tilePos.y + 1}));
     _region = region;
 
-    RCShdPtr<PxImageResults> results(new PxImageResults);
     GeRectangle<int> const tiles = PxImageProtocol::convertPixelsToTiles(region);
+    long long const nbTiles =
+        static_cast<long long>(std::max(tiles.width(), 0)) * std::max(tiles.height(), 0);
+    if (nbTiles > kMaxTiles)
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__,
+                                       "A multi-tile request over " + std::to_string(nbTiles) +
+                                           " tiles: more than the " + std::to_string(kMaxTiles) +
+                                           " one request may ask for");
+    RCShdPtr<PxImageResults> results(new PxImageResults);
     results->reserve(static_cast<std::size_t>(tiles.width()) * tiles.height());
     auto contextOf = [&](int i, int j) {
         return PxImageContext(time, {i, j}, _scale, _stream);
@@ -90,8 +101,7 @@ void PxImageMultiTileRequest::performExecute() {
 }
 
 void PxImageMultiTileRequest::postExecute() {
-    if (RCShdPtr<Handler> h = _handler.lock())
-        h->execute(*this);
+    PxResultHandlers::tell(_handler, *this);
 }
 
 void PxImageMultiTileRequest::performCleanUp() {
@@ -100,9 +110,9 @@ void PxImageMultiTileRequest::performCleanUp() {
 
 PxRequestMgr& PxImageMultiTileRequest::wait() const {
     PxRequestMgr& mgr = PxRequestMgr::getInstance();
-    if (!_read) {
+    if (!_read.load(std::memory_order_acquire)) {
         mgr.waitRequest(const_cast<PxImageMultiTileRequest*>(this));
-        _read = true;
+        _read.store(true, std::memory_order_release);
     }
     return mgr;
 }

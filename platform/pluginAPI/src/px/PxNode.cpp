@@ -1,5 +1,8 @@
 #include "PxNode.h"
 #include "PxDAGMonitor.h"
+#include "PxEx.h"
+
+#include <cmath>
 
 #include <algorithm>
 #include <thread>
@@ -137,9 +140,91 @@ int PxNode::getInvalidationId() noexcept {
     return s_invalidationId.load(std::memory_order_acquire);
 }
 
+namespace {
+
+// One arrival of a wave at a node, holding the node and the child it comes from for as long as
+// it waits: either may lose its last handle on another thread meanwhile. Nodes nobody counts
+// (never handed to a counted pointer) are not counted here either.
+struct WaveStep {
+    PxNode const* node;
+    PxNode const* from;
+    PxValidityInterval interval;
+    int stream;
+    bool nodeHeld;
+    bool fromHeld;
+};
+
+bool holdIfCounted(PxNode const* n) noexcept {
+    if (!n || n->getRefCount() <= 0)
+        return false;
+    n->addRef();
+    return true;
+}
+
+void letGo(WaveStep const& step) {
+    if (step.nodeHeld)
+        step.node->release();
+    if (step.fromHeld)
+        step.from->release();
+}
+
+} // namespace
+
+bool PxNode::arrive(int wave, PxValidityInterval const& interval, int stream) const {
+    lock();
+    if (_arrivalsWave != wave) {
+        _arrivalsWave = wave;
+        _arrivals.clear();
+    }
+    bool const seen = std::any_of(_arrivals.begin(), _arrivals.end(), [&](Arrival const& a) {
+        return a.stream == stream && a.interval == interval;
+    });
+    if (!seen)
+        _arrivals.push_back(Arrival{interval, stream});
+    unlock();
+    return !seen;
+}
+
+// Iterative: a chain of any length is walked on the heap, depth first, parents in their order.
 void PxNode::invalidate(PxValidityInterval const& interval, int stream) const {
-    s_invalidationId.fetch_add(1, std::memory_order_acq_rel);
-    const_cast<PxNode*>(this)->receive(interval, nullptr, stream);
+    if (std::isnan(interval.getLow()) || std::isnan(interval.getHigh()))
+        throw PxEx::ExInvalidParameter(__FILE__, __LINE__,
+                                       "An invalidation interval must not have a NaN end");
+    int const wave = s_invalidationId.fetch_add(1, std::memory_order_acq_rel) + 1;
+    std::vector<WaveStep> todo{WaveStep{this, nullptr, interval, stream, false, false}};
+    try {
+        while (!todo.empty()) {
+            WaveStep const step = todo.back();
+            todo.pop_back();
+            struct LetGo {
+                WaveStep const& s;
+                ~LetGo() { letGo(s); }
+            } letGoAtEnd{step};
+            auto* node = const_cast<PxNode*>(step.node);
+            PxValidityInterval iv = step.interval;
+            int st = step.stream;
+            auto const sender = PxUPtr<PxNode const>::unchecked(step.from);
+            if (step.from && !node->propagateAndRemapInvalidation(&iv, sender, &st))
+                continue;
+            if (!node->arrive(wave, iv, st))
+                continue;
+            node->invalidateAndReinitialize(iv, sender, st);
+            // The parents may change while they react: take them, and hold them, under the lock.
+            node->lock();
+            std::size_t const first = todo.size();
+            for (auto p = node->_parents.rbegin(); p != node->_parents.rend(); ++p) {
+                bool const held = holdIfCounted(*p);
+                todo.push_back(WaveStep{*p, node, iv, st, held, false});
+            }
+            node->unlock();
+            for (std::size_t i = first; i < todo.size(); ++i)
+                todo[i].fromHeld = holdIfCounted(node);
+        }
+    } catch (...) {
+        for (WaveStep const& s : todo)
+            letGo(s);
+        throw;
+    }
 }
 
 void PxNode::invalidateAndReinitialize(PxValidityInterval const&, PxUPtr<PxNode const> const&,
@@ -148,28 +233,6 @@ void PxNode::invalidateAndReinitialize(PxValidityInterval const&, PxUPtr<PxNode 
 bool PxNode::propagateAndRemapInvalidation(PxValidityInterval*, PxUPtr<PxNode const> const&,
                                            int*) const {
     return true;
-}
-
-void PxNode::receive(PxValidityInterval const& interval, PxNode const* from, int stream) {
-    PxValidityInterval iv = interval;
-    int st = stream;
-    auto const sender = PxUPtr<PxNode const>::unchecked(from);
-    if (from && !propagateAndRemapInvalidation(&iv, sender, &st))
-        return;
-    int const wave = getInvalidationId();
-    if (_lastWave == wave && _lastInterval == iv && _lastStream == st)
-        return;
-    _lastWave = wave;
-    _lastInterval = iv;
-    _lastStream = st;
-    invalidateAndReinitialize(iv, sender, st);
-
-    // The parents may change while they react; walk a copy.
-    lock();
-    std::vector<PxNode const*> parents = _parents;
-    unlock();
-    for (PxNode const* p : parents)
-        const_cast<PxNode*>(p)->receive(iv, this, st);
 }
 
 } // namespace Vn

@@ -7,12 +7,27 @@
 
 namespace Vn {
 
+namespace {
+std::atomic<PxRequestMgr*> s_instance{nullptr};
+std::atomic<PxRequestOrphans::DisposeFn> s_orphanDispose{nullptr};
+std::atomic<PxRequestOrphans::FreeFn> s_orphanFree{nullptr};
+} // namespace
+
+void PxRequestOrphans::set(DisposeFn dispose, FreeFn free) noexcept {
+    s_orphanDispose.store(dispose, std::memory_order_release);
+    s_orphanFree.store(free, std::memory_order_release);
+}
+
 PxRequest::PxRequest() : _state(PxRequestState{}) {
     PxRequestMgr::getInstance().initRequest(*this);
 }
 
+// A request may outlive the engine when its owner lets it go late: it is then freed quietly.
 PxRequest::~PxRequest() {
-    PxRequestMgr::getInstance().destroyRequest(*this);
+    if (PxRequestMgr* mgr = s_instance.load(std::memory_order_acquire))
+        mgr->destroyRequest(*this);
+    else if (auto dispose = s_orphanDispose.load(std::memory_order_acquire))
+        dispose(*this);
 }
 
 PxRequest::RequestType PxRequest::getRequestType() const {
@@ -30,7 +45,10 @@ void* PxRequest::operator new(std::size_t size) {
 }
 
 void PxRequest::operator delete(void* p, std::size_t size) noexcept {
-    PxRequestMgr::getInstance().deallocate(p, size);
+    if (PxRequestMgr* mgr = s_instance.load(std::memory_order_acquire))
+        mgr->deallocate(p, size);
+    else if (auto free = s_orphanFree.load(std::memory_order_acquire))
+        free(p, size);
 }
 
 void PxRequestPtrBase::throwNullPtrException() {
@@ -38,11 +56,18 @@ void PxRequestPtrBase::throwNullPtrException() {
 }
 
 void PxRequestPtrBase::release(PxRequest* r) {
-    PxRequestMgr::getInstance().releaseRequest(r);
-}
-
-namespace {
-std::atomic<PxRequestMgr*> s_instance{nullptr};
+    if (PxRequestMgr* mgr = s_instance.load(std::memory_order_acquire)) {
+        mgr->releaseRequest(r);
+        return;
+    }
+    // The engine is gone, and with it every party that could still hold the request.
+    if (r->getStateObj().load().getStatus() == PxRequestState::POST_EXECUTED) {
+        try {
+            r->performCleanUp();
+        } catch (...) {
+        }
+    }
+    delete r;
 }
 
 PxRequestMgr::~PxRequestMgr() = default;
