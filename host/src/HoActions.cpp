@@ -605,19 +605,23 @@ void HoEdit::setResultState(HoOutput& out, int state) {
 }
 
 void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
-    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, true)));
+    graphOf(node).record(
+        OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, true)));
 }
 
 void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
-    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, true)));
+    graphOf(node).record(
+        OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, true)));
 }
 
 void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
-    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, false)));
+    graphOf(node).record(
+        OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, false)));
 }
 
 void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
-    graphOf(node).record(OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, false)));
+    graphOf(node).record(
+        OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, false)));
 }
 
 void HoEdit::attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b) {

@@ -26,9 +26,13 @@ HoGraphImp::~HoGraphImp() {
     // A stack shared beyond the graph must not replay edits of nodes whose graph is gone.
     if (!_stack.isOpen())
         _stack.clear();
-    for (HoNode* n : _allNodes)
+    for (HoNode* n = _firstNode; n;) {
+        HoNode* next = n->_nextInGraph;
         n->_graph = nullptr;
-    _allNodes.clear();
+        n->_prevInGraph = n->_nextInGraph = nullptr;
+        n = next;
+    }
+    _firstNode = nullptr;
 }
 
 void HoGraphImp::close() {

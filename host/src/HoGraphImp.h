@@ -213,6 +213,8 @@ public:
     PiValueChangeInterface* _valueInterface = nullptr;
 
     HoGraphImp* _graph;
+    HoNode* _prevInGraph = nullptr;
+    HoNode* _nextInGraph = nullptr;
     HoGroupNode* _group = nullptr;
     bool _attached = false;
     std::string _name;
@@ -354,8 +356,9 @@ public:
     CbDispatcher<PiGraphEvent> _events;
     bool _valid = true;
     int _openCount = 0;
-    // Every node made for this graph and still alive, so that the graph can tell them it is gone.
-    std::unordered_set<HoNode*> _allNodes;
+    // Every node made for this graph and still alive, linked through the nodes themselves, so
+    // that the graph can tell them it is gone; making and freeing a node costs no allocation.
+    HoNode* _firstNode = nullptr;
     // The graphs alive in the process, by which archived links find their targets.
     static std::vector<HoGraphImp*>& liveGraphs();
 

@@ -404,12 +404,18 @@ void HoOutput::setResultState(int state) {
 // Nodes
 
 HoNode::HoNode(HoGraphImp* graph, std::string name) : _graph(graph), _name(std::move(name)) {
-    _graph->_allNodes.insert(this);
+    _nextInGraph = _graph->_firstNode;
+    if (_nextInGraph)
+        _nextInGraph->_prevInGraph = this;
+    _graph->_firstNode = this;
 }
 
 HoNode::~HoNode() {
-    if (_graph)
-        _graph->_allNodes.erase(this);
+    if (_graph) {
+        (_prevInGraph ? _prevInGraph->_nextInGraph : _graph->_firstNode) = _nextInGraph;
+        if (_nextInGraph)
+            _nextInGraph->_prevInGraph = _prevInGraph;
+    }
     for (auto& in : _inputs) {
         std::vector<HoInput*> all{in.get()};
         while (!all.empty()) {
