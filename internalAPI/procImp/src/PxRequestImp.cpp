@@ -146,6 +146,16 @@ void RequestEngine::failureUnnoticed(char const* file, int line) {
         file, line, "guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded()");
 }
 
+void RequestEngine::logFailureUnnoticed(char const* file, int line) noexcept {
+    try {
+        failureUnnoticed(file, line);
+    } catch (ExBase const& e) {
+        VN_LOG_GROUP(PxGraph, 0,
+                     "Internal failure on a processing worker: " << e.getDetailedReason());
+    } catch (...) {
+    }
+}
+
 void RequestEngine::signalAll(LkWaitEntry* waiters) noexcept {
     while (waiters) {
         // Read the link first: a woken waiter may link its entry elsewhere at once.
@@ -516,6 +526,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
         PxRequest* const child = head;
         PxRequest* grandChildren = nullptr;
         bool destroy = false;
+        bool noticed = true;
         {
             StateGuard g(child->getStateObj());
             do {
@@ -523,6 +534,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                 g->_nextSibling = nullptr;
                 grandChildren = nullptr;
                 destroy = false;
+                noticed = true;
                 --g->_nbReferences;
                 if (g->_nbReferences == 0) {
                     grandChildren = g->_firstChild;
@@ -530,6 +542,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                     RS::Status const st = g->getStatus();
                     if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
                         g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->_nbHolds == 0) {
+                        noticed = g->isResultQueried() || g->isCancelled() || g->isUnwinded();
                         g->setStatus(RS::DESTROYED);
                         destroy = true;
                     }
@@ -538,6 +551,9 @@ void RequestEngine::detachChildren(PxRequest* head) {
         }
         if (destroy)
             delete child;
+        // The last holder of a finished child's list lets it go: the check the other ends make.
+        if (!noticed)
+            logFailureUnnoticed(__FILE__, __LINE__);
         if (grandChildren) {
             if (head) {
                 PxRequest* tail = grandChildren;

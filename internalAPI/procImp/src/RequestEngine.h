@@ -99,6 +99,9 @@ struct RequestEngine {
     static void timerAddToTop(double seconds);
     static bool timerEnabled() noexcept;
     [[noreturn]] static void failureUnnoticed(char const* file, int line);
+    // The same check where raising would leave a teardown half done: it is logged as a worker
+    // logs an internal failure.
+    static void logFailureUnnoticed(char const* file, int line) noexcept;
 };
 
 } // namespace Vn
