@@ -52,6 +52,7 @@ public:
     // The controller of the root group; the application supplies it at creation, so that it
     // can be cast to the interfaces it implements. Null only once the graph is gone.
     RCShdPtr<PiNodeController> getController() const;
+    // An implementation holds its stack through an RCShdPtr, so that it can be shared.
     virtual PiCommandStack& getCommandStack() = 0;
     // The same stack as a shared object.
     RCShdPtr<PiCommandStack> shareCommandStack();
