@@ -5,6 +5,7 @@
 #include "OsFilePath.h"
 #include "PiCommandStack.h"
 #include "PiDndTool.h"
+#include "InPackageInit.h"
 #include "PiDndToolPreset.h"
 #include "PiExpressionInterface.h"
 #include "PiGraph.h"
@@ -135,6 +136,7 @@ ToolPtr makeTool(PiToolProtocol* p) {
 class ToolPresetTest : public ::testing::Test {
 protected:
     void SetUp() override {
+        InInitMgr::getInstance().initialize();
         HoToolRegistry& reg = HoToolRegistry::initialize();
         grade = makeTool(new GradeProtocol);
         soften = makeTool(new SoftenProtocol);
@@ -157,6 +159,7 @@ protected:
         HoToolRegistry::finalize();
         InBuildInfoMgr::setAppInfo(nullptr);
         fs::remove_all(dir);
+        InInitMgr::getInstance().finalize();
     }
 
     OsFilePath path(std::string const& rel) const { return OsFilePath((dir / rel).string()); }

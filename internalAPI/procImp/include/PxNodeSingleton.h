@@ -14,7 +14,8 @@ public:
     PxNodeSingleton() = default;
     PxNodeSingleton(PxNodeSingleton const&) = delete;
     PxNodeSingleton& operator=(PxNodeSingleton const&) = delete;
-    virtual ~PxNodeSingleton() = default;
+    // The shared node goes on the interface thread, at the end of the package.
+    virtual ~PxNodeSingleton() noexcept {}
 
     PxStrongHndl<N> const& getNodeInstance() {
         if (_made.load(std::memory_order_acquire))

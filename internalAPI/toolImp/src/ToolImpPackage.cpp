@@ -5,6 +5,8 @@
 #include "PiImageRepeatNode.h"
 #include "PiInputPolicies.h"
 #include "PiPixelLoopImp.h"
+#include "PiProcNodeFactory.h"
+#include "PiToolInterfaceImp.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -25,6 +27,10 @@ InInit<VnInit::toolImp>::InInit() : InPackageInit("toolImp") {
 
 template <>
 void InInit<VnInit::toolImp>::initialize() {
+    PiToolInterfaceImp::initialize();
+    PiProcNodeFactory::initializeValueFactories();
+    PiProcNodeFactory::initializeImageFactory();
+    PiProcNodeFactory::initializeSceneFactories();
     PiInputPolicies::initialize();
     PiPixelLoopImp::initialize();
     PiImageRepeatNode::initializeRepeatModes();
@@ -35,6 +41,8 @@ void InInit<VnInit::toolImp>::finalize() {
     PiImageRepeatNode::finalizeRepeatModes();
     PiPixelLoopImp::finalize();
     PiInputPolicies::finalize();
+    PiProcNodeFactory::finalize();
+    PiToolInterfaceImp::finalize();
 }
 
 namespace {

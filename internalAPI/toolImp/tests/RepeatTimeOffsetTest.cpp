@@ -366,7 +366,7 @@ TEST_F(RepeatNodeTest, AnUnknownModeFailsEvaluationNotTheWave) {
 }
 
 TEST_F(RepeatNodeTest, PoliciesAreRegisteredAtStart) {
-    PiEnumPolicy const& p = PiImageRepeatNode::getRepeatModeInputPolicy();
+    PiEnumPolicy const& p = *PiImageRepeatNode::getRepeatModeInputPolicy();
     EXPECT_EQ(p.getDefaultValue(), TmTypes::NO_REPEAT);
     EXPECT_FALSE(p.isAnimatable());
     EXPECT_EQ(p.getLabel(TmTypes::PING_PONG), "Ping Pong");

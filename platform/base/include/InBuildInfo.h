@@ -38,6 +38,8 @@ public:
     static bool unregisterInfo(std::string const& libraryName);
     // Null when the library has not registered.
     static InBuildInfo const* findInfo(std::string const& libraryName);
+    // The entry registered last and still there; null when none.
+    static InBuildInfo const* getLastRegisteredInfo();
     static std::vector<std::string> getLibraryNames();
 };
 

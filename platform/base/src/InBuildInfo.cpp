@@ -17,6 +17,7 @@ namespace {
 struct Registry {
     std::mutex lock;
     std::map<std::string, OPtr<InBuildInfo>> infos;
+    std::string last;
     OPtr<InBuildInfo> app;
 };
 Registry& registry() {
@@ -32,12 +33,22 @@ void InBuildInfoUtil::registerInfo(OPtr<InBuildInfo> info) {
     std::lock_guard g(r.lock);
     std::string name = info->getLibraryName();
     r.infos[name] = std::move(info);
+    r.last = name;
 }
 
 bool InBuildInfoUtil::unregisterInfo(std::string const& libraryName) {
     auto& r = registry();
     std::lock_guard g(r.lock);
+    if (r.last == libraryName)
+        r.last.clear();
     return r.infos.erase(libraryName) > 0;
+}
+
+InBuildInfo const* InBuildInfoUtil::getLastRegisteredInfo() {
+    auto& r = registry();
+    std::lock_guard g(r.lock);
+    auto it = r.infos.find(r.last);
+    return it == r.infos.end() ? nullptr : it->second.get();
 }
 
 InBuildInfo const* InBuildInfoUtil::findInfo(std::string const& libraryName) {

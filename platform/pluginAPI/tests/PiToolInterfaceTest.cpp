@@ -13,17 +13,6 @@
 using namespace Vn;
 
 namespace {
-class Controller final : public PiToolInterface {};
-
-// Counts the preset events a controller signals.
-struct PresetEvents : CbHandler<PiNodeEvent> {
-    std::vector<int> indices;
-    void execute(PiNodeEvent const& e) override {
-        if (e.type == PiNodeEvent::PresetChanged)
-            indices.push_back(e.index);
-    }
-};
-
 class Modifier final : public PiImageModifierProtocol {
 public:
     Modifier(std::string name, bool display, int images, std::string second = "Mask")
@@ -61,43 +50,6 @@ RCShdPtr<PiTool const> tool(PiToolProtocol* p) {
     return RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(p)));
 }
 } // namespace
-
-// The recent presets: at most four names by name, a known name only selects, and an index
-// beyond the list selects none; every selection is signalled.
-TEST(PiToolInterface, KeepsTheLastFourPresets) {
-    RCShdPtr<Controller> c(new Controller);
-    PresetEvents events;
-    c->addEventHandler(&events);
-    EXPECT_EQ(c->getCurrentPreset(), -1);
-    for (std::string n : {"a", "b", "c", "d"})
-        c->setCurrentPreset(n);
-    EXPECT_EQ(c->getPresets(), (std::vector<std::string>{"a", "b", "c", "d"}));
-    c->setCurrentPreset(std::string("b"));
-    EXPECT_EQ(c->getCurrentPreset(), 1);
-    EXPECT_EQ(c->getPresets().size(), 4u);
-    c->setCurrentPreset(std::string("e"));
-    EXPECT_EQ(c->getPresets(), (std::vector<std::string>{"b", "c", "d", "e"}));
-    EXPECT_EQ(c->getCurrentPresetName(), "e");
-    c->setCurrentPreset(4);
-    EXPECT_EQ(c->getCurrentPreset(), -1);
-    EXPECT_EQ(c->getCurrentPresetName(), "");
-    c->setCurrentPreset(-3);
-    EXPECT_EQ(c->getCurrentPreset(), -1);
-    EXPECT_EQ(events.indices, (std::vector<int>{0, 1, 2, 3, 1, 3, -1, -1}));
-
-    c->setCurrentPreset(2);
-    c->setPresets({"x", "y"});
-    EXPECT_EQ(c->getCurrentPreset(), -1);
-    c->setCurrentPreset(1);
-    c->setPresets({"p", "q", "r"});
-    EXPECT_EQ(c->getCurrentPresetName(), "q");
-    c->clearPresets();
-    EXPECT_TRUE(c->getPresets().empty());
-    EXPECT_EQ(c->getCurrentPreset(), -1);
-    // Without a node there is no tool.
-    EXPECT_TRUE(c->getTool().isNull());
-    c->removeEventHandler(&events);
-}
 
 TEST(PiDisplayGraphInterface, ToolsOfADisplayGraph) {
     auto grade = tool(new Modifier("Grade", true, 1));

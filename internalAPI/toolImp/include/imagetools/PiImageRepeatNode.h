@@ -45,7 +45,7 @@ public:
                                  TmTypes::RepeatMode mode);
 
     // The choice of repeat modes: not animatable, No Repeat by default.
-    static PiEnumPolicy const& getRepeatModeInputPolicy();
+    static RCShdPtr<PiEnumPolicy const> const& getRepeatModeInputPolicy();
     static void initializeRepeatModes();
     static void finalizeRepeatModes();
 

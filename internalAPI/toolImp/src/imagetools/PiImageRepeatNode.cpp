@@ -63,7 +63,7 @@ double moved(double bound, double by) {
     return TmTimeUtil::isInfinite(bound) ? bound : bound + by;
 }
 
-std::unique_ptr<PiEnumPolicy> s_repeatModes;
+RCShdPtr<PiEnumPolicy const> s_repeatModes;
 
 std::vector<PiEnumPolicy::Entry> repeatModeEntries() {
     return {{TmTypes::HOLD, "Hold"},
@@ -80,16 +80,16 @@ PiRepeatModeInputPolicy::PiRepeatModeInputPolicy(TmTypes::RepeatMode defaultMode
     : PiEnumPolicy(repeatModeEntries(), false, defaultMode) {}
 
 void PiImageRepeatNode::initializeRepeatModes() {
-    s_repeatModes = std::make_unique<PiRepeatModeInputPolicy>(TmTypes::NO_REPEAT);
+    s_repeatModes = RCShdPtr<PiEnumPolicy const>(new PiRepeatModeInputPolicy(TmTypes::NO_REPEAT));
 }
 
 void PiImageRepeatNode::finalizeRepeatModes() {
     s_repeatModes.reset();
 }
 
-PiEnumPolicy const& PiImageRepeatNode::getRepeatModeInputPolicy() {
-    VN_ASSERT(s_repeatModes != nullptr);
-    return *s_repeatModes;
+RCShdPtr<PiEnumPolicy const> const& PiImageRepeatNode::getRepeatModeInputPolicy() {
+    VN_ASSERT(s_repeatModes);
+    return s_repeatModes;
 }
 
 // ---- time ----
@@ -170,11 +170,11 @@ void PiImageRepeatNode::init() {
 }
 
 bool PiImageRepeatNode::readMode() const {
-    bool const wasKnown = getRepeatModeInputPolicy().isValid(_modeValue);
+    bool const wasKnown = getRepeatModeInputPolicy()->isValid(_modeValue);
     _modeValue = readAtZero(_repeatMode);
     // An unknown value keeps the last known mode for the translations, which must not raise;
     // evaluation reports it.
-    if (getRepeatModeInputPolicy().isValid(_modeValue)) {
+    if (getRepeatModeInputPolicy()->isValid(_modeValue)) {
         _mode = static_cast<TmTypes::RepeatMode>(_modeValue);
         return wasKnown;
     }
@@ -182,7 +182,7 @@ bool PiImageRepeatNode::readMode() const {
 }
 
 void PiImageRepeatNode::checkMode() const {
-    if (!getRepeatModeInputPolicy().isValid(_modeValue))
+    if (!getRepeatModeInputPolicy()->isValid(_modeValue))
         VN_THROW_MSG(ExBase,
                      "PiImageRepeatNode: " + std::to_string(_modeValue) + " is no repeat mode");
 }

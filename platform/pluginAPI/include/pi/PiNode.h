@@ -178,6 +178,8 @@ public:
 // value.
 class VN_EXPORT PiValueNode : public virtual PiNode {
 public:
+    // The name of the stored value that holds the parameter.
+    static constexpr char const* VALUE_NAME = "Value";
     virtual RCShdPtr<PiInput> getInput() const = 0;
     virtual RCShdPtr<PiOutput> getOutput() const = 0;
 };

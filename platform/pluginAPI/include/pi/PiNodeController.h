@@ -6,6 +6,8 @@
 #include "PiSocketType.h"
 #include "VnExport.h"
 
+#include <vector>
+
 namespace Vn {
 
 class PiTool;
@@ -26,9 +28,22 @@ public:
     void addCallback(CbHandler<PiNodeEvent>* handler) { _events.addHandler(handler); }
     void removeCallback(CbHandler<PiNodeEvent>* handler) { _events.removeHandler(handler); }
 
+    // What the implementation of a mix-in hears of the node's life, before the controller
+    // does; a hook leaves a tool's own overrides free of calls to their bases.
+    class VN_EXPORT LifeHook {
+    public:
+        virtual ~LifeHook();
+        virtual void nodeCreated() {}
+        virtual void nodeLoaded() {}
+        virtual void nodeRemoved() {}
+        virtual void nodeUnloaded() {}
+    };
+
 protected:
     // Handlers get the event itself, whatever its class.
     void signalEvent(PiNodeEvent const& event) { _events.call(event); }
+    // Not owned: the hook lives as long as the controller.
+    void addLifeHook(LifeHook* hook) { _hooks.push_back(hook); }
 
 private:
     friend class PiNodeControllerManip;
@@ -43,16 +58,33 @@ private:
 
     RCWeakPtr<PiNode> _node;
     CbDispatcher<PiNodeEvent> _events;
+    std::vector<LifeHook*> _hooks;
 };
 
 // The side door through which the graph reaches a controller's private operations.
 class VN_EXPORT PiNodeControllerManip {
 public:
     static void setNode(PiNodeController& c, PiNode* node) { c._node = RCWeakPtr<PiNode>(node); }
-    static void nodeCreated(PiNodeController& c) { c.nodeCreated(); }
-    static void nodeLoaded(PiNodeController& c) { c.nodeLoaded(); }
-    static void nodeRemoved(PiNodeController& c) { c.nodeRemoved(); }
-    static void nodeUnloaded(PiNodeController& c) { c.nodeUnloaded(); }
+    static void nodeCreated(PiNodeController& c) {
+        for (PiNodeController::LifeHook* h : c._hooks)
+            h->nodeCreated();
+        c.nodeCreated();
+    }
+    static void nodeLoaded(PiNodeController& c) {
+        for (PiNodeController::LifeHook* h : c._hooks)
+            h->nodeLoaded();
+        c.nodeLoaded();
+    }
+    static void nodeRemoved(PiNodeController& c) {
+        c.nodeRemoved();
+        for (PiNodeController::LifeHook* h : c._hooks)
+            h->nodeRemoved();
+    }
+    static void nodeUnloaded(PiNodeController& c) {
+        c.nodeUnloaded();
+        for (PiNodeController::LifeHook* h : c._hooks)
+            h->nodeUnloaded();
+    }
     static void nameChanged(PiNodeController& c) { c.nameChanged(); }
     static void signalEvent(PiNodeController& c, PiNodeEvent const& e) { c.signalEvent(e); }
 };

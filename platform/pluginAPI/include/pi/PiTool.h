@@ -1,6 +1,7 @@
 #pragma once
 
 #include "LkCounter.h"
+#include "PiInputPolicy.h"
 #include "PiSocketType.h"
 #include "PiValue.h"
 #include "RCBase.h"
@@ -13,15 +14,6 @@
 namespace Vn {
 
 class PiNodeController;
-
-// What an input of a tool accepts. Concrete policies derive from it.
-class VN_EXPORT PiInputPolicy : public RCBase<LkCounter<int>> {
-public:
-    ~PiInputPolicy() override;
-    virtual bool canAnimate() const { return true; }
-    // Policies agree when they are of one class.
-    virtual bool hasSameType(PiInputPolicy const& other) const;
-};
 
 // The inputs of a tool or of one of its structured inputs, in order.
 class VN_EXPORT PiStructuredPolicyDescriptor {

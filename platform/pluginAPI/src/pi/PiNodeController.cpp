@@ -9,6 +9,7 @@ namespace Vn {
 
 PiNodeEvent::~PiNodeEvent() = default;
 PiNodeController::~PiNodeController() = default;
+PiNodeController::LifeHook::~LifeHook() = default;
 PiNodeControllerFactory::~PiNodeControllerFactory() = default;
 
 namespace {

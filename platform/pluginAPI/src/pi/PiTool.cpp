@@ -11,12 +11,6 @@
 
 namespace Vn {
 
-PiInputPolicy::~PiInputPolicy() = default;
-
-bool PiInputPolicy::hasSameType(PiInputPolicy const& other) const {
-    return typeid(*this) == typeid(other);
-}
-
 PiStructuredPolicyDescriptor::PiStructuredPolicyDescriptor() = default;
 PiStructuredPolicyDescriptor::~PiStructuredPolicyDescriptor() = default;
 
@@ -91,9 +85,13 @@ namespace {
 class PlainToolController final : public PiTopologyInterface,
                                   public PiValueChangeInterface,
                                   public PiToolInterface {};
+// The graph model without the tool framework, as archive checks use it.
+class BareToolController final : public PiTopologyInterface, public PiValueChangeInterface {};
 } // namespace
 
 RCShdPtr<PiNodeController> PiToolProtocol::createController() const {
+    if (!PiToolInterface::hasImplementationFactory())
+        return RCShdPtr<PiNodeController>(new BareToolController);
     return RCShdPtr<PiNodeController>(new PlainToolController);
 }
 

@@ -1,52 +1,54 @@
 #include "PiToolInterface.h"
 
 #include "Assertions.h"
+#include "ExBase.h"
 #include "PiGraphUtils.h"
 #include "PiNode.h"
 #include "PiTool.h"
 
-#include <algorithm>
+#include <atomic>
 
 namespace Vn {
 
+namespace {
+std::atomic<PiToolInterface::ImpFactory> s_impFactory{nullptr};
+} // namespace
+
+PiToolInterface::Imp::~Imp() = default;
+
+void PiToolInterface::setImplementationFactory(ImpFactory factory) {
+    s_impFactory.store(factory);
+}
+
+bool PiToolInterface::hasImplementationFactory() noexcept {
+    return s_impFactory.load() != nullptr;
+}
+
+PiToolInterface::PiToolInterface() {
+    ImpFactory const factory = s_impFactory.load();
+    if (!factory)
+        VN_THROW_MSG(ExBase, "a tool controller needs the tool framework: it has not started");
+    _imp = factory(*this);
+    VN_ASSERT(_imp);
+    addLifeHook(_imp.get());
+}
+
 PiToolInterface::~PiToolInterface() = default;
 
-void PiToolInterface::setCurrentPreset(int index) {
-    _currentPreset = index >= 0 && index < static_cast<int>(_presets.size()) ? index : -1;
-    PiNodeEvent e;
-    e.type = PiNodeEvent::PresetChanged;
-    e.index = _currentPreset;
-    signalEvent(e);
-}
-
-void PiToolInterface::setCurrentPreset(std::string const& name) {
-    auto it = std::find(_presets.begin(), _presets.end(), name);
-    if (it == _presets.end()) {
-        if (static_cast<int>(_presets.size()) >= MAX_PRESETS)
-            _presets.erase(_presets.begin());
-        _presets.push_back(name);
-        it = _presets.end() - 1;
-    }
-    setCurrentPreset(static_cast<int>(it - _presets.begin()));
-}
-
-int PiToolInterface::getCurrentPreset() const {
-    return _currentPreset;
-}
-
-std::vector<std::string> const& PiToolInterface::getPresets() const {
-    return _presets;
+void PiToolInterface::setInputsAddedOnRestore(Iterator<RCShdPtr<PiInput>> inputs) {
+    _imp->setInputsAddedOnRestore(std::move(inputs));
 }
 
 void PiToolInterface::setPresets(std::vector<std::string> presets) {
-    _presets = std::move(presets);
-    if (_currentPreset >= static_cast<int>(_presets.size()))
-        _currentPreset = -1;
+    _imp->setPresets(std::move(presets));
 }
 
-void PiToolInterface::clearPresets() {
-    _presets.clear();
-    _currentPreset = -1;
+void PiToolInterface::reset(std::string const& inputName) {
+    RCShdPtr<PiNode> node = getNode();
+    RCShdPtr<PiInput> in = node ? node->findInput(inputName) : RCShdPtr<PiInput>();
+    if (!in)
+        VN_THROW_MSG(ExBase, "the tool has no input \"" + inputName + "\" to reset");
+    reset(in);
 }
 
 std::string PiToolInterface::getCurrentPresetName() const {
@@ -64,6 +66,32 @@ RCShdPtr<PiTool const> PiToolInterface::getTool() const {
         Assertions::throwAssertionFailed(__FILE__, __LINE__,
                                          "\"Invalid node type used with PiToolInterface\" == 0");
     return tool;
+}
+
+bool PiToolInterface::hasInputPolicy(std::string const& keyOrInputName) const {
+    RCShdPtr<PiNode> node = getNode();
+    RCShdPtr<PiInput> in = node ? node->findInput(keyOrInputName) : RCShdPtr<PiInput>();
+    return in ? _imp->hasInputPolicy(*in) : _imp->hasInputPolicy(keyOrInputName);
+}
+
+void PiToolInterface::addInputPolicy(std::string const& key, RCShdPtr<PiInputPolicy const> policy) {
+    _imp->addInputPolicy(key, std::move(policy));
+}
+
+void PiToolInterface::addInputPolicy(PiInput const& input, RCShdPtr<PiInputPolicy const> policy) {
+    VN_ASSERT(!input.isStructured());
+    _imp->addInputPolicy(getInputPolicyKey(input), std::move(policy));
+}
+
+void PiToolInterface::replaceInputPolicy(std::string const& key,
+                                         RCShdPtr<PiInputPolicy const> policy) {
+    _imp->replaceInputPolicy(key, std::move(policy));
+}
+
+void PiToolInterface::replaceInputPolicy(PiInput const& input,
+                                         RCShdPtr<PiInputPolicy const> policy) {
+    VN_ASSERT(!input.isStructured());
+    _imp->replaceInputPolicy(getInputPolicyKey(input), std::move(policy));
 }
 
 } // namespace Vn

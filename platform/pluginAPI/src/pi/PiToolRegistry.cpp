@@ -1,6 +1,7 @@
 #include "PiToolRegistry.h"
 
 #include "Assertions.h"
+#include "PiToolPredicates.h"
 
 #include <ostream>
 
@@ -56,8 +57,7 @@ std::vector<PiToolRegistry::ToolPtr> PiToolRegistry::getTools(SelectionEnum sele
                                                               ToolVersions versions) const {
     VN_ASSERT(selection >= ALL_TOOLS && selection <= PUBLIC_TOOLS);
     using Prd = PrdPredicate<ToolPtr>;
-    Prd internal =
-        Prd::fromFunction([](ToolPtr const& t) { return t->getProtocol().isInternal(); });
+    Prd internal = PiToolPredicates::isInternal();
     switch (selection) {
     case ALL_TOOLS:
         return getTools(Prd::all(), versions);
