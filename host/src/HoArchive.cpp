@@ -1,6 +1,7 @@
 #include "HoGraphImp.h"
 
 #include "ExBase.h"
+#include "PiToolInterface.h"
 #include "PiToolRegistry.h"
 #include "XmlDocument.h"
 
@@ -555,6 +556,26 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
     writer.endElement();
 }
 
+// A tool may have gained value inputs since its nodes were archived: they get value nodes, and
+// their controllers reset them to their defaults once the nodes are loaded.
+void HoGraphImp::feedInputsAddedSince(HoNode& top) {
+    for (HoNode* n : subtree(top)) {
+        if (n->getNodeKind() != PiNode::TOOL || !n->_group)
+            continue;
+        std::vector<HoInput*> leaves;
+        n->leafInputs(leaves);
+        std::vector<RCShdPtr<PiInput>> added;
+        for (HoInput* l : leaves)
+            if (l->_type.isValueType() && !l->_source) {
+                HoEdit::feedValueNodes(*n->_group, *n, *l);
+                added.emplace_back(l);
+            }
+        auto* tool = dynamic_cast<PiToolInterface*>(n->controller());
+        if (tool && !added.empty())
+            tool->setInputsAddedOnRestore(Iterator<RCShdPtr<PiInput>>::overValues(added));
+    }
+}
+
 std::vector<RCShdPtr<PiNode>> HoGraphImp::unarchiveNodes(XmlElement const& graphElement,
                                                          RCShdPtr<PiGroupNode> const& group) {
     HoNode& gn = hoNode(*group);
@@ -574,6 +595,8 @@ std::vector<RCShdPtr<PiNode>> HoGraphImp::unarchiveNodes(XmlElement const& graph
     }
     for (auto const& [in, out] : r.later())
         HoEdit::link(*in, *out);
+    for (auto const& n : r.tops())
+        feedInputsAddedSince(*n);
     for (auto const& n : r.tops())
         HoEdit::announceNode(g, n, true);
     return result;

@@ -346,6 +346,7 @@ public:
 
     void record(OPtr<PiAction> action) { _stack.record(std::move(action)); }
     std::vector<HoNode*> subtree(HoNode& top) const;
+    void feedInputsAddedSince(HoNode& top);
 
     RCShdPtr<HoGroupNode> _root;
     std::string _name;

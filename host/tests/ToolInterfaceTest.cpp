@@ -3,8 +3,10 @@
 // for each socket type, read through the engine.
 #include "ExBase.h"
 #include "HoGraph.h"
+#include "HoToolRegistry.h"
 #include "InPackageInit.h"
 #include "PiCommandStack.h"
+#include "PiGraphUtils.h"
 #include "PiImageInputPolicy.h"
 #include "PiNode.h"
 #include "PiProcNodeFactory.h"
@@ -21,6 +23,7 @@
 #include "PxRequestMgr.h"
 #include "PxShape2dProtocol.h"
 #include "PxValueNode.h"
+#include "XmlDocument.h"
 
 #include <gtest/gtest.h>
 
@@ -417,6 +420,55 @@ TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
     EXPECT_EQ(dynamic_cast<AnimValueInputNode<double> const*>(offset.get()), nullptr);
     EXPECT_EQ(read<double>(offset, 4.0), PxResult<double>(12.0, PxValidityInterval(4, 5)));
     EXPECT_THROW(PiProcNodeFactory::createInputNode(in("Label"), ramp), ExBase);
+}
+
+// A tool that gained an input since its node was archived: the restored node gets a value node
+// for it, set to the policy's default, and keeps every value the archive held.
+TEST_F(ToolInterfaceTest, InputsGainedSinceTheArchiveStartFromTheirDefaults) {
+    class Grade final : public PiToolProtocolImp {
+    public:
+        explicit Grade(bool withGain)
+            : PiToolProtocolImp("Grade", "Color", "1.0"), _gain(withGain) {}
+        void describe(PiToolPolicyDescriptor& d) const override {
+            d.require("Offset", PiSocketType::DOUBLE);
+            if (_gain)
+                d.require("Gain", PiSocketType::DOUBLE,
+                          PiRangeInputPolicy<double>::create(0, 4, 1));
+        }
+
+    private:
+        bool _gain;
+    };
+    HoToolRegistry& reg = HoToolRegistry::initialize();
+    RCShdPtr<PiTool const> before = tool(new Grade(false));
+    reg.registerTool(before);
+    RCShdPtr<PiToolNode> a = root->createToolNode(before, "G");
+    rcCast<PiTypedValue<double>>(controllerOf(a)
+                                     ->getInputValueNode(*a->findInput("Offset"))
+                                     ->findValue(PiValueNode::VALUE_NAME))
+        ->set(2.5);
+    XmlWriter w;
+    PiGraphUtils::archiveNodes(Iterator<RCShdPtr<PiNode const>>::overValues({a}), w);
+    XmlDocument const doc = XmlDocument::parse(w.toString());
+
+    reg.unregisterTool(before->getFullName(), "1.0");
+    reg.registerTool(tool(new Grade(true)));
+    auto restored = rcCast<PiToolNode>(graph->unarchiveNodes(doc.getRoot(), root).at(0));
+    ASSERT_TRUE(restored);
+    RCShdPtr<PiToolInterface> c = controllerOf(restored);
+    auto valueOfInput = [&](char const* name) {
+        RCShdPtr<PiValueNode> v = c->getInputValueNode(*restored->findInput(name));
+        return v ? rcCast<PiTypedValue<double>>(v->findValue(PiValueNode::VALUE_NAME))->get()
+                 : std::nan("");
+    };
+    EXPECT_EQ(valueOfInput("Offset"), 2.5);
+    EXPECT_EQ(valueOfInput("Gain"), 1.0);
+    EXPECT_TRUE(HoGraphUtil::checkInvariants(*graph).empty());
+    // Loading is one edit: undone, it leaves no value node behind.
+    int const nodes = root->getNodeCount();
+    graph->getCommandStack().undo();
+    EXPECT_EQ(root->getNodeCount(), nodes - 3);
+    HoToolRegistry::finalize();
 }
 
 TEST(ToolPredicatesAndProtocols, SelectToolsAndNameTheirKinds) {
