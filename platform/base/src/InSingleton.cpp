@@ -10,8 +10,7 @@ std::string named(char const* className) {
 }
 } // namespace
 
-InSingletonEx::ExNotInitialized::ExNotInitialized(char const* file, int line,
-                                                  char const* className)
+InSingletonEx::ExNotInitialized::ExNotInitialized(char const* file, int line, char const* className)
     : ExBase(file, line) {
     setReason(named(className) + " is not initialized");
 }

@@ -123,8 +123,8 @@ LiDate LiDate::fromIso8601(std::string_view t) {
     }
     if (at != t.size())
         notADate(t);
-    std::int64_t const seconds = daysFromCivil(year, month, day) * 86400 + hour * 3600 +
-                                 minute * 60 + second - offset;
+    std::int64_t const seconds =
+        daysFromCivil(year, month, day) * 86400 + hour * 3600 + minute * 60 + second - offset;
     return LiDate(seconds, nanoseconds);
 }
 

@@ -22,10 +22,8 @@ namespace Vn {
 
 OsFileError::OsFileError(char const* file, int line, std::string operation, std::string path,
                          int error, std::string detail)
-    : ExBase(file, line), _operation(std::move(operation)), _path(std::move(path)),
-      _errno(error) {
-    setReason("cannot " + _operation + " \"" + _path + "\"" + detail + ": " +
-              std::strerror(error));
+    : ExBase(file, line), _operation(std::move(operation)), _path(std::move(path)), _errno(error) {
+    setReason("cannot " + _operation + " \"" + _path + "\"" + detail + ": " + std::strerror(error));
 }
 OsFileError::~OsFileError() = default;
 
@@ -61,8 +59,8 @@ FaultState& faults() {
 } // namespace
 
 char const* OsFaultInjector::getName(Operation op) noexcept {
-    static constexpr char const* names[] = {"open",  "write", "flush",  "fsync",
-                                            "close", "rename", "link", "unlink"};
+    static constexpr char const* names[] = {"open",  "write",  "flush", "fsync",
+                                            "close", "rename", "link",  "unlink"};
     return op >= 0 && op < NB_OPERATIONS ? names[op] : "?";
 }
 
@@ -254,8 +252,7 @@ OsFilePath OsComponentTypes::getOwnerOf(OsFilePath const& path) {
     {
         SpecialExtensions& s = specials();
         std::lock_guard<std::mutex> guard(s.lock);
-        if (std::find(s.extensions.begin(), s.extensions.end(), extension) ==
-            s.extensions.end())
+        if (std::find(s.extensions.begin(), s.extensions.end(), extension) == s.extensions.end())
             return {};
     }
     // The owner is a file with a name of its own: "x.qnautosave" alone is no special object.
@@ -329,8 +326,8 @@ OsFilePath temporaryBeside(OsFilePath const& target, unsigned attempt) {
     static std::atomic<unsigned> counter{0};
     auto const tick = static_cast<unsigned long long>(
         std::chrono::steady_clock::now().time_since_epoch().count());
-    std::string const name = "." + target.getFileName() + "." + std::to_string(::getpid()) +
-                             "-" + std::to_string(counter.fetch_add(1) + attempt) + "-" +
+    std::string const name = "." + target.getFileName() + "." + std::to_string(::getpid()) + "-" +
+                             std::to_string(counter.fetch_add(1) + attempt) + "-" +
                              std::to_string(tick % 1000000) + ".tmp";
     OsFilePath const parent = target.getParent();
     return parent.isEmpty() && !target.isAbsolute() ? OsFilePath(name) : parent.append(name);
