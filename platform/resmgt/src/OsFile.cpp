@@ -156,9 +156,12 @@ void OsFile::open(OsFilePath const& path, OpenMode mode, unsigned permissions) {
     _fd.reset(fd);
 }
 
+namespace {
+constexpr std::size_t kBufferSize = 1 << 16;
+} // namespace
+
 void OsFile::write(std::string_view bytes) {
     VN_ASSERT(isOpen());
-    constexpr std::size_t kBufferSize = 1 << 16;
     if (_buffer.size() + bytes.size() > kBufferSize)
         flush();
     if (bytes.size() >= kBufferSize) {
@@ -177,7 +180,9 @@ void OsFile::flush() {
     while (done < _buffer.size()) {
         if (int const e = OsFaultInjector::check(OsFaultInjector::WRITE))
             VN_THROW_FILE("write", _path.getString(), e, std::string());
-        ssize_t const n = ::write(_fd.get(), _buffer.data() + done, _buffer.size() - done);
+        // In pieces of the buffer's size, so that a write of a large file is no exception.
+        std::size_t const piece = std::min<std::size_t>(_buffer.size() - done, kBufferSize);
+        ssize_t const n = ::write(_fd.get(), _buffer.data() + done, piece);
         if (n < 0) {
             if (errno == EINTR)
                 continue;
