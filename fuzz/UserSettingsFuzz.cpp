@@ -19,8 +19,8 @@ void check(bool ok) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     HoUserSettings::Values values;
     try {
-        values = HoUserSettings::parse(
-            std::string_view(reinterpret_cast<char const*>(data), size), "fuzz.xml");
+        values = HoUserSettings::parse(std::string_view(reinterpret_cast<char const*>(data), size),
+                                       "fuzz.xml");
     } catch (ExBase const&) {
         return 0;
     }

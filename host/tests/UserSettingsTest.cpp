@@ -74,10 +74,10 @@ TEST_F(UserSettingsTest, SettingsRoundTripThroughTheirFile) {
     for (auto const& e : again->getRecentProjects())
         recent.push_back(e.getProjectPath().getString() + "@" +
                          std::to_string(e.getDate().getSeconds()));
-    EXPECT_EQ(recent, (std::vector<std::string>{"/p/5.cmp@1000", "/p/10.cmp@1010",
-                                                "/p/9.cmp@1009", "/p/8.cmp@1008",
-                                                "/p/7.cmp@1007", "/p/6.cmp@1006", "/p/4.cmp@1004",
-                                                "/p/3.cmp@1003", "/p/2.cmp@1002"}));
+    EXPECT_EQ(recent,
+              (std::vector<std::string>{"/p/5.cmp@1000", "/p/10.cmp@1010", "/p/9.cmp@1009",
+                                        "/p/8.cmp@1008", "/p/7.cmp@1007", "/p/6.cmp@1006",
+                                        "/p/4.cmp@1004", "/p/3.cmp@1003", "/p/2.cmp@1002"}));
     for (auto const& entry : fs::directory_iterator(_dir / "cfg/vn"))
         EXPECT_EQ(entry.path().filename(), "settings.xml") << "no temporary stays";
 
