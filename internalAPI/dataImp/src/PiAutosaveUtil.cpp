@@ -146,7 +146,12 @@ void revertToAutosavedFileOf(OsFilePath const& path) {
     OsFilePath const folder = path.getParent();
     if (!OsFsUtils::fileExists(path)) {
         OsFsUtils::rename(autosave, path);
-        OsFsUtils::fsyncFolder(folder);
+        try {
+            OsFsUtils::fsyncFolder(folder);
+        } catch (...) {
+            undoStep([&] { OsFsUtils::rename(path, autosave); });
+            throw;
+        }
         tell(path, &Extension::fileReverted);
         return;
     }

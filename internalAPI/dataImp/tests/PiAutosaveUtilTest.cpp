@@ -217,10 +217,19 @@ TEST_F(AutosaveTest, AFailingStepUndoesTheRevert) {
     }();
     (void)registered;
     for (bool copied : {false, true}) {
-        for (bool withBackup : {false, true}) {
+        for (int kind : {0, 1, 2}) {
+            bool const withBackup = kind == 1;
+            // Kind 2: only the autosave, as after a crash before the first save.
+            auto prepare = [&] {
+                scene(withBackup, "a.flt");
+                if (kind == 2)
+                    fs::remove(_dir / "a.flt");
+            };
+            if (copied && kind == 2)
+                continue;
             fs::remove_all(_dir);
             fs::create_directories(_dir);
-            scene(withBackup, "a.flt");
+            prepare();
             auto const before = files();
             OsFaultInjector::arm();
             // Where the file system has no hard links, the backup is a copy.
@@ -232,6 +241,7 @@ TEST_F(AutosaveTest, AFailingStepUndoesTheRevert) {
                 counts[op] = OsFaultInjector::getCount(OsFaultInjector::Operation(op));
             OsFaultInjector::disarm();
             EXPECT_EQ(counts[OsFaultInjector::RENAME], (withBackup ? 2 : 1) + (copied ? 1 : 0));
+            EXPECT_EQ(counts[OsFaultInjector::LINK], kind == 2 ? 0 : 1);
             EXPECT_EQ(counts[OsFaultInjector::UNLINK], withBackup ? 1 : 0);
 
             for (int op = 0; op < OsFaultInjector::NB_OPERATIONS; ++op)
@@ -240,11 +250,13 @@ TEST_F(AutosaveTest, AFailingStepUndoesTheRevert) {
                     for (int error : {ENOSPC, EIO}) {
                         auto const o = OsFaultInjector::Operation(op);
                         SCOPED_TRACE(std::string(copied ? "copy, " : "link, ") +
-                                     (withBackup ? "backup, " : "") + OsFaultInjector::getName(o) +
-                                     " #" + std::to_string(nth) + " " + std::strerror(error));
+                                     (withBackup ? "backup, " : "") +
+                                     (kind == 2 ? "no saved file, " : "") +
+                                     OsFaultInjector::getName(o) + " #" + std::to_string(nth) +
+                                     " " + std::strerror(error));
                         fs::remove_all(_dir);
                         fs::create_directories(_dir);
-                        scene(withBackup, "a.flt");
+                        prepare();
                         journal.clear();
                         OsFaultInjector::arm();
                         if (copied)
