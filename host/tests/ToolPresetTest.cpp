@@ -2,6 +2,7 @@
 #include "HoGraph.h"
 #include "HoToolRegistry.h"
 #include "InBuildInfo.h"
+#include "OsFile.h"
 #include "OsFilePath.h"
 #include "PiCommandStack.h"
 #include "PiDndTool.h"
@@ -440,6 +441,40 @@ TEST_F(ToolPresetTest, UnwritablePaths) {
     write("file", "x");
     EXPECT_THROW(PiToolPreset::save(g, path("file/p.qnpreset"), ""), ExBase);
     EXPECT_TRUE(fs::is_directory(dir / "taken.qnpreset"));
+}
+
+// Saving over a preset with each step of the save failing in turn: the folder holds the old
+// preset whole and loadable, or the new one, and nothing else.
+TEST_F(ToolPresetTest, AFailedSaveKeepsTheOldPreset) {
+    OsFilePath const file = path("over.qnpreset");
+    RCShdPtr<PiNode> g = root->createToolNode(grade, "G");
+    RCShdPtr<PiNode> s = root->createToolNode(soften, "S");
+    OsFaultInjector::arm();
+    PiToolPreset::save(s, file, "");
+    std::vector<int> counts;
+    for (int op = 0; op < OsFaultInjector::NB_OPERATIONS; ++op)
+        counts.push_back(OsFaultInjector::getCount(OsFaultInjector::Operation(op)));
+    OsFaultInjector::disarm();
+    for (int op = 0; op < OsFaultInjector::NB_OPERATIONS; ++op)
+        for (int nth = 1; nth <= counts[op]; ++nth) {
+            auto const o = OsFaultInjector::Operation(op);
+            SCOPED_TRACE(std::string(OsFaultInjector::getName(o)) + " #" + std::to_string(nth));
+            PiToolPreset::save(g, file, "");
+            OsFaultInjector::failNth(o, nth, EIO);
+            bool failed = false;
+            try {
+                PiToolPreset::save(s, file, "");
+            } catch (ExBase const&) {
+                failed = true;
+            }
+            OsFaultInjector::disarm();
+            // Only the folder's sync comes after the new preset took the name.
+            bool const late = o == OsFaultInjector::FSYNC && nth == counts[op];
+            EXPECT_TRUE(failed);
+            EXPECT_EQ(PiToolPreset::create(file.getString())->getTool().get(),
+                      late ? soften.get() : grade.get());
+            EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);
+        }
 }
 
 // A dragged tool makes a node of the very tool and version dragged, under a unique name.

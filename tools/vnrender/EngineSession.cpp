@@ -1,5 +1,6 @@
 #include "EngineSession.h"
 
+#include "HoUserSettings.h"
 #include "InBuildInfo.h"
 #include "InPackageInit.h"
 
@@ -13,9 +14,12 @@ EngineSession::EngineSession(std::vector<std::string> arguments)
     mgr.setArguments(std::move(arguments));
     mgr.initialize();
     _startOrder = mgr.getInitializedNames();
+    // A settings file that cannot be read is logged by the install, and the defaults serve.
+    (void)Vn::HoUserSettings::install();
 }
 
 EngineSession::~EngineSession() noexcept(false) {
+    Vn::HoUserSettings::uninstall();
     // While another failure unwinds, a second one from stopping would end the process.
     if (std::uncaught_exceptions() > _uncaught) {
         try {

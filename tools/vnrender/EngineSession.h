@@ -6,7 +6,8 @@
 
 namespace VnRender {
 
-// Starts the engine's packages for the life of the object and stops them on destruction.
+// Starts the engine's packages and installs the user's settings for the life of the object;
+// takes them away and stops the packages on destruction.
 class EngineSession {
 public:
     explicit EngineSession(std::vector<std::string> arguments);

@@ -1,5 +1,6 @@
 #include "DataImpInit.h"
 #include "InPackageInit.h"
+#include "PiAutosaveUtil.h"
 #include "ResmgtInit.h"
 
 namespace Vn {
@@ -11,7 +12,9 @@ InInit<VnInit::dataImp>::InInit() : InPackageInit("dataImp") {
 }
 
 template <>
-void InInit<VnInit::dataImp>::initialize() {}
+void InInit<VnInit::dataImp>::initialize() {
+    PiAutosaveUtil::initialize();
+}
 
 template <>
 void InInit<VnInit::dataImp>::finalize() {}

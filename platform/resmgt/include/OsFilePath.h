@@ -1,8 +1,10 @@
 #pragma once
 
+#include "LiDate.h"
 #include "VnExport.h"
 
 #include <string>
+#include <string_view>
 
 namespace Vn {
 
@@ -63,8 +65,24 @@ public:
     // a part of it is a file, or when a folder cannot be made; folders made before stay.
     static void createFilePath(OsFilePath const& path, OsFilePath const& root,
                                OsFileTypes::Permissions permissions);
-    // False when there was no file to remove.
+    // False when there was no file to remove; any other failure raises OsFileError.
     static bool removeFile(OsFilePath const& path);
+    // Replaces whatever stands at `to` in one step. Raises OsFileError.
+    static void rename(OsFilePath const& from, OsFilePath const& to);
+    // A second name of an existing file; fails when `newName` exists. Raises OsFileError.
+    static void link(OsFilePath const& existing, OsFilePath const& newName);
+    // The last modification of the file; raises OsFileError when it cannot be read, so also
+    // for a missing file.
+    static LiDate getLastModificationTime(OsFilePath const& path);
+    // Puts the folder's entries (names made, renamed, removed) on the disk.
+    static void fsyncFolder(OsFilePath const& folder);
+    // The whole content of a file; raises OsFileError.
+    static std::string readFile(OsFilePath const& path);
+    // The one way of saving a file: writes a temporary beside the target, flushes, fsyncs,
+    // closes with a check, renames it over the target and fsyncs the folder. On a failure
+    // before the rename the temporary is removed and the target is as it was; every failure
+    // raises OsFileError. An existing target's permissions pass to the new file.
+    static void saveAtomically(OsFilePath const& target, std::string_view content);
 };
 
 } // namespace Vn

@@ -52,7 +52,7 @@ public:
     XmlDocument& operator=(XmlDocument&&) noexcept;
     ~XmlDocument();
 
-    // Raises ExBase with the parser's reason and the byte offset for text that is not
+    // Raises ExBase with the parser's reason, the byte offset and the line for text that is not
     // well-formed XML with one root element.
     static XmlDocument parse(std::string_view text);
     // The same for the text of a file; the reason names the file. A file that cannot be read
@@ -62,6 +62,9 @@ public:
     XmlElement createRoot(std::string const& name);
     // Null for an empty document.
     XmlElement getRoot() const;
+    // The line (from 1) where an element of a parsed document begins; 0 when unknown, as for
+    // a document built in memory.
+    int getLineOf(XmlElement const& element) const;
     std::string toString() const;
 
 private:

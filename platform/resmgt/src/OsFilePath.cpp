@@ -146,8 +146,4 @@ void OsFsUtils::createFilePath(OsFilePath const& path, OsFilePath const& root,
     }
 }
 
-bool OsFsUtils::removeFile(OsFilePath const& path) {
-    return !path.isEmpty() && ::unlink(path.getString().c_str()) == 0;
-}
-
 } // namespace Vn

@@ -3,6 +3,7 @@
 #include "Assertions.h"
 #include "ExBase.h"
 
+#include <algorithm>
 #include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
@@ -90,7 +91,23 @@ std::vector<XmlElement> XmlElement::getChildren(std::string const& name) const {
 
 struct XmlDocument::Imp {
     pugi::xml_document doc;
+    // Offsets at which the lines of the parsed text begin, for telling where an element stood.
+    std::vector<std::size_t> lineStarts;
 };
+
+namespace {
+std::vector<std::size_t> lineStartsOf(std::string_view text) {
+    std::vector<std::size_t> starts{0};
+    for (std::size_t i = 0; i < text.size(); ++i)
+        if (text[i] == '\n')
+            starts.push_back(i + 1);
+    return starts;
+}
+int lineAt(std::vector<std::size_t> const& starts, std::size_t offset) {
+    return static_cast<int>(std::upper_bound(starts.begin(), starts.end(), offset) -
+                            starts.begin());
+}
+} // namespace
 
 XmlDocument::XmlDocument() : _imp(new Imp) {}
 XmlDocument::XmlDocument(XmlDocument&&) noexcept = default;
@@ -102,9 +119,13 @@ XmlDocument XmlDocument::parse(std::string_view text) {
     pugi::xml_parse_result r = d._imp->doc.load_buffer(
         text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata_single,
         pugi::encoding_utf8);
-    if (!r)
-        VN_THROW_MSG(ExBase, std::string("malformed XML at byte ") + std::to_string(r.offset) +
-                                 ": " + r.description());
+    d._imp->lineStarts = lineStartsOf(text);
+    if (!r) {
+        std::size_t const at = static_cast<std::size_t>(std::max<std::ptrdiff_t>(r.offset, 0));
+        VN_THROW_MSG(ExBase, std::string("malformed XML at byte ") + std::to_string(at) +
+                                 " (line " + std::to_string(lineAt(d._imp->lineStarts, at)) +
+                                 "): " + r.description());
+    }
     if (d.getRoot().isNull())
         VN_THROW_MSG(ExBase, "malformed XML: no root element");
     return d;
@@ -127,7 +148,15 @@ XmlDocument XmlDocument::load(std::string const& path) {
 
 XmlElement XmlDocument::createRoot(std::string const& name) {
     _imp->doc.reset();
+    _imp->lineStarts.clear();
     return XmlElement(handle(_imp->doc.append_child(name.c_str())));
+}
+
+int XmlDocument::getLineOf(XmlElement const& element) const {
+    if (element.isNull() || _imp->lineStarts.empty())
+        return 0;
+    std::ptrdiff_t const at = node(element._node).offset_debug();
+    return at < 0 ? 0 : lineAt(_imp->lineStarts, static_cast<std::size_t>(at));
 }
 
 XmlElement XmlDocument::getRoot() const {

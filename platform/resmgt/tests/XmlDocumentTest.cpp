@@ -46,11 +46,18 @@ TEST(XmlDocument, WriterAndParserAgree) {
 
 TEST(XmlDocument, MalformedTextIsRefusedWithWhereAndWhy) {
     try {
-        XmlDocument::parse("<a><b></a>");
+        XmlDocument::parse("<a>\n<b>\n</a>");
         FAIL();
     } catch (ExBase const& e) {
         EXPECT_NE(e.getReason().find("malformed XML at byte"), std::string::npos) << e.getReason();
+        EXPECT_NE(e.getReason().find("(line 3)"), std::string::npos) << e.getReason();
     }
+    // Elements of a parsed document know their line; built ones do not.
+    XmlDocument lines = XmlDocument::parse("<a>\n  <b/>\n\n  <c/></a>");
+    EXPECT_EQ(lines.getLineOf(lines.getRoot()), 1);
+    EXPECT_EQ(lines.getLineOf(lines.getRoot().getChildren("c")[0]), 4);
+    XmlDocument built;
+    EXPECT_EQ(built.getLineOf(built.createRoot("r")), 0);
     EXPECT_THROW(XmlDocument::parse("just text"), ExBase);
     EXPECT_THROW(XmlDocument::parse(std::string("<a>\0</a>", 8)), ExBase);
     XmlWriter w;

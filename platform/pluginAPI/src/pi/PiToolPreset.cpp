@@ -4,6 +4,7 @@
 #include "ExBase.h"
 #include "InBuildInfo.h"
 #include "LiStringUtil.h"
+#include "OsFile.h"
 #include "OsFilePath.h"
 #include "PiCommandStack.h"
 #include "PiDisplayGraphInterface.h"
@@ -18,7 +19,7 @@
 #include "XmlDocument.h"
 
 #include <cctype>
-#include <fstream>
+#include <unistd.h>
 #include <unordered_set>
 #include <vector>
 
@@ -135,12 +136,20 @@ RCShdPtr<PiToolPreset> PiToolPreset::save(RCShdPtr<PiNode const> const& node,
     std::string const text = w.toString();
 
     OsFsUtils::createFilePath(path, path.getRoot(), OsFileTypes::Permissions(3, 3, 3));
-    std::ofstream streamer(path.getString(), std::ios::out | std::ios::trunc | std::ios::binary);
-    VN_ASSERT(streamer.is_open());
-    streamer << text;
-    streamer.close();
-    if (streamer.fail())
-        VN_THROW_MSG(ExBase, "cannot write the preset \"" + path.getString() + "\"");
+    // A target that could not be opened for writing (a folder, a read-only file) is refused
+    // as such, although the save itself would replace it.
+    bool const openable =
+        !OsFsUtils::isFolder(path) &&
+        (!OsFsUtils::fileExists(path) || ::access(path.getString().c_str(), W_OK) == 0);
+    if (!openable)
+        Assertions::throwAssertionFailed(__FILE__, __LINE__, "streamer.is_open()");
+    try {
+        OsFsUtils::saveAtomically(path, text);
+    } catch (OsFileError const& e) {
+        if (e.getOperation() == "open")
+            Assertions::throwAssertionFailed(__FILE__, __LINE__, "streamer.is_open()");
+        throw;
+    }
     return create(path.getString());
 }
 
