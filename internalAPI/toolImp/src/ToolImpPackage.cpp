@@ -7,6 +7,7 @@
 #include "PiPixelLoopImp.h"
 #include "PiProcNodeFactory.h"
 #include "PiToolInterfaceImp.h"
+#include "PiToolTopologyInterfaceImp.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -28,6 +29,7 @@ InInit<VnInit::toolImp>::InInit() : InPackageInit("toolImp") {
 template <>
 void InInit<VnInit::toolImp>::initialize() {
     PiToolInterfaceImp::initialize();
+    PiToolTopologyInterfaceImp::initialize();
     PiProcNodeFactory::initializeValueFactories();
     PiProcNodeFactory::initializeImageFactory();
     PiProcNodeFactory::initializeSceneFactories();
@@ -42,6 +44,7 @@ void InInit<VnInit::toolImp>::finalize() {
     PiPixelLoopImp::finalize();
     PiInputPolicies::finalize();
     PiProcNodeFactory::finalize();
+    PiToolTopologyInterfaceImp::finalize();
     PiToolInterfaceImp::finalize();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PiNodeController.h"
+#include "PxNode.h"
 #include "VnExport.h"
 
 #include <string>
@@ -21,6 +22,11 @@ public:
     virtual bool canRemoveInputFromComposite(RCShdPtr<PiCompositeInput> const& composite,
                                              RCShdPtr<PiInput> const& input);
     virtual Imp* getImp() { return nullptr; }
+
+    // The processing nodes that stand for the node's sockets, built on first demand. Null
+    // handles from a controller without a processing side.
+    PxWeakHndl<PxNode const> getInputProcNode(RCShdPtr<PiInput> const& in);
+    PxWeakHndl<PxNode const> getOutputProcNode(RCShdPtr<PiOutput> const& out);
 
     // Dynamic sockets: the graph asks before adding, renaming or removing one of this node's
     // (a group's through its boundary nodes), and refuses the edit on a false answer.
@@ -49,6 +55,35 @@ private:
     virtual void dynamicOutputRemoved(int /*id*/) {}
     virtual void dynamicInputRenamed(RCShdPtr<PiInput> const&) {}
     virtual void dynamicOutputRenamed(RCShdPtr<PiOutput> const&) {}
+};
+
+// The processing side of a topology: for each socket a pass-through node, the socket's stable
+// face to the processing graph, and behind them what the node builds. Runs on the interface
+// thread only; the graph's edits reach it through PiTopologyInterfaceManip.
+class VN_EXPORT PiTopologyInterface::Imp : public PiNodeController::LifeHook {
+public:
+    using Node = PxStrongHndl<PxNode const>;
+    using WeakNode = PxWeakHndl<PxNode const>;
+
+    ~Imp() override;
+    virtual WeakNode getInputProcNode(std::string const& name) = 0;
+    virtual WeakNode getInputProcNode(RCShdPtr<PiInput> const& in) = 0;
+    virtual WeakNode getOutputProcNode(RCShdPtr<PiOutput> const& out) = 0;
+    // Builds once; forceCreateProcNodes builds again, keeping every socket's node.
+    virtual void createProcNodes() = 0;
+    virtual void forceCreateProcNodes() = 0;
+    virtual bool isRecreateProcNodesDisabled() const = 0;
+    virtual Node createInputProcNode(RCShdPtr<PiInput> const& in, Node const& child) = 0;
+    virtual Node createOutputProcNode(RCShdPtr<PiOutput> const& out, Node const& child) = 0;
+    virtual void dynamicInputAdded(RCShdPtr<PiInput> const& in);
+    virtual void dynamicInputRemoved(RCShdPtr<PiInput> const& in);
+    virtual void dynamicOutputAdded(RCShdPtr<PiOutput> const& out);
+    virtual void dynamicOutputRemoved(RCShdPtr<PiOutput> const& out);
+
+    // The processing half of the graph's edits.
+    virtual void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const& out) = 0;
+    virtual void inputDisconnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const& out) = 0;
+    virtual void resultStateChanged(RCShdPtr<PiOutput> const& out) = 0;
 };
 
 // The topology of a link node, told when the socket it stands for changes (by an edit, its

@@ -317,6 +317,24 @@ private:
     mutable std::vector<Arrival> _arrivals;
 };
 
+// While it lives, keeps a strong handle on every node finished on this thread (through
+// PxNode::init), so that whoever builds a processing graph holds all of it and not only the
+// nodes it hands out: a node no handle holds leaves its children's parent lists. Nests.
+class VN_EXPORT PxNodeCollector {
+public:
+    PxNodeCollector() noexcept;
+    PxNodeCollector(PxNodeCollector const&) = delete;
+    PxNodeCollector& operator=(PxNodeCollector const&) = delete;
+    ~PxNodeCollector();
+    // The nodes finished so far; the collector goes on collecting.
+    std::vector<PxStrongHndl<PxNode const>> take() { return std::exchange(_nodes, {}); }
+
+private:
+    friend class PxNode;
+    PxNodeCollector* _previous;
+    std::vector<PxStrongHndl<PxNode const>> _nodes;
+};
+
 template <class T>
 auto PxUPtr<T>::asNode() const noexcept {
     return static_cast<PxNode const*>(_p);

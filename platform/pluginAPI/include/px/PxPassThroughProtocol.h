@@ -26,6 +26,9 @@ public:
     virtual bool acceptsChild(PxNode const& child) const;
 };
 
+// Mutations keep their nodes' memory until they run, and do nothing to a node that its tool has
+// let go in the meantime.
+
 // Starts an invalidation wave at a node.
 class VN_EXPORT PxInvalidationRequest final : public PxMutationRequest {
 public:
@@ -35,7 +38,7 @@ public:
     void performExecute() override;
 
 private:
-    PxUPtr<PxNode const> _node;
+    PxNodePtr<PxNode const> _node;
     PxValidityInterval _interval;
     int _stream;
 };
@@ -49,8 +52,8 @@ public:
     void performExecute() override;
 
 private:
-    PxUPtr<PxPassThroughProtocol> _node;
-    PxUPtr<PxNode const> _child;
+    PxNodePtr<PxPassThroughProtocol> _node;
+    PxNodePtr<PxNode const> _child;
 };
 
 // Subscribes a handler to a pass-through node's invalidations.
@@ -62,7 +65,7 @@ public:
     void performExecute() override;
 
 private:
-    PxUPtr<PxPassThroughProtocol> _node;
+    PxNodePtr<PxPassThroughProtocol> _node;
     RCWeakPtr<PxPassThroughProtocol::InvalidationHandler> _handler;
 };
 

@@ -18,10 +18,13 @@ class VN_EXPORT PxResultRequest final : public PxMutationRequest {
 public:
     // The state is 0 or 1: checked here, on the caller's thread, so that the request cannot fail.
     PxResultRequest(PxUPtr<PxResultProtocol> const& node, int state);
-    void performExecute() override { _node->setResultState(_state); }
+    void performExecute() override {
+        if (_node->getStrongCount() > 0)
+            _node->setResultState(_state);
+    }
 
 private:
-    PxUPtr<PxResultProtocol> _node;
+    PxNodePtr<PxResultProtocol> _node;
     int _state;
 };
 

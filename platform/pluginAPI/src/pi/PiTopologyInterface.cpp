@@ -21,6 +21,22 @@ bool controls(PiNodeController& c, PiSocket const& s) {
 } // namespace
 
 PiTopologyInterface::~PiTopologyInterface() = default;
+PiTopologyInterface::Imp::~Imp() = default;
+
+// Only the topologies that support dynamic sockets override these.
+void PiTopologyInterface::Imp::dynamicInputAdded(RCShdPtr<PiInput> const&) {
+    Assertions::throwAssertionFailed(__FILE__, __LINE__, "dynamic inputs are not supported");
+}
+void PiTopologyInterface::Imp::dynamicInputRemoved(RCShdPtr<PiInput> const&) {
+    Assertions::throwAssertionFailed(__FILE__, __LINE__, "dynamic inputs are not supported");
+}
+void PiTopologyInterface::Imp::dynamicOutputAdded(RCShdPtr<PiOutput> const&) {
+    Assertions::throwAssertionFailed(__FILE__, __LINE__, "dynamic outputs are not supported");
+}
+void PiTopologyInterface::Imp::dynamicOutputRemoved(RCShdPtr<PiOutput> const&) {
+    Assertions::throwAssertionFailed(__FILE__, __LINE__, "dynamic outputs are not supported");
+}
+
 
 bool PiTopologyInterface::canAddInputToComposite(RCShdPtr<PiCompositeInput> const&) {
     return true;
@@ -66,11 +82,15 @@ void PiTopologyInterfaceManip::dynamicOutputRenamed(PiTopologyInterface& t,
 
 void PiTopologyInterfaceManip::inputConnected(PiTopologyInterface& t, RCShdPtr<PiInput> const& in,
                                               RCShdPtr<PiOutput> const& out) {
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->inputConnected(in, out);
     t.inputConnected(in, out);
 }
 void PiTopologyInterfaceManip::inputDisconnected(PiTopologyInterface& t,
                                                  RCShdPtr<PiInput> const& in,
                                                  RCShdPtr<PiOutput> const& out) {
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->inputDisconnected(in, out);
     t.inputDisconnected(in, out);
 }
 void PiTopologyInterfaceManip::outputConnected(PiTopologyInterface& t,
@@ -88,12 +108,16 @@ void PiTopologyInterfaceManip::resultStateChanged(PiTopologyInterface& t,
     // clang-format off
     VN_ASSERT(out->getResultState() == 0 || out->getResultState() == 1);
     // clang-format on
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->resultStateChanged(out);
     t.resultStateChanged(out);
 }
 void PiTopologyInterfaceManip::inputAddedToComposite(PiTopologyInterface& t,
                                                      RCShdPtr<PiCompositeInput> const& composite,
                                                      RCShdPtr<PiInput> const& in) {
     t.inputAddedToComposite(composite, in);
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->dynamicInputAdded(in);
 }
 void PiTopologyInterfaceManip::inputMovedInComposite(PiTopologyInterface& t,
                                                      RCShdPtr<PiCompositeInput> const& composite,
@@ -110,24 +134,35 @@ void PiTopologyInterfaceManip::inputRemovedFromComposite(
     VN_ASSERT(composite->retrieveNode()->isSame( *( t.getNode() ) ));
     // clang-format on
     t.inputRemovedFromComposite(composite, in->getId());
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->dynamicInputRemoved(in);
 }
 void PiTopologyInterfaceManip::dynamicInputAdded(PiTopologyInterface& t,
                                                  RCShdPtr<PiInput> const& in) {
     VN_ASSERT(controls(t, *in));
+    if (PiTopologyInterface::Imp* imp = t.getImp(); imp && !in->isComposite())
+        imp->dynamicInputAdded(in);
     t.dynamicInputAdded(in);
 }
 void PiTopologyInterfaceManip::dynamicInputRemoved(PiTopologyInterface& t,
                                                    RCShdPtr<PiInput> const& in,
                                                    PiSocketType::Cardinality) {
+    // Whatever the input holds: no element's node may stay behind.
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->dynamicInputRemoved(in);
     t.dynamicInputRemoved(in->getId());
 }
 void PiTopologyInterfaceManip::dynamicOutputAdded(PiTopologyInterface& t,
                                                   RCShdPtr<PiOutput> const& out) {
     VN_ASSERT(controls(t, *out));
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->dynamicOutputAdded(out);
     t.dynamicOutputAdded(out);
 }
 void PiTopologyInterfaceManip::dynamicOutputRemoved(PiTopologyInterface& t,
                                                     RCShdPtr<PiOutput> const& out) {
+    if (PiTopologyInterface::Imp* imp = t.getImp())
+        imp->dynamicOutputRemoved(out);
     t.dynamicOutputRemoved(out->getId());
 }
 

@@ -66,10 +66,24 @@ void PxNode::unlock() const noexcept {
 
 // Only nodes finished outside the workers are listed by the monitor: a worker holds no handle
 // the monitor could take.
+namespace {
+thread_local PxNodeCollector* t_collector = nullptr;
+} // namespace
+
+PxNodeCollector::PxNodeCollector() noexcept : _previous(t_collector) {
+    t_collector = this;
+}
+
+PxNodeCollector::~PxNodeCollector() {
+    t_collector = _previous;
+}
+
 void PxNode::init(PxStrongHndl<PxNode> const& node) {
     if (PxDAGMonitor* monitor = PxDAGMonitor::tryGetInstance())
         monitor->nodeCreated(PxWeakHndl<PxNode>(node));
     node->init();
+    if (t_collector)
+        t_collector->_nodes.emplace_back(node);
 }
 void PxNode::init(PxNodePtr<PxNode> const& node) {
     node->init();

@@ -63,13 +63,16 @@ void PxGraphObjIdsRequest::performExecute() {
 }
 
 void PxInvalidationRequest::performExecute() {
-    _node->invalidate(_interval, _stream);
+    if (_node->getStrongCount() > 0)
+        _node->invalidate(_interval, _stream);
 }
 void PxSetChildRequest::performExecute() {
-    _node->setChild(_child);
+    if (_node->getStrongCount() > 0 && _child->getStrongCount() > 0)
+        _node->setChild(PxUPtr<PxNode const>(_child));
 }
 void PxAddInvalidateCbRequest::performExecute() {
-    _node->addInvalidateCb(_handler);
+    if (_node->getStrongCount() > 0)
+        _node->addInvalidateCb(_handler);
 }
 
 } // namespace Vn
