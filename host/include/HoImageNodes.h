@@ -1,6 +1,7 @@
 #pragma once
 
 #include "PxImageNode.h"
+#include "PxValueProtocol.h"
 
 namespace Vn {
 
@@ -38,6 +39,25 @@ protected:
 
 private:
     PxNodePtr<PxImageProtocol const> _front;
+};
+
+// An image times a gain: premultiplied colour is scaled, alpha kept. The gain is animatable.
+class VN_EXPORT HoGainNode final : public PxImageNode {
+public:
+    // No handle may be null.
+    HoGainNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
+               PxStrongHndl<PxAnimValueProtocol<double> const> const& gain);
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+
+    static CoRgbaColorTyped<float> gain(CoRgbaColorTyped<float> const& c, float g) noexcept {
+        return {c.r * g, c.g * g, c.b * g, c.a};
+    }
+
+protected:
+    void init() override;
+
+private:
+    PxNodePtr<PxAnimValueProtocol<double> const> _gain;
 };
 
 } // namespace Vn

@@ -44,6 +44,22 @@ public:
         return HoOverNode::over(front, back);
     }
 };
+
+class GainLoop final : public PiPixelLoopOneSource {
+public:
+    GainLoop(IxWriteGuard& result, float gain)
+        : PiPixelLoopOneSource(result, PiImageModifierTypes::AFFECT_RGBA), _gain(gain) {}
+    void processScanline(Line& dst, Line const& src) override {
+        Color* d = dst.getData();
+        Color const* s = src.getData();
+        for (int i = 0, n = dst.getWidth(); i < n; ++i)
+            d[i] = HoGainNode::gain(s[i], _gain);
+    }
+    Color processFillColor(Color const& fill) override { return HoGainNode::gain(fill, _gain); }
+
+private:
+    float _gain;
+};
 } // namespace
 
 Color HoTestPatternNode::colorAt(float u, float v, double time) {
@@ -117,6 +133,33 @@ PxImageResult HoOverNode::getImageResult(PxImageContext const& context) const {
     IxWriteGuard guard(tile);
     OverLoop loop(guard, PiImageModifierTypes::AFFECT_RGBA);
     loop.process(front.getTileGuard(), back.getTileGuard());
+    return {guard.getTile(), vi};
+}
+
+HoGainNode::HoGainNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
+                       PxStrongHndl<PxAnimValueProtocol<double> const> const& gain)
+    : PxNode(init), PxImageNode(init, source), _gain(gain) {
+    VN_ASSERT(!_gain.isNull());
+}
+
+void HoGainNode::init() {
+    PxImageNode::init();
+    registerChild(getPrimary());
+    registerChild(_gain);
+}
+
+PxImageResult HoGainNode::getImageResult(PxImageContext const& context) const {
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    GeRectangle<int> const region = computeTileRegion(context, vi);
+    PxResult<double> const g = _gain->getValue(PxTimeContext(context.getTime()));
+    g.reduceVI(vi);
+    PxImageResult const source = getPrimary()->getImageResult(context);
+    source.reduceVI(vi);
+    IxTile const tile =
+        context.isOutside() ? allocateEmptyImageBuffer() : allocateImageBuffer(context, {}, region);
+    IxWriteGuard guard(tile);
+    GainLoop loop(guard, static_cast<float>(g.getValue()));
+    loop.process(source.getTileGuard());
     return {guard.getTile(), vi};
 }
 

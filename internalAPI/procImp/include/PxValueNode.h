@@ -20,7 +20,7 @@ private:
     PxResult<T> _value;
 };
 
-// A node that holds one value, the same at all times. Instances: int, double, bool,
+// A node that holds one value, the same at all times. Instances: int, double, bool, std::string,
 // GeVector3<double>, CoRgbColorTyped<float>, CoRgbaColorTyped<float>.
 template <class T>
 class VN_EXPORT PxAnimValueNode : public PxAnimValueProtocol<T> {
@@ -49,7 +49,8 @@ private:
     PxResult<T> _value;
 };
 
-// Sets a value node's value, as a sequential request sent from the interface thread.
+// Sets a value node's value, as a sequential request sent from the interface thread; a node let
+// go before the request runs is left alone.
 template <class T>
 class VN_EXPORT PxValueSetRequest final : public PxMutationRequest {
 public:
@@ -57,7 +58,7 @@ public:
     void performExecute() override;
 
 private:
-    PxUPtr<PxValueNode<T>> _node;
+    PxNodePtr<PxValueNode<T>> _node;
     PxResult<T> _value;
 };
 
@@ -69,7 +70,7 @@ public:
     void performExecute() override;
 
 private:
-    PxUPtr<PxAnimValueNode<T>> _node;
+    PxNodePtr<PxAnimValueNode<T>> _node;
     PxResult<T> _value;
 };
 

@@ -57,7 +57,8 @@ PxValueSetRequest<T>::PxValueSetRequest(PxUPtr<PxValueNode<T>> const& node, PxRe
 
 template <class T>
 void PxValueSetRequest<T>::performExecute() {
-    _node->setValue(_value);
+    if (_node->getStrongCount() > 0)
+        _node->setValue(_value);
 }
 
 template <class T>
@@ -70,7 +71,8 @@ PxAnimValueSetRequest<T>::PxAnimValueSetRequest(PxUPtr<PxAnimValueNode<T>> const
 
 template <class T>
 void PxAnimValueSetRequest<T>::performExecute() {
-    _node->setValue(_value);
+    if (_node->getStrongCount() > 0)
+        _node->setValue(_value);
 }
 
 template class PxValueNode<int>;
@@ -91,12 +93,14 @@ template class PxValueSetRequest<CoRgbaColorTyped<float>>;
 template class PxAnimValueNode<int>;
 template class PxAnimValueNode<double>;
 template class PxAnimValueNode<bool>;
+template class PxAnimValueNode<std::string>;
 template class PxAnimValueNode<GeVector3<double>>;
 template class PxAnimValueNode<CoRgbColorTyped<float>>;
 template class PxAnimValueNode<CoRgbaColorTyped<float>>;
 template class PxAnimValueSetRequest<int>;
 template class PxAnimValueSetRequest<double>;
 template class PxAnimValueSetRequest<bool>;
+template class PxAnimValueSetRequest<std::string>;
 template class PxAnimValueSetRequest<GeVector3<double>>;
 template class PxAnimValueSetRequest<CoRgbColorTyped<float>>;
 template class PxAnimValueSetRequest<CoRgbaColorTyped<float>>;

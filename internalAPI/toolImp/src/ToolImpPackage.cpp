@@ -8,6 +8,7 @@
 #include "PiProcNodeFactory.h"
 #include "PiToolInterfaceImp.h"
 #include "PiToolTopologyInterfaceImp.h"
+#include "PiValueNodeTopology.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -30,6 +31,7 @@ template <>
 void InInit<VnInit::toolImp>::initialize() {
     PiToolInterfaceImp::initialize();
     PiToolTopologyInterfaceImp::initialize();
+    PiValueNodeTopology::initialize();
     PiProcNodeFactory::initializeValueFactories();
     PiProcNodeFactory::initializeImageFactory();
     PiProcNodeFactory::initializeSceneFactories();
@@ -44,6 +46,7 @@ void InInit<VnInit::toolImp>::finalize() {
     PiPixelLoopImp::finalize();
     PiInputPolicies::finalize();
     PiProcNodeFactory::finalize();
+    PiValueNodeTopology::finalize();
     PiToolTopologyInterfaceImp::finalize();
     PiToolInterfaceImp::finalize();
 }

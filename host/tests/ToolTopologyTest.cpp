@@ -1,0 +1,376 @@
+// The tool graph and the processing graph in step: tools connected in a host graph render what
+// their connections say, through every connect, disconnect, undo and redo, and the framework's
+// checks catch tools that break its rules.
+#include "ExBase.h"
+#include "HoGraph.h"
+#include "HoImageNodes.h"
+#include "HoRender.h"
+#include "HoTools.h"
+#include "InPackageInit.h"
+#include "PiCommandStack.h"
+#include "PiNode.h"
+#include "PiToolTopologyInterfaceImp.h"
+#include "PxPassThroughProtocol.h"
+#include "PxRequestMgr.h"
+#include "RCCbHandler.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <functional>
+#include <string>
+#include <vector>
+
+using namespace Vn;
+
+namespace {
+
+using Color = CoRgbaColorTyped<float>;
+using Node = PxStrongHndl<PxNode const>;
+
+constexpr int kW = 24;
+constexpr int kH = 12;
+
+Color patternAt(int x, int y, double t) {
+    return HoTestPatternNode::colorAt((float(x) + 0.5f) / float(kW), (float(y) + 0.5f) / float(kH),
+                                      t);
+}
+
+class ToolTopologyTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        InInitMgr::getInstance().initialize();
+        graph = HoGraph::create("comp");
+        root = graph->getRootNode();
+    }
+    void TearDown() override {
+        root = {};
+        graph = {};
+        InInitMgr::getInstance().finalize();
+    }
+
+    RCShdPtr<PiToolNode> add(RCShdPtr<PiTool const> const& tool, std::string const& name) {
+        RCShdPtr<PiToolNode> n = root->createToolNode(tool, name);
+        if (n->findInput("Width")) {
+            set<int>(n, "Width", kW);
+            set<int>(n, "Height", kH);
+        }
+        return n;
+    }
+    RCShdPtr<PiToolNode> pattern(std::string const& name) {
+        return add(HoTools::testPattern(), name);
+    }
+    template <class T>
+    static void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
+        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
+        rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
+    }
+    void connect(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to,
+                 std::string const& input) {
+        PiUndoGuard guard(*graph, "Connect");
+        to->findInput(input)->connect(from->findOutput("Output"));
+    }
+    static RCShdPtr<PiTopologyInterface> topo(RCShdPtr<PiToolNode> const& n) {
+        return rcCast<PiTopologyInterface>(n->getController().lock());
+    }
+    static Node output(RCShdPtr<PiToolNode> const& n) {
+        return topo(n)->getOutputProcNode(n->findOutput("Output")).lock();
+    }
+    static HoImage render(Node const& n, double t = 0.0) {
+        auto const* image = dynamic_cast<PxImageProtocol const*>(n.get());
+        EXPECT_NE(image, nullptr);
+        return HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const>(image), t);
+    }
+    // Every pixel of the image against what the tools should make of the pattern.
+    static void expectImage(HoImage const& img, std::function<Color(int, int)> const& want,
+                            std::string const& where) {
+        ASSERT_EQ(img.width, kW) << where;
+        ASSERT_EQ(img.height, kH) << where;
+        int bad = 0;
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x) {
+                Color const a = img.getColor(x, y), b = want(x, y);
+                if (std::fabs(a.r - b.r) > 1e-6f || std::fabs(a.g - b.g) > 1e-6f ||
+                    std::fabs(a.b - b.b) > 1e-6f || std::fabs(a.a - b.a) > 1e-6f)
+                    ++bad;
+            }
+        EXPECT_EQ(bad, 0) << where;
+    }
+
+    RCShdPtr<PiGraph> graph;
+    RCShdPtr<PiGroupNode> root;
+};
+
+// Pattern -> Gain -> Over.Front, Pattern2 -> Over.Back: the pixels follow every edit, read
+// through the same output node, which keeps its identity.
+TEST_F(ToolTopologyTest, ConnectionsRewireProcessing) {
+    auto a = pattern("A");
+    auto b = pattern("B");
+    auto gain = add(HoTools::gain(), "G");
+    auto over = add(HoTools::over(), "O");
+    set<double>(gain, "Gain", 0.5);
+    connect(a, gain, "Source");
+    connect(gain, over, "Front");
+    connect(b, over, "Back");
+    Node const out = output(over);
+    auto const both = [](int x, int y) {
+        return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 0.5f), patternAt(x, y, 0));
+    };
+    auto const backOnly = [](int x, int y) {
+        return patternAt(x, y, 0);
+    };
+    expectImage(render(out), both, "connected");
+
+    PiCommandStack& stack = graph->getCommandStack();
+    {
+        PiUndoGuard guard(*graph, "Disconnect");
+        over->findInput("Front")->disconnect();
+    }
+    struct Step {
+        char const* what;
+        std::function<void()> run;
+        std::function<Color(int, int)> want;
+    };
+    std::vector<Step> const steps = {
+        {"disconnected", [] {}, backOnly},
+        {"undo", [&] { stack.undo(); }, both},
+        {"redo", [&] { stack.redo(); }, backOnly},
+        {"undo again", [&] { stack.undo(); }, both},
+        {"gain edited", [&] { set<double>(gain, "Gain", 2.0); },
+         [](int x, int y) {
+             return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 2.0f), patternAt(x, y, 0));
+         }},
+    };
+    for (Step const& s : steps) {
+        s.run();
+        expectImage(render(out), s.want, s.what);
+        EXPECT_EQ(output(over).get(), out.get()) << s.what;
+    }
+}
+
+// Asking the consumer first or the producer first builds the same graph, and a long chain
+// builds without recursion.
+TEST_F(ToolTopologyTest, BuildsLazilyFromEitherEnd) {
+    for (bool consumerFirst : {true, false}) {
+        SCOPED_TRACE(consumerFirst ? "consumer first" : "producer first");
+        TearDown();
+        SetUp();
+        auto a = pattern("A");
+        std::vector<RCShdPtr<PiToolNode>> chain{a};
+        auto& imp = [](RCShdPtr<PiToolNode> const& n) -> PiToolTopologyInterfaceImp& {
+            return dynamic_cast<PiToolTopologyInterfaceImp&>(*topo(n)->getImp());
+        }(a);
+        (void)imp;
+        for (int i = 0; i < 3; ++i) {
+            auto g = add(HoTools::gain(), "G" + std::to_string(i));
+            set<double>(g, "Gain", 0.5);
+            chain.push_back(g);
+        }
+        // Connections made after the nodes, leaving each unbuilt until asked.
+        for (std::size_t i = 1; i < chain.size(); ++i)
+            chain[i]->findInput("Source")->connect(chain[i - 1]->findOutput("Output"));
+        if (!consumerFirst)
+            output(a);
+        expectImage(
+            render(output(chain.back())),
+            [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 0.125f); }, "chain");
+    }
+}
+
+TEST_F(ToolTopologyTest, LongChainBuildsAndRenders) {
+    constexpr int kLength = 1000;
+    auto a = pattern("A");
+    RCShdPtr<PiToolNode> last = a;
+    auto const start = std::chrono::steady_clock::now();
+    for (int i = 0; i < kLength; ++i) {
+        auto g = add(HoTools::gain(), "G" + std::to_string(i));
+        g->findInput("Source")->connect(last->findOutput("Output"));
+        last = g;
+    }
+    HoImage const img = render(output(last));
+    auto const ms =
+        std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start);
+    RecordProperty("chain_ms", std::to_string(ms.count()));
+    expectImage(
+        img, [](int x, int y) { return patternAt(x, y, 0); }, "gain 1 along the chain");
+}
+
+// A tool that asks for its own output while it builds gets a placeholder; publishing re-childs
+// it, and the handle then serves the tool's pixels.
+TEST_F(ToolTopologyTest, PlaceholderHandlesServeThePublishedNode) {
+    struct Early final : HoToolController {
+        Node early;
+        ~Early() noexcept override {}
+        void createProcNodes(OutputPublisher& p) override {
+            early = getOutputProcNode(getNode()->findOutput("Output")).lock();
+            p.publish("Output", p.getInputNode("Source"));
+        }
+    };
+    struct Proto final : PiToolProtocolImp {
+        Early** made;
+        explicit Proto(Early** m) : PiToolProtocolImp("Early", "Test", "1.0"), made(m) {}
+        void describe(PiToolPolicyDescriptor& d) const override {
+            d.require("Source", PiSocketType::IMAGE);
+            d.produces("Output", PiSocketType::IMAGE);
+        }
+        RCShdPtr<PiNodeController> createController() const override {
+            *made = new Early;
+            return RCShdPtr<PiNodeController>(*made);
+        }
+    };
+    Early* early = nullptr;
+    auto a = pattern("A");
+    auto e = root->createToolNode(
+        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto(&early)))), "E");
+    connect(a, e, "Source");
+    ASSERT_TRUE(early && early->early);
+    EXPECT_EQ(output(e).get(), early->early.get());
+    expectImage(
+        render(early->early), [](int x, int y) { return patternAt(x, y, 0); }, "re-childed");
+}
+
+// Handlers on an output's pass-through hear of a value edit upstream and of a connection.
+TEST_F(ToolTopologyTest, InvalidationReachesConsumers) {
+    auto a = pattern("A");
+    auto g = add(HoTools::gain(), "G");
+    connect(a, g, "Source");
+    Node const out = output(g);
+    std::atomic<int> heard{0};
+    using Info = PxPassThroughProtocol::InvalidationInfo const;
+    auto handler = makeRCCbHandler<Info>([&](Info&) { ++heard; });
+    auto const* through = dynamic_cast<PxPassThroughProtocol const*>(out.get());
+    ASSERT_NE(through, nullptr);
+    PxMutationRequest::submit(new PxAddInvalidateCbRequest(
+        PxUPtr<PxPassThroughProtocol>(
+            PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(through))),
+        handler));
+    PxRequestMgr::getInstance().sync();
+    struct Case {
+        char const* what;
+        std::function<void()> edit;
+    };
+    auto b = pattern("B");
+    for (Case const& c : std::vector<Case>{{"value",
+                                            [&] {
+                                                set<double>(g, "Gain", 3.0);
+                                            }},
+                                           {"connect",
+                                            [&] {
+                                                connect(b, g, "Source");
+                                            }},
+                                           {"upstream value", [&] {
+                                                set<int>(b, "Width", 8);
+                                            }}}) {
+        int const before = heard.load();
+        c.edit();
+        PxRequestMgr::getInstance().sync();
+        EXPECT_GT(heard.load(), before) << c.what;
+    }
+}
+
+// The framework's checks catch a tool that leaves an input unused or an output unpublished;
+// the failure reaches the caller, and the graph renders again once the tool behaves.
+TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
+    enum Fault { NONE, UNUSED_INPUT, UNPUBLISHED, THROWS };
+    static Fault s_fault = NONE;
+    struct Picky final : HoToolController {
+        void createProcNodes(OutputPublisher& p) override {
+            switch (s_fault) {
+            case UNUSED_INPUT:
+                p.publish("Output", p.getInputNode("Back"));
+                return;
+            case UNPUBLISHED:
+                return;
+            case THROWS:
+                VN_THROW_MSG(ExBase, "the tool failed");
+            case NONE:
+                p.publish("Output", p.getInputNode("Front"));
+                p.disableParentCheck();
+            }
+        }
+    };
+    struct Proto final : PiToolProtocolImp {
+        Proto() : PiToolProtocolImp("Picky", "Test", "1.0") {}
+        void describe(PiToolPolicyDescriptor& d) const override {
+            d.require("Front", PiSocketType::IMAGE);
+            d.require("Back", PiSocketType::IMAGE);
+            d.produces("Output", PiSocketType::IMAGE);
+        }
+        RCShdPtr<PiNodeController> createController() const override {
+            return RCShdPtr<PiNodeController>(new Picky);
+        }
+    };
+    RCShdPtr<PiTool const> const picky(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto)));
+    struct Case {
+        Fault fault;
+        char const* reason; // in the failure's text
+    };
+    for (Case const& c : std::vector<Case>{{UNUSED_INPUT, "getNbParents() > 0"},
+                                           {UNPUBLISHED, "_outputsToVisit.empty()"},
+                                           {THROWS, "the tool failed"}}) {
+        SCOPED_TRACE(c.reason);
+        TearDown();
+        SetUp();
+        s_fault = c.fault;
+        auto a = pattern("A");
+        auto p = root->createToolNode(picky, "P");
+        a->findInput("Width"); // the pattern is built on its own
+        try {
+            p->findInput("Front")->connect(a->findOutput("Output"));
+            output(p);
+            ADD_FAILURE() << "no failure";
+        } catch (ExBase const& e) {
+            EXPECT_NE(std::string(e.what()).find(c.reason), std::string::npos) << e.what();
+        }
+        s_fault = NONE;
+        expectImage(
+            render(output(p)), [](int x, int y) { return patternAt(x, y, 0); }, "fixed");
+    }
+}
+
+// Changes of a tool's inputs under one guard rebuild it once, at the guard's end.
+TEST_F(ToolTopologyTest, GuardCoalescesRebuilds) {
+    static int s_builds = 0;
+    struct Counting final : HoToolController {
+        void createProcNodes(OutputPublisher& p) override {
+            ++s_builds;
+            p.disableParentCheck();
+            p.publish("Output", p.getInputNode("Source"));
+        }
+    };
+    struct Proto final : PiToolProtocolImp {
+        Proto() : PiToolProtocolImp("Layers", "Test", "1.0") {}
+        void describe(PiToolPolicyDescriptor& d) const override {
+            d.require("Source", PiSocketType::IMAGE);
+            d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::MULTIVALUED);
+            d.produces("Output", PiSocketType::IMAGE);
+        }
+        RCShdPtr<PiNodeController> createController() const override {
+            return RCShdPtr<PiNodeController>(new Counting);
+        }
+    };
+    auto n = root->createToolNode(
+        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto))), "L");
+    output(n);
+    auto layers = rcCast<PiMultivaluedInput>(n->findInput("Layers"));
+    auto& controller = dynamic_cast<PiToolTopologyInterface&>(*topo(n));
+    int const before = s_builds;
+    {
+        PiCreateProcGuard guard(controller);
+        for (int i = 0; i < 3; ++i)
+            layers->insertInput(i);
+        EXPECT_EQ(s_builds, before);
+    }
+    EXPECT_EQ(s_builds, before + 1);
+    // Without a guard each change rebuilds.
+    layers->insertInput(0);
+    EXPECT_EQ(s_builds, before + 2);
+    auto& imp = dynamic_cast<PiToolTopologyInterfaceImp&>(*topo(n)->getImp());
+    EXPECT_EQ(imp.getInputNodes().size(), 5u); // Source and four layers
+    layers->removeInput(0);
+    EXPECT_EQ(imp.getInputNodes().size(), 4u);
+}
+
+} // namespace
