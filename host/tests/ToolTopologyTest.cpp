@@ -9,6 +9,7 @@
 #include "InPackageInit.h"
 #include "PiCommandStack.h"
 #include "PiNode.h"
+#include "PiSockets.h"
 #include "PiToolTopologyInterfaceImp.h"
 #include "PxPassThroughProtocol.h"
 #include "PxRequestMgr.h"
@@ -115,7 +116,10 @@ TEST_F(ToolTopologyTest, ConnectionsRewireProcessing) {
     connect(a, gain, "Source");
     connect(gain, over, "Front");
     connect(b, over, "Back");
-    Node const out = output(over);
+    // Read through one socket wrapper on Over's output, kept across every edit.
+    PiImageSocket<PiOutput> const socket(over->findOutput("Output"));
+    Node const out = socket.getNode();
+    EXPECT_EQ(out.get(), output(over).get());
     auto const both = [](int x, int y) {
         return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 0.5f), patternAt(x, y, 0));
     };
@@ -141,18 +145,75 @@ TEST_F(ToolTopologyTest, ConnectionsRewireProcessing) {
         {"undo again", [&] { stack.undo(); }, both},
         {"gain edited", [&] { set<double>(gain, "Gain", 2.0); },
          [](int x, int y) {
-             return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 2.0f), patternAt(x, y, 0));
+             return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 2.0f),
+                                     patternAt(x, y, 0));
          }},
     };
     for (Step const& s : steps) {
         s.run();
-        expectImage(render(out), s.want, s.what);
+        expectImage(render(socket.getNode()), s.want, s.what);
         EXPECT_EQ(output(over).get(), out.get()) << s.what;
     }
 }
 
 // Asking the consumer first or the producer first builds the same graph, and a long chain
 // builds without recursion.
+// The socket wrappers read what stands behind a socket: values at a time, an image's format,
+// frame and tiles; ALLOW_NULL lets a wrapper stand for nothing.
+TEST_F(ToolTopologyTest, SocketWrappersReadTheProcessingGraph) {
+    auto a = pattern("A");
+    auto g = add(HoTools::gain(), "G");
+    connect(a, g, "Source");
+    using DoubleIn = PiTypedAnimSocket<double, PiInput>;
+    using IntIn = PiTypedAnimSocket<int, PiInput>;
+    set<double>(g, "Gain", 250.0);
+    EXPECT_EQ(DoubleIn(g->findInput("Gain")).getValue(3.0), 250.0);
+    set<double>(g, "Gain", 5000.0); // beyond the policy's range: the tool sees its top
+    EXPECT_EQ(DoubleIn(g->findInput("Gain")).getValue(0.0), 1000.0);
+    EXPECT_EQ(IntIn(a->findInput("Width")).getValue(0.0), kW);
+
+    RCShdPtr<PiOutput const> const out = g->findOutput("Output");
+    PiImageSocket<PiOutput> whole(out);
+    EXPECT_EQ(whole.getFormat().getPixelFormat().getDepth(), IxPixelFormat::FLOAT32);
+    PxRODResult const rod = whole.getROD(0.5, 0);
+    EXPECT_EQ(rod.getROD().width(), kW);
+    EXPECT_EQ(whole.getROD(DtTimeIndex(12), 0).getROD(), rod.getROD());
+    struct Case {
+        char const* what;
+        PiImageSocket<PiOutput> socket;
+        int tiles;
+    };
+    for (Case const& c :
+         {Case{"whole", PiImageSocket<PiOutput>(out), 1},
+          Case{"empty rectangle", PiImageSocket<PiOutput>(out, GeRectangle<int>{0, 0, 0, 5}), 1},
+          Case{"rectangle", PiImageSocket<PiOutput>(out, GeRectangle<int>{0, 0, 4, 4}), 1},
+          Case{"tile outside the frame", PiImageSocket<PiOutput>(out, GeVector2<int>{1, 0}), 0}}) {
+        RCShdPtr<PxImageResults> const results = c.socket.getValue(PxTimeInfo(0.0));
+        ASSERT_TRUE(results) << c.what;
+        EXPECT_EQ(static_cast<int>(results->size()), c.tiles) << c.what;
+    }
+
+    PiImageSocket<PiInput> none(RCShdPtr<PiInput const>(), 0, PiCheckNull::ALLOW_NULL);
+    EXPECT_TRUE(none.isNull());
+    EXPECT_THROW(PiImageSocket<PiInput>(RCShdPtr<PiInput const>()), ExBase);
+    // A socket of another kind: empty with ALLOW_NULL, refused without; reading the empty one
+    // runs the request on no node.
+    PiTypedAnimSocket<double, PiOutput> wrongKind(out, PiCheckNull::ALLOW_NULL);
+    EXPECT_TRUE(wrongKind.isNull());
+    EXPECT_THROW(wrongKind.getValue(0.0), ExBase);
+    EXPECT_THROW((PiTypedAnimSocket<double, PiOutput>(out)), ExBase);
+
+    RCShdPtr<PiNode> valueNode = g->findInput("Gain")->getConnectedOutput()->retrieveNode();
+    PiTypedValueUtil<double> value(valueNode->findValue(PiValueNode::VALUE_NAME));
+    value.set(2.0);
+    EXPECT_EQ(PiConstTypedValueUtil<double>(valueNode->findValue(PiValueNode::VALUE_NAME)).get(),
+              2.0);
+    EXPECT_THROW(PiTypedValueUtil<int>(valueNode->findValue(PiValueNode::VALUE_NAME)), ExBase);
+    PiTypedValueUtil<int> empty(valueNode->findValue(PiValueNode::VALUE_NAME),
+                                PiCheckNull::ALLOW_NULL);
+    EXPECT_THROW(empty.get(), ExBase);
+}
+
 TEST_F(ToolTopologyTest, BuildsLazilyFromEitherEnd) {
     for (bool consumerFirst : {true, false}) {
         SCOPED_TRACE(consumerFirst ? "consumer first" : "producer first");

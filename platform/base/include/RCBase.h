@@ -108,6 +108,12 @@ RCShdPtr<U> rcCast(RCShdPtr<T> const& p) {
     return RCShdPtr<U>(u);
 }
 
+// Null when the object is not a U.
+template <class U, class T>
+RCShdPtr<U> rcDynamicCast(RCShdPtr<T> const& p) {
+    return RCShdPtr<U>(dynamic_cast<U*>(p.get()));
+}
+
 // The strong count of an RCSWBase object, kept in a block of its own so that weak pointers can
 // read it after the object is gone. The object holds one weak reference until it dies.
 class VN_EXPORT RCSWCount {

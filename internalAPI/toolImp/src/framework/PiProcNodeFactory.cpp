@@ -61,10 +61,10 @@ RCShdPtr<PiTypedInputPolicy<T> const> typedPolicyOf(PiInput const& in) {
     RCShdPtr<PiNode> node = in.retrieveNode();
     RCShdPtr<PiNodeController> c =
         node ? node->getController().lock() : RCShdPtr<PiNodeController>();
-    auto tool = rcCast<PiToolInterface>(c);
+    auto tool = rcDynamicCast<PiToolInterface>(c);
     if (!tool)
         return {};
-    return rcCast<PiTypedInputPolicy<T> const>(tool->getInputPolicy(in));
+    return rcDynamicCast<PiTypedInputPolicy<T> const>(tool->getInputPolicy(in));
 }
 
 template <class T>

@@ -33,7 +33,7 @@ void onInterfaceThread() {
 RCShdPtr<PiTopologyInterface> topologyOf(RCShdPtr<PiNode> const& node) {
     if (!node)
         return {};
-    return rcCast<PiTopologyInterface>(node->getController().lock());
+    return rcDynamicCast<PiTopologyInterface>(node->getController().lock());
 }
 
 // The sockets that take connections under an input: itself, or the leaves of its lists and

@@ -55,7 +55,7 @@ public:
     void valueChanged(RCShdPtr<PiValue> const& value) {
         if (!_node || value->getName() != PiValueNode::VALUE_NAME)
             return;
-        if (auto typed = rcCast<PiTypedValue<T>>(value))
+        if (auto typed = rcDynamicCast<PiTypedValue<T>>(value))
             PxMutationRequest::submit(
                 new SetRequest(PxUPtr<ProcNode>(_node), PxResult<T>(typed->get())));
     }

@@ -38,7 +38,7 @@ RCShdPtr<PiValueNode> PiInputPolicy::getValueNode(PiInput const& input) {
     RCShdPtr<PiOutput> out = input.getConnectedOutput();
     if (!out)
         return {};
-    return rcCast<PiValueNode>(out->retrieveNode());
+    return rcDynamicCast<PiValueNode>(out->retrieveNode());
 }
 
 template <class T>
@@ -59,7 +59,7 @@ void PiTypedInputPolicy<T>::resetValue(PiInput& input) const {
     RCShdPtr<PiValueNode> node = getValueNode(input);
     if (!node)
         return;
-    auto value = rcCast<PiTypedValue<T>>(node->findValue(PiValueNode::VALUE_NAME));
+    auto value = rcDynamicCast<PiTypedValue<T>>(node->findValue(PiValueNode::VALUE_NAME));
     if (value)
         value->set(_default);
 }

@@ -37,7 +37,6 @@ void PiTopologyInterface::Imp::dynamicOutputRemoved(RCShdPtr<PiOutput> const&) {
     Assertions::throwAssertionFailed(__FILE__, __LINE__, "dynamic outputs are not supported");
 }
 
-
 bool PiTopologyInterface::canAddInputToComposite(RCShdPtr<PiCompositeInput> const&) {
     return true;
 }
