@@ -295,6 +295,19 @@ TEST_F(ToolTopologyTest, PlaceholderHandlesServeThePublishedNode) {
         render(early->early), [](int x, int y) { return patternAt(x, y, 0); }, "re-childed");
 }
 
+// The chain check follows single parents from a tool's input node to its output node.
+TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
+    auto a = pattern("A");
+    auto g = add(HoTools::gain(), "G");
+    connect(a, g, "Source");
+    Node const in = topo(g)->getInputProcNode(g->findInput("Source")).lock();
+    PiToolTopologyInterfaceImp::assertChainConnected(in, output(g));
+    EXPECT_THROW(PiToolTopologyInterfaceImp::assertChainConnected(in, in), ExBase);
+    auto b = add(HoTools::gain(), "G2");
+    connect(a, b, "Source"); // the pattern's output now has two consumers
+    EXPECT_THROW(PiToolTopologyInterfaceImp::assertChainConnected(output(a), in), ExBase);
+}
+
 // Handlers on an output's pass-through hear of a value edit upstream and of a connection.
 TEST_F(ToolTopologyTest, InvalidationReachesConsumers) {
     auto a = pattern("A");

@@ -43,6 +43,10 @@ public:
     Node getInputNode(RCShdPtr<PiInput> const& in) override;
     void releaseOutputNode(RCShdPtr<PiOutput> const& out) override;
 
+    // Checks on the engine's side that a single line of nodes leads from inNode up to outNode,
+    // each with one parent; raises an assertion otherwise.
+    static void assertChainConnected(Node const& inNode, Node const& outNode);
+
     State getState() const noexcept { return _state; }
     bool isRecreatePending() const noexcept { return _recreatePending; }
     NodeMap const& getInputNodes() const noexcept { return _inputNodes; }

@@ -112,6 +112,31 @@ private:
     int _line;
 };
 
+class AssertChainConnectedRequest final : public CheckRequest {
+public:
+    AssertChainConnectedRequest(Node const& inNode, Node const& outNode)
+        : _in(inNode), _out(outNode) {
+        if (inNode.isNull())
+            violated(__FILE__, __LINE__, "!inNode.isNull()");
+        if (outNode.isNull())
+            violated(__FILE__, __LINE__, "!outNode.isNull()");
+        if (inNode.get() == outNode.get())
+            violated(__FILE__, __LINE__, "inNode != outNode");
+    }
+    void performExecute() override {
+        PxNode const* child = _in.get();
+        while (child != _out.get()) {
+            if (child->getNbParents() != 1)
+                violated(__FILE__, __LINE__, "child->getNbParents() == 1");
+            child = child->getParent(0);
+        }
+    }
+
+private:
+    PxNodePtr<PxNode const> _in;
+    PxNodePtr<PxNode const> _out;
+};
+
 std::vector<PxNodePtr<PxNode const>> nodesOf(PiToolTopologyInterfaceImp::NodeMap const& map) {
     std::vector<PxNodePtr<PxNode const>> nodes;
     for (auto const& [id, n] : map)
@@ -489,6 +514,10 @@ void PiToolTopologyInterfaceImp::releaseOutputNode(RCShdPtr<PiOutput> const& out
         return;
     setChild(it->second, PiProcNodeFactory::createGeneratorNode(out->getType()));
     _recreatePending = true;
+}
+
+void PiToolTopologyInterfaceImp::assertChainConnected(Node const& inNode, Node const& outNode) {
+    CheckRequest::run(new AssertChainConnectedRequest(inNode, outNode));
 }
 
 // ---- deferred invalidation ----
