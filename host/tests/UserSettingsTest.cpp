@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../../platform/resmgt/tests/TempFolderTest.h"
+
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -14,25 +16,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-class UserSettingsTest : public ::testing::Test {
+class UserSettingsTest : public VnTest::TempFolderTest {
 protected:
-    void SetUp() override {
-        _dir = fs::temp_directory_path() /
-               ("vn_settings_" + std::to_string(::getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(_dir);
-    }
     void TearDown() override {
-        OsFaultInjector::disarm();
         HoUserSettings::uninstall();
-        fs::remove_all(_dir);
+        TempFolderTest::TearDown();
     }
-    OsFilePath file() const { return OsFilePath((_dir / "cfg/vn/settings.xml").string()); }
-    void write(std::string const& text) const {
-        fs::create_directories(_dir / "cfg/vn");
-        std::ofstream(file().getString(), std::ios::binary) << text;
-    }
-    fs::path _dir;
+    OsFilePath file() const { return at("cfg/vn/settings.xml"); }
+    void write(std::string const& text) const { put("cfg/vn/settings.xml", text); }
 };
 
 std::string const kGood = R"(<?xml version="1.0"?>

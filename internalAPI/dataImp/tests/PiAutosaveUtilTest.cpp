@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../../../platform/resmgt/tests/TempFolderTest.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
@@ -39,31 +41,12 @@ private:
     std::string _name;
 };
 
-class AutosaveTest : public ::testing::Test {
+class AutosaveTest : public VnTest::TempFolderTest {
 protected:
     void SetUp() override {
-        _dir = fs::temp_directory_path() /
-               ("vn_autosave_" + std::to_string(::getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(_dir);
-        fs::create_directories(_dir);
+        TempFolderTest::SetUp();
         journal.clear();
     }
-    void TearDown() override {
-        OsFaultInjector::disarm();
-        fs::remove_all(_dir);
-    }
-    OsFilePath at(std::string const& rel) const { return OsFilePath((_dir / rel).string()); }
-    void put(std::string const& rel, std::string const& text) const {
-        std::ofstream(at(rel).getString(), std::ios::binary) << text;
-    }
-    std::string get(std::string const& rel) const {
-        std::ifstream in(at(rel).getString(), std::ios::binary);
-        std::ostringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
-    bool exists(std::string const& rel) const { return fs::exists(_dir / rel); }
     // The names in the folder with their contents.
     std::vector<std::pair<std::string, std::string>> files() const {
         std::vector<std::pair<std::string, std::string>> f;
@@ -83,7 +66,6 @@ protected:
         if (withBackup)
             put(name + ".qnbackup", "older backup");
     }
-    fs::path _dir;
 };
 
 } // namespace

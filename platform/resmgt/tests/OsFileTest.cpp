@@ -14,43 +14,14 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "TempFolderTest.h"
+
 using namespace Vn;
 namespace fs = std::filesystem;
 
 namespace {
 
-class OsFileTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        _dir = fs::temp_directory_path() /
-               ("vn_osfile_" + std::to_string(::getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(_dir);
-        fs::create_directories(_dir);
-    }
-    void TearDown() override {
-        OsFaultInjector::disarm();
-        fs::remove_all(_dir);
-    }
-    OsFilePath at(std::string const& rel) const { return OsFilePath((_dir / rel).string()); }
-    void put(std::string const& rel, std::string const& text) const {
-        std::ofstream(at(rel).getString(), std::ios::binary) << text;
-    }
-    std::string get(std::string const& rel) const {
-        std::ifstream in(at(rel).getString(), std::ios::binary);
-        std::ostringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
-    std::vector<std::string> names() const {
-        std::vector<std::string> n;
-        for (auto const& e : fs::directory_iterator(_dir))
-            n.push_back(e.path().filename().string());
-        std::sort(n.begin(), n.end());
-        return n;
-    }
-    fs::path _dir;
-};
+using OsFileTest = VnTest::TempFolderTest;
 
 // Larger than the file's buffer, so that a save writes more than once.
 std::string const kOld(70000, 'o');

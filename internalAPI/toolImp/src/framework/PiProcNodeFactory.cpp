@@ -67,63 +67,41 @@ RCShdPtr<PiTypedInputPolicy<T> const> typedPolicyOf(PiInput const& in) {
     return rcDynamicCast<PiTypedInputPolicy<T> const>(tool->getInputPolicy(in));
 }
 
-template <class T>
-class AnimValueNodeFactory final : public PiProcNodeFactory, public PxNodeSingleton<PxNode> {
+// A value type's factory: Protocol is read through, InputNode filters by the input's policy,
+// Generator answers T() when nothing is connected.
+template <class T, class Protocol, class InputNode, class Generator>
+class ValueNodeFactory final : public PiProcNodeFactory, public PxNodeSingleton<PxNode> {
 public:
-    using Protocol = PxAnimValueProtocol<T>;
     Node createInputNode(PiInput const& in, Node const& child) override {
         auto policy = typedPolicyOf<T>(in);
         if (!policy || (policy->canAnimate() && policy->isPassAll()))
             return createPassThroughNode(child);
-        return finished(new AnimValueInputNode<T>(PxNode::Init{"AnimValueInputNode"},
-                                                  typedChild<Protocol>(child), policy));
+        return finished(
+            new InputNode(PxNode::Init{"ValueInputNode"}, typedChild<Protocol>(child), policy));
     }
     Node createGeneratorNode() override { return Node(getNodeInstance()); }
     Node createOutputNode(PiOutput const&, Node const& child) override {
         return createPassThroughNode(child);
     }
     Node createPassThroughNode(Node const& child) override {
-        return finished(new PxPassThroughNode<Protocol>(PxNode::Init{"AnimValuePassThroughNode"},
+        return finished(new PxPassThroughNode<Protocol>(PxNode::Init{"ValuePassThroughNode"},
                                                         typedChild<Protocol>(child)));
     }
 
 protected:
     PxStrongHndl<PxNode> createNode() override {
-        auto* n = new AnimValueGeneratorNode<T>(PxNode::Init{"AnimValueGeneratorNode"});
-        PxStrongHndl<PxNode> h(n);
+        PxStrongHndl<PxNode> h(new Generator(PxNode::Init{"ValueGeneratorNode"}));
         PxNode::init(h);
         return h;
     }
 };
 
 template <class T>
-class NonAnimValueNodeFactory final : public PiProcNodeFactory, public PxNodeSingleton<PxNode> {
-public:
-    using Protocol = PxValueProtocol<T>;
-    Node createInputNode(PiInput const& in, Node const& child) override {
-        auto policy = typedPolicyOf<T>(in);
-        if (!policy || (policy->canAnimate() && policy->isPassAll()))
-            return createPassThroughNode(child);
-        return finished(new NonAnimValueInputNode<T>(PxNode::Init{"NonAnimValueInputNode"},
-                                                     typedChild<Protocol>(child), policy));
-    }
-    Node createGeneratorNode() override { return Node(getNodeInstance()); }
-    Node createOutputNode(PiOutput const&, Node const& child) override {
-        return createPassThroughNode(child);
-    }
-    Node createPassThroughNode(Node const& child) override {
-        return finished(new PxPassThroughNode<Protocol>(PxNode::Init{"NonAnimValuePassThroughNode"},
-                                                        typedChild<Protocol>(child)));
-    }
-
-protected:
-    PxStrongHndl<PxNode> createNode() override {
-        PxStrongHndl<PxNode> h(
-            new NonAnimValueGeneratorNode<T>(PxNode::Init{"NonAnimValueGeneratorNode"}));
-        PxNode::init(h);
-        return h;
-    }
-};
+using AnimValueNodeFactory =
+    ValueNodeFactory<T, PxAnimValueProtocol<T>, AnimValueInputNode<T>, AnimValueGeneratorNode<T>>;
+template <class T>
+using NonAnimValueNodeFactory =
+    ValueNodeFactory<T, PxValueProtocol<T>, NonAnimValueInputNode<T>, NonAnimValueGeneratorNode<T>>;
 
 // ---- the scene types and images: a shared null node, collapsing pass-throughs ----
 
