@@ -72,10 +72,13 @@ constinit thread_local std::size_t t_stackSize = 0;
                                    " MB: simplify the graph or raise VN_PXREQUEST_STACK_SIZE_MB");
 }
 
-void checkStackDepth() {
+bool nearStackEnd() noexcept {
     // The frame, not a local: a sanitizer may move locals off the stack.
-    auto const* frame = static_cast<char const*>(__builtin_frame_address(0));
-    if (frame < t_stackLimit)
+    return static_cast<char const*>(__builtin_frame_address(0)) < t_stackLimit;
+}
+
+void checkStackDepth() {
+    if (nearStackEnd())
         raiseTooDeep();
 }
 
@@ -616,6 +619,10 @@ void RequestEngine::detachChildren(PxRequest* head) {
 }
 
 bool RequestEngine::helpWithChildren(PxRequest* list) {
+    // The walk nests once per level of the tree it helps with; near the end of the stack the
+    // worker waits instead.
+    if (nearStackEnd())
+        return false;
     WorkerTLS& tls = workerTLS();
     bool ran = false;
     // Deep first: the subtrees of children that are running.
