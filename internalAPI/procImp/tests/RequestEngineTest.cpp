@@ -454,6 +454,40 @@ TEST_F(RequestEngine, ADeepFinishedTreeIsLetGoWithoutRecursion) {
     EXPECT_EQ(ran.load(), kLinks);
 }
 
+namespace {
+
+// Its death waits, up to a deadline, for the outside waiter of its root to have returned.
+class DiesAfterTheWaiter : public PxRequest {
+public:
+    explicit DiesAfterTheWaiter(std::atomic<bool>& waiterBack, std::atomic<int>& verdict)
+        : _waiterBack(waiterBack), _verdict(verdict) {}
+    ~DiesAfterTheWaiter() override {
+        _verdict = eventually([&] { return _waiterBack.load(); }, 5.0) ? 1 : -1;
+    }
+    void performExecute() override {}
+
+private:
+    std::atomic<bool>& _waiterBack;
+    std::atomic<int>& _verdict;
+};
+
+} // namespace
+
+// A manual child, waited for and released, stays in its parent's list and dies when the
+// finished parent lets its tree go: by then the parent's waiter must be on its way.
+TEST_F(RequestEngine, TheWaiterIsWokenBeforeTheFinishedTreeIsLetGo) {
+    std::atomic<bool> waiterBack{false};
+    std::atomic<int> verdict{0};
+    runAndWait(new FnRequest([&] {
+        PxRequestPtr<PxRequest> child(new DiesAfterTheWaiter(waiterBack, verdict));
+        engine().executeRequest(child.get(), true);
+        engine().waitRequest(child.get());
+    }));
+    waiterBack = true;
+    ASSERT_TRUE(eventually([&] { return verdict.load() != 0; }));
+    EXPECT_EQ(verdict.load(), 1) << "the tree was let go before its waiter was woken";
+}
+
 TEST_F(RequestEngine, AFailureRunInlineIsRaisedAfterItsOwnerLetItGo) {
     std::atomic<bool> entered{false}, released{false}, caught{false};
     runAndWait(new FnRequest([&] {
