@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -134,13 +135,14 @@ protected:
         return std::exchange(_trace, {});
     }
     // The tree lines of a dump: those that begin with the indentation.
-    std::vector<std::string> treeLines() {
+    static std::vector<std::string> treeOf(std::vector<std::string> const& trace) {
         std::vector<std::string> tree;
-        for (auto const& l : takeTrace())
+        for (auto const& l : trace)
             if (l.rfind("    ", 0) == 0)
                 tree.push_back(l);
         return tree;
     }
+    std::vector<std::string> treeLines() { return treeOf(takeTrace()); }
     std::string dotFromTrace() {
         for (auto const& l : takeTrace())
             if (l.rfind("digraph G {", 0) == 0)
@@ -167,6 +169,31 @@ protected:
 
 PxDAGMonitor& monitor() {
     return PxDAGMonitor::getInstance();
+}
+
+// top over left and right, both over bottom; top and left made in the groups named, if any.
+struct Diamond {
+    PxStrongHndl<TestNode> top, left, right, bottom;
+    std::uint32_t topGroup = 0, leftGroup = 0;
+};
+Diamond diamond(char const* topGroup, char const* leftGroup) {
+    Diamond d;
+    auto inGroup = [](char const* group, std::uint32_t& id) {
+        std::optional<PxDAGMonitorGroupGuard> guard;
+        if (group)
+            guard.emplace(group);
+        id = PxDAGMonitorImp::getCurrentGroup();
+        return makeNode<TestNode>();
+    };
+    d.top = inGroup(topGroup, d.topGroup);
+    d.left = inGroup(leftGroup, d.leftGroup);
+    d.right = makeNode<TestNode>();
+    d.bottom = makeNode<TestNode>();
+    link(d.top, d.left);
+    link(d.top, d.right);
+    link(d.left, d.bottom);
+    link(d.right, d.bottom);
+    return d;
 }
 
 } // namespace
@@ -219,26 +246,12 @@ TEST_F(DAGMonitor, NodesJoinTheCurrentGroupAndLeaveWhenTheyDie) {
 }
 
 TEST_F(DAGMonitor, TheTreeOfADiamondShowsTheSharedNodeOnceAndThenByItsNumber) {
-    auto top = makeNode<TestNode>();
-    PxStrongHndl<TestNode> left;
-    {
-        PxDAGMonitorGroupGuard group("Blur");
-        left = makeNode<TestNode>();
-    }
-    auto right = makeNode<TestNode>();
-    auto bottom = makeNode<TestNode>();
-    link(top, left);
-    link(top, right);
-    link(left, bottom);
-    link(right, bottom);
+    auto const [top, left, right, bottom, topGroup, leftGroup] = diamond(nullptr, "Blur");
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE);
     auto const all = takeTrace();
     EXPECT_NE(indexOf(all, "4 nodes."), -1);
-    std::vector<std::string> tree;
-    for (auto const& l : all)
-        if (l.rfind("    ", 0) == 0)
-            tree.push_back(l);
+    auto const tree = treeOf(all);
     ASSERT_EQ(tree.size(), 5u) << ::testing::PrintToString(all);
     EXPECT_EQ(tree[0], "    Node 1: " + treeLabel(top));
     // The first child met is whichever the walk reached first; the other comes after.
@@ -258,24 +271,7 @@ TEST_F(DAGMonitor, TheTreeOfADiamondShowsTheSharedNodeOnceAndThenByItsNumber) {
 }
 
 TEST_F(DAGMonitor, TheDOTTextOfADiamondPutsGroupsInClustersAndParentGroupsFirst) {
-    PxStrongHndl<TestNode> top, left;
-    std::uint32_t merge = 0, blur = 0;
-    {
-        PxDAGMonitorGroupGuard group("Merge");
-        merge = PxDAGMonitorImp::getCurrentGroup();
-        top = makeNode<TestNode>();
-    }
-    {
-        PxDAGMonitorGroupGuard group("Blur \"soft\"");
-        blur = PxDAGMonitorImp::getCurrentGroup();
-        left = makeNode<TestNode>();
-    }
-    auto right = makeNode<TestNode>();
-    auto bottom = makeNode<TestNode>();
-    link(top, left);
-    link(top, right);
-    link(left, bottom);
-    link(right, bottom);
+    auto const [top, left, right, bottom, merge, blur] = diamond("Merge", "Blur \"soft\"");
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_IN_TRACE);
     std::string const text = dotFromTrace();
@@ -396,15 +392,11 @@ TEST_F(DAGMonitor, PruningKeepsForksAndJoinsAndDropsTheBlackSource) {
     auto const all = takeTrace();
     // top, join; "other" lost its only child and stands alone, so it goes too.
     EXPECT_NE(indexOf(all, "2 nodes."), -1) << ::testing::PrintToString(all);
-    std::vector<std::string> tree;
-    for (auto const& l : all)
-        if (l.rfind("    ", 0) == 0)
-            tree.push_back(l);
-    EXPECT_EQ(tree, (std::vector<std::string>{
-                        "    Node 1: " + treeLabel(top),
-                        "        Node 2: " + treeLabel(join),
-                        "        <Node 2: " + treeLabel(join) + " 0 children>",
-                    }));
+    EXPECT_EQ(treeOf(all), (std::vector<std::string>{
+                               "    Node 1: " + treeLabel(top),
+                               "        Node 2: " + treeLabel(join),
+                               "        <Node 2: " + treeLabel(join) + " 0 children>",
+                           }));
 }
 
 TEST_F(DAGMonitor, AParentThatNeverRegisteredStandsInTheUnknownGroup) {
