@@ -233,7 +233,7 @@ void RequestEngine::disposeState(PxRequest& request) noexcept {
         dropHold(s._rootRequest);
 }
 
-// ---- GFX worker ----
+// ---- the worker's stack ----
 
 void RequestEngine::noteWorkerStack() noexcept {
     pthread_attr_t attr;
@@ -252,6 +252,8 @@ void RequestEngine::forgetWorkerStack() noexcept {
     t_stackLimit = nullptr;
     t_stackSize = 0;
 }
+
+// ---- GFX worker ----
 
 void RequestEngine::gfxWorkerStarted() {
     VN_ASSERT(!_exists);
