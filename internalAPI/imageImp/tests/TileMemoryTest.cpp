@@ -1,3 +1,5 @@
+#include "../../procImp/tests/EngineTestSupport.h"
+
 #include "ExBase.h"
 #include "ImageTestSupport.h"
 #include "IxMemoryHeap.h"
@@ -71,20 +73,8 @@ public:
     LazyBufferImp::Log _log;
 };
 
-class FnRequest : public PxRequest {
-public:
-    explicit FnRequest(std::function<void()> fn) : _fn(std::move(fn)) {}
-    void performExecute() override { _fn(); }
-
-private:
-    std::function<void()> _fn;
-};
-
 void runOnWorker(std::function<void()> fn) {
-    auto* r = new FnRequest(std::move(fn));
-    PxRequestPtr<PxRequest> p(r);
-    PxRequestMgr::getInstance().executeRequest(r, false);
-    PxRequestMgr::getInstance().waitRequest(r);
+    runAndWait(new FnRequest(std::move(fn)));
 }
 
 float& redAt(IxWriteGuard const& g, int x, int y) {

@@ -11,6 +11,9 @@
 #include "StatMgr.h"
 #include "StatThreadLocal.h"
 
+#include <algorithm>
+#include <pthread.h>
+#include <string>
 #include <typeinfo>
 #include <vector>
 
@@ -54,11 +57,37 @@ TimerLevels& timerLevels() {
     return t;
 }
 
+// ---- the depth a worker's stack allows ----
+// A waiting worker runs its children on its own stack, so a chain of requests nests one
+// execution per level. A request that would start with less than this reserve left fails
+// instead: the reserve is for the request's own code up to its next child.
+constexpr std::size_t kStackReserve = std::size_t(1) << 20;
+constinit thread_local char const* t_stackLimit = nullptr;
+constinit thread_local std::size_t t_stackSize = 0;
+
+[[noreturn]] void raiseTooDeep() {
+    throw PxEx::ExGraphTooDeep(__FILE__, __LINE__,
+                               "The processing graph is too deep for the workers' stacks of " +
+                                   std::to_string(t_stackSize >> 20) +
+                                   " MB: simplify the graph or raise VN_PXREQUEST_STACK_SIZE_MB");
+}
+
+bool nearStackEnd() noexcept {
+    // The frame, not a local: a sanitizer may move locals off the stack.
+    return static_cast<char const*>(__builtin_frame_address(0)) < t_stackLimit;
+}
+
+void checkStackDepth() {
+    if (nearStackEnd())
+        raiseTooDeep();
+}
+
 // ---- the functors run inside ExWrapper::execute ----
 struct ExecuteFunctor {
     PxRequest* request;
     bool pending;
     void operator()() const {
+        checkStackDepth();
         PxRequestMgr::getInstance().checkCancelled();
         request->performExecute();
         if (!pending)
@@ -84,9 +113,11 @@ bool isUnreferenced(RS const& s) noexcept {
     return s._nbReferences == 0 && s._nbHolds == 0;
 }
 
+// A graph too deep fails at every level on its way up: the caller alone is told.
 bool isSilent(ExBase const* e) {
     return dynamic_cast<PxEx::ExRequestCancelled const*>(e) ||
-           dynamic_cast<PxEx::ExRequestFailed const*>(e);
+           dynamic_cast<PxEx::ExRequestFailed const*>(e) ||
+           dynamic_cast<PxEx::ExGraphTooDeep const*>(e);
 }
 
 } // namespace
@@ -200,6 +231,26 @@ void RequestEngine::disposeState(PxRequest& request) noexcept {
         OPtr<StatThreadLocal>(s._stats).reset();
     if (s._rootRequest && !s.has(RS::EXTERNAL))
         dropHold(s._rootRequest);
+}
+
+// ---- the worker's stack ----
+
+void RequestEngine::noteWorkerStack() noexcept {
+    pthread_attr_t attr;
+    if (pthread_getattr_np(pthread_self(), &attr) != 0)
+        return;
+    void* low = nullptr;
+    std::size_t size = 0;
+    if (pthread_attr_getstack(&attr, &low, &size) == 0) {
+        t_stackLimit = static_cast<char const*>(low) + std::min(kStackReserve, size / 4);
+        t_stackSize = size;
+    }
+    pthread_attr_destroy(&attr);
+}
+
+void RequestEngine::forgetWorkerStack() noexcept {
+    t_stackLimit = nullptr;
+    t_stackSize = 0;
 }
 
 // ---- GFX worker ----
@@ -570,6 +621,10 @@ void RequestEngine::detachChildren(PxRequest* head) {
 }
 
 bool RequestEngine::helpWithChildren(PxRequest* list) {
+    // The walk nests once per level of the tree it helps with; near the end of the stack the
+    // worker waits instead.
+    if (nearStackEnd())
+        return false;
     WorkerTLS& tls = workerTLS();
     bool ran = false;
     // Deep first: the subtrees of children that are running.

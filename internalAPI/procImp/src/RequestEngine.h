@@ -68,6 +68,9 @@ struct RequestEngine {
     // Takes and runs the next request of the calling worker; false when there was none.
     static bool runNext(WorkerTLS& tls);
     static bool threadCooperation() noexcept;
+    // Measures the calling worker's stack once, at its start; forget when it ends.
+    static void noteWorkerStack() noexcept;
+    static void forgetWorkerStack() noexcept;
 
     // Execution of one request on a worker; true when its completion is pending (GFX).
     static bool asyncExecute(PxRequest* request);

@@ -27,6 +27,15 @@ EnvIntVar s_maxConcurrentVar(__FILE__, "VN_MAX_PXREQUEST_CONCURRENT_THREADS", -1
 EnvIntVar s_keepOnProcVar(__FILE__, "VN_NB_PXREQUEST_KEEPONPROC", 0);
 EnvIntVar s_delayPoolDeleteVar(__FILE__, "VN_DELAY_PXREQUEST_MEMPOOL_DELETE", 0);
 EnvIntVar s_threadCoopVar(__FILE__, "VN_PXREQUEST_THREAD_COOP", 1);
+// A chain of requests nests one execution per level on a worker's stack: about 300 bytes in an
+// optimised build, so 64 MB carry a chain of 100,000 twice over. Sanitizers widen the frames
+// (about 2.5 KB a level under AddressSanitizer).
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int kDefaultStackMB = 512;
+#else
+constexpr int kDefaultStackMB = 64;
+#endif
+EnvIntVar s_stackSizeVar(__FILE__, "VN_PXREQUEST_STACK_SIZE_MB", kDefaultStackMB, 4, 1024);
 
 constinit thread_local WorkerTLS t_worker{};
 bool s_threadCoop = true;
@@ -179,6 +188,7 @@ DaMemPool& RequestMgrImp::getMemPool() {
 
 RequestMgrImp::RequestMgrImp(bool keepOnProcessor, int nbThreads, int maxRunningWorkers)
     : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}) {
+    setStackSize(static_cast<std::size_t>(s_stackSizeVar.getValue()) << 20);
     setNbThreads(nbThreads);
     setMaxRunningWorkers(maxRunningWorkers);
 }
@@ -246,6 +256,7 @@ void RequestMgrImp::main(int threadIndex) {
     int const res = threadIndex == 0 ? GFX : CPU;
     tls._isWorker = true;
     tls._resourceType = res;
+    RequestEngine::noteWorkerStack();
     if (res == GFX)
         RequestEngine::gfxWorkerStarted();
     LkWaitEntry& me = LkWaitEntry::getEntry();
@@ -296,6 +307,7 @@ void RequestMgrImp::main(int threadIndex) {
     tls.checkExit();
     if (res == GFX)
         RequestEngine::gfxWorkerEnded();
+    RequestEngine::forgetWorkerStack();
     tls = WorkerTLS{};
 }
 

@@ -16,6 +16,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -37,13 +38,6 @@ class ImageNode final : public TestNode, public PxImageFormatProtocol {
 public:
     PxImageFormat getImageFormat() const override { return PxImageFormat::INVALID_FORMAT; }
 };
-
-template <class N>
-PxStrongHndl<N> make(N* n = new N) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
 
 void link(PxStrongHndl<PxNode> const& parent, PxStrongHndl<PxNode> const& child) {
     parent->registerChild(PxNodePtr<PxNode const>(child));
@@ -141,13 +135,14 @@ protected:
         return std::exchange(_trace, {});
     }
     // The tree lines of a dump: those that begin with the indentation.
-    std::vector<std::string> treeLines() {
+    static std::vector<std::string> treeOf(std::vector<std::string> const& trace) {
         std::vector<std::string> tree;
-        for (auto const& l : takeTrace())
+        for (auto const& l : trace)
             if (l.rfind("    ", 0) == 0)
                 tree.push_back(l);
         return tree;
     }
+    std::vector<std::string> treeLines() { return treeOf(takeTrace()); }
     std::string dotFromTrace() {
         for (auto const& l : takeTrace())
             if (l.rfind("digraph G {", 0) == 0)
@@ -176,11 +171,36 @@ PxDAGMonitor& monitor() {
     return PxDAGMonitor::getInstance();
 }
 
+// top over left and right, both over bottom; top and left made in the groups named, if any.
+struct Diamond {
+    PxStrongHndl<TestNode> top, left, right, bottom;
+    std::uint32_t topGroup = 0, leftGroup = 0;
+};
+Diamond diamond(char const* topGroup, char const* leftGroup) {
+    Diamond d;
+    auto inGroup = [](char const* group, std::uint32_t& id) {
+        std::optional<PxDAGMonitorGroupGuard> guard;
+        if (group)
+            guard.emplace(group);
+        id = PxDAGMonitorImp::getCurrentGroup();
+        return makeNode<TestNode>();
+    };
+    d.top = inGroup(topGroup, d.topGroup);
+    d.left = inGroup(leftGroup, d.leftGroup);
+    d.right = makeNode<TestNode>();
+    d.bottom = makeNode<TestNode>();
+    link(d.top, d.left);
+    link(d.top, d.right);
+    link(d.left, d.bottom);
+    link(d.right, d.bottom);
+    return d;
+}
+
 } // namespace
 
 TEST_F(DAGMonitor, NodesJoinTheCurrentGroupAndLeaveWhenTheyDie) {
     std::size_t const before = PxDAGMonitorImp::getNbNodes();
-    auto top = make<TestNode>();
+    auto top = makeNode<TestNode>();
     std::uint32_t g = 99;
     ASSERT_TRUE(PxDAGMonitorImp::findNodeGroup(top.get(), &g));
     EXPECT_EQ(g, 1u);
@@ -194,14 +214,14 @@ TEST_F(DAGMonitor, NodesJoinTheCurrentGroupAndLeaveWhenTheyDie) {
         blur = PxDAGMonitorImp::getCurrentGroup();
         EXPECT_GE(blur, 2u);
         EXPECT_EQ(PxDAGMonitorImp::getGroupName(blur), "Blur");
-        blurred = make<TestNode>();
+        blurred = makeNode<TestNode>();
         {
             PxDAGMonitorGroupGuard topLevel{PxDAGMonitorGroupGuard::TopLevel{}};
-            inner = make<TestNode>();
+            inner = makeNode<TestNode>();
         }
         PxDAGMonitorGroupGuard same("Blur");
         second = PxDAGMonitorImp::getCurrentGroup();
-        again = make<TestNode>();
+        again = makeNode<TestNode>();
     }
     EXPECT_EQ(PxDAGMonitorImp::getCurrentGroup(), 1u);
     // Ids only grow, even for a name seen before; names stay.
@@ -226,26 +246,12 @@ TEST_F(DAGMonitor, NodesJoinTheCurrentGroupAndLeaveWhenTheyDie) {
 }
 
 TEST_F(DAGMonitor, TheTreeOfADiamondShowsTheSharedNodeOnceAndThenByItsNumber) {
-    auto top = make<TestNode>();
-    PxStrongHndl<TestNode> left;
-    {
-        PxDAGMonitorGroupGuard group("Blur");
-        left = make<TestNode>();
-    }
-    auto right = make<TestNode>();
-    auto bottom = make<TestNode>();
-    link(top, left);
-    link(top, right);
-    link(left, bottom);
-    link(right, bottom);
+    auto const [top, left, right, bottom, topGroup, leftGroup] = diamond(nullptr, "Blur");
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE);
     auto const all = takeTrace();
     EXPECT_NE(indexOf(all, "4 nodes."), -1);
-    std::vector<std::string> tree;
-    for (auto const& l : all)
-        if (l.rfind("    ", 0) == 0)
-            tree.push_back(l);
+    auto const tree = treeOf(all);
     ASSERT_EQ(tree.size(), 5u) << ::testing::PrintToString(all);
     EXPECT_EQ(tree[0], "    Node 1: " + treeLabel(top));
     // The first child met is whichever the walk reached first; the other comes after.
@@ -265,24 +271,7 @@ TEST_F(DAGMonitor, TheTreeOfADiamondShowsTheSharedNodeOnceAndThenByItsNumber) {
 }
 
 TEST_F(DAGMonitor, TheDOTTextOfADiamondPutsGroupsInClustersAndParentGroupsFirst) {
-    PxStrongHndl<TestNode> top, left;
-    std::uint32_t merge = 0, blur = 0;
-    {
-        PxDAGMonitorGroupGuard group("Merge");
-        merge = PxDAGMonitorImp::getCurrentGroup();
-        top = make<TestNode>();
-    }
-    {
-        PxDAGMonitorGroupGuard group("Blur \"soft\"");
-        blur = PxDAGMonitorImp::getCurrentGroup();
-        left = make<TestNode>();
-    }
-    auto right = make<TestNode>();
-    auto bottom = make<TestNode>();
-    link(top, left);
-    link(top, right);
-    link(left, bottom);
-    link(right, bottom);
+    auto const [top, left, right, bottom, merge, blur] = diamond("Merge", "Blur \"soft\"");
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_IN_TRACE);
     std::string const text = dotFromTrace();
@@ -325,7 +314,7 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
     using Pass = PxPassThroughNode<PxAnimValueProtocol<int>>;
     std::string const passClass =
         "PxPassThroughNode<Vn::PxAnimValueProtocol<int>, Vn::PxAnimValueProtocol<int> >";
-    auto source = make<ImageNode>();
+    auto source = makeNode<ImageNode>();
     auto value = PxStrongHndl<PxAnimValueNode<int>>(
         new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(3)));
     PxNode::init(PxStrongHndl<PxNode>(value));
@@ -337,7 +326,7 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
         PxNode::init(PxStrongHndl<PxNode>(chain.back()));
         below = PxStrongHndl<PxAnimValueProtocol<int> const>(chain.back());
     }
-    auto sink = make<ImageNode>();
+    auto sink = makeNode<ImageNode>();
     link(sink, chain.back());
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_IN_TRACE);
@@ -383,12 +372,12 @@ TEST_F(DAGMonitor, PruningKeepsForksAndJoinsAndDropsTheBlackSource) {
     PxDAGMonitorImp::setPruning(true);
     // top -> a -> join, top -> b -> join, join -> black; a and b go, the black source goes
     // although two nodes use it.
-    auto top = make<TestNode>();
-    auto a = make<TestNode>();
-    auto b = make<TestNode>();
-    auto join = make<TestNode>();
-    auto black = make(new PxBlackSourceNode(PxNode::Init{"black"}));
-    auto other = make<TestNode>();
+    auto top = makeNode<TestNode>();
+    auto a = makeNode<TestNode>();
+    auto b = makeNode<TestNode>();
+    auto join = makeNode<TestNode>();
+    auto black = makeNode(new PxBlackSourceNode(PxNode::Init{"black"}));
+    auto other = makeNode<TestNode>();
     link(top, a);
     link(top, b);
     link(a, join);
@@ -396,26 +385,22 @@ TEST_F(DAGMonitor, PruningKeepsForksAndJoinsAndDropsTheBlackSource) {
     link(join, black);
     link(other, black);
     // Removing a node with several parents bridges nothing: its child is left alone, and goes.
-    auto leaf = make<TestNode>();
+    auto leaf = makeNode<TestNode>();
     link(black, leaf);
 
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE);
     auto const all = takeTrace();
     // top, join; "other" lost its only child and stands alone, so it goes too.
     EXPECT_NE(indexOf(all, "2 nodes."), -1) << ::testing::PrintToString(all);
-    std::vector<std::string> tree;
-    for (auto const& l : all)
-        if (l.rfind("    ", 0) == 0)
-            tree.push_back(l);
-    EXPECT_EQ(tree, (std::vector<std::string>{
-                        "    Node 1: " + treeLabel(top),
-                        "        Node 2: " + treeLabel(join),
-                        "        <Node 2: " + treeLabel(join) + " 0 children>",
-                    }));
+    EXPECT_EQ(treeOf(all), (std::vector<std::string>{
+                               "    Node 1: " + treeLabel(top),
+                               "        Node 2: " + treeLabel(join),
+                               "        <Node 2: " + treeLabel(join) + " 0 children>",
+                           }));
 }
 
 TEST_F(DAGMonitor, AParentThatNeverRegisteredStandsInTheUnknownGroup) {
-    auto child = make<TestNode>();
+    auto child = makeNode<TestNode>();
     // Made while no monitor listed it.
     auto* raw = new TestNode;
     PxStrongHndl<TestNode> unlisted(raw);
@@ -437,7 +422,7 @@ TEST_F(DAGMonitor, DOTFilesAreNumberedAndAnUnchangedGraphWritesNone) {
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_FILE);
     EXPECT_EQ(dotFiles().size(), 1u);
 
-    auto node = make<TestNode>();
+    auto node = makeNode<TestNode>();
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE_AND_DOT_FILE);
     ASSERT_EQ(dotFiles(), (std::vector<std::string>{"PxDAG_A_000000.dot", "PxDAG_A_000001.dot"}));
     // The tree marked the node; the DOT file still holds it.
@@ -470,7 +455,7 @@ TEST_F(DAGMonitor, AFileThatCannotBeOpenedFailsTheDumpAndTheNextOneTriesAgain) {
     ASSERT_TRUE(fs::exists("PxDAG_A_000000.dot"));
     // The next name is taken by a directory, which cannot be opened for writing.
     fs::create_directory("PxDAG_A_000001.dot");
-    auto node = make<TestNode>();
+    auto node = makeNode<TestNode>();
     try {
         monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_FILE);
         ADD_FAILURE() << "the dump did not fail";
@@ -512,7 +497,7 @@ TEST_F(DAGMonitor, AFileThatCannotBeOpenedFailsTheDumpAndTheNextOneTriesAgain) {
 }
 
 TEST_F(DAGMonitor, AnAsynchronousDumpFromAnotherThreadRunsOnTheApplicationThread) {
-    auto node = make<TestNode>();
+    auto node = makeNode<TestNode>();
     std::thread other([] { monitor().dump(PxDAGMonitor::ASYNCHRONOUS, PxDAGMonitor::DOT_FILE); });
     other.join();
     EvEventManager::getInstance().flush();
@@ -524,11 +509,11 @@ TEST_F(DAGMonitor, AnAsynchronousDumpFromAnotherThreadRunsOnTheApplicationThread
 }
 
 TEST_F(DAGMonitor, WriteDOTFileShowsOnlyTheGraphUnderItsNode) {
-    auto top = make<TestNode>();
-    auto mid = make<TestNode>();
-    auto leafA = make<TestNode>();
-    auto leafB = make<TestNode>();
-    auto elsewhere = make<TestNode>();
+    auto top = makeNode<TestNode>();
+    auto mid = makeNode<TestNode>();
+    auto leafA = makeNode<TestNode>();
+    auto leafB = makeNode<TestNode>();
+    auto elsewhere = makeNode<TestNode>();
     link(top, mid);
     link(mid, leafA);
     link(mid, leafB);
@@ -551,7 +536,7 @@ TEST_F(DAGMonitor, AChainOfAHundredThousandNodesIsDumpedWithoutOverflowingAWorke
     std::vector<PxStrongHndl<TestNode>> chain;
     chain.reserve(kLength);
     for (int i = 0; i < kLength; ++i) {
-        chain.push_back(make<TestNode>());
+        chain.push_back(makeNode<TestNode>());
         if (i)
             link(chain[i - 1], chain[i]);
     }
@@ -625,8 +610,8 @@ public:
 // A node whose last handle goes while a dump walks the graph is shown whole, and goes after.
 TEST_F(DAGMonitor, ANodeLetGoDuringADumpIsShownWholeAndGoesAfter) {
     g_diedOnWorker = 0;
-    auto top = make<Mortal>();
-    auto bottom = make<TestNode>();
+    auto top = makeNode<Mortal>();
+    auto bottom = makeNode<TestNode>();
     link(top, bottom);
     std::string const topLine = "Node 1: " + treeLabel(top, "Mortal");
     PxWeakHndl<Mortal> const weak(top);

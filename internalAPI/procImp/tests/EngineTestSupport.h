@@ -4,6 +4,7 @@
 
 #include "InPackageInit.h"
 #include "LgLog.h"
+#include "PxNode.h"
 #include "PxRequest.h"
 #include "PxRequestImp.h"
 #include "PxRequestMgr.h"
@@ -46,6 +47,14 @@ private:
     RequestType _type;
     PriorityLevel _level;
 };
+
+// A processing node under a handle of the tool side, initialised as a graph's nodes are.
+template <class N>
+PxStrongHndl<N> makeNode(N* n = new N) {
+    PxStrongHndl<N> h(n);
+    PxNode::init(PxStrongHndl<PxNode>(h));
+    return h;
+}
 
 inline PxRequestMgr& engine() {
     return PxRequestMgr::getInstance();

@@ -89,13 +89,6 @@ private:
 };
 
 template <class N>
-PxStrongHndl<N> makeNode(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-
-template <class N>
 PxWeakHndl<PxNode const> weakOf(PxStrongHndl<N> const& h) {
     return PxWeakHndl<PxNode const>(PxStrongHndl<PxNode const>(h));
 }

@@ -37,15 +37,14 @@ Color const kFill{0.5f, 0.5f, 0.5f, 0.5f};
 
 using ImageServices = EngineTest;
 
-TEST_F(ImageServices, ExtendGuardKeepsTheSourceMemoryWhenTheRegionIsInside) {
-    IxTile const t = rampTile({0, 16, 0, 8});
-    IxReadGuard const g(t);
-    IxReadGuard const e = services().extendGuard(g, {2, 10, 1, 7});
-    EXPECT_EQ(e.getAddress(3, 3), g.getAddress(3, 3));
-    EXPECT_EQ(e.getPixelRegion(), t.getPixelRegion());
-}
+// Inside the source, the guard is the source's own memory; beyond it, the fill colour pads.
+TEST_F(ImageServices, ExtendGuardKeepsTheSourceMemoryOrPadsWithTheFillColour) {
+    IxTile const whole = rampTile({0, 16, 0, 8});
+    IxReadGuard const wg(whole);
+    IxReadGuard const within = services().extendGuard(wg, {2, 10, 1, 7});
+    EXPECT_EQ(within.getAddress(3, 3), wg.getAddress(3, 3));
+    EXPECT_EQ(within.getPixelRegion(), whole.getPixelRegion());
 
-TEST_F(ImageServices, ExtendGuardPadsWithTheFillColour) {
     // An empty source: all fill.
     IxTile const empty(kRGBA32, {}, kFill);
     IxReadGuard const eg = services().extendGuard(IxReadGuard(empty), {-3, 4, 2, 5});
@@ -100,7 +99,7 @@ TEST_F(ImageServices, AllocateTileCutsTheRegionToTheContextsTile) {
     EXPECT_EQ(out.getFillColor(), kFill);
 }
 
-TEST(ImageCoordinates, PixelizingRoundsOutwardsWithAspectAndScale) {
+TEST(ImageCoordinates, PixelizingRoundsOutwardsAndTilesConvertBothWays) {
     GeRectangle<float> const rod{0.0f, 1920.0f, 0.0f, 1080.0f};
     EXPECT_EQ(PxImageProtocol::nominalToPixelized(rod, 1.0f, 1.0f),
               (GeRectangle<int>{0, 1920, 0, 1080}));
@@ -109,9 +108,8 @@ TEST(ImageCoordinates, PixelizingRoundsOutwardsWithAspectAndScale) {
     EXPECT_EQ(PxImageProtocol::nominalToPixelized({-0.5f, 2.5f, -1.25f, 0.75f}, 1.0f, 1.0f),
               (GeRectangle<int>{-1, 3, -2, 1}));
     EXPECT_EQ(PxImageProtocol::pixelizedToNominal({0, 240, 0, 270}, 2.0f, 0.25f), rod);
-}
 
-TEST(ImageCoordinates, TileIndicesAndPixelsConvertBothWays) {
+    // Tile indices and pixels, both ways, at the tile size the packages set.
     InInitMgr::getInstance().initialize();
     int const w = PxConfig::getTileSizeX();
     int const h = PxConfig::getTileSizeY();

@@ -11,13 +11,6 @@
 
 namespace VnTest {
 
-template <class N>
-PxStrongHndl<N> makeNode(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-
 // A value that holds for an interval around every time asked.
 template <class T>
 class IntervalValue final : public PxAnimValueProtocol<T> {

@@ -41,13 +41,6 @@ private:
     int _remapTo;
 };
 
-template <class N>
-PxStrongHndl<N> make(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-
 void link(PxStrongHndl<Counter> const& parent, PxStrongHndl<Counter> const& child) {
     parent->registerChild(PxNodePtr<PxNode const>(child));
 }
@@ -66,9 +59,9 @@ TEST_F(InvalidationWaves, AHundredThousandNodeChainIsInvalidatedToTheTop) {
     constexpr int kNodes = 100000;
     std::vector<PxStrongHndl<Counter>> chain;
     chain.reserve(kNodes);
-    chain.push_back(make(new Counter));
+    chain.push_back(makeNode(new Counter));
     for (int i = 1; i < kNodes; ++i) {
-        chain.push_back(make(new Counter));
+        chain.push_back(makeNode(new Counter));
         link(chain[i], chain[i - 1]);
     }
     invalidateOnAWorker(chain.front());
@@ -97,13 +90,13 @@ TEST_F(InvalidationWaves, ShareGraphsAreReachedOncePerStream) {
     for (Case const& c : cases) {
         SCOPED_TRACE(c.name);
         std::vector<PxStrongHndl<Counter>> nodes;
-        auto const bottom = make(new Counter);
+        auto const bottom = makeNode(new Counter);
         nodes.push_back(bottom);
         PxStrongHndl<Counter> below = bottom;
         for (int r = 0; r < c.rungs; ++r) {
-            auto top = make(new Counter);
+            auto top = makeNode(new Counter);
             for (int stream : c.ways) {
-                auto way = make(new Counter(stream));
+                auto way = makeNode(new Counter(stream));
                 link(way, below);
                 link(top, way);
                 nodes.push_back(way);
@@ -120,7 +113,7 @@ TEST_F(InvalidationWaves, ShareGraphsAreReachedOncePerStream) {
 
 TEST_F(InvalidationWaves, AnIntervalWithANaNEndIsRefused) {
     double const nan = std::numeric_limits<double>::quiet_NaN();
-    auto node = make(new Counter);
+    auto node = makeNode(new Counter);
     for (PxValidityInterval const& bad :
          {PxValidityInterval(nan, 1.0), PxValidityInterval(0.0, nan),
           PxValidityInterval(nan, nan)}) {
@@ -143,9 +136,9 @@ public:
 // handle goes meanwhile is still whole when its turn comes.
 TEST_F(InvalidationWaves, AParentLetGoDuringAWaveIsReachedWhole) {
     g_topGone = false;
-    auto bottom = make(new Counter);
-    auto first = make(new Counter);
-    auto top = make(new Top);
+    auto bottom = makeNode(new Counter);
+    auto first = makeNode(new Counter);
+    auto top = makeNode(new Top);
     link(first, bottom);
     link(top, bottom);
     bool goneWhenReached = true;
@@ -161,9 +154,9 @@ TEST_F(InvalidationWaves, AParentLetGoDuringAWaveIsReachedWhole) {
 }
 
 TEST_F(InvalidationWaves, PassThroughSubscriptionIgnoresNullAndDuplicates) {
-    auto value = make(new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
+    auto value = makeNode(new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
     auto through =
-        make(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, value));
+        makeNode(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, value));
     using Info = PxPassThroughProtocol::InvalidationInfo const;
     using Handler = PxPassThroughProtocol::InvalidationHandler;
     std::atomic<int> calls{0};

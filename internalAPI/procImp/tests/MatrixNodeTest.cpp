@@ -30,15 +30,8 @@ private:
 using Value = PxAnimValueNode<double>;
 using In = PxStrongHndl<PxAnimValueProtocol<double> const>;
 
-template <class N>
-PxStrongHndl<N> make(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-
 In input(double v, PxValidityInterval const& vi = PxValidityInterval::FULL) {
-    return In(make(new Input(v, vi)));
+    return In(makeNode(new Input(v, vi)));
 }
 
 GeVector3<float> apply(GeAffineMatrix3<float> const& m, float x, float y, float z) {
@@ -72,12 +65,12 @@ struct Translator {
 
 Translator translator(double x) {
     Translator t;
-    t.x = make(new Value(PxNode::Init{"x"}, PxResult<double>(x)));
+    t.x = makeNode(new Value(PxNode::Init{"x"}, PxResult<double>(x)));
     In const zero = input(0.0);
     In const one = input(1.0);
     t.node = PxStrongHndl<PxAffineMatrixProtocol const>(
-        make(new PxAffineMatrixNode(PxNode::Init{"translator"}, In(t.x), zero, zero, zero, zero,
-                                    zero, one, one, one, zero, zero, zero)));
+        makeNode(new PxAffineMatrixNode(PxNode::Init{"translator"}, In(t.x), zero, zero, zero, zero,
+                                        zero, one, one, one, zero, zero, zero)));
     return t;
 }
 
@@ -147,15 +140,16 @@ TEST_F(MatrixNodes, NodesReadTheirInputsAndNarrowTheValidity) {
     In const zero = input(0.0);
     In const one = input(1.0);
     auto node3 =
-        make(new PxAffineMatrixNode(PxNode::Init{"m3"}, input(1, {0, 10}), zero, zero, zero, zero,
-                                    input(90, {2, 20}), one, one, one, zero, zero, zero));
+        makeNode(new PxAffineMatrixNode(PxNode::Init{"m3"}, input(1, {0, 10}), zero, zero, zero,
+                                        zero, input(90, {2, 20}), one, one, one, zero, zero, zero));
     auto const r = matrixOf(PxStrongHndl<PxAffineMatrixProtocol const>(node3));
     EXPECT_EQ(r.getValue(),
               PxAffineMatrixNode::computeMatrix({1, 0, 0}, {0, 0, 90}, {1, 1, 1}, {}));
     EXPECT_EQ(r.getValidityInterval(), PxValidityInterval(2, 10));
 
-    auto node2 = make(new PxAffineMatrix2Node(PxNode::Init{"m2"}, zero, zero, input(45, {-5, 3}),
-                                              zero, zero, input(2, {1, 8}), one, zero, zero));
+    auto node2 =
+        makeNode(new PxAffineMatrix2Node(PxNode::Init{"m2"}, zero, zero, input(45, {-5, 3}), zero,
+                                         zero, input(2, {1, 8}), one, zero, zero));
     auto* q =
         new PxAffineMatrix2Request(PxUPtr<PxAffineMatrix2Protocol const>(node2), PxTimeContext(0));
     PxRequestPtr<PxAffineMatrix2Request> p(q);
@@ -178,7 +172,7 @@ TEST_F(MatrixNodes, GetComponentsGivesWhatTheMiddlePartIsMadeOf) {
         for (double& x : v)
             x = any(rng);
         PxValidityInterval const narrow(any(rng) - 60.0, any(rng) + 60.0);
-        auto node = make(new PxAffineMatrix2Node(
+        auto node = makeNode(new PxAffineMatrix2Node(
             PxNode::Init{"m2"}, input(v[0]), input(v[1]), input(v[2], narrow), input(v[3]),
             input(v[4]), input(v[5]), input(v[6]), input(v[7]), input(v[8])));
         runAndWait(new FnRequest([&] {
@@ -209,25 +203,26 @@ TEST_F(MatrixNodes, CompositeIsGlobalAfterLocalAndANullSideIsTheOther) {
     In const zero = input(0.0);
     In const two = input(2.0);
     // Local: move by 1 along x over [0, 5). Global: scale 2 over [3, 9).
-    Matrix const local(
-        make(new PxAffineMatrixNode(PxNode::Init{"local"}, input(1, {0, 5}), zero, zero, zero, zero,
-                                    zero, input(1.0), input(1.0), input(1.0), zero, zero, zero)));
+    Matrix const local(makeNode(new PxAffineMatrixNode(PxNode::Init{"local"}, input(1, {0, 5}),
+                                                       zero, zero, zero, zero, zero, input(1.0),
+                                                       input(1.0), input(1.0), zero, zero, zero)));
     Matrix const global(
-        make(new PxAffineMatrixNode(PxNode::Init{"global"}, zero, zero, zero, zero, zero, zero,
-                                    input(2, {3, 9}), two, two, zero, zero, zero)));
+        makeNode(new PxAffineMatrixNode(PxNode::Init{"global"}, zero, zero, zero, zero, zero, zero,
+                                        input(2, {3, 9}), two, two, zero, zero, zero)));
 
-    auto const none = matrixOf(Matrix(make(new Composite(PxNode::Init{"c"}, Matrix(), Matrix()))));
+    auto const none =
+        matrixOf(Matrix(makeNode(new Composite(PxNode::Init{"c"}, Matrix(), Matrix()))));
     EXPECT_TRUE(none.getValue().isIdentity());
     EXPECT_TRUE(none.getValidityInterval().isFull());
 
     auto const onlyLocal =
-        matrixOf(Matrix(make(new Composite(PxNode::Init{"c"}, local, Matrix()))));
+        matrixOf(Matrix(makeNode(new Composite(PxNode::Init{"c"}, local, Matrix()))));
     EXPECT_EQ(onlyLocal, matrixOf(local));
     auto const onlyGlobal =
-        matrixOf(Matrix(make(new Composite(PxNode::Init{"c"}, Matrix(), global))));
+        matrixOf(Matrix(makeNode(new Composite(PxNode::Init{"c"}, Matrix(), global))));
     EXPECT_EQ(onlyGlobal, matrixOf(global));
 
-    auto const both = matrixOf(Matrix(make(new Composite(PxNode::Init{"c"}, local, global))));
+    auto const both = matrixOf(Matrix(makeNode(new Composite(PxNode::Init{"c"}, local, global))));
     // The point moves first, then is scaled: 0 -> 1 -> 2.
     expectNear(both.getValue().transformPoint({0, 0, 0}), 2, 0, 0);
     EXPECT_EQ(both.getValidityInterval(), PxValidityInterval(3, 5));
@@ -238,7 +233,7 @@ TEST_F(MatrixNodes, CompositeHandlersHearLocalChangesOnTheOneListAndGlobalOnBoth
     using Matrix = PxStrongHndl<PxAffineMatrixProtocol const>;
     Translator local = translator(1);
     Translator global = translator(10);
-    auto composite = make(new Composite(PxNode::Init{"c"}, local.node, global.node));
+    auto composite = makeNode(new Composite(PxNode::Init{"c"}, local.node, global.node));
     PxWeakHndl<Composite> const weak(composite);
 
     std::atomic<int> all{0};
@@ -294,8 +289,8 @@ TEST_F(MatrixNodes, SettingTheSameSideAgainDoesNotInvalidate) {
     using Composite = PxCompositeMatrixNode;
     Translator local = translator(1);
     auto composite =
-        make(new Composite(PxNode::Init{"c"}, PxStrongHndl<PxAffineMatrixProtocol const>(),
-                           PxStrongHndl<PxAffineMatrixProtocol const>()));
+        makeNode(new Composite(PxNode::Init{"c"}, PxStrongHndl<PxAffineMatrixProtocol const>(),
+                               PxStrongHndl<PxAffineMatrixProtocol const>()));
     std::atomic<int> all{0};
     auto onAll = makeRCCbHandler<PxValidityInterval const>([&](auto&) { ++all; });
     Composite::addInvalidationCb(composite, onAll);
@@ -326,13 +321,13 @@ TEST_F(MatrixNodes, SettingTheSameSideAgainDoesNotInvalidate) {
 // side change queued before that leaves the graph as it is.
 TEST_F(MatrixNodes, ACompositeWithoutHandlesKeepsItsSidesAndIgnoresLateChanges) {
     using Composite = PxCompositeMatrixNode;
-    auto parent = make(new Input(0.0, PxValidityInterval::FULL));
+    auto parent = makeNode(new Input(0.0, PxValidityInterval::FULL));
     Composite const* raw = nullptr;
     Translator late = translator(100);
     {
         Translator local = translator(1);
         Translator global = translator(10);
-        auto composite = make(new Composite(PxNode::Init{"c"}, local.node, global.node));
+        auto composite = makeNode(new Composite(PxNode::Init{"c"}, local.node, global.node));
         parent->registerChild(PxNodePtr<PxNode const>(composite));
         raw = composite.get();
         // Queued behind a sequential request, the change runs after the last handle is gone.

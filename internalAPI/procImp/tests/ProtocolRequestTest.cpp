@@ -104,13 +104,6 @@ public:
     mutable float threshold = -1;
 };
 
-template <class N>
-PxStrongHndl<N> make(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-
 // Runs f on a worker, inside a request that outlives the requests f makes: a child request that
 // f releases is cleaned up at once but its memory stays until f's request ends.
 void onWorker(std::function<void()> f) {
@@ -133,7 +126,7 @@ using ProtocolRequests = EngineTest;
 // result object without asking the engine again (a wait on a cleaned-up request is a fault); its
 // release lets the object go. Nothing reads a request after its release.
 TEST_F(ProtocolRequests, PointerQueriesGiveTheResultThenAnEmptyOneOnceReleased) {
-    auto giver = make(new Giver(3));
+    auto giver = makeNode(new Giver(3));
     GeAffineMatrix3<float> const placement(1, 0, 0, 0, 1, 0, 0, 0, 1, 5, 6, 7);
     struct Seen {
         bool sameObject = false, sameInterval = false, sameReference = false, emptied = false;
@@ -183,7 +176,7 @@ TEST_F(ProtocolRequests, PointerQueriesGiveTheResultThenAnEmptyOneOnceReleased) 
 }
 
 TEST_F(ProtocolRequests, AFailedQueryRaisesAtEveryRead) {
-    auto giver = make(new Giver(1));
+    auto giver = makeNode(new Giver(1));
     giver->fail = true;
     auto expectRaisesTwice = [](auto* request, auto read) {
         PxRequestPtr<std::remove_pointer_t<decltype(request)>> owner(request);
@@ -212,7 +205,7 @@ TEST_F(ProtocolRequests, AFailedQueryRaisesAtEveryRead) {
 }
 
 TEST_F(ProtocolRequests, ACameraRequestCallsItsHandlerOnlyWhileItLives) {
-    auto giver = make(new Giver(30, PxValidityInterval(0, 2)));
+    auto giver = makeNode(new Giver(30, PxValidityInterval(0, 2)));
     using Handler = PxCameraRequest::Handler;
     std::mutex m;
     std::vector<std::pair<PxCameraRequest const*, double>> calls;
@@ -259,7 +252,7 @@ TEST_F(ProtocolRequests, ACameraRequestCallsItsHandlerOnlyWhileItLives) {
 
 // A handler's failure stays with the handler: the request ends and is freed as usual.
 TEST_F(ProtocolRequests, AFailingCameraHandlerDoesNotStopItsRequest) {
-    auto giver = make(new Giver(30, PxValidityInterval(0, 2)));
+    auto giver = makeNode(new Giver(30, PxValidityInterval(0, 2)));
     std::atomic<int> calls{0};
     auto throwing = makeRCCbHandler<PxCameraRequest const>([&](PxCameraRequest const&) {
         ++calls;
@@ -280,7 +273,7 @@ TEST_F(ProtocolRequests, AFailingCameraHandlerDoesNotStopItsRequest) {
 // The options are the caller's as they were when the request was made; the result comes whole,
 // with its interval; releasing the request destroys it, and with it the drawing it held.
 TEST_F(ProtocolRequests, InteractiveQueriesCarryTheOptionsAsGiven) {
-    auto giver = make(new Giver(1, PxValidityInterval(2, 3)));
+    auto giver = makeNode(new Giver(1, PxValidityInterval(2, 3)));
     auto options = makeRC<PxInteractiveOptions>();
     options->setHighlightThreshold(7.0f);
     int const drawingRefs = giver->drawing->getRefCount();
@@ -334,7 +327,7 @@ private:
 } // namespace
 
 TEST_F(ProtocolRequests, ResultStatesArriveInSubmissionOrder) {
-    auto node = make(new ResultNode);
+    auto node = makeNode(new ResultNode);
     std::vector<std::string> expected;
     for (int i = 0; i < 50; ++i) {
         PxMutationRequest::submit(
@@ -393,11 +386,11 @@ auto query(R* r) {
 // tagOf(node) asks a node through the engine and gives its tag.
 template <class Protocol, class Child, class TagOf>
 void checkPassThrough(TagOf tagOf, int a, int b) {
-    auto childA = make(new Child(a));
-    auto childB = make(new Child(b));
-    auto plain = make(new PxPassThroughNode<Protocol>(PxNode::Init{"pass"},
-                                                      PxStrongHndl<Protocol const>(childA)));
-    auto collapsing = make(new PxCollapsingPassThroughNode<Protocol>(
+    auto childA = makeNode(new Child(a));
+    auto childB = makeNode(new Child(b));
+    auto plain = makeNode(new PxPassThroughNode<Protocol>(PxNode::Init{"pass"},
+                                                          PxStrongHndl<Protocol const>(childA)));
+    auto collapsing = makeNode(new PxCollapsingPassThroughNode<Protocol>(
         PxNode::Init{"collapsing"}, PxStrongHndl<Protocol const>(childA)));
     for (PxStrongHndl<Protocol> const& through :
          {PxStrongHndl<Protocol>(plain), PxStrongHndl<Protocol>(collapsing)}) {

@@ -176,45 +176,79 @@ TEST_F(AlphaPipes, ColourTilesKeepTheirColourAndGetTheNewAlpha) {
     EXPECT_EQ(g.getTile().getFillColor(), (Color{0.1f, 0.2f, 0.3f, 0.0f}));
 }
 
+// Each pixel is the extreme over the element around it. An element that reaches past the
+// image from every pixel asked takes in all of it and the fill: any amount from there on,
+// infinite ones too, gives the same pixels, worked out with the amount cut to that reach.
 TEST_F(AlphaPipes, DilationAndErosionEqualTheExtremeOverTheElement) {
-    Image const im = blobs({0, 41, 0, 29}, 0.5f, 5);
-    IxTile const src = alphaTile(im);
-    GeRectangle<int> const dst(-3, 44, -2, 31);
-    auto inElement = [](int element, int dx, int dy, int rx, int ry) {
-        if (std::abs(dx) > rx || std::abs(dy) > ry)
-            return false;
-        if (element == IpDilate::BOX)
-            return true;
-        double const qx = rx ? double(dx) / rx : 0.0;
-        double const qy = ry ? double(dy) / ry : 0.0;
-        return qx * qx + qy * qy <= 1.0 + 1e-9;
+    double const inf = std::numeric_limits<double>::infinity();
+    // Past 50 pixels every pixel of the element is the fill, and so are those between 45 and 50
+    // in the same row or column: looking that far is enough.
+    constexpr int kFar = 50;
+    auto extreme = [&](Image const& im, int element, int x, int y, double rx, double ry,
+                       bool erode) {
+        float e = erode ? 1e9f : -1e9f;
+        int const reachY = int(std::min<double>(ry, kFar));
+        int const reachX = int(std::min<double>(rx, kFar));
+        for (int dy = -reachY; dy <= reachY; ++dy)
+            for (int dx = -reachX; dx <= reachX; ++dx) {
+                double const qx = rx > 0 ? dx / rx : 0.0;
+                double const qy = ry > 0 ? dy / ry : 0.0;
+                if (element == IpDilate::DISC && qx * qx + qy * qy > 1.0 + 1e-9)
+                    continue;
+                float const v = im.at(x + dx, y + dy);
+                e = erode ? std::min(e, v) : std::max(e, v);
+            }
+        return e;
     };
     struct Case {
         int element;
         float x;
         float y;
     };
-    for (Case c :
-         {Case{IpDilate::BOX, 3, 2}, Case{IpDilate::DISC, 3, 2}, Case{IpDilate::DISC, 7.9f, 5},
-          Case{IpDilate::DISC, 0, 4}, Case{IpDilate::BOX, 5, 0}, Case{IpDilate::DISC, -4, -3},
-          Case{IpDilate::BOX, -2, -6}, Case{IpDilate::DISC, 1, 1}}) {
-        IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
-        IxTile const out = run(s, IpDilate::create(s, c.element, c.x, c.y), src, dst);
-        int const rx = int(std::fabs(c.x));
-        int const ry = int(std::fabs(c.y));
-        bool const erode = c.x < 0 || c.y < 0;
-        for (int y = dst.ymin; y < dst.ymax; ++y)
-            for (int x = dst.xmin; x < dst.xmax; ++x) {
-                float e = erode ? 1e9f : -1e9f;
-                for (int dy = -ry; dy <= ry; ++dy)
-                    for (int dx = -rx; dx <= rx; ++dx)
-                        if (inElement(c.element, dx, dy, rx, ry))
-                            e = erode ? std::min(e, im.at(x + dx, y + dy))
-                                      : std::max(e, im.at(x + dx, y + dy));
-                ASSERT_EQ(pixel(out, x, y), e)
-                    << c.element << " " << c.x << "," << c.y << " at " << x << "," << y;
-            }
-    }
+    // Over the tile asked, the reach that covers the image from every pixel is 44 across and 31
+    // down; from its centre pixel alone, 21 and 15. A fill beyond every value of the image tells
+    // whether the element took in a pixel past it. A source not told the image's region works
+    // with the amounts as they are.
+    struct Setup {
+        GeRectangle<int> dst;
+        float fill;
+        bool imageKnown;
+    };
+    for (Setup const& setup :
+         {Setup{{-3, 44, -2, 31}, 0.5f, false}, Setup{{-3, 44, -2, 31}, 0.5f, true},
+          Setup{{20, 21, 14, 15}, 1.5f, true}, Setup{{20, 21, 14, 15}, -0.5f, true}})
+        for (Case c :
+             {Case{IpDilate::BOX, 3, 2}, Case{IpDilate::DISC, 3, 2}, Case{IpDilate::DISC, 7.9f, 5},
+              Case{IpDilate::DISC, 0, 4}, Case{IpDilate::BOX, 5, 0}, Case{IpDilate::DISC, -4, -3},
+              Case{IpDilate::BOX, -2, -6}, Case{IpDilate::DISC, 1, 1}, Case{IpDilate::BOX, 44, 31},
+              Case{IpDilate::BOX, 45, 32}, Case{IpDilate::DISC, 45, 32},
+              Case{IpDilate::DISC, 90, 3}, Case{IpDilate::BOX, float(inf), 2},
+              Case{IpDilate::DISC, 1e6f, 1e6f}, Case{IpDilate::DISC, float(inf), float(inf)},
+              Case{IpDilate::BOX, -1e30f, -1}, Case{IpDilate::DISC, -float(inf), -float(inf)},
+              Case{IpDilate::DISC, 3, float(inf)}}) {
+            bool const huge = std::fabs(c.x) > 1024 || std::fabs(c.y) > 1024;
+            if (huge && !setup.imageKnown)
+                continue; // refused: see the limits below
+            Image const im = blobs({0, 41, 0, 29}, setup.fill, 5);
+            IxTile const src = alphaTile(im);
+            GeRectangle<int> const dst = setup.dst;
+            IpScanlinePipePtr const s =
+                IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+            if (setup.imageKnown)
+                s->getAllInputs()[0]->setImageRegion(im.region);
+            IxTile const out = run(s, IpDilate::create(s, c.element, c.x, c.y), src, dst);
+            bool const erode = c.x < 0 || c.y < 0;
+            double const rx = std::isinf(c.x) ? inf : std::floor(std::fabs(double(c.x)));
+            double const ry = std::isinf(c.y) ? inf : std::floor(std::fabs(double(c.y)));
+            for (int y = dst.ymin; y < dst.ymax; ++y)
+                for (int x = dst.xmin; x < dst.xmax; ++x)
+                    ASSERT_EQ(pixel(out, x, y), extreme(im, c.element, x, y, rx, ry, erode))
+                        << c.element << " " << c.x << "," << c.y << " fill " << setup.fill << " at "
+                        << x << "," << y;
+        }
+    Image const im = blobs({0, 41, 0, 29}, 0.5f, 5);
+    IxTile const src = alphaTile(im);
+    GeRectangle<int> const dst(-3, 44, -2, 31);
     // Mixed signs: grown across, then shrunk down; the fill (a constant) stays.
     IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
     IpScanlinePipePtr const mixed = IpDilate::create(s, IpDilate::BOX, 2, -1);
@@ -411,10 +445,17 @@ TEST_F(AlphaPipes, EdgeGraphTakesANullOrIdentityCurveAndRefusesOthers) {
     }
 }
 
-TEST_F(AlphaPipes, SizesBeyondTheLimitAndNaNAreRefusedAtOnce) {
+TEST_F(AlphaPipes, SizesThatAreNotNumbersOrBeyondTheLimitAreRefused) {
     IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
     float const nan = std::numeric_limits<float>::quiet_NaN();
     float const inf = std::numeric_limits<float>::infinity();
+    // Laid out over a tile of an image whose extent the source does not know, or a wide one.
+    auto layOut = [](IpScanlinePipePtr const& source, IpScanlinePipePtr const& pipe,
+                     GeRectangle<int> image = {}) {
+        if (!image.isEmpty())
+            source->getAllInputs()[0]->setImageRegion(image);
+        IpScanlinePipeUtils::createAlphaDest(pipe, IxPixelFormat::ALPHA, {0, 64, 0, 64}, nullptr);
+    };
     struct Case {
         std::function<void()> make;
         char const* reason; // the part of the message that matters
@@ -422,21 +463,30 @@ TEST_F(AlphaPipes, SizesBeyondTheLimitAndNaNAreRefusedAtOnce) {
     Case const cases[] = {
         {[&] { IpDilate::create(s, IpDilate::DISC, nan, 2); }, "amounts must be numbers"},
         {[&] { IpDilate::create(s, IpDilate::BOX, 2, -nan); }, "amounts must be numbers"},
-        {[&] { IpDilate::create(s, IpDilate::DISC, 1e6f, 1e6f); }, "at most 1024 pixels"},
-        {[&] { IpDilate::create(s, IpDilate::DISC, 3, -inf); }, "at most 1024 pixels"},
-        {[&] { IpDilate::create(s, IpDilate::BOX, 1025, 0); }, "at most 1024 pixels"},
-        {[&] { IpFillAlpha::create(s, 5000, 5); }, "at most 1024 pixels"},
+        {[&] { layOut(s, IpDilate::create(s, IpDilate::DISC, 1e6f, 1e6f)); },
+         "at most 1024 are worked with"},
+        {[&] { layOut(s, IpDilate::create(s, IpDilate::DISC, 3, -inf)); },
+         "erosion of 0 by unbounded pixels"},
+        {[&] { layOut(s, IpDilate::create(s, IpDilate::BOX, 1025, 0)); }, "reach 1025 by 0"},
+        {[&] {
+             layOut(s, IpFillAlpha::create(s, 5000, 5), {0, 8000, 0, 64});
+         },
+         "reach 5000 by 5"},
+        {[&] { layOut(s, IpScanlinePipeUtils::createDilateNode(s, 0.5f, 2000, 1)); },
+         "at most 1024"},
         {[&] { IpDistTransform::create(s, 3, -2000, 1, 1); }, "at most 1024 pixels"},
         {[&] { IpScanlinePipeUtils::createBlurAlpha(s, 1e6f, 1); }, "at most 1024 pixels"},
+        {[&] { IpScanlinePipeUtils::createBlurAlpha(s, inf, 1); }, "at most 1024 pixels"},
         {[&] { IpScanlinePipeUtils::createBlurAlpha(s, 1, nan); }, "radii must be numbers"},
-        {[&] { IpScanlinePipeUtils::createDilateNode(s, 0.5f, 2000, 1); }, "at most 1024 pixels"},
     };
     for (Case const& c : cases) {
         std::string const reason = reasonOf(c.make);
         EXPECT_NE(reason.find(c.reason), std::string::npos) << reason;
     }
     // The limits themselves are taken.
-    EXPECT_EQ(shape(*IpDilate::create(s, IpDilate::DISC, -1024, -1024)), "Erode[0](Source)");
+    IpScanlinePipePtr const t = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+    EXPECT_EQ(reasonOf([&] { layOut(t, IpDilate::create(t, IpDilate::DISC, -1024, -1024)); }),
+              "(nothing raised)");
     EXPECT_EQ(shape(*IpScanlinePipeUtils::createBlurAlpha(s, 1024, 0)), "BlurAlpha(Source)");
 }
 

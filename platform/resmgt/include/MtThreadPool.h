@@ -6,8 +6,9 @@
 #include "VnExport.h"
 
 #include <atomic>
+#include <cstddef>
+#include <pthread.h>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace Vn {
@@ -42,6 +43,10 @@ public:
     MtThread::Id getThreadId(int index) const;
     std::string const& getName() const noexcept { return _name; }
     bool getKeepOnProcessor() const noexcept { return _keepOnProcessor; }
+    // The stack of each thread of the next start, in bytes; 0 leaves the system's default. Stacks
+    // are reserved address space, committed only as they are touched. Not while the pool runs.
+    void setStackSize(std::size_t bytes);
+    std::size_t getStackSize() const noexcept { return _stackSize; }
 
 protected:
     // The body of thread index.
@@ -57,11 +62,12 @@ private:
 
     std::string _name;
     bool _keepOnProcessor;
+    std::size_t _stackSize = 0;
     std::atomic<bool> _running{false};
     std::atomic<bool> _stopping{false};
     std::atomic<int> _nbThreads{0};
     LkLock _controlLock;
-    std::vector<std::thread> _threads;
+    std::vector<pthread_t> _threads;
     std::vector<OPtr<MtThreadInfo>> _infos;
     std::vector<std::atomic<MtThread::Id>> _threadIds;
     LkLock _failureLock;

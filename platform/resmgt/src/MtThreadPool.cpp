@@ -4,9 +4,9 @@
 #include "MtThreadMgr.h"
 
 #include <algorithm>
+#include <cstring>
 #include <pthread.h>
 #include <sched.h>
-#include <system_error>
 
 namespace Vn {
 
@@ -42,6 +42,19 @@ void keepOnProcessor(int index) {
     }
 }
 
+struct ThreadStart {
+    MtThreadPool* pool;
+    int index;
+    void (*run)(MtThreadPool*, int);
+};
+
+void* threadEntry(void* arg) {
+    ThreadStart const start = *static_cast<ThreadStart*>(arg);
+    delete static_cast<ThreadStart*>(arg);
+    start.run(start.pool, start.index);
+    return nullptr;
+}
+
 } // namespace
 
 MtThreadPool::MtThreadPool(char const* name, int reserved, bool keepOnProcessor, int reserved2)
@@ -61,6 +74,12 @@ MtThreadPool::~MtThreadPool() {
     }
 }
 
+void MtThreadPool::setStackSize(std::size_t bytes) {
+    LkGuard guard(_controlLock);
+    VN_ASSERT(!isRunning());
+    _stackSize = bytes;
+}
+
 void MtThreadPool::start(int n) {
     VN_ASSERT(n >= 1);
     LkGuard guard(_controlLock);
@@ -72,20 +91,35 @@ void MtThreadPool::start(int n) {
     _threadIds = std::vector<std::atomic<MtThread::Id>>(static_cast<std::size_t>(n));
     _nbThreads.store(n, std::memory_order_relaxed);
     _running.store(true, std::memory_order_release);
-    try {
-        _threads.reserve(static_cast<std::size_t>(n));
-        for (int i = 0; i < n; ++i)
-            _threads.emplace_back([this, i] { run(i); });
-    } catch (std::system_error const& e) {
+    _threads.reserve(static_cast<std::size_t>(n));
+    pthread_attr_t attr;
+    pthread_attr_init(&attr);
+    int error = _stackSize ? pthread_attr_setstacksize(&attr, _stackSize) : 0;
+    for (int i = 0; i < n && error == 0; ++i) {
+        auto* arg = new ThreadStart{this, i, [](MtThreadPool* pool, int index) {
+                                        pool->run(index);
+                                    }};
+        pthread_t thread;
+        error = pthread_create(&thread, &attr, threadEntry, arg);
+        if (error == 0)
+            _threads.push_back(thread);
+        else
+            delete arg;
+    }
+    pthread_attr_destroy(&attr);
+    if (error != 0) {
         // Take back the threads already running before reporting.
         _stopping.store(true, std::memory_order_release);
         notifyStop();
-        for (std::thread& t : _threads)
-            t.join();
+        for (pthread_t t : _threads)
+            pthread_join(t, nullptr);
         _threads.clear();
         _running.store(false, std::memory_order_release);
-        VN_THROW_MSG(ExInternalError,
-                     "Thread pool '" + _name + "' could not start its threads: " + e.what());
+        std::string const stack =
+            _stackSize ? " with stacks of " + std::to_string(_stackSize) + " bytes" : "";
+        VN_THROW_MSG(ExInternalError, "Thread pool '" + _name + "' could not start its " +
+                                          std::to_string(n) + " threads" + stack + ": " +
+                                          std::strerror(error));
     }
 }
 
@@ -97,8 +131,8 @@ void MtThreadPool::stop() {
         return;
     _stopping.store(true, std::memory_order_release);
     notifyStop();
-    for (std::thread& t : _threads)
-        t.join();
+    for (pthread_t t : _threads)
+        pthread_join(t, nullptr);
     _threads.clear();
     _running.store(false, std::memory_order_release);
     OPtr<ExBase> failure;

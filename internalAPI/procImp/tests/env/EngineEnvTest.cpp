@@ -12,10 +12,30 @@
 #include <cstdlib>
 #include <functional>
 #include <mutex>
+#include <pthread.h>
 #include <thread>
 #include <vector>
 
 using namespace Vn;
+
+namespace {
+
+class Fn final : public PxRequest {
+public:
+    explicit Fn(std::function<void()> f) : _f(std::move(f)) {}
+    void performExecute() override { _f(); }
+
+private:
+    std::function<void()> _f;
+};
+
+void runOnWorker(std::function<void()> f) {
+    PxRequestPtr<Fn> r(new Fn(std::move(f)));
+    PxRequestMgr::getInstance().executeRequest(r.get(), false);
+    PxRequestMgr::getInstance().waitRequest(r.get());
+}
+
+} // namespace
 
 // The run's environment sets the engine's variables and, in EXPECT_*, what must come of them.
 TEST(EngineEnv, PoolFromVariables) {
@@ -38,23 +58,21 @@ TEST(EngineEnv, PoolFromVariables) {
     if (wantRunning == 0)
         wantRunning = std::min(MtThreadMgr::getInstance().getNbProcessors(), std::atoi(threads));
     EXPECT_EQ(PxRequestMgr::getInstance().getMaxRunningWorkers(), wantRunning);
+    if (char const* stack = std::getenv("EXPECT_STACK_MB")) {
+        // What a worker really got, not only what the pool was told.
+        std::size_t workerStack = 0;
+        runOnWorker([&] {
+            pthread_attr_t attr;
+            ASSERT_EQ(pthread_getattr_np(pthread_self(), &attr), 0);
+            ASSERT_EQ(pthread_attr_getstacksize(&attr, &workerStack), 0);
+            pthread_attr_destroy(&attr);
+        });
+        EXPECT_EQ(workerStack >> 20, static_cast<std::size_t>(std::atoi(stack)));
+    }
     InInitMgr::getInstance().finalize();
     LgLog::setOutput(std::move(previous));
     EXPECT_EQ(tooMany, std::atoi(logged));
 }
-
-namespace {
-
-class Fn final : public PxRequest {
-public:
-    explicit Fn(std::function<void()> f) : _f(std::move(f)) {}
-    void performExecute() override { _f(); }
-
-private:
-    std::function<void()> _f;
-};
-
-} // namespace
 
 // Without cooperation a worker that waits for a running request sleeps: it never runs that
 // request's children itself. Two running slots keep the children queued until then.

@@ -8,7 +8,9 @@
 namespace Vn {
 
 // Grows (dilation: the largest value under the element) or shrinks (erosion: the smallest) an
-// alpha pipe. Amounts are in whole pixels: a fraction is dropped.
+// alpha pipe. Amounts are in whole pixels: a fraction is dropped. An element that reaches past
+// what the input can show, from every pixel asked, gives what it gives at that reach: the
+// graph works with the amount cut there.
 class VN_EXPORT IpDilate final : public IpScanlinePipe1In<float> {
 public:
     enum StructuringElements : std::int32_t {
@@ -16,16 +18,21 @@ public:
         BOX = 1,  // |dx| <= x, |dy| <= y
     };
 
-    // The largest amount, in pixels: the rows kept grow with the amount times the row length.
+    // The largest amount worked with, in pixels, once cut to what the image can show: the rows
+    // kept grow with the amount times the row length.
     static constexpr int MAX_AMOUNT = 1024;
 
     // Dilates by x and y; negative amounts erode. With one amount positive and the other
     // negative, the result dilates along one axis and then erodes along the other. An amount
-    // that is NaN or beyond MAX_AMOUNT raises ExBase.
+    // that is NaN raises ExBase; an infinite one reaches as far as the image. Laying the graph
+    // out raises ExBase when an amount, cut to the image, is still beyond MAX_AMOUNT.
     static IpScanlinePipePtr create(IpScanlinePipePtr const& pipe, int element, float x, float y);
 
     IpDilate(IpScanlinePipePtr const& pipe, StructuringElements element, int x, int y, bool erode);
     ~IpDilate() override;
+    void setDstRegion(GeRectangle<int> const& region) override;
+    // The input's grown by the amounts, not by the margins cut to the region asked.
+    GeRectangle<int> getImageRegion() const override;
     char const* getName() const override { return _erode ? "Erode" : "Dilate"; }
     StructuringElements getElement() const noexcept { return _element; }
     bool erodes() const noexcept { return _erode; }
@@ -44,6 +51,8 @@ private:
 
     StructuringElements _element;
     bool _erode;
+    int _amountX;
+    int _amountY;
     // The half width of the element at each row offset 0 .. marginY.
     Vector<int> _halfWidth;
     // Per input row kept: for the box, the row's window extreme; for the disc, the windows of

@@ -54,6 +54,13 @@ public:
     virtual void setDstRegion(GeRectangle<int> const& region);
     // The fill colour of the result: what it holds outside every region.
     virtual Color getFillColor() const = 0;
+    // What the image can show: outside this region every row of the result holds the fill
+    // colour. By default the inputs' regions grown by the margins.
+    virtual GeRectangle<int> getImageRegion() const;
+    // Coordinates stay within this bound, which stands for no bound at all.
+    static constexpr int kUnbounded = 1 << 30;
+    // r grown by x across and y down, within kUnbounded.
+    static GeRectangle<int> grow(GeRectangle<int> const& r, long long x, long long y);
 
     // Which rows the node hands out; a node gives one kind.
     virtual bool givesAlphaRows() const noexcept { return false; }
@@ -170,6 +177,10 @@ public:
     bool givesAlphaRows() const noexcept override { return _comps == IxPixelFormat::ALPHA; }
     bool givesColorRows() const noexcept override { return _comps != IxPixelFormat::ALPHA; }
     Color getFillColor() const override;
+    // The region outside which the source's rows are its fill colour, for a caller that knows
+    // it (the image's region of definition); a graph bounds its work by it. Unbounded if not set.
+    void setImageRegion(GeRectangle<int> const& region) noexcept { _imageRegion = region; }
+    GeRectangle<int> getImageRegion() const override { return _imageRegion; }
 
     // The tiles to read for the next run; they must outlive it.
     void setSources(Vector<IxReadGuard> const* sources) noexcept { _sources = sources; }
@@ -194,6 +205,7 @@ private:
         Vector<char> isView;
     };
     IxPixelFormat::Comps _comps;
+    GeRectangle<int> _imageRegion{-kUnbounded, kUnbounded, -kUnbounded, kUnbounded};
     Vector<IxReadGuard> const* _sources = nullptr;
     bool _inPlace = true;
     Ring<float> _alpha;

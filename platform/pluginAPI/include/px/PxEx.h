@@ -31,4 +31,13 @@ public:
     VN_EX_CLONE_RAISE(ExRequestFailed)
 };
 
+// A request was asked to run deeper than its worker's stack allows; the reason gives the stack
+// size and the setting that raises it.
+class VN_EXPORT ExGraphTooDeep : public ExBase {
+public:
+    ExGraphTooDeep(char const* file, int line, std::string reason);
+    ~ExGraphTooDeep() override;
+    VN_EX_CLONE_RAISE(ExGraphTooDeep)
+};
+
 } // namespace Vn::PxEx

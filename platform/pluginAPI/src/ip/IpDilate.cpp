@@ -30,8 +30,32 @@ int floorLog2(int v) {
     return k;
 }
 
+// Whole pixels, an infinite amount reaching any image.
 int wholePixels(float a) {
-    return static_cast<int>(std::fabs(a));
+    double const m = std::fabs(static_cast<double>(a));
+    return m >= IpScanlinePipe::kUnbounded ? IpScanlinePipe::kUnbounded : static_cast<int>(m);
+}
+
+// The half width of the disc (x, y) at row offset dy: the widest w <= x with (w / x)^2 +
+// (dy / y)^2 <= 1, up to a rounding margin.
+int discHalfWidth(int x, int y, int dy) {
+    double const rest = 1.0 + 1e-9 - ratio2(dy, y);
+    if (x == 0 || rest < 0.0)
+        return 0;
+    auto w = static_cast<int>(std::min<double>(x, std::floor(x * std::sqrt(rest))));
+    while (w < x && ratio2(w + 1, x) <= rest)
+        ++w;
+    while (w > 0 && ratio2(w, x) > rest)
+        --w;
+    return w;
+}
+
+// How far an element must reach, from every column (row) of `asked`, to cover every column
+// (row) of `shown` and one beyond it, which holds the fill colour.
+long long coveringReach(int askedMin, int askedMax, int shownMin, int shownMax) {
+    return std::max<long long>(static_cast<long long>(askedMax) - 1 - shownMin,
+                               static_cast<long long>(shownMax) - 1 - askedMin) +
+           1;
 }
 
 // Refuses sizes that are not numbers or beyond the limit, before any arithmetic on them.
@@ -55,7 +79,11 @@ IpScanlinePipePtr IpDilate::create(IpScanlinePipePtr const& pipe, int element, f
     // clang-format off
     VN_ASSERT(element == DISC || element == BOX);
     // clang-format on
-    checkSizes("dilation", x, y);
+    if (std::isnan(x) || std::isnan(y)) {
+        std::ostringstream m;
+        m << "A dilation of " << x << " by " << y << " pixels is refused: amounts must be numbers.";
+        VN_THROW_MSG(ExBase, m.str());
+    }
     auto const e = StructuringElements(element);
     bool const erodeX = x < 0.0f;
     bool const erodeY = y < 0.0f;
@@ -70,20 +98,45 @@ IpScanlinePipePtr IpDilate::create(IpScanlinePipePtr const& pipe, int element, f
 
 IpDilate::IpDilate(IpScanlinePipePtr const& pipe, StructuringElements element, int x, int y,
                    bool erode)
-    : IpScanlinePipe1In<float>(pipe, x, y), _element(element), _erode(erode) {
-    _halfWidth.resize(static_cast<std::size_t>(y) + 1);
-    for (int dy = 0; dy <= y; ++dy) {
-        if (element == BOX) {
-            _halfWidth[static_cast<std::size_t>(dy)] = x;
-            continue;
-        }
-        double const rest = 1.0 + 1e-9 - ratio2(dy, y);
-        int w = 0;
-        while (w < x && ratio2(w + 1, x) <= rest)
-            ++w;
-        _halfWidth[static_cast<std::size_t>(dy)] = w;
+    : IpScanlinePipe1In<float>(pipe, 0, 0), _element(element), _erode(erode),
+      _amountX(std::min(std::abs(x), kUnbounded)), _amountY(std::min(std::abs(y), kUnbounded)) {}
+
+void IpDilate::setDstRegion(GeRectangle<int> const& region) {
+    // Past the reach that covers what the input shows from every pixel asked, a wider element
+    // takes in only more of the fill colour: the result is the same, so the work stops there.
+    int mx = 0;
+    int my = 0;
+    GeRectangle<int> const shown = _inputs[0]->getImageRegion();
+    if (!region.isEmpty() && !shown.isEmpty()) {
+        mx = static_cast<int>(std::min<long long>(
+            _amountX, coveringReach(region.xmin, region.xmax, shown.xmin, shown.xmax)));
+        my = static_cast<int>(std::min<long long>(
+            _amountY, coveringReach(region.ymin, region.ymax, shown.ymin, shown.ymax)));
     }
-    _nbLevels = element == BOX ? 1 : floorLog2(2 * x + 1) + 1;
+    if (mx > MAX_AMOUNT || my > MAX_AMOUNT) {
+        auto const text = [](int a) {
+            return a >= kUnbounded ? std::string("unbounded") : std::to_string(a);
+        };
+        std::ostringstream m;
+        m << "A" << (_erode ? "n erosion" : " dilation") << " of " << text(_amountX) << " by "
+          << text(_amountY) << " pixels is refused: over an image this large it would reach "
+          << text(mx) << " by " << text(my) << " pixels, and at most " << MAX_AMOUNT
+          << " are worked with.";
+        VN_THROW_MSG(ExBase, m.str());
+    }
+    _marginX = mx;
+    _marginY = my;
+    _outputDelay = my;
+    _halfWidth.resize(static_cast<std::size_t>(my) + 1);
+    for (int dy = 0; dy <= my; ++dy)
+        _halfWidth[static_cast<std::size_t>(dy)] =
+            _element == BOX ? mx : std::min(mx, discHalfWidth(_amountX, _amountY, dy));
+    _nbLevels = _element == BOX ? 1 : floorLog2(2 * mx + 1) + 1;
+    IpScanlinePipe1In<float>::setDstRegion(region);
+}
+
+GeRectangle<int> IpDilate::getImageRegion() const {
+    return grow(_inputs[0]->getImageRegion(), _amountX, _amountY);
 }
 
 IpDilate::~IpDilate() = default;

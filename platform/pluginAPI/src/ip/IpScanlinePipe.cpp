@@ -100,6 +100,22 @@ void IpScanlinePipe::setDstRegion(GeRectangle<int> const& region) {
     _dstRegion = region;
 }
 
+GeRectangle<int> IpScanlinePipe::getImageRegion() const {
+    GeRectangle<int> shown;
+    for (IpScanlinePipePtr const& in : _inputs)
+        shown = shown.unite(in->getImageRegion());
+    return grow(shown, _marginX, _marginY);
+}
+
+GeRectangle<int> IpScanlinePipe::grow(GeRectangle<int> const& r, long long x, long long y) {
+    if (r.isEmpty())
+        return {};
+    auto const bound = [](long long v) {
+        return static_cast<int>(std::clamp<long long>(v, -kUnbounded, kUnbounded));
+    };
+    return {bound(r.xmin - x), bound(r.xmax + x), bound(r.ymin - y), bound(r.ymax + y)};
+}
+
 IxScanline<float> const& IpScanlinePipe::getAlphaScanline(int y) const {
     IxScanline<float> const* row = findAlphaRow(y);
     // clang-format off

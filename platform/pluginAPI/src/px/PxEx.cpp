@@ -18,4 +18,10 @@ ExInvalidParameter::ExInvalidParameter(char const* file, int line, std::string r
 }
 ExInvalidParameter::~ExInvalidParameter() = default;
 
+ExGraphTooDeep::ExGraphTooDeep(char const* file, int line, std::string reason)
+    : ExBase(file, line) {
+    setReason(std::move(reason));
+}
+ExGraphTooDeep::~ExGraphTooDeep() = default;
+
 } // namespace Vn::PxEx
