@@ -41,6 +41,21 @@ private:
     PxNodePtr<PxImageProtocol const> _front;
 };
 
+// A colour from three animated numbers, red, green and blue.
+class VN_EXPORT HoColorNode final : public PxAnimValueProtocol<CoRgbColorTyped<float>> {
+public:
+    using Channel = PxStrongHndl<PxAnimValueProtocol<double> const>;
+    // No handle may be null.
+    HoColorNode(PxNode::Init const& init, Channel const& r, Channel const& g, Channel const& b);
+    PxResult<CoRgbColorTyped<float>> getValue(PxTimeContext const& context) const override;
+
+protected:
+    void init() override;
+
+private:
+    PxNodePtr<PxAnimValueProtocol<double> const> _r, _g, _b;
+};
+
 // An image times a gain: premultiplied colour is scaled, alpha kept. The gain is animatable.
 class VN_EXPORT HoGainNode final : public PxImageNode {
 public:

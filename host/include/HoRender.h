@@ -2,6 +2,7 @@
 
 #include "ExBase.h"
 #include "IxPixelFormat.h"
+#include "PiNode.h"
 #include "PxImageProtocol.h"
 
 #include <cstddef>
@@ -59,6 +60,14 @@ struct VN_EXPORT HoDefaultGraph {
            std::optional<std::pair<int, int>> const& loop = {},
            std::vector<PxStrongHndl<PxNode const>>* keep = nullptr,
            std::optional<HoPan> const& pan = {});
+    // The same picture made by tools in the group, as one undoable edit: Test Pattern,
+    // Repeat with a loop, Convert, Pan with a pan, Color Source and Over. Gives the Over node.
+    static RCShdPtr<PiToolNode> createTools(PiGroupNode& group, int width, int height,
+                                            PxImageFormat const& format,
+                                            std::optional<std::pair<int, int>> const& loop = {},
+                                            std::optional<HoPan> const& pan = {});
+    // The image node behind a tool's output "Output".
+    static PxStrongHndl<PxImageProtocol const> outputOf(PiToolNode& tool);
 };
 
 // Evaluates a node's frames through the engine, one request per tile.

@@ -4,6 +4,7 @@
 #include "PiToolInterface.h"
 #include "PiToolTopologyInterface.h"
 #include "PiValueChangeInterface.h"
+#include "PxImageFormat.h"
 #include "VnExport.h"
 
 #include <string>
@@ -30,6 +31,13 @@ public:
                                                                        std::string const& name);
     static PxStrongHndl<PxAnimValueProtocol<int> const> intInput(OutputPublisher& p,
                                                                  std::string const& name);
+    // The images' format from the node's stored values "Depth" (8, 16 or 32 bits, float when
+    // 0) and "Rate" ("25" or "30000/1001"; 25 when empty), RGBA with square pixels.
+    PxImageFormat storedFormat() const;
+
+private:
+    // The stored values shape the tool's nodes: a change rebuilds them.
+    void valueChanged(RCShdPtr<PiValue> const& value) override;
 };
 
 // The tools of the application, as a plug-in would write them.
@@ -38,12 +46,25 @@ public:
 //  "Over":         inputs Front and Back (images, Back primary); output Output. Premultiplied.
 //  "Gain":         inputs Source (image, primary) and Gain (double, 0 to 1000, default 1);
 //                  output Output: the colour times the gain.
+//  "Convert":      input Source (image); stored Depth and Rate; output Output: the images in
+//                  that format.
+//  "Color Source": inputs Width, Height (int), Red, Green, Blue (double, default 0.18) and
+//                  Opacity (double, 0 to 1, default 1); stored Depth and Rate; output Output.
+//  "Repeat":       inputs Source, In and Out (first frame and frame behind the last), Mode
+//                  (Hold, Loop, Ping Pong, No Repeat) and Lock; output Output.
+//  "Pan":          inputs Source, X and Y (pixels) and Filter (0 none to 7, as vnrender's
+//                  names); output Output: the image moved, resampled by the filter.
+// Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:
     static RCShdPtr<PiTool const> testPattern();
     static RCShdPtr<PiTool const> over();
     static RCShdPtr<PiTool const> gain();
-    // Registers the three with the registry.
+    static RCShdPtr<PiTool const> convert();
+    static RCShdPtr<PiTool const> colorSource();
+    static RCShdPtr<PiTool const> repeat();
+    static RCShdPtr<PiTool const> pan();
+    // Registers them all with the registry.
     static void registerTools(HoToolRegistry& registry);
 };
 

@@ -163,4 +163,28 @@ PxImageResult HoGainNode::getImageResult(PxImageContext const& context) const {
     return {guard.getTile(), vi};
 }
 
+HoColorNode::HoColorNode(PxNode::Init const& init, Channel const& r, Channel const& g,
+                         Channel const& b)
+    : PxNode(init), _r(r), _g(g), _b(b) {
+    VN_ASSERT(!_r.isNull() && !_g.isNull() && !_b.isNull());
+}
+
+void HoColorNode::init() {
+    PxNode::init();
+    registerChild(_r);
+    registerChild(_g);
+    registerChild(_b);
+}
+
+PxResult<CoRgbColorTyped<float>> HoColorNode::getValue(PxTimeContext const& context) const {
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    auto read = [&](PxNodePtr<PxAnimValueProtocol<double> const> const& c) {
+        PxResult<double> const v = c->getValue(context);
+        v.reduceVI(vi);
+        return static_cast<float>(v.getValue());
+    };
+    CoRgbColorTyped<float> const color{read(_r), read(_g), read(_b)};
+    return {color, vi};
+}
+
 } // namespace Vn

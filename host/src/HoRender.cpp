@@ -1,10 +1,14 @@
 #include "HoRender.h"
 #include "Assertions.h"
+#include "HoGraph.h"
 #include "HoImageNodes.h"
+#include "HoTools.h"
 #include "IxConvertUtil.h"
 #include "IxImageOps.h"
+#include "PiCommandStack.h"
 #include "PiImageConvertNode.h"
 #include "PiImageRepeatNode.h"
+#include "PiTopologyInterface.h"
 #include "PxDAGMonitorImp.h"
 #include "PxImageRequests.h"
 #include "PxImageSourceNodes.h"
@@ -130,6 +134,78 @@ HoDefaultGraph::create(int width, int height, PxImageFormat const& format,
         node(new PxColorSourceNode(PxNode::Init{"background"}, f, w, h, clear, transparent,
                                    value(CoRgbColorTyped<float>{0.18f, 0.18f, 0.18f}), value(1.0)));
     return made(new HoOverNode(PxNode::Init{"over"}, converted, background));
+}
+
+namespace {
+template <class T>
+void setInput(PiToolNode& tool, char const* input, T v) {
+    RCShdPtr<PiNode> value = tool.findInput(input)->getConnectedOutput()->retrieveNode();
+    rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
+}
+
+void storeFormat(PiToolNode& tool, PxImageFormat const& format) {
+    if (auto d = rcDynamicCast<PiTypedValue<int>>(tool.findValue("Depth")))
+        d->set(format.getPixelFormat().getDepth());
+    Rational const& r = format.getFrameRate();
+    rcCast<PiTypedValue<std::string>>(tool.findValue("Rate"))
+        ->set(std::to_string(r.getNumerator()) + "/" + std::to_string(r.getDenominator()));
+}
+
+void feed(PiToolNode& from, PiToolNode& to, char const* input) {
+    to.findInput(input)->connect(from.findOutput("Output"));
+}
+} // namespace
+
+RCShdPtr<PiToolNode> HoDefaultGraph::createTools(PiGroupNode& group, int width, int height,
+                                                 PxImageFormat const& format,
+                                                 std::optional<std::pair<int, int>> const& loop,
+                                                 std::optional<HoPan> const& pan) {
+    PiUndoGuard guard(*group.getGraph(), "Default Graph");
+    auto sized = [&](RCShdPtr<PiTool const> const& tool, char const* name) {
+        RCShdPtr<PiToolNode> n = group.createToolNode(tool, name);
+        setInput(*n, "Width", width);
+        setInput(*n, "Height", height);
+        storeFormat(*n, format);
+        return n;
+    };
+    RCShdPtr<PiToolNode> image = sized(HoTools::testPattern(), "Pattern");
+    if (loop) {
+        RCShdPtr<PiToolNode> r = group.createToolNode(HoTools::repeat(), "Loop");
+        setInput(*r, "In", loop->first);
+        setInput(*r, "Out", loop->second);
+        setInput(*r, "Mode", static_cast<int>(TmTypes::LOOP));
+        feed(*image, *r, "Source");
+        image = r;
+    }
+    RCShdPtr<PiToolNode> convert = group.createToolNode(HoTools::convert(), "Convert");
+    storeFormat(*convert, format);
+    feed(*image, *convert, "Source");
+    image = convert;
+    if (pan) {
+        RCShdPtr<PiToolNode> p = group.createToolNode(HoTools::pan(), "Pan");
+        setInput(*p, "X", pan->dx);
+        setInput(*p, "Y", pan->dy);
+        setInput(*p, "Filter", pan->filter);
+        feed(*image, *p, "Source");
+        image = p;
+    }
+    RCShdPtr<PiToolNode> background = sized(HoTools::colorSource(), "Background");
+    RCShdPtr<PiToolNode> over = group.createToolNode(HoTools::over(), "Over");
+    feed(*image, *over, "Front");
+    feed(*background, *over, "Back");
+    return over;
+}
+
+PxStrongHndl<PxImageProtocol const> HoDefaultGraph::outputOf(PiToolNode& tool) {
+    auto topo = rcDynamicCast<PiTopologyInterface>(tool.getController().lock());
+    if (!topo)
+        HO_FAIL("the node \"" + tool.getNodeName() + "\" has no processing side");
+    PxStrongHndl<PxNode const> const out =
+        topo->getOutputProcNode(tool.findOutput("Output")).lock();
+    auto const* image = dynamic_cast<PxImageProtocol const*>(out.get());
+    if (!image)
+        HO_FAIL("the node \"" + tool.getNodeName() + "\" makes no image");
+    return PxStrongHndl<PxImageProtocol const>(image);
 }
 
 HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
@@ -355,9 +431,10 @@ void HoRenderJob::run(std::function<void(Progress const&)> const& progress) cons
     std::optional<std::pair<int, int>> loop;
     if (frames)
         loop = std::pair{first, first + kLoopFrames};
-    std::vector<PxStrongHndl<PxNode const>> nodes;
-    PxStrongHndl<PxImageProtocol const> const graph =
-        HoDefaultGraph::create(width, height, format, loop, &nodes, pan);
+    RCShdPtr<PiGraph> const tools = HoGraph::create("default");
+    RCShdPtr<PiToolNode> const over =
+        HoDefaultGraph::createTools(*tools->getRootNode(), width, height, format, loop, pan);
+    PxStrongHndl<PxImageProtocol const> const graph = HoDefaultGraph::outputOf(*over);
     int const last = frames ? frames->second : 0;
     int const nbFrames = last - first + 1;
     if (!dagFile.empty()) {

@@ -1,11 +1,16 @@
 #include "HoTools.h"
 
 #include "ExBase.h"
+
 #include "HoImageNodes.h"
 #include "HoToolRegistry.h"
+#include "PiImageConvertNode.h"
+#include "PiImageRepeatNode.h"
 #include "PiInputPolicy.h"
 #include "PxImageSourceNodes.h"
+#include "PxPannerNode.h"
 #include "PxValueNode.h"
+#include <cstdlib>
 
 namespace Vn {
 
@@ -30,9 +35,9 @@ PxStrongHndl<PxNode const> finished(N* n) {
 
 class Controller final : public HoToolController {
 public:
-    using Build = void (*)(OutputPublisher&);
+    using Build = void (*)(HoToolController&, OutputPublisher&);
     explicit Controller(Build build) : _build(build) {}
-    void createProcNodes(OutputPublisher& publisher) override { _build(publisher); }
+    void createProcNodes(OutputPublisher& publisher) override { _build(*this, publisher); }
 
 private:
     Build _build;
@@ -41,9 +46,9 @@ private:
 class Protocol final : public PiToolProtocolImp {
 public:
     using Describe = void (*)(PiToolPolicyDescriptor&);
-    Protocol(std::string name, std::string category, Describe describe, Controller::Build build,
+    Protocol(std::string name, std::string category, Describe describer, Controller::Build build,
              std::string primaryIn, std::string primaryOut)
-        : PiToolProtocolImp(std::move(name), std::move(category), "1.0"), _describe(describe),
+        : PiToolProtocolImp(std::move(name), std::move(category), "1.0"), _describe(describer),
           _build(build), _primaryIn(std::move(primaryIn)), _primaryOut(std::move(primaryOut)) {}
     void describe(PiToolPolicyDescriptor& d) const override { _describe(d); }
     std::string getPrimaryInput() const override { return _primaryIn; }
@@ -64,7 +69,44 @@ RCShdPtr<PiTool const> makeTool(Protocol* p) {
 
 } // namespace
 
+namespace {
+// "25", "30000/1001"; empty for 25 frames a second.
+Rational parseRate(std::string const& text) {
+    if (text.empty())
+        return Rational(25);
+    char* end = nullptr;
+    long long const num = std::strtoll(text.c_str(), &end, 10);
+    long long den = 1;
+    if (*end == '/')
+        den = std::strtoll(end + 1, &end, 10);
+    if (*end != '\0' || num <= 0 || den <= 0)
+        VN_THROW_MSG(ExBase, "\"" + text + "\" is not a frame rate");
+    return Rational(num, den);
+}
+} // namespace
+
 HoToolController::~HoToolController() = default;
+
+PxImageFormat HoToolController::storedFormat() const {
+    RCShdPtr<PiNode> const node = getNode();
+    int depth = IxPixelFormat::FLOAT32;
+    std::string rate;
+    if (node) {
+        if (auto d = rcDynamicCast<PiTypedValue<int>>(node->findValue("Depth")); d && d->get() != 0)
+            depth = d->get();
+        if (auto r = rcDynamicCast<PiTypedValue<std::string>>(node->findValue("Rate")))
+            rate = r->get();
+    }
+    if (depth != IxPixelFormat::UINT8 && depth != IxPixelFormat::FLOAT16 &&
+        depth != IxPixelFormat::FLOAT32)
+        VN_THROW_MSG(ExBase, "a depth of " + std::to_string(depth) + " bits is not 8, 16 or 32");
+    return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, depth), parseRate(rate));
+}
+
+void HoToolController::valueChanged(RCShdPtr<PiValue> const&) {
+    if (getToolImp().isBuilt())
+        getToolImp().forceCreateProcNodes();
+}
 
 PxStrongHndl<PxImageProtocol const> HoToolController::imageInput(OutputPublisher& p,
                                                                  std::string const& name) {
@@ -88,12 +130,13 @@ RCShdPtr<PiTool const> HoTools::testPattern() {
             d.require("Width", PiSocketType::INT, PiRangeInputPolicy<int>::create(1, 16384, 320));
             d.require("Height", PiSocketType::INT, PiRangeInputPolicy<int>::create(1, 16384, 240));
             d.produces("Output", PiSocketType::IMAGE);
+            d.stores("Rate", PiValueType::String);
         },
-        [](PiToolTopologyInterface::OutputPublisher& p) {
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
             auto const format = finished(new PxImageFormatNode(
                 PxNode::Init{"pattern format"},
                 PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
-                              Rational(24))));
+                              c.storedFormat().getFrameRate())));
             auto const clear = finished(new PxConstantAnimValueNode<CoRgbColorTyped<float>>(
                 PxNode::Init{"clear"}, PxResult<CoRgbColorTyped<float>>(CoRgbColorTyped<float>{})));
             auto const transparent = finished(new PxConstantAnimValueNode<double>(
@@ -122,7 +165,7 @@ RCShdPtr<PiTool const> HoTools::over() {
             d.require("Back", PiSocketType::IMAGE);
             d.produces("Output", PiSocketType::IMAGE);
         },
-        [](PiToolTopologyInterface::OutputPublisher& p) {
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
             p.publish("Output", finished(new HoOverNode(PxNode::Init{"over"},
                                                         HoToolController::imageInput(p, "Front"),
                                                         HoToolController::imageInput(p, "Back"))));
@@ -138,7 +181,7 @@ RCShdPtr<PiTool const> HoTools::gain() {
             d.require("Gain", PiSocketType::DOUBLE, PiRangeInputPolicy<double>::create(0, 1000, 1));
             d.produces("Output", PiSocketType::IMAGE);
         },
-        [](PiToolTopologyInterface::OutputPublisher& p) {
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
             p.publish("Output", finished(new HoGainNode(PxNode::Init{"gain"},
                                                         HoToolController::imageInput(p, "Source"),
                                                         HoToolController::doubleInput(p, "Gain"))));
@@ -146,10 +189,123 @@ RCShdPtr<PiTool const> HoTools::gain() {
         "Source", "Output"));
 }
 
+namespace {
+template <class T>
+PxStrongHndl<PxAnimValueProtocol<T> const> constant(T v) {
+    auto const n =
+        finished(new PxConstantAnimValueNode<T>(PxNode::Init{"constant"}, PxResult<T>(v)));
+    return PxStrongHndl<PxAnimValueProtocol<T> const>(
+        dynamic_cast<PxAnimValueProtocol<T> const*>(n.get()));
+}
+
+PxStrongHndl<PxImageFormatProtocol const> formatNode(PxImageFormat const& f) {
+    auto const n = finished(new PxImageFormatNode(PxNode::Init{"format"}, f));
+    return PxStrongHndl<PxImageFormatProtocol const>(
+        dynamic_cast<PxImageFormatProtocol const*>(n.get()));
+}
+
+void storesFormat(PiToolPolicyDescriptor& d) {
+    d.stores("Depth", PiValueType::Int);
+    d.stores("Rate", PiValueType::String);
+}
+} // namespace
+
+RCShdPtr<PiTool const> HoTools::convert() {
+    return makeTool(new Protocol(
+        "Convert", "Color",
+        [](PiToolPolicyDescriptor& d) {
+            d.require("Source", PiSocketType::IMAGE);
+            d.produces("Output", PiSocketType::IMAGE);
+            storesFormat(d);
+        },
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
+            p.publish("Output",
+                      finished(new PiImageInputConvertNode(
+                          PxNode::Init{"convert"}, HoToolController::imageInput(p, "Source"),
+                          PxNodePtr<PxImageFormatProtocol const>(formatNode(c.storedFormat())))));
+        },
+        "Source", "Output"));
+}
+
+RCShdPtr<PiTool const> HoTools::colorSource() {
+    return makeTool(new Protocol(
+        "Color Source", "Generator",
+        [](PiToolPolicyDescriptor& d) {
+            d.require("Width", PiSocketType::INT, PiRangeInputPolicy<int>::create(1, 16384, 320));
+            d.require("Height", PiSocketType::INT, PiRangeInputPolicy<int>::create(1, 16384, 240));
+            for (char const* channel : {"Red", "Green", "Blue"})
+                d.require(channel, PiSocketType::DOUBLE,
+                          PiRangeInputPolicy<double>::create(-1e6, 1e6, 0.18));
+            d.require("Opacity", PiSocketType::DOUBLE, PiRangeInputPolicy<double>::create(0, 1, 1));
+            d.produces("Output", PiSocketType::IMAGE);
+            storesFormat(d);
+        },
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
+            auto const color = finished(new HoColorNode(PxNode::Init{"color"},
+                                                        HoToolController::doubleInput(p, "Red"),
+                                                        HoToolController::doubleInput(p, "Green"),
+                                                        HoToolController::doubleInput(p, "Blue")));
+            p.publish(
+                "Output",
+                finished(new PxColorSourceNode(
+                    PxNode::Init{"color source"}, formatNode(c.storedFormat()),
+                    HoToolController::intInput(p, "Width"), HoToolController::intInput(p, "Height"),
+                    constant(CoRgbColorTyped<float>{}), constant(0.0),
+                    PxStrongHndl<PxAnimValueProtocol<CoRgbColorTyped<float>> const>(
+                        dynamic_cast<PxAnimValueProtocol<CoRgbColorTyped<float>> const*>(
+                            color.get())),
+                    HoToolController::doubleInput(p, "Opacity"))));
+        },
+        "", "Output"));
+}
+
+RCShdPtr<PiTool const> HoTools::repeat() {
+    return makeTool(new Protocol(
+        "Repeat", "Time",
+        [](PiToolPolicyDescriptor& d) {
+            d.require("Source", PiSocketType::IMAGE);
+            d.require("In", PiSocketType::INT);
+            d.require("Out", PiSocketType::INT,
+                      PiRangeInputPolicy<int>::create(-31536000, 31536000, 1));
+            d.require("Mode", PiSocketType::INT, PiImageRepeatNode::getRepeatModeInputPolicy());
+            d.require("Lock", PiSocketType::BOOL);
+            d.produces("Output", PiSocketType::IMAGE);
+        },
+        [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
+            p.publish("Output",
+                      finished(new PiImageRepeatNode(
+                          PxNode::Init{"repeat"}, HoToolController::imageInput(p, "Source"),
+                          p.getInputNode("In"), p.getInputNode("Out"), p.getInputNode("Mode"),
+                          p.getInputNode("Lock"))));
+        },
+        "Source", "Output"));
+}
+
+RCShdPtr<PiTool const> HoTools::pan() {
+    return makeTool(new Protocol(
+        "Pan", "Transform",
+        [](PiToolPolicyDescriptor& d) {
+            d.require("Source", PiSocketType::IMAGE);
+            d.require("X", PiSocketType::DOUBLE);
+            d.require("Y", PiSocketType::DOUBLE);
+            d.require("Filter", PiSocketType::INT, PiRangeInputPolicy<int>::create(0, 7, 2));
+            d.produces("Output", PiSocketType::IMAGE);
+        },
+        [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
+            p.publish("Output",
+                      finished(new PxPannerNode(
+                          PxNode::Init{"pan"}, HoToolController::imageInput(p, "Source"),
+                          HoToolController::doubleInput(p, "X"),
+                          HoToolController::doubleInput(p, "Y"), constant(0.0), constant(0.0),
+                          HoToolController::intInput(p, "Filter"), constant(1.0))));
+        },
+        "Source", "Output"));
+}
+
 void HoTools::registerTools(HoToolRegistry& registry) {
-    registry.registerTool(testPattern());
-    registry.registerTool(over());
-    registry.registerTool(gain());
+    for (auto const& tool :
+         {testPattern(), over(), gain(), convert(), colorSource(), repeat(), pan()})
+        registry.registerTool(tool);
 }
 
 } // namespace Vn

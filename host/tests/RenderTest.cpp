@@ -1,5 +1,7 @@
+#include "HoGraph.h"
 #include "HoImageNodes.h"
 #include "HoRender.h"
+#include "PiCommandStack.h"
 
 #include "InPackageInit.h"
 #include "PxRequestMgr.h"
@@ -75,6 +77,37 @@ std::pair<int, std::string> runCommand(std::string const& command) {
 }
 
 } // namespace
+
+// The renderer's picture made by tools is the one its processing graph makes, byte for byte,
+// with and without a loop and a pan, at every depth.
+TEST_F(Render, ToolGraphMakesTheSamePictureAsTheProcessingGraph) {
+    struct Case {
+        IxPixelFormat::Depth depth;
+        std::optional<std::pair<int, int>> loop;
+        std::optional<HoPan> pan;
+        double time;
+    };
+    std::vector<Case> const cases = {
+        {IxPixelFormat::UINT8, {}, {}, 0.0},
+        {IxPixelFormat::FLOAT16, std::pair{0, 4}, {}, 6.0 / 25.0},
+        {IxPixelFormat::FLOAT32, {}, HoPan{30.5, 20.25, HoPan::filterOf("mitchell")}, 0.0},
+        {IxPixelFormat::FLOAT16, std::pair{2, 6}, HoPan{3.0, -2.0, 0}, 9.0 / 25.0},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        Case const& c = cases[i];
+        PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, c.depth), Rational(25));
+        std::vector<PxStrongHndl<PxNode const>> keep;
+        HoImage const nodes = HoRenderer::renderFrame(
+            HoDefaultGraph::create(150, 70, format, c.loop, &keep, c.pan), c.time);
+        RCShdPtr<PiGraph> const graph = HoGraph::create("default");
+        RCShdPtr<PiToolNode> const over =
+            HoDefaultGraph::createTools(*graph->getRootNode(), 150, 70, format, c.loop, c.pan);
+        HoImage const tools = HoRenderer::renderFrame(HoDefaultGraph::outputOf(*over), c.time);
+        EXPECT_EQ(tools.format, nodes.format) << i;
+        EXPECT_TRUE(tools.pixels == nodes.pixels) << i;
+        EXPECT_EQ(graph->getCommandStack().getUndoCount(), 1) << i;
+    }
+}
 
 TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
     TempDir dir;

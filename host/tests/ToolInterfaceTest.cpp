@@ -369,9 +369,10 @@ TEST_F(ToolInterfaceTest, FactoryTableGivesSharedNullNodesAndTypedPassThroughs) 
         Node const through = PiProcNodeFactory::createPassThroughNode(PiSocketType(c.type), g);
         EXPECT_TRUE(c.isOfType(through.get()));
         EXPECT_NE(through.get(), g.get());
-        if (c.type != PiSocketType::CAMERA)
+        if (c.type != PiSocketType::CAMERA) {
             EXPECT_THROW(PiProcNodeFactory::createPassThroughNode(PiSocketType(c.type), wrong),
                          ExBase);
+        }
     }
     // Generators answer the type's default, valid at all times.
     EXPECT_EQ(read<double>(PiProcNodeFactory::createGeneratorNode(PiSocketType::DOUBLE), 3.0),

@@ -683,8 +683,9 @@ TEST_F(RequestEngine, FailuresPassedUpThroughWaitsAreLoggedOncePerLevel) {
             [&] { runAndWait(new FnRequest([&] { runAndWait(new FnRequest(c.fail)); })); })));
         EXPECT_EQ(log.count({"PxGraph[0]", "Caught exception", "while executing a PxRequest"}),
                   c.logged);
-        if (c.logged)
+        if (c.logged) {
             EXPECT_EQ(log.count({"PxGraph[0]", "bad pixel 4"}), c.logged);
+        }
     }
 }
 

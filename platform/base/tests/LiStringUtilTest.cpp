@@ -29,6 +29,7 @@ TEST(WideStringUtil, Utf8BothWays) {
     EXPECT_EQ(WideStringUtil::widenMB("\xC0\xAF"), L"\uFFFD\uFFFD");
     EXPECT_EQ(WideStringUtil::widenMB("\xED\xA0\x80z"), L"\uFFFD\uFFFD\uFFFDz");
     // A wide value beyond Unicode narrows to U+FFFD.
-    if constexpr (sizeof(wchar_t) == 4)
+    if constexpr (sizeof(wchar_t) == 4) {
         EXPECT_EQ(WideStringUtil::narrowMB(std::wstring(1, wchar_t(0x110000))), "\xEF\xBF\xBD");
+    }
 }

@@ -13,7 +13,7 @@
 namespace Vn {
 
 // A file operation that failed: the path, the operation ("write", "rename", ...) and the
-// system's error. The reason reads "cannot <operation> "<path>": <strerror>".
+// system's error. The reason reads: cannot, the operation, the quoted path, a colon and strerror.
 class VN_EXPORT OsFileError : public ExBase {
 public:
     OsFileError(char const* file, int line, std::string operation, std::string path, int error,

@@ -42,6 +42,7 @@ public:
     void closeGuard() override;
     Node getInputNode(RCShdPtr<PiInput> const& in) override;
     void releaseOutputNode(RCShdPtr<PiOutput> const& out) override;
+    bool isBuilt() const override { return _state == State::BUILT; }
 
     // Checks on the engine's side that a single line of nodes leads from inNode up to outNode,
     // each with one parent; raises an assertion otherwise.

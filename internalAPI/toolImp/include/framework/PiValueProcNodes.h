@@ -14,6 +14,7 @@ public:
     PxResult<T> getValue(PxTimeContext const&) const override { return PxResult<T>(T()); }
 };
 
+// The same for values that do not animate.
 template <class T>
 class VN_EXPORT NonAnimValueGeneratorNode final : public PxValueProtocol<T> {
 public:
@@ -39,6 +40,7 @@ private:
     RCShdPtr<PiTypedInputPolicy<T> const> _policy;
 };
 
+// The same for an input whose values do not animate: the child's value, filtered.
 template <class T>
 class VN_EXPORT NonAnimValueInputNode final
     : public PxPassThroughBaseNode<PxValueProtocol<T>, PxValueProtocol<T>> {

@@ -36,6 +36,7 @@ private:
     PxWeakHndl<PxValueProtocol<T> const> _pxNode;
 };
 
+// The same for animated values, read at a time.
 template <class T, class Socket>
 class VN_EXPORT PiTypedAnimSocket {
 public:
@@ -102,6 +103,7 @@ private:
     RCShdPtr<PiTypedValue<T>> _value;
 };
 
+// The same over a value that is only read.
 template <class T>
 class VN_EXPORT PiConstTypedValueUtil {
 public:
@@ -116,6 +118,7 @@ private:
     RCShdPtr<PiTypedValue<T> const> _value;
 };
 
+// A stored array narrowed to its element type.
 template <class T>
 class VN_EXPORT PiTypedValueArrayUtil {
 public:
@@ -131,6 +134,7 @@ private:
     RCShdPtr<PiTypedValueArray<T>> _value;
 };
 
+// The same over an array that is only read.
 template <class T>
 class VN_EXPORT PiConstTypedValueArrayUtil {
 public:

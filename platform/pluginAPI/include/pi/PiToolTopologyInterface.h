@@ -40,6 +40,8 @@ public:
         virtual void closeGuard() = 0;
         virtual Node getInputNode(RCShdPtr<PiInput> const& in) = 0;
         virtual void releaseOutputNode(RCShdPtr<PiOutput> const& out) = 0;
+        // Whether the tool's nodes have been built (and not failed since).
+        virtual bool isBuilt() const = 0;
     };
     using ImpFactory = OPtr<ToolImp> (*)(PiToolTopologyInterface& owner);
     using InputNodeMaker = Node (*)(RCShdPtr<PiInput> const& in, Node const& child);
