@@ -295,6 +295,42 @@ TEST_F(ToolTopologyTest, PlaceholderHandlesServeThePublishedNode) {
         render(early->early), [](int x, int y) { return patternAt(x, y, 0); }, "re-childed");
 }
 
+// A tool inside a group renders through the group's boundaries what it renders outside, and a
+// consumer outside reads the group's output; edits inside reach it.
+TEST_F(ToolTopologyTest, GroupsRenderThroughTheirBoundaries) {
+    auto a = pattern("A");
+    RCShdPtr<PiGroupNode> group = root->createGroupNode("Look");
+    RCShdPtr<PiInput> gin = group->addDynamicInput("gin", PiSocketType::IMAGE);
+    RCShdPtr<PiOutput> gout = group->addDynamicOutput("gout", PiSocketType::IMAGE);
+    auto boundary = [](RCShdPtr<PiSocket> const& socket) {
+        return rcCast<PiBoundaryNode>(socket->retrieveNode());
+    };
+    RCShdPtr<PiToolNode> inner = group->createToolNode(HoTools::gain(), "G");
+    set<double>(inner, "Gain", 0.5);
+    auto outside = add(HoTools::gain(), "Outside"); // a gain of 1 keeps the pixels
+    {
+        PiUndoGuard guard(*graph, "Wire");
+        gin->connect(a->findOutput("Output"));
+        inner->findInput("Source")->connect(boundary(gin)->getOutput());
+        boundary(gout)->getInput()->connect(inner->findOutput("Output"));
+        outside->findInput("Source")->connect(gout);
+    }
+    auto const half = [](int x, int y) {
+        return HoGainNode::gain(patternAt(x, y, 0), 0.5f);
+    };
+    // The group's output seen from outside, and what a consumer outside makes of it.
+    auto groupTopo = rcCast<PiTopologyInterface>(group->getController().lock());
+    expectImage(render(groupTopo->getOutputProcNode(gout).lock()), half, "group output");
+    expectImage(render(output(outside)), half, "through the group");
+    set<double>(inner, "Gain", 2.0);
+    expectImage(
+        render(output(outside)),
+        [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 2.0f); }, "edited inside");
+    graph->getCommandStack().undo(); // the edit
+    graph->getCommandStack().undo(); // the wiring
+    EXPECT_EQ(render(output(outside)).width, 0) << "unwired: nothing to show";
+}
+
 // The chain check follows single parents from a tool's input node to its output node.
 TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
     auto a = pattern("A");

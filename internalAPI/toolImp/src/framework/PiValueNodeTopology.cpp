@@ -1,6 +1,7 @@
 #include "PiValueNodeTopology.h"
 
 #include "Assertions.h"
+#include "PiGroupTopology.h"
 #include "PiNode.h"
 #include "PiTopologyInterface.h"
 #include "PiValue.h"
@@ -84,8 +85,15 @@ private:
     ValueImp<T> _imp;
 };
 
+// The controllers of the nodes no tool describes, with their processing sides.
 class Factory final : public PiNodeControllerFactory {
 public:
+    RCShdPtr<PiNodeController> createGroupController(PiTool const* tool) override {
+        return PiGroupTopology::createGroupController(tool);
+    }
+    RCShdPtr<PiNodeController> createBoundaryController() override {
+        return PiGroupTopology::createBoundaryController();
+    }
     RCShdPtr<PiNodeController> createValueController(PiSocketType type) override {
         RCShdPtr<PiNodeController> c = PiValueNodeTopology::createController(type);
         return c ? c : PiNodeControllerFactory::createValueController(type);

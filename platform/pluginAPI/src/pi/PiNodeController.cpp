@@ -28,7 +28,8 @@ OPtr<PiNodeControllerFactory>& installed() {
 } // namespace
 
 RCShdPtr<PiNodeController> PiNodeControllerFactory::createGroupController(PiTool const* tool) {
-    if (tool)
+    // Without the tool framework (the graph model alone) a tool group has no tool interface.
+    if (tool && PiToolInterface::hasImplementationFactory())
         return RCShdPtr<PiNodeController>(new PlainToolGroupController);
     return RCShdPtr<PiNodeController>(new PlainGroupController);
 }

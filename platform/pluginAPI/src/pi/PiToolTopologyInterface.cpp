@@ -1,5 +1,7 @@
 #include "PiToolTopologyInterface.h"
 
+#include "PiGroupTopologyInterface.h"
+
 #include "Assertions.h"
 #include "ExBase.h"
 #include "PiNode.h"
@@ -95,6 +97,28 @@ void PiCreateProcGuard::releaseOutputNode(std::string const& name) {
 
 void PiCreateProcGuard::releaseOutputNode(RCShdPtr<PiOutput> const& out) {
     _topology.getToolImp().releaseOutputNode(out);
+}
+
+} // namespace Vn
+
+namespace Vn {
+
+PiBoundaryPublisher::~PiBoundaryPublisher() = default;
+PiGroupTopologyInterface::~PiGroupTopologyInterface() = default;
+
+PiGroupTopologyInterface::Node
+PiGroupTopologyInterface::createInputProcNode(RCShdPtr<PiInput> const& in, Node const& child) {
+    PiToolTopologyInterface::InputNodeMaker const make = s_inputMaker.load();
+    VN_ASSERT(make);
+    return make(in, child);
+}
+
+void PiGroupTopologyInterface::createOutputProcNode(PiBoundaryPublisher& publisher,
+                                                    RCShdPtr<PiOutput> const& out,
+                                                    Node const& child) {
+    PiToolTopologyInterface::OutputNodeMaker const make = s_outputMaker.load();
+    VN_ASSERT(make);
+    publisher.publish(make(out, child));
 }
 
 } // namespace Vn

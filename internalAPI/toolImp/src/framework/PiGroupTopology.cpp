@@ -1,0 +1,359 @@
+#include "PiGroupTopology.h"
+
+#include "Assertions.h"
+#include "ExBase.h"
+#include "PiGroupInterface.h"
+#include "PiGroupTopologyInterface.h"
+#include "PiNode.h"
+#include "PiProcNodeFactory.h"
+#include "PiToolInterface.h"
+#include "PiToolTopologyInterfaceImp.h"
+#include "PxPassThroughProtocol.h"
+#include "PxResultProtocol.h"
+
+#include <map>
+#include <string>
+
+namespace Vn {
+
+namespace {
+
+using Node = PiTopologyInterface::Imp::Node;
+using WeakNode = PiTopologyInterface::Imp::WeakNode;
+
+[[noreturn]] void violated(char const* file, int line, char const* text) {
+    Assertions::throwAssertionFailed(file, line, text);
+}
+
+template <class T>
+RCShdPtr<T> controllerAs(RCShdPtr<PiNode> const& node) {
+    return node ? rcDynamicCast<T>(node->getController().lock()) : RCShdPtr<T>();
+}
+
+PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& node) {
+    auto const* p = dynamic_cast<PxPassThroughProtocol const*>(node.get());
+    if (!p)
+        violated(__FILE__, __LINE__, "the node behind a group socket is a pass-through");
+    return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
+}
+
+void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
+    PxMutationRequest::submit(
+        new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node), PxUPtr<PxNode const>(child)));
+}
+
+// What feeds an input: the connected output's node, else its type's generator.
+Node sourceOf(RCShdPtr<PiInput> const& in) {
+    if (RCShdPtr<PiOutput> out = in->getConnectedOutput())
+        if (auto topo = controllerAs<PiTopologyInterface>(out->retrieveNode()))
+            if (Node n = topo->getOutputProcNode(out).lock())
+                return n;
+    return PiProcNodeFactory::createGeneratorNode(in->getType());
+}
+
+// ---- boundary ----
+
+class BoundaryImp final : public PiTopologyInterface::Imp {
+public:
+    using NodeMap = std::map<int, PxStrongHndl<PxPassThroughProtocol>>;
+    explicit BoundaryImp(PiNodeController& owner) : _owner(owner) {}
+    ~BoundaryImp() noexcept override {}
+
+    WeakNode getInputProcNode(std::string const& name) override {
+        RCShdPtr<PiNode> node = _owner.getNode();
+        RCShdPtr<PiInput> in = node ? node->findInput(name) : RCShdPtr<PiInput>();
+        if (!in)
+            VN_THROW_MSG(ExBase, "the boundary has no input \"" + name + "\"");
+        return getInputProcNode(in);
+    }
+    WeakNode getInputProcNode(RCShdPtr<PiInput> const& in) override {
+        if (!in->retrieveNode()->isSame(*_owner.getNode()))
+            violated(__FILE__, __LINE__, "in->retrieveNode()->isSame( *( _interface.getNode() ) )");
+        createProcNodes();
+        auto it = _nodes.find(in->getId());
+        if (!((it != _nodes.end()) && (!it->second.isNull())))
+            violated(__FILE__, __LINE__, "( it != _nodes.end() ) && ( !it->second.isNull() )");
+        return WeakNode(Node(it->second));
+    }
+    WeakNode getOutputProcNode(RCShdPtr<PiOutput> const& out) override {
+        RCShdPtr<PiNode> node = _owner.getNode();
+        if (!out->retrieveNode()->isSame(*node))
+            violated(__FILE__, __LINE__, "out->retrieveNode()->isSame( *node )");
+        createProcNodes();
+        auto outIt = _nodes.find(out->getId());
+        if (outIt != _nodes.end()) {
+            if (outIt->second.isNull())
+                violated(__FILE__, __LINE__, "!outIt->second.isNull()");
+            return WeakNode(Node(outIt->second));
+        }
+        // An input boundary's inner output is its outer input's node.
+        auto boundary = rcDynamicCast<PiBoundaryNode>(node);
+        auto inIt = _nodes.find(boundary->getInput()->getId());
+        if (!(inIt != _nodes.end() && !inIt->second.isNull()))
+            violated(__FILE__, __LINE__, "inIt != _nodes.end() && !inIt->second.isNull()");
+        return WeakNode(Node(inIt->second));
+    }
+    void createProcNodes() override {
+        if (!_nodes.empty() || _building)
+            return;
+        RCShdPtr<PiNode> node = _owner.getNode();
+        if (!node)
+            return;
+        PiDeferredInvalidation::Scope deferred;
+        _building = true;
+        try {
+            for (auto it = node->getInputs(PiNode::ALL, 1); !it.atEnd(); it.next())
+                socketStep(it.item());
+        } catch (...) {
+            _building = false;
+            throw;
+        }
+        _building = false;
+    }
+    void forceCreateProcNodes() override { createProcNodes(); }
+    bool isRecreateProcNodesDisabled() const override { return false; }
+    Node createInputProcNode(RCShdPtr<PiInput> const& in, Node const& child) override {
+        auto group = groupTopology();
+        return group ? group->createInputProcNode(in, child)
+                     : PiProcNodeFactory::createInputNode(in, child);
+    }
+    Node createOutputProcNode(RCShdPtr<PiOutput> const& out, Node const& child) override {
+        return PiProcNodeFactory::createOutputNode(out, child);
+    }
+    void dynamicInputAdded(RCShdPtr<PiInput> const& in) override {
+        if (!in->retrieveNode()->isSame(*_owner.getNode()))
+            violated(__FILE__, __LINE__, "in->retrieveNode()->isSame( *( _interface.getNode() ) )");
+        if (!_nodes.empty())
+            socketStep(in);
+    }
+    void dynamicInputRemoved(RCShdPtr<PiInput> const& in) override {
+        if (_nodes.empty())
+            return;
+        auto it = _nodes.find(in->getId());
+        if (!((it != _nodes.end()) && (!it->second.isNull())))
+            violated(__FILE__, __LINE__, "( it != _nodes.end() ) && ( !it->second.isNull() )");
+        _nodes.erase(it);
+    }
+    void dynamicOutputAdded(RCShdPtr<PiOutput> const&) override {}
+    void dynamicOutputRemoved(RCShdPtr<PiOutput> const& out) override {
+        _nodes.erase(out->getId());
+    }
+    void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const&) override {
+        Node const face = getInputProcNode(in).lock();
+        setChild(asPassThrough(face), sourceOf(in));
+    }
+    void inputDisconnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const&) override {
+        Node const face = getInputProcNode(in).lock();
+        setChild(asPassThrough(face), PiProcNodeFactory::createGeneratorNode(in->getType()));
+    }
+    void resultStateChanged(RCShdPtr<PiOutput> const& out) override {
+        Node const node = getOutputProcNode(out).lock();
+        if (auto const* result = dynamic_cast<PxResultProtocol const*>(node.get()))
+            PxMutationRequest::submit(
+                new PxResultRequest(PxUPtr<PxResultProtocol>(PxStrongHndl<PxResultProtocol>(
+                                        const_cast<PxResultProtocol*>(result))),
+                                    out->getResultState()));
+    }
+
+private:
+    class Publisher final : public PiBoundaryPublisher {
+    public:
+        ~Publisher() noexcept override {}
+        void publish(Node const& node) override { outNode = node; }
+        void publish(Node const& in, Node const& out) override {
+            inNode = in;
+            outNode = out;
+        }
+        Node inNode, outNode;
+    };
+
+    RCShdPtr<PiGroupTopologyInterface> groupTopology() const {
+        RCShdPtr<PiNode> node = _owner.getNode();
+        return node ? controllerAs<PiGroupTopologyInterface>(node->retrieveGroupNode())
+                    : RCShdPtr<PiGroupTopologyInterface>();
+    }
+
+    // Faces first: the socket's node stands over a generator before its source is asked for,
+    // so a build that comes back here finds it, and the source is attached after.
+    void socketStep(RCShdPtr<PiInput> const& in) {
+        auto boundary = rcDynamicCast<PiBoundaryNode>(_owner.getNode());
+        Node const generator = PiProcNodeFactory::createGeneratorNode(in->getType());
+        if (boundary->isInputNode()) {
+            if (_nodes.count(in->getId()))
+                violated(__FILE__, __LINE__, "inNode.isNull()");
+            auto face = asPassThrough(createInputProcNode(in, generator));
+            _nodes[in->getId()] = face;
+            if (in->isConnected())
+                setChild(face, sourceOf(in));
+            return;
+        }
+        auto out = rcDynamicCast<PiOutput>(boundary->getMatchingSocket(*in));
+        if (!out)
+            out = boundary->getOutput();
+        if (_nodes.count(out->getId()))
+            violated(__FILE__, __LINE__, "outNode.isNull()");
+        Publisher p;
+        if (auto group = groupTopology())
+            group->createOutputProcNode(p, out, generator);
+        else
+            p.publish(createOutputProcNode(out, generator));
+        if (!p.outNode)
+            VN_THROW_MSG(ExBase, "the group published no node for \"" + out->getName() + "\"");
+        auto outFace = asPassThrough(p.outNode);
+        _nodes[out->getId()] = outFace;
+        PxStrongHndl<PxPassThroughProtocol> inFace = p.inNode ? asPassThrough(p.inNode) : outFace;
+        _nodes[in->getId()] = inFace;
+        if (p.inNode)
+            PiToolTopologyInterfaceImp::assertChainConnected(p.inNode, p.outNode);
+        if (in->isConnected())
+            setChild(inFace, sourceOf(in));
+    }
+
+    PiNodeController& _owner;
+    NodeMap _nodes;
+    bool _building = false;
+};
+
+// The boundary's hooks reach the group's topology, and the group's users hear of them.
+class BoundaryController final : public PiTopologyInterface {
+public:
+    BoundaryController() : _imp(*this) {}
+    ~BoundaryController() noexcept override {}
+    Imp* getImp() override { return &_imp; }
+
+private:
+    RCShdPtr<PiTopologyInterface> group() const {
+        RCShdPtr<PiNode> node = getNode();
+        return node ? controllerAs<PiTopologyInterface>(node->retrieveGroupNode())
+                    : RCShdPtr<PiTopologyInterface>();
+    }
+    bool isInputBoundary() const {
+        auto b = rcDynamicCast<PiBoundaryNode>(getNode());
+        return b && b->isInputNode();
+    }
+    void tell(PiNodeEvent const& e) {
+        if (auto g = group())
+            PiNodeControllerManip::signalEvent(*g, e);
+    }
+    void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const& out) override {
+        if (!isInputBoundary())
+            return;
+        if (auto g = group())
+            PiTopologyInterfaceManip::inputConnected(*g, in, out);
+        tell(PiNodeEvent(PiNodeEvent::SocketConnected, in, out, 0));
+    }
+    void inputDisconnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const& out) override {
+        if (!isInputBoundary())
+            return;
+        if (auto g = group())
+            PiTopologyInterfaceManip::inputDisconnected(*g, in, out);
+        tell(PiNodeEvent(PiNodeEvent::SocketDisconnected, in, out));
+    }
+    void outputConnected(RCShdPtr<PiOutput> const& out, RCShdPtr<PiInput> const& in) override {
+        if (isInputBoundary())
+            return;
+        if (auto g = group())
+            PiTopologyInterfaceManip::outputConnected(*g, out, in);
+        tell(PiNodeEvent(PiNodeEvent::SocketConnected, in, out));
+    }
+    void outputDisconnected(RCShdPtr<PiOutput> const& out, RCShdPtr<PiInput> const& in) override {
+        if (isInputBoundary())
+            return;
+        if (auto g = group())
+            PiTopologyInterfaceManip::outputDisconnected(*g, out, in);
+        tell(PiNodeEvent(PiNodeEvent::SocketDisconnected, in, out));
+    }
+    void resultStateChanged(RCShdPtr<PiOutput> const& out) override {
+        if (auto g = group())
+            PiTopologyInterfaceManip::resultStateChanged(*g, out);
+        tell(PiNodeEvent(PiNodeEvent::ResultStateChanged, {}, out));
+    }
+
+    BoundaryImp _imp;
+};
+
+// ---- group ----
+
+// A group's sockets are its boundary nodes': every demand goes to the boundary's topology.
+class GroupImp final : public PiTopologyInterface::Imp {
+public:
+    explicit GroupImp(PiNodeController& owner) : _owner(owner) {}
+
+    WeakNode getInputProcNode(std::string const& name) override {
+        RCShdPtr<PiNode> node = _owner.getNode();
+        RCShdPtr<PiInput> in = node ? node->findInput(name) : RCShdPtr<PiInput>();
+        if (!in)
+            VN_THROW_MSG(ExBase, "the group has no input \"" + name + "\"");
+        return getInputProcNode(in);
+    }
+    WeakNode getInputProcNode(RCShdPtr<PiInput> const& in) override {
+        return boundaryOf(*in)->getInputProcNode(in);
+    }
+    WeakNode getOutputProcNode(RCShdPtr<PiOutput> const& out) override {
+        return boundaryOf(*out)->getOutputProcNode(out);
+    }
+    void createProcNodes() override {}
+    void forceCreateProcNodes() override {}
+    bool isRecreateProcNodesDisabled() const override { return false; }
+    Node createInputProcNode(RCShdPtr<PiInput> const& in, Node const& child) override {
+        return PiProcNodeFactory::createInputNode(in, child);
+    }
+    Node createOutputProcNode(RCShdPtr<PiOutput> const& out, Node const& child) override {
+        return PiProcNodeFactory::createOutputNode(out, child);
+    }
+    void dynamicInputAdded(RCShdPtr<PiInput> const&) override {}
+    void dynamicInputRemoved(RCShdPtr<PiInput> const&) override {}
+    void dynamicOutputAdded(RCShdPtr<PiOutput> const&) override {}
+    void dynamicOutputRemoved(RCShdPtr<PiOutput> const&) override {}
+    void inputConnected(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&) override {}
+    void inputDisconnected(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&) override {}
+    void resultStateChanged(RCShdPtr<PiOutput> const&) override {}
+
+private:
+    PiTopologyInterface::Imp* boundaryOf(PiSocket const& socket) const {
+        auto boundary = rcDynamicCast<PiBoundaryNode>(socket.retrieveNode());
+        if (!boundary || !boundary->retrieveGroupNode()->isSame(*_owner.getNode()))
+            violated(__FILE__, __LINE__,
+                     "node->retrieveGroupNode()->isSame( *( _interface.getNode() ) )");
+        auto topo = controllerAs<PiTopologyInterface>(boundary);
+        PiTopologyInterface::Imp* imp = topo ? topo->getImp() : nullptr;
+        if (!imp)
+            RCExUtil::throwExNullPtr("PiTopologyInterface::Imp");
+        return imp;
+    }
+    PiNodeController& _owner;
+};
+
+class GroupController final : public PiGroupInterface, public PiGroupTopologyInterface {
+public:
+    GroupController() : _imp(*this) {}
+    PiTopologyInterface::Imp* getImp() override { return &_imp; }
+
+private:
+    GroupImp _imp;
+};
+
+class ToolGroupController final : public PiGroupInterface,
+                                  public PiGroupTopologyInterface,
+                                  public PiToolInterface {
+public:
+    ToolGroupController() : _imp(*this) {}
+    PiTopologyInterface::Imp* getImp() override { return &_imp; }
+
+private:
+    GroupImp _imp;
+};
+
+} // namespace
+
+RCShdPtr<PiNodeController> PiGroupTopology::createGroupController(PiTool const* tool) {
+    if (tool)
+        return RCShdPtr<PiNodeController>(new ToolGroupController);
+    return RCShdPtr<PiNodeController>(new GroupController);
+}
+
+RCShdPtr<PiNodeController> PiGroupTopology::createBoundaryController() {
+    return RCShdPtr<PiNodeController>(new BoundaryController);
+}
+
+} // namespace Vn
