@@ -331,6 +331,35 @@ TEST_F(ToolTopologyTest, GroupsRenderThroughTheirBoundaries) {
     EXPECT_EQ(render(output(outside)).width, 0) << "unwired: nothing to show";
 }
 
+// A value node whose input is driven by another's output follows it; cut, it gives its own
+// value again, without a moment of the type's null value.
+TEST_F(ToolTopologyTest, ValueNodesFollowWhatDrivesThem) {
+    auto g = add(HoTools::gain(), "G");
+    auto h = add(HoTools::gain(), "H");
+    set<double>(g, "Gain", 3.0);
+    set<double>(h, "Gain", 7.0);
+    auto valueNodeOf = [](RCShdPtr<PiToolNode> const& n) {
+        return rcCast<PiValueNode>(n->findInput("Gain")->getConnectedOutput()->retrieveNode());
+    };
+    auto gain = [&] {
+        return PiTypedAnimSocket<double, PiInput>(g->findInput("Gain")).getValue(0);
+    };
+    EXPECT_EQ(gain(), 3.0);
+    {
+        PiUndoGuard guard(*graph, "Drive");
+        valueNodeOf(g)->getInput()->connect(valueNodeOf(h)->getOutput());
+    }
+    EXPECT_EQ(gain(), 7.0);
+    set<double>(h, "Gain", 9.0);
+    EXPECT_EQ(gain(), 9.0);
+    set<double>(g, "Gain", 4.0); // its own value waits while it is driven
+    EXPECT_EQ(gain(), 9.0);
+    graph->getCommandStack().undo();
+    graph->getCommandStack().undo();
+    graph->getCommandStack().undo(); // the drive
+    EXPECT_EQ(gain(), 3.0);
+}
+
 // The chain check follows single parents from a tool's input node to its output node.
 TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
     auto a = pattern("A");

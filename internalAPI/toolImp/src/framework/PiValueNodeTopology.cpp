@@ -3,9 +3,13 @@
 #include "Assertions.h"
 #include "PiGroupTopology.h"
 #include "PiNode.h"
+#include "PiProcNodeFactory.h"
+#include "PiToolTopologyInterfaceImp.h"
 #include "PiTopologyInterface.h"
 #include "PiValue.h"
 #include "PiValueChangeInterface.h"
+#include "PiValueTopologyInterface.h"
+#include "PxPassThroughProtocol.h"
 #include "PxValueNode.h"
 
 #include <string>
@@ -17,31 +21,33 @@ namespace {
 using Node = PiTopologyInterface::Imp::Node;
 using WeakNode = PiTopologyInterface::Imp::WeakNode;
 
-// The processing side of one value node, for values of T; time values do not animate.
-template <class T>
+// The processing side of a value node: one pass-through facing its consumers, over the
+// controller's processing node, or over what drives the node's input while it is connected.
 class ValueImp final : public PiTopologyInterface::Imp {
 public:
-    using ProcNode =
-        std::conditional_t<std::is_same_v<T, DtTime>, PxValueNode<T>, PxAnimValueNode<T>>;
-    using SetRequest = std::conditional_t<std::is_same_v<T, DtTime>, PxValueSetRequest<T>,
-                                          PxAnimValueSetRequest<T>>;
-
-    explicit ValueImp(PiNodeController& owner) : _owner(owner) {}
-    // The controller goes on the interface thread, where the handle may go.
+    explicit ValueImp(PiValueTopologyInterface& owner) : _owner(owner) {}
     ~ValueImp() noexcept override {}
 
-    WeakNode getInputProcNode(std::string const&) override { return {}; }
-    WeakNode getInputProcNode(RCShdPtr<PiInput> const&) override { return {}; }
-    WeakNode getOutputProcNode(RCShdPtr<PiOutput> const&) override {
-        createProcNodes();
-        return WeakNode(Node(_node));
-    }
+    WeakNode getInputProcNode(std::string const&) override { return face(); }
+    WeakNode getInputProcNode(RCShdPtr<PiInput> const&) override { return face(); }
+    WeakNode getOutputProcNode(RCShdPtr<PiOutput> const&) override { return face(); }
     void createProcNodes() override {
-        if (_node)
+        if (_created)
             return;
-        PxStrongHndl<ProcNode> n(new ProcNode(PxNode::Init{"ValueNode"}, PxResult<T>(current())));
-        PxNode::init(PxStrongHndl<PxNode>(n));
-        _node = n;
+        RCShdPtr<PiValueNode> node = rcDynamicCast<PiValueNode>(_owner.getNode());
+        if (!node)
+            return;
+        PiDeferredInvalidation::Scope deferred;
+        _created = true;
+        PiSocketType const type = node->getOutput()->getType();
+        // Faces first: consumers that come back here during the build find the face.
+        Node const face = PiProcNodeFactory::createPassThroughNode(
+            type, PiProcNodeFactory::createGeneratorNode(type));
+        _node = asPassThrough(face);
+        RCShdPtr<PiInput> const in = node->getInput();
+        Node const source =
+            in->isConnected() ? sourceOf(in) : (_valueNode = _owner.createValueProcNode());
+        setChild(_node, source);
     }
     void forceCreateProcNodes() override { createProcNodes(); }
     bool isRecreateProcNodesDisabled() const override { return false; }
@@ -49,40 +55,95 @@ public:
     Node createOutputProcNode(RCShdPtr<PiOutput> const&, Node const& child) override {
         return child;
     }
-    void inputConnected(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&) override {}
-    void inputDisconnected(RCShdPtr<PiInput> const&, RCShdPtr<PiOutput> const&) override {}
+    void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const&) override {
+        if (!_created)
+            return; // the first build sees the connection
+        _valueNode = {};
+        setChild(_node, sourceOf(in));
+    }
+    void inputDisconnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const&) override {
+        if (!in->retrieveNode()->isSame(*_owner.getNode()))
+            Assertions::throwAssertionFailed(
+                __FILE__, __LINE__, "in->retrieveNode()->isSame( *( _interface.getNode() ) )");
+        if (!_created)
+            return;
+        // Straight to a fresh value node: no reader sees the type's null value in between.
+        _valueNode = _owner.createValueProcNode();
+        setChild(_node, _valueNode);
+    }
     void resultStateChanged(RCShdPtr<PiOutput> const&) override {}
 
-    void valueChanged(RCShdPtr<PiValue> const& value) {
-        if (!_node || value->getName() != PiValueNode::VALUE_NAME)
-            return;
-        if (auto typed = rcDynamicCast<PiTypedValue<T>>(value))
-            PxMutationRequest::submit(
-                new SetRequest(PxUPtr<ProcNode>(_node), PxResult<T>(typed->get())));
+    // The controller's processing node while it drives the value; null otherwise.
+    Node const& getValueNode() const noexcept { return _valueNode; }
+
+private:
+    WeakNode face() {
+        createProcNodes();
+        if (_node.isNull())
+            Assertions::throwAssertionFailed(__FILE__, __LINE__, "!_node.isNull()");
+        return WeakNode(Node(_node));
+    }
+    static PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& n) {
+        auto const* p = dynamic_cast<PxPassThroughProtocol const*>(n.get());
+        VN_ASSERT(p);
+        return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
+    }
+    static void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
+        PxMutationRequest::submit(new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node),
+                                                        PxUPtr<PxNode const>(child)));
+    }
+    static Node sourceOf(RCShdPtr<PiInput> const& in) {
+        RCShdPtr<PiOutput> out = in->getConnectedOutput();
+        auto topo =
+            out ? rcDynamicCast<PiTopologyInterface>(out->retrieveNode()->getController().lock())
+                : RCShdPtr<PiTopologyInterface>();
+        Node n = topo ? topo->getOutputProcNode(out).lock() : Node();
+        return n ? n : PiProcNodeFactory::createGeneratorNode(in->getType());
+    }
+
+    PiValueTopologyInterface& _owner;
+    PxStrongHndl<PxPassThroughProtocol> _node;
+    Node _valueNode;
+    bool _created = false;
+};
+
+// A value node's controller until values animate: its processing node holds the stored value
+// and follows every edit of it (undo and redo too). Time values do not animate.
+template <class T>
+class ValueController final : public PiValueTopologyInterface, public PiValueChangeInterface {
+public:
+    using ProcNode =
+        std::conditional_t<std::is_same_v<T, DtTime>, PxValueNode<T>, PxAnimValueNode<T>>;
+    using SetRequest = std::conditional_t<std::is_same_v<T, DtTime>, PxValueSetRequest<T>,
+                                          PxAnimValueSetRequest<T>>;
+
+    ValueController() : _imp(*this) {}
+    ~ValueController() noexcept override {}
+    Imp* getImp() override { return &_imp; }
+    PxStrongHndl<PxNode const> createValueProcNode() override {
+        PxStrongHndl<ProcNode> n(new ProcNode(PxNode::Init{"ValueNode"}, PxResult<T>(current())));
+        PxNode::init(PxStrongHndl<PxNode>(n));
+        return PxStrongHndl<PxNode const>(n);
     }
 
 private:
+    void valueChanged(RCShdPtr<PiValue> const& value) override {
+        auto const* node = dynamic_cast<ProcNode const*>(_imp.getValueNode().get());
+        if (!node || value->getName() != PiValueNode::VALUE_NAME)
+            return;
+        if (auto typed = rcDynamicCast<PiTypedValue<T>>(value))
+            PxMutationRequest::submit(new SetRequest(
+                PxUPtr<ProcNode>(PxStrongHndl<ProcNode>(const_cast<ProcNode*>(node))),
+                PxResult<T>(typed->get())));
+    }
     T current() const {
-        RCShdPtr<PiNode> node = _owner.getNode();
-        auto value = node ? rcCast<PiTypedValue<T>>(node->findValue(PiValueNode::VALUE_NAME))
+        RCShdPtr<PiNode> node = getNode();
+        auto value = node ? rcDynamicCast<PiTypedValue<T>>(node->findValue(PiValueNode::VALUE_NAME))
                           : RCShdPtr<PiTypedValue<T>>();
         return value ? value->get() : T();
     }
 
-    PiNodeController& _owner;
-    PxStrongHndl<ProcNode> _node;
-};
-
-template <class T>
-class ValueController final : public PiTopologyInterface, public PiValueChangeInterface {
-public:
-    ValueController() : _imp(*this) {}
-    ~ValueController() noexcept override {}
-    Imp* getImp() override { return &_imp; }
-
-private:
-    void valueChanged(RCShdPtr<PiValue> const& value) override { _imp.valueChanged(value); }
-    ValueImp<T> _imp;
+    ValueImp _imp;
 };
 
 // The controllers of the nodes no tool describes, with their processing sides.

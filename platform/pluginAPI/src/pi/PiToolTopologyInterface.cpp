@@ -122,3 +122,9 @@ void PiGroupTopologyInterface::createOutputProcNode(PiBoundaryPublisher& publish
 }
 
 } // namespace Vn
+
+#include "PiValueTopologyInterface.h"
+
+namespace Vn {
+PiValueTopologyInterface::~PiValueTopologyInterface() = default;
+} // namespace Vn
