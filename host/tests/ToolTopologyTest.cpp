@@ -360,6 +360,36 @@ TEST_F(ToolTopologyTest, ValueNodesFollowWhatDrivesThem) {
     EXPECT_EQ(gain(), 3.0);
 }
 
+// A consumer of a link renders the linked graph's output, the generator's while that graph is
+// closed, and the output again on refresh, through the same handle.
+TEST_F(ToolTopologyTest, LinksFollowTheLinkedGraph) {
+    RCShdPtr<PiGraph> const other = HoGraph::create("plate");
+    RCShdPtr<PiToolNode> const p =
+        other->getRootNode()->createToolNode(HoTools::testPattern(), "P");
+    set<int>(p, "Width", kW);
+    set<int>(p, "Height", kH);
+    RCShdPtr<PiLinkNode> const link =
+        root->createLinkNode("L", PiSocketType::IMAGE, RCShdPtr<PiSocket>(p->findOutput("Output")));
+    auto g = add(HoTools::gain(), "G");
+    g->findInput("Source")->connect(link->getOutput());
+    Node const out = output(g);
+    auto const plate = [](int x, int y) {
+        return patternAt(x, y, 0);
+    };
+    expectImage(render(out), plate, "linked");
+    other->close();
+    EXPECT_EQ(render(out).width, 0) << "closed: the generator";
+    other->refresh();
+    expectImage(render(out), plate, "refreshed");
+    auto topo = rcCast<PiTopologyInterface>(link->getController().lock());
+    try {
+        topo->getImp()->getInputProcNode(std::string("x"));
+        ADD_FAILURE() << "a link has no inputs";
+    } catch (ExBase const& e) {
+        EXPECT_NE(std::string(e.what()).find("Link nodes don't have inputs"), std::string::npos);
+    }
+}
+
 // The chain check follows single parents from a tool's input node to its output node.
 TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
     auto a = pattern("A");

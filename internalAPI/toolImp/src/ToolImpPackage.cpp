@@ -8,7 +8,7 @@
 #include "PiProcNodeFactory.h"
 #include "PiToolInterfaceImp.h"
 #include "PiToolTopologyInterfaceImp.h"
-#include "PiValueNodeTopology.h"
+#include "PiNodeTopologies.h"
 #include "PrimitivesImpInit.h"
 #include "ProcImpInit.h"
 #include "PxConfig.h"
@@ -31,7 +31,7 @@ template <>
 void InInit<VnInit::toolImp>::initialize() {
     PiToolInterfaceImp::initialize();
     PiToolTopologyInterfaceImp::initialize();
-    PiValueNodeTopology::initialize();
+    PiNodeTopologies::initialize();
     PiProcNodeFactory::initializeValueFactories();
     PiProcNodeFactory::initializeImageFactory();
     PiProcNodeFactory::initializeSceneFactories();
@@ -46,7 +46,7 @@ void InInit<VnInit::toolImp>::finalize() {
     PiPixelLoopImp::finalize();
     PiInputPolicies::finalize();
     PiProcNodeFactory::finalize();
-    PiValueNodeTopology::finalize();
+    PiNodeTopologies::finalize();
     PiToolTopologyInterfaceImp::finalize();
     PiToolInterfaceImp::finalize();
 }
