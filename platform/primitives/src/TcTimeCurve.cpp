@@ -423,7 +423,9 @@ GeInterval<double> TcTimeCurve::getValidity(double seconds) const noexcept {
     double const highest = TmTimeUtil::getPosInfinity();
     if (seconds >= highest)
         return {highest, kInf};
-    double const t = std::max(seconds, lowest);
+    if (seconds <= lowest)
+        return {-kInf, std::nextafter(lowest, kInf)};
+    double const t = seconds;
     bool const levelBeyond =
         _extrapolation == EXTRAP_CONSTANT ||
         (_extrapolation == EXTRAP_LINEAR && endSlope(t < _times.front()) == 0.0);
@@ -437,7 +439,7 @@ GeInterval<double> TcTimeCurve::getValidity(double seconds) const noexcept {
         if (_keys[i].interpolation == INTERP_CONSTANT)
             return {_times[i], _times[i + 1]};
     }
-    return {seconds <= lowest ? -kInf : t, std::nextafter(t, kInf)};
+    return {t, std::nextafter(t, kInf)};
 }
 
 } // namespace Vn
