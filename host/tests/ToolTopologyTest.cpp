@@ -5,15 +5,18 @@
 #include "HoGraph.h"
 #include "HoImageNodes.h"
 #include "HoRender.h"
+#include "HoToolRegistry.h"
 #include "HoTools.h"
 #include "InPackageInit.h"
 #include "PiCommandStack.h"
 #include "PiNode.h"
 #include "PiSockets.h"
 #include "PiToolTopologyInterfaceImp.h"
+#include "PiValueInterface.h"
 #include "PxPassThroughProtocol.h"
 #include "PxRequestMgr.h"
 #include "RCCbHandler.h"
+#include "XmlDocument.h"
 
 #include <gtest/gtest.h>
 
@@ -388,6 +391,71 @@ TEST_F(ToolTopologyTest, LinksFollowTheLinkedGraph) {
     } catch (ExBase const& e) {
         EXPECT_NE(std::string(e.what()).find("Link nodes don't have inputs"), std::string::npos);
     }
+}
+
+// Keys set through a socket wrapper reach the workers: the pixels between keys follow the
+// curve, valid for less than the span between the keys; the animation survives an archive;
+// undo of the first key makes the value constant again; a change tried out between keys is
+// undone by a reset.
+TEST_F(ToolTopologyTest, AnimationReachesTheWorkers) {
+    auto a = pattern("A");
+    auto g = add(HoTools::gain(), "G");
+    connect(a, g, "Source");
+    PiTypedAnimInput<double> const gain(g->findInput("Gain"));
+    gain.setKey(0.0, 1.0);
+    gain.setKey(1.0, 2.0);
+    auto controller = rcCast<PiAnimInterface>(
+        g->findInput("Gain")->getConnectedOutput()->retrieveNode()->getController().lock());
+    double const mid = controller->getMasterTimeCurve()->evaluate(0.5);
+    EXPECT_GT(mid, 1.0);
+    EXPECT_LT(mid, 2.0);
+    auto const at = [](double k) {
+        return [k](int x, int y) {
+            return HoGainNode::gain(patternAt(x, y, 0.5), float(k));
+        };
+    };
+    expectImage(render(output(g), 0.5), at(mid), "between the keys");
+    PiImageSocket<PiOutput> const socket(g->findOutput("Output"));
+    RCShdPtr<PxImageResults> const tiles = socket.getValue(PxTimeInfo(0.5));
+    ASSERT_FALSE(tiles->empty());
+    PxValidityInterval const vi = (*tiles)[0].getValidityInterval();
+    EXPECT_TRUE(vi.contains(0.5));
+    EXPECT_LT(vi.getHigh() - vi.getLow(), 1.0);
+
+    // The same pixels from the archive, read into a fresh graph.
+    HoTools::registerTools(HoToolRegistry::initialize());
+    XmlWriter w;
+    graph->archiveNodes({a, g, g->findInput("Gain")->getConnectedOutput()->retrieveNode(),
+                         a->findInput("Width")->getConnectedOutput()->retrieveNode(),
+                         a->findInput("Height")->getConnectedOutput()->retrieveNode()},
+                        w);
+    {
+        RCShdPtr<PiGraph> const fresh = HoGraph::create("fresh");
+        XmlDocument const doc = XmlDocument::parse(w.toString());
+        RCShdPtr<PiToolNode> copy;
+        for (auto const& n : fresh->unarchiveNodes(doc.getRoot(), fresh->getRootNode()))
+            if (n->getNodeName() == "G")
+                copy = rcCast<PiToolNode>(n);
+        ASSERT_TRUE(copy);
+        expectImage(render(output(copy), 0.5), at(mid), "read back");
+    }
+    HoToolRegistry::finalize();
+
+    // Tried out between the keys, then reset.
+    gain.setValue(0.25, 5.0);
+    EXPECT_TRUE(controller->isDiddling());
+    EXPECT_FALSE(controller->hasKey(0.25));
+    EXPECT_EQ(gain.getValue(0.25), 5.0);
+    controller->resetValue();
+    EXPECT_FALSE(controller->isDiddling());
+    EXPECT_EQ(gain.getValue(0.5), mid);
+
+    // Back to before the first key: constant at the value it had.
+    PiCommandStack& stack = graph->getCommandStack();
+    while (controller->isAnimated() && stack.canUndo())
+        stack.undo();
+    EXPECT_FALSE(controller->isAnimated());
+    EXPECT_EQ(gain.getValue(0.5), 1.0);
 }
 
 // The chain check follows single parents from a tool's input node to its output node.

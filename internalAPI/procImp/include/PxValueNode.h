@@ -87,6 +87,8 @@ public:
             RCExUtil::throwExNullPtr(typeid(Node).name());
     }
     void performExecute() override {
+        if (_node->getStrongCount() == 0)
+            return; // let go before the request ran
         int const before = PxNode::getInvalidationId();
         ((*_node).*_method)(_arg);
         if (PxNode::getInvalidationId() == before)
@@ -94,7 +96,7 @@ public:
     }
 
 private:
-    PxUPtr<Node> _node;
+    PxNodePtr<Node> _node;
     Method _method;
     Arg _arg;
     PxValidityInterval _interval;

@@ -1,19 +1,27 @@
 #include "PiNodeTopologies.h"
 
 #include "Assertions.h"
+#include "ExBase.h"
+#include "PiCommandStack.h"
 #include "PiGraph.h"
 #include "PiGroupTopology.h"
 #include "PiNode.h"
+#include "PiProcAnimValueNode.h"
 #include "PiProcNodeFactory.h"
 #include "PiToolTopologyInterfaceImp.h"
 #include "PiTopologyInterface.h"
+#include "PiUserSettings.h"
 #include "PiValue.h"
 #include "PiValueChangeInterface.h"
+#include "PiValueInterface.h"
 #include "PiValueTopologyInterface.h"
+#include "PxGraphLog.h"
 #include "PxPassThroughProtocol.h"
 #include "PxValueNode.h"
 
+#include <cmath>
 #include <string>
+#include <utility>
 
 namespace Vn {
 
@@ -111,8 +119,19 @@ private:
 // A value node's controller until values animate: its processing node holds the stored value
 // and follows every edit of it (undo and redo too). Time values do not animate.
 template <class T>
-class ValueController final : public PiValueTopologyInterface, public PiValueChangeInterface {
+class ValueController final : public PiValueTopologyInterface,
+                              public PiValueChangeInterface,
+                              public PiValueInterface<T> {
 public:
+    void setValue(T const& value) override {
+        RCShdPtr<PiNode> node = getNode();
+        auto v = node ? rcDynamicCast<PiTypedValue<T>>(node->findValue(PiValueNode::VALUE_NAME))
+                      : RCShdPtr<PiTypedValue<T>>();
+        if (!v)
+            RCExUtil::throwExNullPtr(typeid(PiTypedValue<T>).name());
+        v->set(value);
+    }
+    T getValue() const override { return current(); }
     using ProcNode =
         std::conditional_t<std::is_same_v<T, DtTime>, PxValueNode<T>, PxAnimValueNode<T>>;
     using SetRequest = std::conditional_t<std::is_same_v<T, DtTime>, PxValueSetRequest<T>,
@@ -145,6 +164,317 @@ private:
     }
 
     ValueImp _imp;
+};
+
+// The names of the stored values of an animation, in the order they are made.
+struct CurveValue {
+    char const* name;
+    PiValueType type;
+};
+constexpr CurveValue kCurveValues[] = {
+    {"Keyframes", PiValueType::DoubleArray},       {"Interpolations", PiValueType::IntArray},
+    {"Constraints", PiValueType::IntArray},        {"Extrapolation", PiValueType::Int},
+    {"Interpolation", PiValueType::Int},           {"IsDiddling", PiValueType::Bool},
+    {"BackupKeyframes", PiValueType::DoubleArray}, {"BackupInterpolations", PiValueType::IntArray},
+    {"BackupConstraints", PiValueType::IntArray},
+};
+
+bool isCurveValue(std::string const& name) {
+    for (CurveValue const& c : kCurveValues)
+        if (name == c.name)
+            return true;
+    return false;
+}
+
+RCPvtEngPtr<TcTimeCurve> emptyCurve() {
+    return RCPvtEngPtr<TcTimeCurve>(
+        new TcTimeCurve(TcTimeCurve::DEFAULT_EXTRAPOLATION, TcTimeCurve::DEFAULT_INTERPOLATION));
+}
+
+// Sets a flag for the length of a scope.
+class FlagGuard {
+public:
+    explicit FlagGuard(bool& flag) : _flag(flag), _was(flag) { _flag = true; }
+    ~FlagGuard() { _flag = _was; }
+
+private:
+    bool& _flag;
+    bool _was;
+};
+
+// A parameter's controller: its constant value, or its animation as a master curve (and a
+// backup while a change is tried out), kept in the node's stored values and sent to the
+// processing node that evaluates it on the workers.
+template <class T>
+class PiValueController final : public PiValueChangeInterface,
+                                public PiValueTopologyInterface,
+                                public PiValueInterface<T>,
+                                public PiAnimValueInterface<T> {
+public:
+    using Anim = PiAnimValueInterface<T>;
+    PiValueController() : _imp(*this), _master(emptyCurve()), _command(*this) {}
+    ~PiValueController() noexcept override { listen(false); }
+    PiTopologyInterface::Imp* getImp() override { return &_imp; }
+
+    PxStrongHndl<PxNode const> createValueProcNode() override {
+        PxStrongHndl<PiProcAnimValueNode<T>> n(
+            new PiProcAnimValueNode<T>(PxNode::Init{"PiProcAnimValueNode"}, data()));
+        PxNode::init(PxStrongHndl<PxNode>(n));
+        return PxStrongHndl<PxNode const>(n);
+    }
+
+    // ---- values ----
+    T getValue() const override { return _current; }
+    T getValue(double seconds) const override {
+        return _animated ? Anim::fromDouble(_master->evaluate(seconds)) : _current;
+    }
+    void setValue(T const& value) override {
+        RCShdPtr<PiNode> node = getNode();
+        PiUndoGuard guard(*node->getGraph(), "Set Value");
+        _master = emptyCurve();
+        bool const removed = _animated;
+        if (_animated) {
+            _backup = {};
+            _animated = false;
+            {
+                FlagGuard removing(_removingCurveValues);
+                for (CurveValue const& c : kCurveValues)
+                    node->removeValue(c.name);
+            }
+            if (_current == value)
+                send();
+        }
+        store(value);
+        if (removed)
+            PiNodeControllerManip::signalEvent(*this, PiNodeEvent(PiNodeEvent::AnimRemoved));
+    }
+    void setValue(double seconds, T const& value) override {
+        bool const autoKey =
+            PiUserSettings::isInitialized() && PiUserSettings::getInstance().getAutoKey();
+        if (autoKey || hasKey(seconds)) {
+            setKey(seconds, value);
+            return;
+        }
+        if (!_animated) {
+            setValue(value);
+            return;
+        }
+        // Tried out: a temporary key on the master, the curve as keyed waits in the backup.
+        PiUndoGuard guard(*getNode()->getGraph(), "Set Value");
+        if (!_backup)
+            _backup = _master;
+        _master = _master->clone();
+        _master->setKey(seconds, Anim::toDouble(value));
+        writeCurveValues();
+    }
+    void setKey(double seconds, T const& value) override {
+        double const newD = Anim::toDouble(value);
+        PiUndoGuard guard(*getNode()->getGraph(), "Set Keyframe");
+        double const oldD = _master->evaluate(seconds);
+        int const n0 = _master->getNbKeys();
+        RCPvtEngPtr<TcTimeCurve> master = _master->clone();
+        master->setKey(seconds, newD);
+        int const n1 = master->getNbKeys();
+        bool const wasDiddling = isDiddling();
+        if (!_animated) {
+            FlagGuard adding(_addingCurveValues);
+            for (CurveValue const& c : kCurveValues)
+                getNode()->addValue(c.name, c.type);
+        }
+        _master = master;
+        _backup = {};
+        _animated = true;
+        bool const unchanged = !wasDiddling && n1 <= n0;
+        double const scale = std::max(std::fabs(oldD), std::fabs(newD));
+        double const tolerance = std::isinf(scale) ? 0.0 : scale * 2.220446049250313e-16;
+        if (unchanged && std::fabs(oldD - newD) <= tolerance)
+            return;
+        writeCurveValues();
+    }
+    void setKey(double seconds) override { setKey(seconds, getValue(seconds)); }
+    void makeConstant(double seconds) override { setValue(getValue(seconds)); }
+
+    // ---- animation ----
+    bool isAnimated() const override { return _animated; }
+    bool hasKey(double seconds) const override { return getCurve()->hasKey(seconds); }
+    bool hasKeys() const override { return !getCurve()->isEmpty(); }
+    bool isDiddling() const override { return static_cast<bool>(_backup); }
+    RCPvtEngPtr<TcTimeCurve> getCurve() const override { return _backup ? _backup : _master; }
+    RCPvtEngPtr<TcTimeCurve> getMasterTimeCurve() const override { return _master; }
+    void resetValue() override {
+        if (!_backup)
+            return;
+        PiUndoGuard guard(*getNode()->getGraph(), "Reset Value");
+        _master = _backup;
+        _backup = {};
+        writeCurveValues();
+    }
+
+private:
+    class CommandHandler final : public CbHandler<PiGraphEvent> {
+    public:
+        explicit CommandHandler(PiValueController& c) : _c(c) {}
+        void execute(PiGraphEvent const& e) override {
+            if (e.type == PiGraphEvent::CommandProcessed)
+                _c.commandProcessed();
+        }
+
+    private:
+        PiValueController& _c;
+    };
+
+    ValData<T> data() const { return ValData<T>{_current, _master, _animated}; }
+    void send() {
+        auto const* node = dynamic_cast<PiProcAnimValueNode<T> const*>(_imp.getValueNode().get());
+        if (!node)
+            return;
+        PxStrongHndl<PiProcAnimValueNode<T>> h(const_cast<PiProcAnimValueNode<T>*>(node));
+        PxMutationRequest::submit(new PxSetRequest<PiProcAnimValueNode<T>, ValData<T>>(
+            PxUPtr<PiProcAnimValueNode<T>>(h), &PiProcAnimValueNode<T>::setData, data()));
+    }
+    void store(T const& value) {
+        _current = value;
+        if (auto v = rcDynamicCast<PiTypedValue<T>>(getNode()->findValue(PiValueNode::VALUE_NAME)))
+            v->set(value); // its notification sends the value
+    }
+    template <class V>
+    RCShdPtr<V> stored(char const* name) const {
+        RCShdPtr<PiNode> node = getNode();
+        return node ? rcDynamicCast<V>(node->findValue(name)) : RCShdPtr<V>();
+    }
+    void writeCurveValues() {
+        {
+            FlagGuard writing(_writingCurveValues);
+            if (!stored<PiValue>("Keyframes"))
+                return;
+            auto put = [&](char const* name, auto const& data, auto* tag) {
+                using V = std::remove_pointer_t<decltype(tag)>;
+                stored<V>(name)->setArray(typename V::Array(data.begin(), data.end()));
+            };
+            put("Keyframes", _master->getKeyframeData(), (PiTypedValueArray<double>*)nullptr);
+            put("Interpolations", _master->getInterpolationData(),
+                (PiTypedValueArray<int>*)nullptr);
+            put("Constraints", _master->getConstraintData(), (PiTypedValueArray<int>*)nullptr);
+            stored<PiTypedValue<int>>("Extrapolation")->set(_master->getExtrapolationType());
+            stored<PiTypedValue<int>>("Interpolation")->set(_master->getInterpolationType());
+            stored<PiTypedValue<bool>>("IsDiddling")->set(static_cast<bool>(_backup));
+            std::vector<double> const none;
+            std::vector<int> const noInts;
+            put("BackupKeyframes", _backup ? _backup->getKeyframeData() : none,
+                (PiTypedValueArray<double>*)nullptr);
+            put("BackupInterpolations", _backup ? _backup->getInterpolationData() : noInts,
+                (PiTypedValueArray<int>*)nullptr);
+            put("BackupConstraints", _backup ? _backup->getConstraintData() : noInts,
+                (PiTypedValueArray<int>*)nullptr);
+        }
+        send();
+        PiNodeControllerManip::signalEvent(*this, PiNodeEvent(PiNodeEvent::AnimValueChanged));
+    }
+    // The animation as the stored values hold it; values from a file that do not make a curve
+    // leave the value constant, with a log line.
+    void reload() {
+        _master = emptyCurve();
+        _backup = {};
+        _animated = false;
+        auto keys = stored<PiTypedValueArray<double>>("Keyframes");
+        if (!keys)
+            return;
+        try {
+            auto ints = [&](char const* n) {
+                auto v = stored<PiTypedValueArray<int>>(n);
+                if (!v)
+                    VN_THROW_MSG(ExBase, std::string("\"") + n + "\" is missing");
+                auto a = v->getArray();
+                return Vector<int>(a->begin(), a->end());
+            };
+            auto doubles = [&](char const* n) {
+                auto v = stored<PiTypedValueArray<double>>(n);
+                if (!v)
+                    VN_THROW_MSG(ExBase, std::string("\"") + n + "\" is missing");
+                auto a = v->getArray();
+                return Vector<double>(a->begin(), a->end());
+            };
+            auto extrapolation = stored<PiTypedValue<int>>("Extrapolation");
+            auto interpolation = stored<PiTypedValue<int>>("Interpolation");
+            if (!extrapolation || !interpolation)
+                VN_THROW_MSG(ExBase, "the curve's types are missing");
+            RCPvtEngPtr<TcTimeCurve> master(
+                new TcTimeCurve(doubles("Keyframes"), ints("Interpolations"), ints("Constraints"),
+                                extrapolation->get(), interpolation->get()));
+            RCPvtEngPtr<TcTimeCurve> backup;
+            if (auto diddling = stored<PiTypedValue<bool>>("IsDiddling");
+                diddling && diddling->get())
+                backup = RCPvtEngPtr<TcTimeCurve>(new TcTimeCurve(
+                    doubles("BackupKeyframes"), ints("BackupInterpolations"),
+                    ints("BackupConstraints"), extrapolation->get(), interpolation->get()));
+            _master = master;
+            _backup = backup;
+            _animated = true;
+        } catch (ExBase const& e) {
+            VN_LOG_GROUP(PxGraph, 0,
+                         "The animation of \"" << getNode()->getNodeName()
+                                               << "\" is not readable, its value stays"
+                                               << " constant: " << e.getReason());
+        }
+    }
+    void listen(bool on) {
+        if (_listened)
+            _listened->removeCallback(&_command);
+        _listened = {};
+        if (on)
+            if (RCShdPtr<PiNode> node = getNode())
+                if ((_listened = node->getGraph()))
+                    _listened->addCallback(&_command);
+    }
+    void start() {
+        auto v = stored<PiTypedValue<T>>(PiValueNode::VALUE_NAME);
+        _current = v ? v->get() : T();
+        listen(true);
+    }
+    void nodeCreated() override { start(); }
+    void nodeLoaded() override {
+        start();
+        reload();
+        send();
+    }
+    void valueChanged(RCShdPtr<PiValue> const& value) override {
+        if (value->getName() == PiValueNode::VALUE_NAME) {
+            if (auto typed = rcDynamicCast<PiTypedValue<T>>(value))
+                _current = typed->get();
+            if (!_animated)
+                send();
+            return;
+        }
+        if (isCurveValue(value->getName()) && !_writingCurveValues)
+            _curveDirty = true;
+    }
+    void dynamicValueAdded(RCShdPtr<PiValue> const& value) override {
+        if (isCurveValue(value->getName()) && !_addingCurveValues)
+            _curveDirty = true;
+    }
+    void dynamicValueRemoved(std::string const& name, int) override {
+        if (isCurveValue(name) && !_removingCurveValues)
+            _curveDirty = true;
+    }
+    // Undo and redo replay the stored values: once the command is done, read them again.
+    void commandProcessed() {
+        if (!std::exchange(_curveDirty, false))
+            return;
+        reload();
+        send();
+    }
+
+    ValueImp _imp;
+    T _current{};
+    RCPvtEngPtr<TcTimeCurve> _master;
+    RCPvtEngPtr<TcTimeCurve> _backup;
+    bool _animated = false;
+    bool _addingCurveValues = false;
+    bool _removingCurveValues = false;
+    bool _writingCurveValues = false;
+    bool _curveDirty = false;
+    CommandHandler _command;
+    RCShdPtr<PiGraph> _listened;
 };
 
 // The processing side of a link node: one pass-through over the target socket's node in the
@@ -339,13 +669,13 @@ public:
 RCShdPtr<PiNodeController> PiNodeTopologies::createController(PiSocketType type) {
     switch (type.getType()) {
     case PiSocketType::BOOL:
-        return RCShdPtr<PiNodeController>(new ValueController<bool>);
+        return RCShdPtr<PiNodeController>(new PiValueController<bool>);
     case PiSocketType::DOUBLE:
-        return RCShdPtr<PiNodeController>(new ValueController<double>);
+        return RCShdPtr<PiNodeController>(new PiValueController<double>);
     case PiSocketType::INT:
-        return RCShdPtr<PiNodeController>(new ValueController<int>);
+        return RCShdPtr<PiNodeController>(new PiValueController<int>);
     case PiSocketType::STRING:
-        return RCShdPtr<PiNodeController>(new ValueController<std::string>);
+        return RCShdPtr<PiNodeController>(new PiValueController<std::string>);
     case PiSocketType::TIME:
         return RCShdPtr<PiNodeController>(new ValueController<DtTime>);
     default:

@@ -52,6 +52,33 @@ private:
     PxWeakHndl<PxAnimValueProtocol<T> const> _pxNode;
 };
 
+// An input's value read as PiTypedSocket does, and written through the controller of the value
+// node that feeds the input, found again at each write.
+template <class T>
+class VN_EXPORT PiTypedInput : public PiTypedSocket<T, PiInput> {
+public:
+    PiTypedInput(RCShdPtr<PiInput> const& input, PiCheckNull check = PiCheckNull::CHECK_NOT_NULL);
+    void setValue(T const& value) const;
+
+private:
+    RCShdPtr<PiInput> _input;
+};
+
+// An animatable input's value read at a time, and written as the value controller does: the
+// time-less form removes the animation, the timed form obeys auto-key and tries changes out.
+template <class T>
+class VN_EXPORT PiTypedAnimInput : public PiTypedAnimSocket<T, PiInput> {
+public:
+    PiTypedAnimInput(RCShdPtr<PiInput> const& input,
+                     PiCheckNull check = PiCheckNull::CHECK_NOT_NULL);
+    void setValue(T const& value) const;
+    void setValue(double seconds, T const& value) const;
+    void setKey(double seconds, T const& value) const;
+
+private:
+    RCShdPtr<PiInput> _input;
+};
+
 // A socket's images: format, region of definition and tiles, each one request.
 template <class Socket>
 class VN_EXPORT PiImageSocket {
@@ -160,6 +187,11 @@ extern template class PiTypedAnimSocket<double, PiOutput>;
 extern template class PiTypedAnimSocket<std::string, PiInput>;
 extern template class PiTypedAnimSocket<std::string, PiOutput>;
 extern template class PiImageSocket<PiInput>;
+extern template class PiTypedInput<DtTime>;
+extern template class PiTypedAnimInput<bool>;
+extern template class PiTypedAnimInput<int>;
+extern template class PiTypedAnimInput<double>;
+extern template class PiTypedAnimInput<std::string>;
 extern template class PiImageSocket<PiOutput>;
 
 } // namespace Vn

@@ -3,6 +3,7 @@
 #include "Assertions.h"
 #include "PiNode.h"
 #include "PiTopologyInterface.h"
+#include "PiValueInterface.h"
 #include "PxRequestMgr.h"
 #include "RCExUtil.h"
 
@@ -89,6 +90,52 @@ T PiTypedAnimSocket<T, Socket>::getValue(double seconds) const {
     return run(new PxAnimValueRequest<T>(PxUPtr<PxAnimValueProtocol<T> const>(node),
                                          PxTimeContext(seconds)),
                [](PxAnimValueRequest<T>& r) { return r.getValue().getValue(); });
+}
+
+// The controller of the value node that feeds the input, as interface I; raises ExNullPtr when
+// there is none.
+template <class I>
+RCShdPtr<I> valueControllerOf(RCShdPtr<PiInput> const& input) {
+    RCShdPtr<PiOutput> out = input ? input->getConnectedOutput() : RCShdPtr<PiOutput>();
+    RCShdPtr<PiNode> node = out ? out->retrieveNode() : RCShdPtr<PiNode>();
+    auto c = node ? rcDynamicCast<I>(node->getController().lock()) : RCShdPtr<I>();
+    if (!c)
+        RCExUtil::throwExNullPtr(typeid(I).name());
+    return c;
+}
+
+template <class T>
+PiTypedInput<T>::PiTypedInput(RCShdPtr<PiInput> const& input, PiCheckNull check)
+    : PiTypedSocket<T, PiInput>(input, check), _input(input) {
+    if (check != PiCheckNull::ALLOW_NULL)
+        valueControllerOf<PiValueInterface<T>>(input);
+}
+
+template <class T>
+void PiTypedInput<T>::setValue(T const& value) const {
+    valueControllerOf<PiValueInterface<T>>(_input)->setValue(value);
+}
+
+template <class T>
+PiTypedAnimInput<T>::PiTypedAnimInput(RCShdPtr<PiInput> const& input, PiCheckNull check)
+    : PiTypedAnimSocket<T, PiInput>(input, check), _input(input) {
+    if (check != PiCheckNull::ALLOW_NULL)
+        valueControllerOf<PiAnimValueInterface<T>>(input);
+}
+
+template <class T>
+void PiTypedAnimInput<T>::setValue(T const& value) const {
+    valueControllerOf<PiAnimValueInterface<T>>(_input)->setValue(value);
+}
+
+template <class T>
+void PiTypedAnimInput<T>::setValue(double seconds, T const& value) const {
+    valueControllerOf<PiAnimValueInterface<T>>(_input)->setValue(seconds, value);
+}
+
+template <class T>
+void PiTypedAnimInput<T>::setKey(double seconds, T const& value) const {
+    valueControllerOf<PiAnimValueInterface<T>>(_input)->setKey(seconds, value);
 }
 
 template <class Socket>
@@ -254,6 +301,11 @@ template class PiTypedAnimSocket<std::string, PiInput>;
 template class PiTypedAnimSocket<std::string, PiOutput>;
 template class PiImageSocket<PiInput>;
 template class PiImageSocket<PiOutput>;
+template class PiTypedInput<DtTime>;
+template class PiTypedAnimInput<bool>;
+template class PiTypedAnimInput<int>;
+template class PiTypedAnimInput<double>;
+template class PiTypedAnimInput<std::string>;
 template class PiTypedValueUtil<bool>;
 template class PiTypedValueUtil<int>;
 template class PiTypedValueUtil<double>;

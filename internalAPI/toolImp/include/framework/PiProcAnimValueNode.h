@@ -1,0 +1,38 @@
+#pragma once
+
+#include "PxValueProtocol.h"
+#include "RCPvtEngPtr.h"
+#include "TcTimeCurve.h"
+#include "VnExport.h"
+
+namespace Vn {
+
+// What a value controller sends its processing node: the constant value, the curve, and
+// whether the curve is in force.
+template <class T>
+struct VN_EXPORT ValData {
+    T value{};
+    RCPvtEngPtr<TcTimeCurve> curve;
+    bool isAnimated = false;
+};
+
+// A parameter on the workers: its constant value, or its curve evaluated at the time asked,
+// valid over the span in which the curve cannot change.
+template <class T>
+class VN_EXPORT PiProcAnimValueNode final : public PxAnimValueProtocol<T> {
+public:
+    PiProcAnimValueNode(PxNode::Init const& init, ValData<T> data);
+    PxResult<T> getValue(PxTimeContext const& context) const override;
+    // Sequential requests only.
+    void setData(ValData<T> const& data);
+
+private:
+    ValData<T> _data;
+};
+
+extern template class PiProcAnimValueNode<bool>;
+extern template class PiProcAnimValueNode<int>;
+extern template class PiProcAnimValueNode<double>;
+extern template class PiProcAnimValueNode<std::string>;
+
+} // namespace Vn
