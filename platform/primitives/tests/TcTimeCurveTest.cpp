@@ -136,10 +136,10 @@ TcTimeCurve makeCurve(std::vector<RefKey> const& keys, int extrap) {
 // for their segment, flat and unified.
 std::vector<RefKey> keysOf(int interp) {
     return {{0.0, 0.0, 0.0, 0.0, 0.4, 1.5, interp, 0},
-            {1.0, 2.0, 0.0, 0.0, 0.0, 0.0, interp, 1},
-            {2.5, 1.0, 0.5, -0.5, 3.0, 0.25, interp, 0},
-            {3.0, 1.5, 0.2, 0.6, 0.7, -0.1, interp, 2},
-            {5.0, 4.0, 0.5, 1.0, 0.6, 2.0, interp, 1}};
+            {1.0, 2.0, 0.0, 0.0, 0.0, 0.0, interp, 0},
+            {2.5, 1.0, 0.5, -0.5, 3.0, 0.25, interp, 1},
+            {3.0, 1.5, 0.2, 0.6, 0.0, 0.0, interp, 0},
+            {5.0, 4.0, 0.5, 1.0, 0.6, 2.0, interp, 2}};
 }
 
 std::string reasonOf(Vector<double> const& data, Vector<int> const& interps,
