@@ -8,11 +8,13 @@
 #include "PiCommandStack.h"
 #include "PiNode.h"
 #include "PiSockets.h"
+#include "PiValueInterface.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <random>
 #include <thread>
 #include <vector>
@@ -122,6 +124,67 @@ TEST(ToolTopologyStress, AViewerSeesOnlyWholePicturesWhileTheGraphIsEdited) {
         viewer.join();
         EXPECT_GT(frames.load(), 0);
         EXPECT_EQ(wrong.load(), 0) << "of " << frames.load() << " frames, " << edits << " edits";
+    }
+    InInitMgr::getInstance().finalize();
+}
+
+// One value node drives the gains of two tools; the interface thread keys and sets it while a
+// viewer renders both: every frame shows one gain on both sides.
+TEST(ToolTopologyStress, ASharedValueChangesBothToolsAtOnce) {
+    InInitMgr::getInstance().initialize();
+    {
+        RCShdPtr<PiGraph> graph = HoGraph::create("comp");
+        RCShdPtr<PiGroupNode> root = graph->getRootNode();
+        auto a = root->createToolNode(HoTools::testPattern(), "A");
+        set<int>(a, "Width", kW);
+        set<int>(a, "Height", kH);
+        auto g1 = root->createToolNode(HoTools::gain(), "G1");
+        auto g2 = root->createToolNode(HoTools::gain(), "G2");
+        for (auto const& g : {g1, g2})
+            g->findInput("Source")->connect(a->findOutput("Output"));
+        RCShdPtr<PiOutput> const shared = g1->findInput("Gain")->getConnectedOutput();
+        g2->findInput("Gain")->connect(shared);
+        PxStrongHndl<PxImageProtocol const> const one(dynamic_cast<PxImageProtocol const*>(
+            PiImageSocket<PiOutput>(g1->findOutput("Output")).getNode().get()));
+        PxStrongHndl<PxImageProtocol const> const two(dynamic_cast<PxImageProtocol const*>(
+            PiImageSocket<PiOutput>(g2->findOutput("Output")).getNode().get()));
+
+        std::atomic<bool> stop{false};
+        std::atomic<int> frames{0}, torn{0};
+        std::thread viewer([&] {
+            while (!stop.load()) {
+                // Both read at one time of the curve: a value set between the two reads may
+                // differ, so each frame is checked on its own against a gain of the pattern.
+                HoImage const i1 = HoRenderer::renderFrame(one, 0.0);
+                HoImage const i2 = HoRenderer::renderFrame(two, 0.0);
+                for (HoImage const* img : {&i1, &i2}) {
+                    Color const base = HoTestPatternNode::colorAt(0.5f / kW, 0.5f / kH, 0.0);
+                    Color const c = img->getColor(0, 0);
+                    float const k = base.r > 0 ? c.r / base.r : 1.0f;
+                    if (std::fabs(c.a - base.a) > 0 || !(k >= 0.0f && k <= 1000.0f))
+                        ++torn;
+                }
+                ++frames;
+            }
+        });
+        PiTypedAnimInput<double> const gain(g1->findInput("Gain"));
+        std::mt19937 rng(3);
+        auto const until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1000);
+        for (int i = 0; i < 300 || std::chrono::steady_clock::now() < until; ++i) {
+            double const v = 0.5 + static_cast<double>(rng() % 100) / 50.0;
+            if (i % 3 == 0)
+                gain.setKey(static_cast<double>(i % 5), v);
+            else
+                gain.setValue(v);
+            // The two tools read one value node: at rest they agree.
+            using Read = PiTypedAnimSocket<double, PiInput>;
+            EXPECT_EQ(Read(g1->findInput("Gain")).getValue(0.0),
+                      Read(g2->findInput("Gain")).getValue(0.0));
+        }
+        stop = true;
+        viewer.join();
+        EXPECT_GT(frames.load(), 0);
+        EXPECT_EQ(torn.load(), 0);
     }
     InInitMgr::getInstance().finalize();
 }

@@ -119,7 +119,7 @@ private:
 // A value node's controller until values animate: its processing node holds the stored value
 // and follows every edit of it (undo and redo too). Time values do not animate.
 template <class T>
-class ValueController final : public PiValueTopologyInterface,
+class PiSimpleValueController final : public PiValueTopologyInterface,
                               public PiValueChangeInterface,
                               public PiValueInterface<T> {
 public:
@@ -137,8 +137,8 @@ public:
     using SetRequest = std::conditional_t<std::is_same_v<T, DtTime>, PxValueSetRequest<T>,
                                           PxAnimValueSetRequest<T>>;
 
-    ValueController() : _imp(*this) {}
-    ~ValueController() noexcept override {}
+    PiSimpleValueController() : _imp(*this) {}
+    ~PiSimpleValueController() noexcept override {}
     Imp* getImp() override { return &_imp; }
     PxStrongHndl<PxNode const> createValueProcNode() override {
         PxStrongHndl<ProcNode> n(new ProcNode(PxNode::Init{"ValueNode"}, PxResult<T>(current())));
@@ -677,7 +677,7 @@ RCShdPtr<PiNodeController> PiNodeTopologies::createController(PiSocketType type)
     case PiSocketType::STRING:
         return RCShdPtr<PiNodeController>(new PiValueController<std::string>);
     case PiSocketType::TIME:
-        return RCShdPtr<PiNodeController>(new ValueController<DtTime>);
+        return RCShdPtr<PiNodeController>(new PiSimpleValueController<DtTime>);
     default:
         return {};
     }
