@@ -513,7 +513,7 @@ TEST_F(ToolTopologyTest, InvalidationReachesConsumers) {
 // The framework's checks catch a tool that leaves an input unused or an output unpublished;
 // the failure reaches the caller, and the graph renders again once the tool behaves.
 TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
-    enum Fault { NONE, UNUSED_INPUT, UNPUBLISHED, THROWS };
+    enum Fault { NONE, UNUSED_INPUT, UNPUBLISHED, THROWS, EDITS };
     static Fault s_fault = NONE;
     struct Picky final : HoToolController {
         void createProcNodes(OutputPublisher& p) override {
@@ -525,6 +525,9 @@ TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
                 return;
             case THROWS:
                 VN_THROW_MSG(ExBase, "the tool failed");
+            case EDITS:
+                getNode()->setNodeName("Renamed");
+                return;
             case NONE:
                 p.publish("Output", p.getInputNode("Front"));
                 p.disableParentCheck();
@@ -549,7 +552,8 @@ TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
     };
     for (Case const& c : std::vector<Case>{{UNUSED_INPUT, "getNbParents() > 0"},
                                            {UNPUBLISHED, "_outputsToVisit.empty()"},
-                                           {THROWS, "the tool failed"}}) {
+                                           {THROWS, "the tool failed"},
+                                           {EDITS, "while building its processing nodes"}}) {
         SCOPED_TRACE(c.reason);
         TearDown();
         SetUp();

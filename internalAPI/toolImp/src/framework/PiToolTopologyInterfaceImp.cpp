@@ -2,6 +2,7 @@
 
 #include "Assertions.h"
 #include "ExBase.h"
+#include "PiCommandStack.h"
 #include "PiNode.h"
 #include "PiProcNodeFactory.h"
 #include "PxGraphLog.h"
@@ -382,7 +383,10 @@ void PiToolTopologyInterfaceImp::forceCreateProcNodes() {
         }
         PxNodeCollector collector;
         Publisher publisher(*this, self);
-        _interface.createProcNodes(publisher);
+        {
+            PiCommandStack::ToolBuildScope building;
+            _interface.createProcNodes(publisher);
+        }
         if (!publisher.allVisited())
             violated(__FILE__, __LINE__, "_outputsToVisit.empty()");
         _built = collector.take();

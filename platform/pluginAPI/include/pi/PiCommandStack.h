@@ -53,6 +53,16 @@ public:
     void clear();
 
     bool isOpen() const noexcept { return _depth > 0; }
+    // While a tool builds its processing nodes (on this thread), no graph may be edited: a
+    // build runs inside the graph's notifications. Scopes nest.
+    class VN_EXPORT ToolBuildScope {
+    public:
+        ToolBuildScope() noexcept;
+        ToolBuildScope(ToolBuildScope const&) = delete;
+        ToolBuildScope& operator=(ToolBuildScope const&) = delete;
+        ~ToolBuildScope();
+    };
+    static bool isInToolBuild() noexcept;
     bool isReplaying() const noexcept { return _replaying; }
     // Called once after each command, undo and redo that changed something.
     void addProcessedHandler(CbHandler<CbEmptyType>* h) { _processed.addHandler(h); }

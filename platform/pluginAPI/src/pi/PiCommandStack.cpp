@@ -12,7 +12,26 @@ PiAction::~PiAction() = default;
 PiCommandStack::PiCommandStack() = default;
 PiCommandStack::~PiCommandStack() = default;
 
+namespace {
+thread_local int t_toolBuilds = 0;
+} // namespace
+
+PiCommandStack::ToolBuildScope::ToolBuildScope() noexcept {
+    ++t_toolBuilds;
+}
+
+PiCommandStack::ToolBuildScope::~ToolBuildScope() {
+    --t_toolBuilds;
+}
+
+bool PiCommandStack::isInToolBuild() noexcept {
+    return t_toolBuilds > 0;
+}
+
 void PiCommandStack::record(OPtr<PiAction> action) {
+    if (t_toolBuilds > 0)
+        Assertions::throwAssertionFailed(
+            __FILE__, __LINE__, "a tool edited a graph while building its processing nodes");
     VN_ASSERT(!_replaying);
     VN_ASSERT(_depth > 0);
     action->apply();
