@@ -1,5 +1,7 @@
 #include "EngineSession.h"
 
+#include "HoToolRegistry.h"
+#include "HoTools.h"
 #include "HoUserSettings.h"
 #include "InBuildInfo.h"
 #include "InPackageInit.h"
@@ -16,9 +18,12 @@ EngineSession::EngineSession(std::vector<std::string> arguments)
     _startOrder = mgr.getInitializedNames();
     // A settings file that cannot be read is logged by the install, and the defaults serve.
     (void)Vn::HoUserSettings::install();
+    // The application's tools, as compositions name them.
+    Vn::HoTools::registerTools(Vn::HoToolRegistry::initialize());
 }
 
 EngineSession::~EngineSession() noexcept(false) {
+    Vn::HoToolRegistry::finalize();
     Vn::HoUserSettings::uninstall();
     // While another failure unwinds, a second one from stopping would end the process.
     if (std::uncaught_exceptions() > _uncaught) {
