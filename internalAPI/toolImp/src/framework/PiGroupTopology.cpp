@@ -8,6 +8,7 @@
 #include "PiProcNodeFactory.h"
 #include "PiToolInterface.h"
 #include "PiToolTopologyInterfaceImp.h"
+#include "PiTopologyUtil.h"
 #include "PxPassThroughProtocol.h"
 #include "PxResultProtocol.h"
 
@@ -30,26 +31,9 @@ RCShdPtr<T> controllerAs(RCShdPtr<PiNode> const& node) {
     return node ? rcDynamicCast<T>(node->getController().lock()) : RCShdPtr<T>();
 }
 
-PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& node) {
-    auto const* p = dynamic_cast<PxPassThroughProtocol const*>(node.get());
-    if (!p)
-        violated(__FILE__, __LINE__, "the node behind a group socket is a pass-through");
-    return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
-}
-
-void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
-    PxMutationRequest::submit(
-        new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node), PxUPtr<PxNode const>(child)));
-}
-
-// What feeds an input: the connected output's node, else its type's generator.
-Node sourceOf(RCShdPtr<PiInput> const& in) {
-    if (RCShdPtr<PiOutput> out = in->getConnectedOutput())
-        if (auto topo = controllerAs<PiTopologyInterface>(out->retrieveNode()))
-            if (Node n = topo->getOutputProcNode(out).lock())
-                return n;
-    return PiProcNodeFactory::createGeneratorNode(in->getType());
-}
+using PiTopologyUtil::asPassThrough;
+using PiTopologyUtil::setChild;
+using PiTopologyUtil::sourceOf;
 
 // ---- boundary ----
 

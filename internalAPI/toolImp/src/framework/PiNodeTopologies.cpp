@@ -10,6 +10,7 @@
 #include "PiProcNodeFactory.h"
 #include "PiToolTopologyInterfaceImp.h"
 #include "PiTopologyInterface.h"
+#include "PiTopologyUtil.h"
 #include "PiUserSettings.h"
 #include "PiValue.h"
 #include "PiValueChangeInterface.h"
@@ -26,6 +27,10 @@
 namespace Vn {
 
 namespace {
+
+using PiTopologyUtil::makeFace;
+using PiTopologyUtil::setChild;
+using PiTopologyUtil::sourceOf;
 
 using Node = PiTopologyInterface::Imp::Node;
 using WeakNode = PiTopologyInterface::Imp::WeakNode;
@@ -50,9 +55,7 @@ public:
         _created = true;
         PiSocketType const type = node->getOutput()->getType();
         // Faces first: consumers that come back here during the build find the face.
-        Node const face = PiProcNodeFactory::createPassThroughNode(
-            type, PiProcNodeFactory::createGeneratorNode(type));
-        _node = asPassThrough(face);
+        _node = makeFace(type);
         RCShdPtr<PiInput> const in = node->getInput();
         Node const source =
             in->isConnected() ? sourceOf(in) : (_valueNode = _owner.createValueProcNode());
@@ -92,23 +95,6 @@ private:
             Assertions::throwAssertionFailed(__FILE__, __LINE__, "!_node.isNull()");
         return WeakNode(Node(_node));
     }
-    static PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& n) {
-        auto const* p = dynamic_cast<PxPassThroughProtocol const*>(n.get());
-        VN_ASSERT(p);
-        return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
-    }
-    static void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
-        PxMutationRequest::submit(new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node),
-                                                        PxUPtr<PxNode const>(child)));
-    }
-    static Node sourceOf(RCShdPtr<PiInput> const& in) {
-        RCShdPtr<PiOutput> out = in->getConnectedOutput();
-        auto topo =
-            out ? rcDynamicCast<PiTopologyInterface>(out->retrieveNode()->getController().lock())
-                : RCShdPtr<PiTopologyInterface>();
-        Node n = topo ? topo->getOutputProcNode(out).lock() : Node();
-        return n ? n : PiProcNodeFactory::createGeneratorNode(in->getType());
-    }
 
     PiValueTopologyInterface& _owner;
     PxStrongHndl<PxPassThroughProtocol> _node;
@@ -120,8 +106,8 @@ private:
 // and follows every edit of it (undo and redo too). Time values do not animate.
 template <class T>
 class PiSimpleValueController final : public PiValueTopologyInterface,
-                              public PiValueChangeInterface,
-                              public PiValueInterface<T> {
+                                      public PiValueChangeInterface,
+                                      public PiValueInterface<T> {
 public:
     void setValue(T const& value) override {
         RCShdPtr<PiNode> node = getNode();
@@ -505,9 +491,7 @@ public:
         PiDeferredInvalidation::Scope deferred;
         _created = true;
         PiSocketType const type = link->getOutput()->getType();
-        Node const face = PiProcNodeFactory::createPassThroughNode(
-            type, PiProcNodeFactory::createGeneratorNode(type));
-        _node = asPassThrough(face);
+        _node = makeFace(type);
         try {
             attach(link);
             if (Node source = targetSource(link))
@@ -615,15 +599,6 @@ private:
             return;
         if (Node source = targetSource(linkNode()))
             setChild(_node, source);
-    }
-    static PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& n) {
-        auto const* p = dynamic_cast<PxPassThroughProtocol const*>(n.get());
-        VN_ASSERT(p);
-        return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
-    }
-    static void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
-        PxMutationRequest::submit(new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node),
-                                                        PxUPtr<PxNode const>(child)));
     }
 
     PiNodeController& _owner;

@@ -5,6 +5,7 @@
 #include "PiCommandStack.h"
 #include "PiNode.h"
 #include "PiProcNodeFactory.h"
+#include "PiTopologyUtil.h"
 #include "PxGraphLog.h"
 #include "PxRequest.h"
 #include "PxRequestMgr.h"
@@ -56,19 +57,11 @@ void collectLeaves(RCShdPtr<PiInput> const& in, std::vector<RCShdPtr<PiInput>>& 
     out.insert(out.end(), found.begin(), found.end());
 }
 
-PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& node, char const* what) {
-    auto const* p = dynamic_cast<PxPassThroughProtocol const*>(node.get());
-    if (!p)
-        violated(__FILE__, __LINE__,
-                 std::string("the node behind a tool's ") + what + " is a pass-through");
-    // The topology made the node and is the only one to change it, through requests.
-    return PxStrongHndl<PxPassThroughProtocol>(const_cast<PxPassThroughProtocol*>(p));
+PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& node, char const*) {
+    return PiTopologyUtil::asPassThrough(node);
 }
 
-void setChild(PxStrongHndl<PxPassThroughProtocol> const& node, Node const& child) {
-    PxMutationRequest::submit(
-        new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(node), PxUPtr<PxNode const>(child)));
-}
+using PiTopologyUtil::setChild;
 
 // The checks run on the engine's side, after the child changes submitted before them, and the
 // caller waits: a failure reaches the tool's caller as an assertion.
@@ -351,11 +344,7 @@ void PiToolTopologyInterfaceImp::buildProducers() {
 }
 
 Node PiToolTopologyInterfaceImp::childOf(RCShdPtr<PiInput> const& in) const {
-    if (RCShdPtr<PiOutput> out = in->getConnectedOutput())
-        if (RCShdPtr<PiTopologyInterface> topo = topologyOf(out->retrieveNode()))
-            if (Node child = topo->getOutputProcNode(out).lock())
-                return child;
-    return PiProcNodeFactory::createGeneratorNode(in->getType());
+    return PiTopologyUtil::sourceOf(in);
 }
 
 void PiToolTopologyInterfaceImp::buildInputs() {
