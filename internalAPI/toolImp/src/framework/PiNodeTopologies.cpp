@@ -403,14 +403,18 @@ private:
                                                << " constant: " << e.getReason());
         }
     }
+    // The graph is held weakly: it owns the node that owns this controller.
     void listen(bool on) {
-        if (_listened)
-            _listened->removeCallback(&_command);
+        if (RCShdPtr<PiGraph> g = _listened.lock())
+            g->removeCallback(&_command);
         _listened = {};
-        if (on)
-            if (RCShdPtr<PiNode> node = getNode())
-                if ((_listened = node->getGraph()))
-                    _listened->addCallback(&_command);
+        if (!on)
+            return;
+        RCShdPtr<PiNode> node = getNode();
+        if (RCShdPtr<PiGraph> g = node ? node->getGraph() : RCShdPtr<PiGraph>()) {
+            g->addCallback(&_command);
+            _listened = RCWeakPtr<PiGraph>(g.get());
+        }
     }
     void start() {
         auto v = stored<PiTypedValue<T>>(PiValueNode::VALUE_NAME);
@@ -460,7 +464,7 @@ private:
     bool _writingCurveValues = false;
     bool _curveDirty = false;
     CommandHandler _command;
-    RCShdPtr<PiGraph> _listened;
+    RCWeakPtr<PiGraph> _listened;
 };
 
 // The processing side of a link node: one pass-through over the target socket's node in the
@@ -556,16 +560,16 @@ private:
         RCShdPtr<PiGraph> graph = link ? link->getLinkedGraph() : RCShdPtr<PiGraph>();
         if (!graph)
             return;
-        _graph = graph;
+        _graph = RCWeakPtr<PiGraph>(graph.get());
         graph->addCallback(&_close);
         graph->addCallback(&_refresh);
         if (graph->isValid())
             _guard = graph->open();
     }
     void detach() {
-        if (_graph) {
-            _graph->removeCallback(&_close);
-            _graph->removeCallback(&_refresh);
+        if (RCShdPtr<PiGraph> graph = _graph.lock()) {
+            graph->removeCallback(&_close);
+            graph->removeCallback(&_refresh);
         }
         _graph = {};
         _guard = {};
@@ -573,7 +577,8 @@ private:
     // The target socket's node in the linked graph; null without a valid target.
     Node targetSource(RCShdPtr<PiLinkNode> const& link) const {
         RCShdPtr<PiSocket> target = link ? link->getTargetSocket() : RCShdPtr<PiSocket>();
-        if (!target || !_graph || !_graph->isValid())
+        RCShdPtr<PiGraph> const graph = _graph.lock();
+        if (!target || !graph || !graph->isValid())
             return {};
         auto topo =
             rcDynamicCast<PiTopologyInterface>(target->retrieveNode()->getController().lock());
@@ -593,8 +598,9 @@ private:
     }
     void refreshed() {
         // A refresh without a close before it is tolerated.
-        if (_graph && _graph->isValid() && !_guard)
-            _guard = _graph->open();
+        RCShdPtr<PiGraph> const graph = _graph.lock();
+        if (graph && graph->isValid() && !_guard)
+            _guard = graph->open();
         if (_node.isNull())
             return;
         if (Node source = targetSource(linkNode()))
@@ -603,7 +609,8 @@ private:
 
     PiNodeController& _owner;
     PxStrongHndl<PxPassThroughProtocol> _node;
-    RCShdPtr<PiGraph> _graph;
+    // The linked graph is held open by the guard while resolved, and weakly otherwise.
+    RCWeakPtr<PiGraph> _graph;
     RCShdPtr<PiGraphOpenGuard> _guard;
     CloseHandler _close;
     RefreshHandler _refresh;
