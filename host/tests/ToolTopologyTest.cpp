@@ -450,6 +450,23 @@ TEST_F(ToolTopologyTest, AnimationReachesTheWorkers) {
     EXPECT_FALSE(controller->isDiddling());
     EXPECT_EQ(gain.getValue(0.5), mid);
 
+    // The default types: stored only when they differ from the curve's own, and taken by new
+    // curves; a curve given whole animates the value.
+    RCShdPtr<PiNode> const valueNode = g->findInput("Gain")->getConnectedOutput()->retrieveNode();
+    controller->setDefaultExtrapolationType(TcTimeCurve::DEFAULT_EXTRAPOLATION);
+    EXPECT_FALSE(valueNode->findValue("DefaultExtrapolation"));
+    controller->setDefaultExtrapolationType(TcTimeCurve::EXTRAP_LINEAR);
+    EXPECT_EQ(controller->getDefaultExtrapolationType(), TcTimeCurve::EXTRAP_LINEAR);
+    EXPECT_THROW(controller->setDefaultInterpolationType(42), ExBase);
+    RCPvtEngPtr<TcTimeCurve> ramp(
+        new TcTimeCurve(TcTimeCurve::EXTRAP_LINEAR, TcTimeCurve::INTERP_LINEAR));
+    ramp->setKey(0.0, 0.0);
+    ramp->setKey(2.0, 4.0);
+    controller->setCurve(ramp);
+    EXPECT_EQ(gain.getValue(3.0), 6.0); // linear beyond the last key
+    graph->getCommandStack().undo();
+    EXPECT_EQ(gain.getValue(0.5), mid);
+
     // Back to before the first key: constant at the value it had.
     PiCommandStack& stack = graph->getCommandStack();
     while (controller->isAnimated() && stack.canUndo())

@@ -217,7 +217,7 @@ public:
     void setValue(T const& value) override {
         RCShdPtr<PiNode> node = getNode();
         PiUndoGuard guard(*node->getGraph(), "Set Value");
-        _master = emptyCurve();
+        _master = defaultCurve();
         bool const removed = _animated;
         if (_animated) {
             _backup = {};
@@ -287,6 +287,37 @@ public:
     bool isDiddling() const override { return static_cast<bool>(_backup); }
     RCPvtEngPtr<TcTimeCurve> getCurve() const override { return _backup ? _backup : _master; }
     RCPvtEngPtr<TcTimeCurve> getMasterTimeCurve() const override { return _master; }
+    void setCurve(RCPvtEngPtr<TcTimeCurve> const& curve) override {
+        if (curve && curve->hasTimeTransform())
+            Assertions::throwAssertionFailed(__FILE__, __LINE__,
+                                             "!_masterCurve->hasTimeTransform()");
+        RCShdPtr<PiNode> node = getNode();
+        PiUndoGuard guard(*node->getGraph(), "Set Curve");
+        _master = curve ? curve->clone() : defaultCurve();
+        if (!_animated) {
+            FlagGuard adding(_addingCurveValues);
+            for (CurveValue const& c : kCurveValues)
+                node->addValue(c.name, c.type);
+            _animated = true;
+        }
+        writeCurveValues();
+    }
+    void setDefaultExtrapolationType(int type) override {
+        setDefaultType("DefaultExtrapolation", type, TcTimeCurve::DEFAULT_EXTRAPOLATION,
+                       "Set Default Extrapolation Type");
+    }
+    int getDefaultExtrapolationType() const override {
+        auto v = stored<PiTypedValue<int>>("DefaultExtrapolation");
+        return v ? v->get() : TcTimeCurve::DEFAULT_EXTRAPOLATION;
+    }
+    void setDefaultInterpolationType(int type) override {
+        setDefaultType("DefaultInterpolation", type, TcTimeCurve::DEFAULT_INTERPOLATION,
+                       "Set Default Interpolation Type");
+    }
+    int getDefaultInterpolationType() const override {
+        auto v = stored<PiTypedValue<int>>("DefaultInterpolation");
+        return v ? v->get() : TcTimeCurve::DEFAULT_INTERPOLATION;
+    }
     void resetValue() override {
         if (!_backup)
             return;
@@ -310,6 +341,34 @@ private:
     };
 
     ValData<T> data() const { return ValData<T>{_current, _master, _animated}; }
+    // An empty curve of the types this value's new curves take.
+    RCPvtEngPtr<TcTimeCurve> defaultCurve() const {
+        // Checked: a stored type from a file may be anything.
+        try {
+            return RCPvtEngPtr<TcTimeCurve>(
+                new TcTimeCurve(getDefaultExtrapolationType(), getDefaultInterpolationType()));
+        } catch (ExBase const&) {
+            return emptyCurve();
+        }
+    }
+    void setDefaultType(char const* name, int type, int fallback, char const* label) {
+        // An unknown type is refused as a curve of it would be.
+        bool const extrapolation = fallback == TcTimeCurve::DEFAULT_EXTRAPOLATION &&
+                                   std::string(name) == "DefaultExtrapolation";
+        (void)TcTimeCurve(extrapolation ? type : TcTimeCurve::DEFAULT_EXTRAPOLATION,
+                          extrapolation ? TcTimeCurve::DEFAULT_INTERPOLATION : type);
+        RCShdPtr<PiNode> node = getNode();
+        PiUndoGuard guard(*node->getGraph(), label);
+        auto v = stored<PiTypedValue<int>>(name);
+        if (!v) {
+            if (type == fallback)
+                return;
+            FlagGuard adding(_addingCurveValues);
+            v = rcDynamicCast<PiTypedValue<int>>(node->addValue(name, PiValueType::Int));
+        }
+        FlagGuard writing(_writingCurveValues);
+        v->set(type);
+    }
     void send() {
         auto const* node = dynamic_cast<PiProcAnimValueNode<T> const*>(_imp.getValueNode().get());
         if (!node)
@@ -359,7 +418,7 @@ private:
     // The animation as the stored values hold it; values from a file that do not make a curve
     // leave the value constant, with a log line.
     void reload() {
-        _master = emptyCurve();
+        _master = defaultCurve();
         _backup = {};
         _animated = false;
         auto keys = stored<PiTypedValueArray<double>>("Keyframes");

@@ -40,6 +40,14 @@ public:
     virtual void setKey(double seconds) = 0;
     // The value at that time, without animation.
     virtual void makeConstant(double seconds) = 0;
+    // Animates with that curve, or with an empty one of the default types for null.
+    virtual void setCurve(RCPvtEngPtr<TcTimeCurve> const& curve) = 0;
+    // The types a new curve of this value takes: stored on the node only when not the
+    // curve's own defaults.
+    virtual void setDefaultExtrapolationType(int type) = 0;
+    virtual int getDefaultExtrapolationType() const = 0;
+    virtual void setDefaultInterpolationType(int type) = 0;
+    virtual int getDefaultInterpolationType() const = 0;
 };
 
 // Typed access to an animatable value. T travels on the curve as a double; text values do not
