@@ -334,6 +334,41 @@ TEST_F(ToolTopologyTest, GroupsRenderThroughTheirBoundaries) {
     EXPECT_EQ(render(output(outside)).width, 0) << "unwired: nothing to show";
 }
 
+// A group whose second input is fed by a tool that reads what feeds its first: each boundary
+// stands before its source is built, so the two builds meet without a fault.
+TEST_F(ToolTopologyTest, GroupInputsSharingASourceRender) {
+    auto a = pattern("A");
+    auto x = add(HoTools::gain(), "X");
+    set<double>(x, "Gain", 0.5);
+    RCShdPtr<PiGroupNode> group = root->createGroupNode("Merge");
+    RCShdPtr<PiInput> back = group->addDynamicInput("back", PiSocketType::IMAGE);
+    RCShdPtr<PiInput> front = group->addDynamicInput("front", PiSocketType::IMAGE);
+    RCShdPtr<PiOutput> out = group->addDynamicOutput("out", PiSocketType::IMAGE);
+    auto inner = [](RCShdPtr<PiSocket> const& s) {
+        return rcCast<PiBoundaryNode>(s->retrieveNode());
+    };
+    RCShdPtr<PiToolNode> over = group->createToolNode(HoTools::over(), "O");
+    auto outside = add(HoTools::gain(), "Outside");
+    {
+        PiUndoGuard guard(*graph, "Wire");
+        over->findInput("Back")->connect(inner(back)->getOutput());
+        over->findInput("Front")->connect(inner(front)->getOutput());
+        inner(out)->getInput()->connect(over->findOutput("Output"));
+        outside->findInput("Source")->connect(out);
+        // Last, the sources: the front's tool reads what feeds the back.
+        back->connect(a->findOutput("Output"));
+        x->findInput("Source")->connect(a->findOutput("Output"));
+        front->connect(x->findOutput("Output"));
+    }
+    expectImage(
+        render(output(outside)),
+        [](int px, int py) {
+            Color const p = patternAt(px, py, 0);
+            return HoOverNode::over(HoGainNode::gain(p, 0.5f), p);
+        },
+        "through the group");
+}
+
 // A value node whose input is driven by another's output follows it; cut, it gives its own
 // value again, without a moment of the type's null value.
 TEST_F(ToolTopologyTest, ValueNodesFollowWhatDrivesThem) {
