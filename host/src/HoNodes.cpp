@@ -1049,7 +1049,8 @@ RCShdPtr<HoValueNode> buildValueNode(HoGraphImp& g, std::string const& name, PiS
     RCShdPtr<HoValueNode> node(new HoValueNode(&g, name, type));
     int const vt = valueTypeFor(type);
     if (vt >= 0)
-        node->_values.push_back(makeValue(node.get(), PiValueNode::VALUE_NAME, static_cast<PiValueType>(vt)));
+        node->_values.push_back(
+            makeValue(node.get(), PiValueNode::VALUE_NAME, static_cast<PiValueType>(vt)));
     return node;
 }
 

@@ -275,20 +275,9 @@ TEST_F(AutosaveTest, ARevertKilledAtAnyStepLosesNothing) {
             fs::remove_all(_dir);
             fs::create_directories(_dir);
             scene(withBackup);
-            pid_t const child = ::fork();
-            ASSERT_GE(child, 0);
-            if (child == 0) {
-                OsFaultInjector::raiseSignalAtStep(step, SIGKILL);
-                try {
-                    PiAutosaveUtil::revertToAutosavedFileOf(at("a.cmp"));
-                } catch (...) {
-                    ::_exit(3);
-                }
-                ::_exit(0);
-            }
-            int status = 0;
-            ASSERT_EQ(::waitpid(child, &status, 0), child);
-            EXPECT_EQ(WIFSIGNALED(status), step <= steps);
+            bool const killed =
+                killedAtStep(step, [&] { PiAutosaveUtil::revertToAutosavedFileOf(at("a.cmp")); });
+            EXPECT_EQ(killed, step <= steps);
             expectNothingLost(files(), get("a.cmp"), withBackup);
             if (step > steps) {
                 EXPECT_EQ(get("a.cmp"), "autosaved");

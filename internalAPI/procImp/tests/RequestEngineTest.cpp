@@ -66,9 +66,13 @@ TEST_F(RequestEngine, SyncStartsThePoolAndExternalRequestsRunOnAWorker) {
 // A failure reaches the waiter with its class, at every wait, from however deep in the tree.
 TEST_F(RequestEngine, FailureReachesTheWaiterWithItsTypeAtEveryWait) {
     for (int depth : {0, 2}) {
-        std::function<void()> fail = [] { throw ExBadPixel(__FILE__, __LINE__, 7); };
+        std::function<void()> fail = [] {
+            throw ExBadPixel(__FILE__, __LINE__, 7);
+        };
         for (int level = 0; level < depth; ++level)
-            fail = [fail] { runAndWait(new FnRequest(fail)); };
+            fail = [fail] {
+                runAndWait(new FnRequest(fail));
+            };
         auto* r = new FnRequest(fail);
         PxRequestPtr<PxRequest> p(r);
         engine().executeRequest(r, false);

@@ -82,20 +82,9 @@ TEST_F(OsFileTest, ASaveKilledAtAnyStepLeavesOneWholeFile) {
     for (int step = 1; step <= steps + 1; ++step) {
         SCOPED_TRACE("step " + std::to_string(step));
         put("k.xml", kOld);
-        pid_t const child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            OsFaultInjector::raiseSignalAtStep(step, SIGKILL);
-            try {
-                OsFsUtils::saveAtomically(at("k.xml"), kNew);
-            } catch (...) {
-                ::_exit(3);
-            }
-            ::_exit(0);
-        }
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_EQ(WIFSIGNALED(status), step <= steps);
+        bool const killed =
+            killedAtStep(step, [&] { OsFsUtils::saveAtomically(at("k.xml"), kNew); });
+        EXPECT_EQ(killed, step <= steps);
         std::string const now = get("k.xml");
         EXPECT_TRUE(now == kOld || now == kNew) << now.size() << " bytes";
         if (step > steps) {

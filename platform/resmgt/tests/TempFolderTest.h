@@ -8,10 +8,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <vector>
 
@@ -52,6 +54,25 @@ protected:
             n.push_back(e.path().filename().string());
         std::sort(n.begin(), n.end());
         return n;
+    }
+    // Runs `work` in a forked child killed at step `step` of the file layer; gives whether the
+    // signal came (false when the work ended first). A failed fork fails the test.
+    template <class Work>
+    static bool killedAtStep(int step, Work&& work) {
+        pid_t const child = ::fork();
+        EXPECT_GE(child, 0);
+        if (child == 0) {
+            Vn::OsFaultInjector::raiseSignalAtStep(step, SIGKILL);
+            try {
+                work();
+            } catch (...) {
+                ::_exit(3);
+            }
+            ::_exit(0);
+        }
+        int status = 0;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        return WIFSIGNALED(status);
     }
     std::filesystem::path _dir;
 };

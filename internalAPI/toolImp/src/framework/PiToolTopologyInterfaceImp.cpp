@@ -57,10 +57,7 @@ void collectLeaves(RCShdPtr<PiInput> const& in, std::vector<RCShdPtr<PiInput>>& 
     out.insert(out.end(), found.begin(), found.end());
 }
 
-PxStrongHndl<PxPassThroughProtocol> asPassThrough(Node const& node, char const*) {
-    return PiTopologyUtil::asPassThrough(node);
-}
-
+using PiTopologyUtil::asPassThrough;
 using PiTopologyUtil::setChild;
 
 // The checks run on the engine's side, after the child changes submitted before them, and the
@@ -179,8 +176,8 @@ public:
         if (existing != _imp._outputNodes.end())
             setChild(existing->second, node);
         else
-            _imp._outputNodes.emplace(
-                out->getId(), asPassThrough(_imp.createOutputProcNode(out, node), "output"));
+            _imp._outputNodes.emplace(out->getId(),
+                                      asPassThrough(_imp.createOutputProcNode(out, node)));
     }
     void publish(std::string const& outputName, Node const& node) override {
         RCShdPtr<PiOutput> out = _node->findOutput(outputName);
@@ -279,10 +276,8 @@ WeakNode PiToolTopologyInterfaceImp::getOutputProcNode(RCShdPtr<PiOutput> const&
         return WeakNode(Node(it->second));
     // Asked while this node is still being built: a placeholder that publish re-childs.
     Node tempOut = asPassThrough(
-        createOutputProcNode(out, PiProcNodeFactory::createGeneratorNode(out->getType())),
-        "output");
-    if (!_outputNodes.insert(NodeMap::value_type(out->getId(), asPassThrough(tempOut, "output")))
-             .second)
+        createOutputProcNode(out, PiProcNodeFactory::createGeneratorNode(out->getType())));
+    if (!_outputNodes.insert(NodeMap::value_type(out->getId(), asPassThrough(tempOut))).second)
         violated(__FILE__, __LINE__,
                  "_outputNodes.insert( NodeMap::value_type( out->getId(), tempOut ) ).second");
     return WeakNode(tempOut);
@@ -351,7 +346,7 @@ void PiToolTopologyInterfaceImp::buildInputs() {
     RCShdPtr<PiNode> self = _interface.getNode();
     for (auto it = self->getInputs(PiNode::ALL, 1); !it.atEnd(); it.next()) {
         RCShdPtr<PiInput> const& in = it.item();
-        _inputNodes[in->getId()] = asPassThrough(createInputProcNode(in, childOf(in)), "input");
+        _inputNodes[in->getId()] = asPassThrough(createInputProcNode(in, childOf(in)));
     }
 }
 
@@ -389,9 +384,7 @@ void PiToolTopologyInterfaceImp::forceCreateProcNodes() {
                 _outputNodes.emplace(
                     it.item()->getId(),
                     asPassThrough(createOutputProcNode(
-                                      it.item(),
-                                      PiProcNodeFactory::createGeneratorNode(it.item()->getType())),
-                                  "output"));
+                        it.item(), PiProcNodeFactory::createGeneratorNode(it.item()->getType()))));
         _state = State::NONE;
         throw;
     }
@@ -407,10 +400,8 @@ void PiToolTopologyInterfaceImp::dynamicInputAdded(RCShdPtr<PiInput> const& in) 
     collectLeaves(in, leaves);
     for (RCShdPtr<PiInput> const& leaf : leaves) {
         auto res = _inputNodes.insert(NodeMap::value_type(
-            leaf->getId(),
-            asPassThrough(
-                createInputProcNode(leaf, PiProcNodeFactory::createGeneratorNode(leaf->getType())),
-                "input")));
+            leaf->getId(), asPassThrough(createInputProcNode(
+                               leaf, PiProcNodeFactory::createGeneratorNode(leaf->getType())))));
         if (!res.second)
             violated(__FILE__, __LINE__, "res.second");
     }
@@ -459,14 +450,14 @@ void PiToolTopologyInterfaceImp::inputConnected(RCShdPtr<PiInput> const& in,
     Node outNode = producer ? producer->getOutputProcNode(out).lock() : Node();
     if (!outNode)
         outNode = PiProcNodeFactory::createGeneratorNode(in->getType());
-    setChild(asPassThrough(inNode, "input"), outNode);
+    setChild(asPassThrough(inNode), outNode);
 }
 
 void PiToolTopologyInterfaceImp::inputDisconnected(RCShdPtr<PiInput> const& in,
                                                    RCShdPtr<PiOutput> const&) {
     onInterfaceThread();
     Node const inNode = getInputProcNode(in).lock();
-    setChild(asPassThrough(inNode, "input"), PiProcNodeFactory::createGeneratorNode(in->getType()));
+    setChild(asPassThrough(inNode), PiProcNodeFactory::createGeneratorNode(in->getType()));
 }
 
 void PiToolTopologyInterfaceImp::resultStateChanged(RCShdPtr<PiOutput> const& out) {

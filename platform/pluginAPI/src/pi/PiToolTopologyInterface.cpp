@@ -1,10 +1,10 @@
 #include "PiToolTopologyInterface.h"
 
-#include "PiGroupTopologyInterface.h"
-
 #include "Assertions.h"
 #include "ExBase.h"
+#include "PiGroupTopologyInterface.h"
 #include "PiNode.h"
+#include "PiValueTopologyInterface.h"
 
 #include <atomic>
 
@@ -99,10 +99,6 @@ void PiCreateProcGuard::releaseOutputNode(RCShdPtr<PiOutput> const& out) {
     _topology.getToolImp().releaseOutputNode(out);
 }
 
-} // namespace Vn
-
-namespace Vn {
-
 PiBoundaryPublisher::~PiBoundaryPublisher() = default;
 PiGroupTopologyInterface::~PiGroupTopologyInterface() = default;
 
@@ -121,10 +117,6 @@ void PiGroupTopologyInterface::createOutputProcNode(PiBoundaryPublisher& publish
     publisher.publish(make(out, child));
 }
 
-} // namespace Vn
-
-#include "PiValueTopologyInterface.h"
-
-namespace Vn {
 PiValueTopologyInterface::~PiValueTopologyInterface() = default;
+
 } // namespace Vn
