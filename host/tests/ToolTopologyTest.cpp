@@ -396,6 +396,35 @@ TEST_F(ToolTopologyTest, ValueNodesFollowWhatDrivesThem) {
     graph->getCommandStack().undo();
     graph->getCommandStack().undo(); // the drive
     EXPECT_EQ(gain(), 3.0);
+
+    // A constant set on a driven value cuts the drive. A driver that another tool reads stays;
+    // one that fed this value alone goes with the cut, and comes back on undo.
+    {
+        PiUndoGuard guard(*graph, "Drive");
+        valueNodeOf(g)->getInput()->connect(valueNodeOf(h)->getOutput());
+    }
+    RCShdPtr<PiValueNode> const driven = valueNodeOf(g), driver = valueNodeOf(h);
+    std::string const driverName = driver->getNodeName();
+    auto const constant = [&](double v) {
+        rcCast<PiAnimValueInterface<double>>(driven->getController().lock())->setValue(v);
+    };
+    constant(5.0);
+    EXPECT_EQ(gain(), 5.0);
+    EXPECT_FALSE(driven->getInput()->isConnected());
+    EXPECT_TRUE(root->findNode(driverName)) << "H still reads it";
+    graph->getCommandStack().undo();
+    EXPECT_EQ(gain(), 7.0);
+    {
+        PiUndoGuard guard(*graph, "Remove");
+        root->removeNode(h);
+    }
+    ASSERT_TRUE(root->findNode(driverName)) << "it still feeds G";
+    constant(6.0);
+    EXPECT_EQ(gain(), 6.0);
+    EXPECT_FALSE(root->findNode(driverName));
+    graph->getCommandStack().undo();
+    EXPECT_TRUE(root->findNode(driverName));
+    EXPECT_EQ(gain(), 7.0);
 }
 
 // A consumer of a link renders the linked graph's output, the generator's while that graph is

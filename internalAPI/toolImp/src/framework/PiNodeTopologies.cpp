@@ -231,6 +231,7 @@ public:
                 send();
         }
         store(value);
+        letGoOfDriver(node);
         if (removed)
             PiNodeControllerManip::signalEvent(*this, PiNodeEvent(PiNodeEvent::AnimRemoved));
     }
@@ -341,6 +342,23 @@ private:
     };
 
     ValData<T> data() const { return ValData<T>{_current, _master, _animated}; }
+    // A constant set on a driven value wins: the input lets go, and a value node that fed it
+    // alone goes too. A tool, a boundary or a value shared with others stays: it is the user's.
+    static void letGoOfDriver(RCShdPtr<PiNode> const& node) {
+        auto value = rcDynamicCast<PiValueNode>(node);
+        RCShdPtr<PiInput> const in = value ? value->getInput() : RCShdPtr<PiInput>();
+        if (!in || !in->isConnected())
+            return;
+        RCShdPtr<PiOutput> const out = in->getConnectedOutput();
+        RCShdPtr<PiNode> const driver = out->retrieveNode();
+        RCShdPtr<PiGroupNode> const group = driver->retrieveGroupNode();
+        if (driver->getNodeKind() == PiNode::VALUE && out->getConnectedInputCount() == 1 && group)
+            group->removeNode(driver);
+        else
+            in->disconnect();
+        if (in->isConnected())
+            Assertions::throwAssertionFailed(__FILE__, __LINE__, "!input->isConnected()");
+    }
     // An empty curve of the types this value's new curves take.
     RCPvtEngPtr<TcTimeCurve> defaultCurve() const {
         // Checked: a stored type from a file may be anything.
