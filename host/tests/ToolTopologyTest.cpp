@@ -539,6 +539,42 @@ TEST_F(ToolTopologyTest, AnimationReachesTheWorkers) {
     EXPECT_EQ(gain.getValue(0.5), 1.0);
 }
 
+// Changes made while changes accumulate wait for the end of the outermost scope and reach the
+// workers together; outside a scope they arrive at once.
+TEST_F(ToolTopologyTest, HeldBackChangesArriveTogether) {
+    auto a = pattern("A");
+    auto g = add(HoTools::gain(), "G");
+    auto h = add(HoTools::gain(), "H");
+    connect(a, g, "Source");
+    connect(g, h, "Source");
+    PiTypedAnimInput<double> const gainG(g->findInput("Gain")), gainH(h->findInput("Gain"));
+    gainG.setKey(0.0, 1.0); // one animated, one constant: both controllers' paths
+    auto const expectGains = [&](float kg, float kh, char const* where) {
+        expectImage(
+            render(output(h)),
+            [&](int x, int y) {
+                return HoGainNode::gain(HoGainNode::gain(patternAt(x, y, 0), kg), kh);
+            },
+            where);
+    };
+    expectGains(1.0f, 1.0f, "before");
+    {
+        PiAnimInterface::AccumulateChanges outer;
+        {
+            PiAnimInterface::AccumulateChanges inner;
+            gainG.setKey(0.0, 2.0);
+        }
+        gainH.setValue(3.0);
+        EXPECT_TRUE(PiAnimInterface::isAccumulatingChanges());
+        expectGains(1.0f, 1.0f, "held back");
+    }
+    EXPECT_FALSE(PiAnimInterface::isAccumulatingChanges());
+    expectGains(2.0f, 3.0f, "sent together");
+    gainH.setValue(0.5);
+    expectGains(2.0f, 0.5f, "sent at once");
+    EXPECT_THROW(PiAnimInterface::addChangeFunctor(nullptr, PxValidityInterval::FULL), ExBase);
+}
+
 // The chain check follows single parents from a tool's input node to its output node.
 TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
     auto a = pattern("A");

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PiValueInterface.h"
 #include "PxValueProtocol.h"
 #include "RCPvtEngPtr.h"
 #include "TcTimeCurve.h"
@@ -27,6 +28,23 @@ public:
     void setData(ValData<T> const& data);
 
 private:
+    ValData<T> _data;
+};
+
+// A value controller's change held back while changes accumulate: the triple for its node.
+template <class T>
+class VN_EXPORT SetValueFunctor final : public PiAnimInterface::ChangeFunctor {
+public:
+    SetValueFunctor(PxUPtr<PiProcAnimValueNode<T>> const& node, ValData<T> data)
+        : _node(node), _data(std::move(data)) {
+        if (!node)
+            RCExUtil::throwExNullPtr(typeid(PiProcAnimValueNode<T>).name());
+    }
+    void run() override { _node->setData(_data); }
+    PxNode const* getNode() const override { return _node.get(); }
+
+private:
+    PxNodePtr<PiProcAnimValueNode<T>> _node;
     ValData<T> _data;
 };
 

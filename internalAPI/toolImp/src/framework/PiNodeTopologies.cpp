@@ -392,8 +392,14 @@ private:
         if (!node)
             return;
         PxStrongHndl<PiProcAnimValueNode<T>> h(const_cast<PiProcAnimValueNode<T>*>(node));
-        PxMutationRequest::submit(new PxSetRequest<PiProcAnimValueNode<T>, ValData<T>>(
-            PxUPtr<PiProcAnimValueNode<T>>(h), &PiProcAnimValueNode<T>::setData, data()));
+        if (PiAnimInterface::isAccumulatingChanges())
+            PiAnimInterface::addChangeFunctor(
+                std::make_unique<SetValueFunctor<T>>(PxUPtr<PiProcAnimValueNode<T>>(h), data()),
+                PxValidityInterval::FULL);
+        else
+            PxMutationRequest::submit(new PxSetRequest<PiProcAnimValueNode<T>, ValData<T>>(
+                PxUPtr<PiProcAnimValueNode<T>>(h), &PiProcAnimValueNode<T>::setData, data()));
+        PiNodeControllerManip::signalEvent(*this, PiNodeEvent(PiNodeEvent::Invalidation));
     }
     void store(T const& value) {
         _current = value;

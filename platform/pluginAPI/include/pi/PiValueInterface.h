@@ -2,13 +2,17 @@
 
 #include "DtTime.h"
 #include "PiNodeController.h"
+#include "PxValidityInterval.h"
 #include "RCPvtEngPtr.h"
 #include "TcTimeCurve.h"
 #include "VnExport.h"
 
+#include <memory>
 #include <string>
 
 namespace Vn {
+
+class PxNode;
 
 // The mix-in of a value node's controller that holds a value without time.
 template <class T>
@@ -25,6 +29,29 @@ public:
 // reset.
 class VN_EXPORT PiAnimInterface : public virtual PiNodeController {
 public:
+    // A change held back for a processing node while changes accumulate. It runs on a worker,
+    // alone, in the batch's one request; the node is then invalidated over its interval.
+    class VN_EXPORT ChangeFunctor {
+    public:
+        virtual ~ChangeFunctor();
+        virtual void run() = 0;
+        // The node the change lands on; a node let go before the batch runs is skipped.
+        virtual PxNode const* getNode() const = 0;
+    };
+    // While one is open on this thread, changes for processing nodes wait; the outermost scope
+    // sends them together when it ends, so many edits make one request.
+    class VN_EXPORT AccumulateChanges {
+    public:
+        AccumulateChanges() noexcept;
+        AccumulateChanges(AccumulateChanges const&) = delete;
+        AccumulateChanges& operator=(AccumulateChanges const&) = delete;
+        ~AccumulateChanges();
+    };
+    static bool isAccumulatingChanges() noexcept;
+    // Outside a scope the change is sent at once.
+    static void addChangeFunctor(std::unique_ptr<ChangeFunctor> functor,
+                                 PxValidityInterval const& interval);
+
     ~PiAnimInterface() override;
     virtual bool isAnimated() const = 0;
     // On the curve as the user last keyed it.
