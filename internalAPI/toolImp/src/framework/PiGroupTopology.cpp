@@ -219,6 +219,39 @@ private:
         if (auto g = group())
             PiNodeControllerManip::signalEvent(*g, e);
     }
+    // A group's list inputs live on its boundary nodes: the group decides whether they change.
+    bool canAddInputToComposite(RCShdPtr<PiCompositeInput> const& composite) override {
+        auto g = group();
+        return !g || g->canAddInputToComposite(composite);
+    }
+    bool canMoveInputInComposite(RCShdPtr<PiCompositeInput> const& composite,
+                                 RCShdPtr<PiInput> const& in) override {
+        auto g = group();
+        return !g || g->canMoveInputInComposite(composite, in);
+    }
+    bool canRemoveInputFromComposite(RCShdPtr<PiCompositeInput> const& composite,
+                                     RCShdPtr<PiInput> const& in) override {
+        auto g = group();
+        return !g || g->canRemoveInputFromComposite(composite, in);
+    }
+    void inputAddedToComposite(RCShdPtr<PiCompositeInput> const& composite,
+                               RCShdPtr<PiInput> const& in) override {
+        if (auto g = group())
+            PiTopologyInterfaceManip::forwardInputAddedToComposite(*g, composite, in);
+        tell(PiNodeEvent(PiNodeEvent::InputAdded, in, {}, -1));
+    }
+    void inputMovedInComposite(RCShdPtr<PiCompositeInput> const& composite,
+                               RCShdPtr<PiInput> const& in, int from, int to) override {
+        if (auto g = group())
+            PiTopologyInterfaceManip::forwardInputMovedInComposite(*g, composite, in, from, to);
+    }
+    void inputRemovedFromComposite(RCShdPtr<PiCompositeInput> const& composite, int id) override {
+        if (auto g = group())
+            PiTopologyInterfaceManip::forwardInputRemovedFromComposite(*g, composite, id);
+        PiNodeEvent e(PiNodeEvent::InputRemoved);
+        e.index = id;
+        tell(e);
+    }
     void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const& out) override {
         if (!isInputBoundary())
             return;

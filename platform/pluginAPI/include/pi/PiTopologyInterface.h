@@ -124,6 +124,22 @@ public:
     static void inputRemovedFromComposite(PiTopologyInterface& t,
                                           RCShdPtr<PiCompositeInput> const& composite,
                                           RCShdPtr<PiInput> const& in);
+    // A boundary node speaks for its group: the group's hook alone, with the boundary's list.
+    static void forwardInputAddedToComposite(PiTopologyInterface& t,
+                                             RCShdPtr<PiCompositeInput> const& composite,
+                                             RCShdPtr<PiInput> const& in) {
+        t.inputAddedToComposite(composite, in);
+    }
+    static void forwardInputMovedInComposite(PiTopologyInterface& t,
+                                             RCShdPtr<PiCompositeInput> const& composite,
+                                             RCShdPtr<PiInput> const& in, int from, int to) {
+        t.inputMovedInComposite(composite, in, from, to);
+    }
+    static void forwardInputRemovedFromComposite(PiTopologyInterface& t,
+                                                 RCShdPtr<PiCompositeInput> const& composite,
+                                                 int id) {
+        t.inputRemovedFromComposite(composite, id);
+    }
     static void dynamicInputAdded(PiTopologyInterface& t, RCShdPtr<PiInput> const& in);
     static void dynamicInputRemoved(PiTopologyInterface& t, RCShdPtr<PiInput> const& in,
                                     PiSocketType::Cardinality cardinality);
