@@ -265,6 +265,7 @@ struct HoSocketRef {
 class HoLinkNode final : public PiLinkNode, public HoNode {
 public:
     HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type, RCShdPtr<PiSocket> target);
+    ~HoLinkNode() override;
     NodeKind getNodeKind() const override { return LINK; }
     RCShdPtr<PiSocket> getTargetSocket() const override { return _target; }
     RCShdPtr<PiGraph> getLinkedGraph() const override;

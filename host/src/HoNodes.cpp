@@ -6,6 +6,7 @@
 #include "PiValueChangeInterface.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <unordered_set>
 
@@ -92,6 +93,47 @@ HoGroupNode* wiringGroup(HoOutput const& out) {
     return n->_group;
 }
 
+// Links that exist anywhere: without any, a graph's connections are all there is upstream.
+std::atomic<int> gLinkNodes{0};
+
+HoNode const* nodeOf(PiSocket const* socket) {
+    if (auto const* in = dynamic_cast<HoInput const*>(socket))
+        return in->_node;
+    if (auto const* out = dynamic_cast<HoOutput const*>(socket))
+        return out->_node;
+    return nullptr;
+}
+
+// Whether `goal` is upstream of `start`, through connections and through links to what they
+// stand for, in any graph. A walk with its own stack: chains may be very long.
+bool reachesUpstream(HoNode const* start, HoNode const* goal) {
+    std::vector<HoNode const*> todo{start};
+    std::unordered_set<HoNode const*> seen{start};
+    std::vector<HoInput*> leaves;
+    auto visit = [&](HoNode const* n) {
+        if (n && seen.insert(n).second)
+            todo.push_back(n);
+        return n == goal;
+    };
+    if (start == goal)
+        return true;
+    while (!todo.empty()) {
+        HoNode const* n = todo.back();
+        todo.pop_back();
+        if (n->getNodeKind() == PiNode::LINK) {
+            if (visit(nodeOf(static_cast<HoLinkNode const*>(n)->_target.get())))
+                return true;
+            continue;
+        }
+        leaves.clear();
+        n->leafInputs(leaves);
+        for (HoInput* l : leaves)
+            if (l->_source && visit(l->_source->_node))
+                return true;
+    }
+    return false;
+}
+
 // The new edge closes a cycle when its input's node already reaches its output's node. Two
 // searches run by turns, upstream from the output and downstream from the input; the first to
 // run dry proves there is none, so the cost is that of the smaller side.
@@ -121,6 +163,9 @@ void checkNoCycle(HoInput const& in, HoOutput const& out) {
                     down.push_back(t->_node);
                 }
     }
+    // Links lead upstream where the downstream search cannot follow: search again through them.
+    if (!cycle && gLinkNodes.load(std::memory_order_relaxed) > 0)
+        cycle = reachesUpstream(to, from);
     if (cycle)
         VN_THROW_MSG(ExBase, "connecting \"" + in._name + "\" of \"" + from->_name + "\" to \"" +
                                  out._name + "\" of \"" + to->_name + "\" would close a cycle");
@@ -758,6 +803,11 @@ HoLinkNode::HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type,
     : HoNode(graph, std::move(name)), _target(std::move(target)) {
     _outputs.emplace_back(new HoOutput(this, "Output", type, PiSocket::STATIC));
     setController(PiNodeControllerFactory::getInstance().createLinkController());
+    ++gLinkNodes;
+}
+
+HoLinkNode::~HoLinkNode() {
+    --gLinkNodes;
 }
 
 RCShdPtr<PiGraph> HoLinkNode::getLinkedGraph() const {
@@ -774,6 +824,9 @@ void HoLinkNode::setTargetSocket(RCShdPtr<PiSocket> const& target) {
                                  std::to_string(target->getType().getType()));
     if (target == _target && _unresolved.empty())
         return;
+    if (target && reachesUpstream(nodeOf(target.get()), this))
+        VN_THROW_MSG(ExBase, "the link \"" + _name + "\" cannot stand for \"" + target->getName() +
+                                 "\": that socket reads the link itself");
     PiUndoGuard guard(stackOf(*this), "Set Link Target");
     HoEdit::setTarget(*this, target);
 }

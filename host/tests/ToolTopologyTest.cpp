@@ -448,6 +448,17 @@ TEST_F(ToolTopologyTest, LinksFollowTheLinkedGraph) {
     EXPECT_EQ(render(out).width, 0) << "closed: the generator";
     other->refresh();
     expectImage(render(out), plate, "refreshed");
+
+    // No processing cycle across graphs: a link may not stand for a socket that reads it, and a
+    // connection may not close a loop through links.
+    EXPECT_THROW(link->setTargetSocket(g->findOutput("Output")), ExBase);
+    RCShdPtr<PiToolNode> const k = other->getRootNode()->createToolNode(HoTools::gain(), "K");
+    k->findInput("Source")->connect(p->findOutput("Output"));
+    link->setTargetSocket(k->findOutput("Output"));
+    RCShdPtr<PiLinkNode> const back = other->getRootNode()->createLinkNode(
+        "Back", PiSocketType::IMAGE, RCShdPtr<PiSocket>(g->findOutput("Output")));
+    EXPECT_THROW(k->findInput("Source")->connect(back->getOutput()), ExBase);
+    expectImage(render(out), plate, "a gain of 1 through K");
     auto topo = rcCast<PiTopologyInterface>(link->getController().lock());
     try {
         topo->getImp()->getInputProcNode(std::string("x"));
