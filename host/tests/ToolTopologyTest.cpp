@@ -9,12 +9,18 @@
 #include "HoTools.h"
 #include "InPackageInit.h"
 #include "PiCommandStack.h"
+#include "PiGroupInterface.h"
+#include "PiGroupTopology.h"
+#include "PiGroupTopologyInterface.h"
 #include "PiNode.h"
+#include "PiNodeTopologies.h"
+#include "PiProcNodeFactory.h"
 #include "PiSockets.h"
 #include "PiToolTopologyInterfaceImp.h"
 #include "PiValueInterface.h"
 #include "PxPassThroughProtocol.h"
 #include "PxRequestMgr.h"
+#include "PxValueNode.h"
 #include "RCCbHandler.h"
 #include "XmlDocument.h"
 
@@ -332,6 +338,71 @@ TEST_F(ToolTopologyTest, GroupsRenderThroughTheirBoundaries) {
     graph->getCommandStack().undo(); // the edit
     graph->getCommandStack().undo(); // the wiring
     EXPECT_EQ(render(output(outside)).width, 0) << "unwired: nothing to show";
+}
+
+// A group may put its own nodes behind an output: separate inner and outer faces joined by a
+// chain of single parents (here a gain of 0.5). Consumers outside read the chain's end; a chain
+// that does not reach the inner face is caught.
+TEST_F(ToolTopologyTest, GroupsPublishTheirOwnOutputNodes) {
+    class Halving final : public PiGroupInterface, public PiGroupTopologyInterface {
+    public:
+        explicit Halving(bool joined)
+            : _imp(PiGroupTopology::createGroupImp(*this)), _joined(joined) {}
+        ~Halving() noexcept override {}
+        Imp* getImp() override { return _imp.get(); }
+        void createOutputProcNode(PiBoundaryPublisher& publisher, RCShdPtr<PiOutput> const& out,
+                                  Node const& child) override {
+            Node const inner = PiProcNodeFactory::createPassThroughNode(out->getType(), child);
+            PxStrongHndl<PxNode> half(
+                new PxConstantAnimValueNode<double>(PxNode::Init{"half"}, PxResult<double>(0.5)));
+            PxNode::init(half);
+            PxStrongHndl<PxNode> gain(new HoGainNode(
+                PxNode::Init{"gain"},
+                PxStrongHndl<PxImageProtocol const>(
+                    dynamic_cast<PxImageProtocol const*>(_joined ? inner.get() : child.get())),
+                PxStrongHndl<PxAnimValueProtocol<double> const>(
+                    dynamic_cast<PxAnimValueProtocol<double> const*>(half.get()))));
+            PxNode::init(gain);
+            publisher.publish(inner,
+                              PiProcNodeFactory::createPassThroughNode(out->getType(), Node(gain)));
+        }
+
+    private:
+        std::unique_ptr<Imp> _imp;
+        bool _joined;
+    };
+    struct Factory final : PiNodeControllerFactory {
+        RCShdPtr<PiNodeController> createGroupController(PiTool const* tool) override {
+            if (!tool)
+                return PiGroupTopology::createGroupController(tool);
+            return RCShdPtr<PiNodeController>(new Halving(tool->getName() == "Gain"));
+        }
+        RCShdPtr<PiNodeController> createBoundaryController() override {
+            return PiGroupTopology::createBoundaryController();
+        }
+        RCShdPtr<PiNodeController> createValueController(PiSocketType type) override {
+            return PiNodeTopologies::createController(type);
+        }
+    };
+    PiNodeControllerFactory::setInstance(OPtr<PiNodeControllerFactory>(new Factory));
+    auto a = pattern("A");
+    auto const wrap = [&](RCShdPtr<PiTool const> const& tool, std::string const& name) {
+        RCShdPtr<PiGroupNode> const group = root->createGroupNode(name, tool);
+        RCShdPtr<PiInput> const in = group->findInput("Source");
+        RCShdPtr<PiOutput> const out = group->findOutput("Output");
+        PiUndoGuard guard(*graph, "Wire");
+        in->connect(a->findOutput("Output"));
+        rcCast<PiBoundaryNode>(out->retrieveNode())
+            ->getInput()
+            ->connect(rcCast<PiBoundaryNode>(in->retrieveNode())->getOutput());
+        auto outside = add(HoTools::gain(), name + "Outside");
+        outside->findInput("Source")->connect(out);
+        return outside;
+    };
+    expectImage(
+        render(output(wrap(HoTools::gain(), "Joined"))),
+        [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 0.5f); }, "joined");
+    EXPECT_THROW(render(output(wrap(HoTools::over(), "Apart"))), ExBase);
 }
 
 // A group whose second input is fed by a tool that reads what feeds its first: each boundary

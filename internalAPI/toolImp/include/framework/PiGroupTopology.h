@@ -1,7 +1,9 @@
 #pragma once
 
-#include "PiNodeController.h"
+#include "PiTopologyInterface.h"
 #include "VnExport.h"
+
+#include <memory>
 
 namespace Vn {
 
@@ -14,6 +16,9 @@ public:
     // A group's controller (a tool group's also has a tool interface).
     static RCShdPtr<PiNodeController> createGroupController(PiTool const* tool);
     static RCShdPtr<PiNodeController> createBoundaryController();
+    // The processing side of a group, for a group controller of one's own (one that chooses
+    // the nodes behind the group's outputs, say). It lives as long as `owner`.
+    static std::unique_ptr<PiTopologyInterface::Imp> createGroupImp(PiNodeController& owner);
 };
 
 } // namespace Vn

@@ -14,6 +14,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 namespace Vn {
 
@@ -117,10 +118,12 @@ public:
         if (!((it != _nodes.end()) && (!it->second.isNull())))
             violated(__FILE__, __LINE__, "( it != _nodes.end() ) && ( !it->second.isNull() )");
         _nodes.erase(it);
+        _built.erase(in->getId());
     }
     void dynamicOutputAdded(RCShdPtr<PiOutput> const&) override {}
     void dynamicOutputRemoved(RCShdPtr<PiOutput> const& out) override {
         _nodes.erase(out->getId());
+        _built.erase(out->getId());
     }
     void inputConnected(RCShdPtr<PiInput> const& in, RCShdPtr<PiOutput> const&) override {
         Node const face = getInputProcNode(in).lock();
@@ -165,8 +168,10 @@ private:
         if (boundary->isInputNode()) {
             if (_nodes.count(in->getId()))
                 violated(__FILE__, __LINE__, "inNode.isNull()");
+            PxNodeCollector collector; // the group's own nodes live as long as the socket's
             auto face = asPassThrough(createInputProcNode(in, generator));
             _nodes[in->getId()] = face;
+            _built[in->getId()] = collector.take();
             if (in->isConnected())
                 setChild(face, sourceOf(in));
             return;
@@ -177,10 +182,12 @@ private:
         if (_nodes.count(out->getId()))
             violated(__FILE__, __LINE__, "outNode.isNull()");
         Publisher p;
+        PxNodeCollector collector; // the chain between the two faces too
         if (auto group = groupTopology())
             group->createOutputProcNode(p, out, generator);
         else
             p.publish(createOutputProcNode(out, generator));
+        _built[out->getId()] = collector.take();
         if (!p.outNode)
             VN_THROW_MSG(ExBase, "the group published no node for \"" + out->getName() + "\"");
         auto outFace = asPassThrough(p.outNode);
@@ -195,6 +202,8 @@ private:
 
     PiNodeController& _owner;
     NodeMap _nodes;
+    // Per socket, every node its build finished.
+    std::map<int, std::vector<Node>> _built;
     bool _building = false;
 };
 
@@ -367,6 +376,10 @@ RCShdPtr<PiNodeController> PiGroupTopology::createGroupController(PiTool const* 
     if (tool)
         return RCShdPtr<PiNodeController>(new ToolGroupController);
     return RCShdPtr<PiNodeController>(new GroupController);
+}
+
+std::unique_ptr<PiTopologyInterface::Imp> PiGroupTopology::createGroupImp(PiNodeController& owner) {
+    return std::make_unique<GroupImp>(owner);
 }
 
 RCShdPtr<PiNodeController> PiGroupTopology::createBoundaryController() {
