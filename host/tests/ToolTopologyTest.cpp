@@ -405,6 +405,80 @@ TEST_F(ToolTopologyTest, GroupsPublishTheirOwnOutputNodes) {
     EXPECT_THROW(render(output(wrap(HoTools::over(), "Apart"))), ExBase);
 }
 
+// One value node shared by two tools and driven by an expression that reads a value another
+// consumer also reads: the build comes back to a tool still building, and faces stand for it.
+TEST_F(ToolTopologyTest, SharedValueDrivenByAnExpressionRenders) {
+    // 2x, evaluated on the workers.
+    class Twice final : public PxAnimValueProtocol<double> {
+    public:
+        Twice(PxStrongHndl<PxAnimValueProtocol<double> const> x)
+            : PxNode(PxNode::Init{"twice"}), _x(std::move(x)) {
+            registerChild(_x);
+        }
+        ~Twice() noexcept override {}
+        PxResult<double> getValue(PxTimeContext const& context) const override {
+            PxResult<double> const x = _x->getValue(context);
+            return PxResult<double>(2.0 * x.getValue(), x.getValidityInterval());
+        }
+
+    private:
+        PxStrongHndl<PxAnimValueProtocol<double> const> _x;
+    };
+    struct Controller final : HoToolController {
+        ~Controller() noexcept override {}
+        void createProcNodes(OutputPublisher& p) override {
+            PxStrongHndl<PxNode> n(new Twice(doubleInput(p, "x")));
+            PxNode::init(n);
+            p.publish("Output", Node(n));
+        }
+    };
+    struct Expression final : PiToolProtocolImp {
+        Expression() : PiToolProtocolImp("Twice", "Expression", "1.0") {}
+        void describe(PiToolPolicyDescriptor& d) const override {
+            d.require("x", PiSocketType::DOUBLE);
+            d.produces("Output", PiSocketType::DOUBLE);
+        }
+        RCShdPtr<PiNodeController> createController() const override {
+            return RCShdPtr<PiNodeController>(new Controller);
+        }
+    };
+    auto a = pattern("A");
+    auto t1 = add(HoTools::gain(), "T1");
+    auto t2 = add(HoTools::gain(), "T2");
+    auto t3 = add(HoTools::gain(), "T3");
+    auto e = root->createToolNode(
+        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Expression))), "E");
+    auto valueOf = [](RCShdPtr<PiNode> const& n, std::string const& input) {
+        return rcCast<PiValueNode>(n->findInput(input)->getConnectedOutput()->retrieveNode());
+    };
+    set<double>(t2, "Gain", 1.5);
+    RCShdPtr<PiValueNode> const w = valueOf(t2, "Gain"), v = valueOf(t1, "Gain");
+    {
+        PiUndoGuard guard(*graph, "Wire");
+        connect(a, t1, "Source");
+        connect(t1, t2, "Source");
+        connect(t2, t3, "Source");
+        e->findInput("x")->connect(w->getOutput());      // w: read by E and by T2
+        v->getInput()->connect(e->findOutput("Output")); // v = 2w, shared by T1 and T3
+        t3->findInput("Gain")->connect(v->getOutput());
+    }
+    expectImage(
+        render(output(t3)),
+        [](int x, int y) {
+            return HoGainNode::gain(
+                HoGainNode::gain(HoGainNode::gain(patternAt(x, y, 0), 3.0f), 1.5f), 3.0f);
+        },
+        "2w, w, 2w");
+    set<double>(t2, "Gain", 0.5);
+    expectImage(
+        render(output(t3)),
+        [](int x, int y) {
+            return HoGainNode::gain(
+                HoGainNode::gain(HoGainNode::gain(patternAt(x, y, 0), 1.0f), 0.5f), 1.0f);
+        },
+        "after an edit of w");
+}
+
 // A group whose second input is fed by a tool that reads what feeds its first: each boundary
 // stands before its source is built, so the two builds meet without a fault.
 TEST_F(ToolTopologyTest, GroupInputsSharingASourceRender) {
