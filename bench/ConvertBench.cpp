@@ -4,6 +4,7 @@
 //    memcpy of the output's bytes and against OpenCV (convertTo, convertFp16);
 //  - AspectConverter halving the width with the Lanczos3 filter (FLOAT32), against libvips
 //    reduceh with its lanczos3 kernel on one thread, its operation cache off.
+//  - the 8-bit conversions on the SSE2 path, against the best path the processor has.
 // A NoOpConverter, which only forwards, shows the engine's own share of each request, and
 // ipFormatChange between tiles made once the conversion's.
 // Prints our time over each reference's (lower is better).
@@ -143,6 +144,19 @@ void BM_ipFormatChange(benchmark::State& st, IxPixelFormat::Depth from, IxPixelF
         benchmark::ClobberMemory();
     }
 }
+// The same on the SSE2 path, to show what the wider one brings.
+void BM_ipFormatChange_SSE2(benchmark::State& st, IxPixelFormat::Depth from,
+                            IxPixelFormat::Depth to) {
+    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
+    BM_ipFormatChange(st, from, to);
+    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
+}
+void BM_ipFormatChange_U8_F32_SSE2(benchmark::State& st) {
+    BM_ipFormatChange_SSE2(st, IxPixelFormat::UINT8, IxPixelFormat::FLOAT32);
+}
+void BM_ipFormatChange_F32_U8_SSE2(benchmark::State& st) {
+    BM_ipFormatChange_SSE2(st, IxPixelFormat::FLOAT32, IxPixelFormat::UINT8);
+}
 void BM_ipFormatChange_U8_F32(benchmark::State& st) {
     BM_ipFormatChange(st, IxPixelFormat::UINT8, IxPixelFormat::FLOAT32);
 }
@@ -227,6 +241,7 @@ void BM_Vips_Reduceh_Halve(benchmark::State& st) {
 BENCHMARK(BM_NoOp_F32)->UseRealTime();
 BENCHMARK(BM_Format_U8_F32)->UseRealTime();
 BENCHMARK(BM_ipFormatChange_U8_F32);
+BENCHMARK(BM_ipFormatChange_U8_F32_SSE2);
 BENCHMARK(BM_Memcpy_F32);
 BENCHMARK(BM_OpenCV_U8_F32);
 BENCHMARK(BM_Format_F32_F16)->UseRealTime();
@@ -235,6 +250,7 @@ BENCHMARK(BM_Memcpy_F16);
 BENCHMARK(BM_OpenCV_F32_F16);
 BENCHMARK(BM_Format_F32_U8)->UseRealTime();
 BENCHMARK(BM_ipFormatChange_F32_U8);
+BENCHMARK(BM_ipFormatChange_F32_U8_SSE2);
 BENCHMARK(BM_Memcpy_U8);
 BENCHMARK(BM_OpenCV_F32_U8);
 BENCHMARK(BM_Aspect_F32_Halve)->UseRealTime();
@@ -266,6 +282,10 @@ int main(int argc, char** argv) {
           "BM_OpenCV_F32_U8"},
          {"ipFormatChange FLOAT32->UINT8 / OpenCV convertTo", "BM_ipFormatChange_F32_U8",
           "BM_OpenCV_F32_U8"},
+         {"ipFormatChange UINT8->FLOAT32, best path / SSE2", "BM_ipFormatChange_U8_F32",
+          "BM_ipFormatChange_U8_F32_SSE2"},
+         {"ipFormatChange FLOAT32->UINT8, best path / SSE2", "BM_ipFormatChange_F32_U8",
+          "BM_ipFormatChange_F32_U8_SSE2"},
          {"AspectConverter halving FLOAT32 / vips reduceh lanczos3", "BM_Aspect_F32_Halve",
           "BM_Vips_Reduceh_Halve"}});
     InInitMgr::getInstance().finalize();

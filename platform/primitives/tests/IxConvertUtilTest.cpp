@@ -151,6 +151,20 @@ std::uint8_t exactUint8(float v) {
     return static_cast<std::uint8_t>(std::floor(static_cast<double>(v) * 255.0 + 0.5));
 }
 
+// Runs `check` on each vector path the processor has, checking that the dispatch takes it.
+template <class F>
+void forEachVectorPath(F const& check) {
+    using Path = IxConvertUtil::VectorPath;
+    for (Path path : {Path::SSE2, Path::AVX2}) {
+        if (path == Path::AVX2 && !__builtin_cpu_supports("avx2"))
+            continue;
+        IxConvertUtil::limitVectorPath(path);
+        EXPECT_EQ(IxConvertUtil::getVectorPath(), path);
+        check(path == Path::SSE2 ? "SSE2" : "AVX2");
+    }
+    IxConvertUtil::limitVectorPath(Path::AVX2);
+}
+
 // Writes values through every conversion path to 8 bits and gives each path's bytes, in the
 // order of values: the pixel function, RGBA lines (vector body, scalar tail), one-, two- and
 // three-component pixels and float lines.
@@ -224,16 +238,18 @@ TEST(IxConvertUtil, FloatToUint8RoundsExactlyInEveryPath) {
     std::vector<std::uint8_t> want(values.size());
     for (std::size_t k = 0; k < values.size(); ++k)
         want[k] = exactUint8(values[k]);
-    for (auto const& [path, got] : uint8Paths(values)) {
-        int bad = 0;
-        for (std::size_t k = 0; k < values.size() && bad < 5; ++k)
-            if (got[k] != want[k]) {
-                ++bad;
-                ADD_FAILURE() << path << ": " << std::hexfloat << values[k] << " (0x" << std::hex
-                              << bitsOf(values[k]) << std::dec << ") gives " << int(got[k])
-                              << ", not " << int(want[k]);
-            }
-    }
+    forEachVectorPath([&](char const* vector) {
+        for (auto const& [path, got] : uint8Paths(values)) {
+            int bad = 0;
+            for (std::size_t k = 0; k < values.size() && bad < 5; ++k)
+                if (got[k] != want[k]) {
+                    ++bad;
+                    ADD_FAILURE() << vector << ", " << path << ": " << std::hexfloat << values[k]
+                                  << " (0x" << std::hex << bitsOf(values[k]) << std::dec
+                                  << ") gives " << int(got[k]) << ", not " << int(want[k]);
+                }
+        }
+    });
     // The one exact tie rounds up; the first value the single-precision formula got wrong.
     EXPECT_EQ(IxConvertUtil::floatToUint8(0.5f), 128);
     EXPECT_EQ(IxConvertUtil::floatToUint8(std::bit_cast<float>(0x3f010101u)), 128);
@@ -242,37 +258,41 @@ TEST(IxConvertUtil, FloatToUint8RoundsExactlyInEveryPath) {
 TEST(IxConvertUtil, Uint8ToFloatIsTheDivisionInEveryPath) {
     // Every value through every layout, at every lane of the RGBA vector body and of its
     // scalar tail (lines of 1 to 7 pixels), against i / 255.0f.
-    for (int comps = 1; comps <= 4; ++comps)
-        for (int n = 1; n <= 7; ++n)
-            for (int start = 0; start < 256; start += n * comps) {
-                std::vector<std::uint8_t> bytes(static_cast<std::size_t>(n) * comps);
-                for (std::size_t k = 0; k < bytes.size(); ++k)
-                    bytes[k] = static_cast<std::uint8_t>((start + k) & 255);
-                std::vector<Rgba> px(n);
-                IxConvertUtil::readFrom(px.data(), reinterpret_cast<std::byte const*>(bytes.data()),
-                                        n, ImPixelFormat(comps, ImPixelFormat::UINT8));
-                std::vector<float> alpha(n);
-                IxConvertUtil::readFrom(alpha.data(),
-                                        reinterpret_cast<std::byte const*>(bytes.data()), n,
-                                        ImPixelFormat(comps, ImPixelFormat::UINT8));
-                for (int i = 0; i < n; ++i) {
-                    auto v = [&](int c) {
-                        return static_cast<float>(bytes[i * comps + c]) / 255.0f;
-                    };
-                    Rgba const want = comps == 1   ? Rgba{0, 0, 0, v(0)}
-                                      : comps == 2 ? Rgba{v(0), v(0), v(0), v(1)}
-                                      : comps == 3 ? Rgba{v(0), v(1), v(2), 1.0f}
-                                                   : Rgba{v(0), v(1), v(2), v(3)};
-                    ASSERT_EQ(std::memcmp(&px[i], &want, sizeof want), 0)
-                        << comps << " comps, " << n << " pixels from " << start << ", pixel " << i;
-                    ASSERT_EQ(bitsOf(alpha[i]), bitsOf(want.a)) << comps << " comps";
+    forEachVectorPath([](char const*) {
+        for (int comps = 1; comps <= 4; ++comps)
+            for (int n = 1; n <= 7; ++n)
+                for (int start = 0; start < 256; start += n * comps) {
+                    std::vector<std::uint8_t> bytes(static_cast<std::size_t>(n) * comps);
+                    for (std::size_t k = 0; k < bytes.size(); ++k)
+                        bytes[k] = static_cast<std::uint8_t>((start + k) & 255);
+                    std::vector<Rgba> px(n);
+                    IxConvertUtil::readFrom(px.data(),
+                                            reinterpret_cast<std::byte const*>(bytes.data()), n,
+                                            ImPixelFormat(comps, ImPixelFormat::UINT8));
+                    std::vector<float> alpha(n);
+                    IxConvertUtil::readFrom(alpha.data(),
+                                            reinterpret_cast<std::byte const*>(bytes.data()), n,
+                                            ImPixelFormat(comps, ImPixelFormat::UINT8));
+                    for (int i = 0; i < n; ++i) {
+                        auto v = [&](int c) {
+                            return static_cast<float>(bytes[i * comps + c]) / 255.0f;
+                        };
+                        Rgba const want = comps == 1   ? Rgba{0, 0, 0, v(0)}
+                                          : comps == 2 ? Rgba{v(0), v(0), v(0), v(1)}
+                                          : comps == 3 ? Rgba{v(0), v(1), v(2), 1.0f}
+                                                       : Rgba{v(0), v(1), v(2), v(3)};
+                        ASSERT_EQ(std::memcmp(&px[i], &want, sizeof want), 0)
+                            << comps << " comps, " << n << " pixels from " << start << ", pixel "
+                            << i;
+                        ASSERT_EQ(bitsOf(alpha[i]), bitsOf(want.a)) << comps << " comps";
+                    }
+                    // And back to the same bytes.
+                    std::vector<std::uint8_t> back(bytes.size(), 0xee);
+                    IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(back.data()), px.data(), n,
+                                           ImPixelFormat(comps, ImPixelFormat::UINT8));
+                    ASSERT_EQ(back, bytes) << comps << " comps, " << n << " pixels from " << start;
                 }
-                // And back to the same bytes.
-                std::vector<std::uint8_t> back(bytes.size(), 0xee);
-                IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(back.data()), px.data(), n,
-                                       ImPixelFormat(comps, ImPixelFormat::UINT8));
-                ASSERT_EQ(back, bytes) << comps << " comps, " << n << " pixels from " << start;
-            }
+    });
     for (int i = 0; i < 256; ++i)
         ASSERT_EQ(bitsOf(IxConvertUtil::uint8ToFloat(static_cast<std::uint8_t>(i))),
                   bitsOf(static_cast<float>(i) / 255.0f))
