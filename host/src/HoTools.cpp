@@ -69,22 +69,6 @@ RCShdPtr<PiTool const> makeTool(Protocol* p) {
 
 } // namespace
 
-namespace {
-// "25", "30000/1001"; empty for 25 frames a second.
-Rational parseRate(std::string const& text) {
-    if (text.empty())
-        return Rational(25);
-    char* end = nullptr;
-    long long const num = std::strtoll(text.c_str(), &end, 10);
-    long long den = 1;
-    if (*end == '/')
-        den = std::strtoll(end + 1, &end, 10);
-    if (*end != '\0' || num <= 0 || den <= 0)
-        VN_THROW_MSG(ExBase, "\"" + text + "\" is not a frame rate");
-    return Rational(num, den);
-}
-} // namespace
-
 HoToolController::~HoToolController() = default;
 
 PxImageFormat HoToolController::storedFormat() const {
@@ -100,7 +84,8 @@ PxImageFormat HoToolController::storedFormat() const {
     if (depth != IxPixelFormat::UINT8 && depth != IxPixelFormat::FLOAT16 &&
         depth != IxPixelFormat::FLOAT32)
         VN_THROW_MSG(ExBase, "a depth of " + std::to_string(depth) + " bits is not 8, 16 or 32");
-    return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, depth), parseRate(rate));
+    return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, depth),
+                         rate.empty() ? Rational(25) : Rational::parsePositive(rate));
 }
 
 void HoToolController::valueChanged(RCShdPtr<PiValue> const&) {
@@ -165,7 +150,7 @@ RCShdPtr<PiTool const> HoTools::over() {
             d.require("Back", PiSocketType::IMAGE);
             d.produces("Output", PiSocketType::IMAGE);
         },
-        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
+        [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
             p.publish("Output", finished(new HoOverNode(PxNode::Init{"over"},
                                                         HoToolController::imageInput(p, "Front"),
                                                         HoToolController::imageInput(p, "Back"))));
@@ -181,7 +166,7 @@ RCShdPtr<PiTool const> HoTools::gain() {
             d.require("Gain", PiSocketType::DOUBLE, PiRangeInputPolicy<double>::create(0, 1000, 1));
             d.produces("Output", PiSocketType::IMAGE);
         },
-        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
+        [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
             p.publish("Output", finished(new HoGainNode(PxNode::Init{"gain"},
                                                         HoToolController::imageInput(p, "Source"),
                                                         HoToolController::doubleInput(p, "Gain"))));

@@ -1,7 +1,11 @@
+#include "HoComposition.h"
 #include "HoGraph.h"
 #include "HoImageNodes.h"
 #include "HoRender.h"
+#include "HoToolRegistry.h"
+#include "HoTools.h"
 #include "PiCommandStack.h"
+#include "PiSockets.h"
 
 #include "InPackageInit.h"
 #include "PxRequestMgr.h"
@@ -314,4 +318,160 @@ TEST_F(Render, TheGraphDumpShowsTheRenderedNodes) {
         EXPECT_GT(fs::file_size(dir / "f.0005.dag.png"), 100u);
     else
         EXPECT_FALSE(HoGraphDump::renderPng(job.dagFile, dir / "x.png"));
+}
+
+namespace {
+
+// The renderer's picture as a composition of tools, its background red animated, frames 1-3.
+class CompositionTest : public Render {
+protected:
+    void SetUp() override {
+        Render::SetUp();
+        HoTools::registerTools(HoToolRegistry::initialize());
+        comp = HoComposition::create("comp");
+        PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
+                                   Rational(25));
+        RCShdPtr<PiToolNode> const over = HoDefaultGraph::createTools(
+            *comp.graph->getRootNode(), 40, 24, format, std::pair{0, 4});
+        RCShdPtr<PiNode> const bg = comp.graph->getRootNode()->findNode("Background");
+        PiTypedAnimInput<double> const red(bg->findInput("Red"));
+        red.setKey(1.0 / 25.0, 0.1);
+        red.setKey(3.0 / 25.0, 0.9);
+        comp.last = 3;
+        comp.depth = IxPixelFormat::FLOAT32;
+        comp.outputs = {{over->getNodeName(), "Output", dir / "f.####.exr"}};
+    }
+    void TearDown() override {
+        comp = {};
+        HoToolRegistry::finalize();
+        Render::TearDown();
+    }
+    static HoImage frame(HoComposition const& c, int f) {
+        return HoRenderer::renderFrame(c.imageOf(c.outputs.front()), f / 25.0);
+    }
+
+    TempDir dir;
+    HoComposition comp;
+};
+
+} // namespace
+
+// Written, read back and written again: the same text, the same pictures; the load is one
+// undoable edit.
+TEST_F(CompositionTest, RoundTripsToTheSameTextAndPictures) {
+    std::string const text = comp.toXml();
+    HoComposition const back = HoComposition::parse(text, "comp.xml");
+    EXPECT_EQ(back.toXml(), text);
+    for (int f = 1; f <= 3; ++f)
+        EXPECT_TRUE(frame(back, f).pixels == frame(comp, f).pixels) << f;
+    EXPECT_NE(frame(comp, 1).pixels, frame(comp, 3).pixels) << "the background animates";
+    back.graph->getCommandStack().undo();
+    EXPECT_EQ(back.graph->getRootNode()->getNodeCount(), 0);
+    comp.save(dir / "comp.xml");
+    EXPECT_EQ(HoComposition::load(dir / "comp.xml").toXml(), text);
+}
+
+// Bad files are refused whole, each with one message that says what and where.
+TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
+    std::string const good = comp.toXml();
+    auto edit = [&](std::string const& from, std::string const& to) {
+        std::string t = good;
+        std::size_t const at = t.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return at == std::string::npos ? t : t.replace(at, from.size(), to);
+    };
+    struct Case {
+        std::string text;
+        std::string message;
+    };
+    std::vector<Case> const cases = {
+        {"<Composition version=\"1\">\n  <Render first=\"1\" last=>",
+         "comp.xml: malformed XML at line 2, column "},
+        {edit("version=\"1\" name", "version=\"7\" name"),
+         "comp.xml: the composition is of version 7; this program reads version 1 and older"},
+        {edit("tool=\"Over\"", "tool=\"Overt\""), "unknown tool \"Overt\""},
+        {edit("tool=\"Over\"", "tool=\"Overt\""), "; the tools are Test Pattern, Over, Gain"},
+        {edit("<Value name=\"Value\" type=\"1\">1</Value>",
+              "<Value name=\"Value\" type=\"1\">1.5</Value>"),
+         "comp.xml: the value 1.5 of \"Background.Opacity\" is outside its range 0 to 1"},
+        {edit("depth=\"float\"", "depth=\"deep\""), "the depth \"deep\" is not uint8"},
+        {edit("first=\"1\"", "first=\"9\""), "the frame range 9-3 is empty"},
+        {edit("node=\"Over\"", "node=\"Under\""), "names the node \"Under\""},
+        {edit("input=\"Front\" outputNode", "input=\"Width\" outputNode"), "comp.xml: archive: "},
+    };
+    for (Case const& c : cases) {
+        try {
+            HoComposition::parse(c.text, "comp.xml");
+            ADD_FAILURE() << "accepted: " << c.message;
+        } catch (HoRenderError const& e) {
+            EXPECT_NE(e.getReason().find(c.message), std::string::npos) << e.getReason();
+            EXPECT_EQ(e.getReason().find('\n'), std::string::npos) << e.getReason();
+        }
+    }
+}
+
+// Every frame on its own: written files are skipped while newer than the composition, a
+// missing one is made again, and a frame that fails leaves the others written.
+TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
+    HoCompositionRender render;
+    HoCompositionRender::Result r = render.run(comp);
+    EXPECT_EQ(r.rendered, (std::vector<int>{1, 2, 3}));
+    HoImage const second = HoImageFile::read(dir / "f.0002.exr");
+    HoImage const want = frame(comp, 2);
+    ASSERT_EQ(second.width, want.width);
+    for (int y = 0; y < want.height; ++y)
+        for (int x = 0; x < want.width; ++x)
+            expectNear(second.getColor(x, y), want.getColor(x, y), 0.0f, "frame 2");
+
+    render.skipExisting = true;
+    render.since = HoCompositionRender::modificationTime(dir / "f.0001.exr") - 1.0;
+    EXPECT_EQ(render.run(comp).skipped, (std::vector<int>{1, 2, 3}));
+    fs::remove(dir / "f.0002.exr");
+    r = render.run(comp);
+    EXPECT_EQ(r.rendered, (std::vector<int>{2}));
+    EXPECT_EQ(r.skipped, (std::vector<int>{1, 3}));
+    render.since += 3600.0; // the composition changed after the files
+    EXPECT_EQ(render.run(comp).rendered, (std::vector<int>{1, 2, 3}));
+
+    render.skipExisting = false;
+    fs::remove(dir / "f.0003.exr");
+    fs::create_directories(dir / "f.0003.exr"); // frame 3 cannot be written
+    render.frames = std::pair{2, 3};
+    r = render.run(comp);
+    EXPECT_EQ(r.rendered, (std::vector<int>{2}));
+    ASSERT_EQ(r.failed.size(), 1u);
+    EXPECT_EQ(r.failed[0].first, 3);
+}
+
+// The program: a composition renders, --describe shows it, bad input gets one line and a
+// non-zero exit, and a failed frame sets exit code 3.
+TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
+    std::string const exe = VNRENDER_PATH;
+    comp.save(dir / "comp.xml");
+    auto [code, err] = runCommand(exe + " " + (dir / "comp.xml") + " --frames 2-3");
+    EXPECT_EQ(code, 0) << err;
+    EXPECT_EQ(dir.list(), (std::vector<std::string>{"comp.xml", "f.0002.exr", "f.0003.exr"}));
+    std::tie(code, err) =
+        runCommand(exe + " " + (dir / "comp.xml") + " --describe > " + (dir / "out.txt"));
+    EXPECT_EQ(code, 0) << err;
+    std::ifstream in(dir / "out.txt");
+    std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    EXPECT_EQ(text.substr(0, text.find('\n')),
+              "composition \"comp\": frames 1-3 at 25 frames a second, written as float");
+    EXPECT_NE(text.find("  Back <- Background.Output\n"), std::string::npos) << text;
+
+    std::ofstream(dir / "bad.xml") << "<Composition version=\"1\"><Render";
+    std::tie(code, err) = runCommand(exe + " " + (dir / "bad.xml") + " -o " + (dir / "x.exr"));
+    EXPECT_EQ(code, 1);
+    EXPECT_EQ(err, "vnrender: error: " + (dir / "bad.xml") +
+                       ": malformed XML at line 1, column 32: Error parsing start element tag\n");
+    EXPECT_FALSE(fs::exists(dir / "x.exr"));
+
+    fs::create_directories(dir / "g.0002.exr");
+    std::tie(code, err) =
+        runCommand(exe + " " + (dir / "comp.xml") + " --frames 1-2 -o " + (dir / "g.####.exr"));
+    EXPECT_EQ(code, 3);
+    EXPECT_NE(err.find("vnrender: error: frame 2: "), std::string::npos) << err;
+    EXPECT_NE(err.find("vnrender: 1 of 2 frames failed\n"), std::string::npos) << err;
+    EXPECT_TRUE(fs::exists(dir / "g.0001.exr"));
 }

@@ -1,17 +1,20 @@
-// vnrender: the batch renderer. It starts the engine, evaluates its graph frame by frame, tile by
-// tile, and writes image files.
+// vnrender: the batch renderer. It starts the engine, evaluates a composition file (or its
+// built-in graph) frame by frame, tile by tile, and writes image files.
 
 #include "EngineSession.h"
 #include "InBuildInfo.h"
 
+#include "HoComposition.h"
 #include "HoRender.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <unistd.h>
 
 namespace {
@@ -77,12 +80,34 @@ public:
             std::fputc('\n', stderr);
     }
     void operator()(Vn::HoRenderJob::Progress const& p) {
+        show(-1, p.tilesDone, p.tilesTotal, p.framesDone, p.framesTotal);
+    }
+    void operator()(Vn::HoCompositionRender::Progress const& p) {
+        show(p.frame, p.tilesDone, p.tilesTotal, p.framesDone, p.framesTotal);
+    }
+    // Stops the line so that a message starts on its own.
+    void breakLine() {
+        if (_shown && _printed)
+            std::fputc('\n', stderr);
+        _printed = false;
+    }
+
+private:
+    void show(int frame, int tiles, int tilesTotal, int frames, int framesTotal) {
         if (!_shown)
             return;
         double const s =
             std::chrono::duration<double>(std::chrono::steady_clock::now() - _start).count();
-        std::fprintf(stderr, "\rvnrender: tiles %d/%d  frames %d/%d  %.1f s ", p.tilesDone,
-                     p.tilesTotal, p.framesDone, p.framesTotal, s);
+        double const done = (frames + (tilesTotal > 0 ? double(tiles) / tilesTotal : 0.0)) /
+                            std::max(framesTotal, 1);
+        std::fprintf(stderr, "\rvnrender: ");
+        if (frame >= 0)
+            std::fprintf(stderr, "frame %d  ", frame);
+        std::fprintf(stderr, "tiles %d/%d  frames %d/%d  %.1f s", tiles, tilesTotal, frames,
+                     framesTotal, s);
+        if (done > 0.0 && done < 1.0)
+            std::fprintf(stderr, ", about %.0f s left", s / done * (1.0 - done));
+        std::fputs("   ", stderr);
         std::fflush(stderr);
         _printed = true;
     }
@@ -95,9 +120,52 @@ private:
 
 } // namespace
 
+// Renders a composition file; the exit code says whether every frame was written.
+int renderComposition(std::string const& file, std::optional<std::pair<int, int>> const& frames,
+                      std::vector<std::string> const& outputs, int threads, bool skipExisting,
+                      bool describe, bool quiet, bool dumpDag) {
+    Vn::HoComposition const c = Vn::HoComposition::load(file);
+    if (describe) {
+        std::cout << c.describe();
+        return 0;
+    }
+    Vn::HoCompositionRender render;
+    render.frames = frames;
+    render.files = outputs;
+    render.threads = threads;
+    render.skipExisting = skipExisting;
+    render.since = Vn::HoCompositionRender::modificationTime(file);
+    if (dumpDag && !c.outputs.empty()) {
+        std::string const dot = file + ".dag.dot";
+        Vn::HoGraphDump::writeDot(c.imageOf(c.outputs.front()), dot);
+        Vn::HoGraphDump::renderPng(dot, file + ".dag.png");
+    }
+    ProgressLine progress(!quiet && ::isatty(STDERR_FILENO));
+    Vn::HoCompositionRender::Result const r =
+        render.run(c, [&](Vn::HoCompositionRender::Progress const& p) { progress(p); });
+    progress.breakLine();
+    for (auto const& [frame, why] : r.failed)
+        std::cerr << "vnrender: error: frame " << frame << ": " << why << "\n";
+    if (!quiet && !r.skipped.empty())
+        std::cerr << "vnrender: " << r.skipped.size() << " frames were complete and skipped\n";
+    if (r.failed.empty())
+        return 0;
+    std::cerr << "vnrender: " << r.failed.size() << " of "
+              << r.failed.size() + r.rendered.size() + r.skipped.size() << " frames failed\n";
+    return 3;
+}
+
 int main(int argc, char** argv) {
-    CLI::App app{"vnrender: renders the built-in test graph through the engine and writes image "
-                 "files"};
+    CLI::App app{"vnrender: renders a composition file (or, without one, the built-in test graph) "
+                 "through the engine and writes image files"};
+    std::string composition;
+    bool skipExisting = false;
+    bool describe = false;
+    app.add_option("file", composition, "Composition file to render (see docs/composition.md)");
+    app.add_flag("--skip-existing", skipExisting,
+                 "Skip frames whose files exist and are newer than the composition");
+    app.add_flag("--describe", describe,
+                 "Print the composition's tools, connections, frames and outputs, then stop");
     Vn::HoRenderJob job;
     job.outputs = {"out/default.exr", "out/default.png"};
     std::string format = "half";
@@ -149,7 +217,30 @@ int main(int argc, char** argv) {
                                                         {"float", Vn::IxPixelFormat::FLOAT32}}
             .at(format);
 
+    bool const builtInOnly = app.count("--width") + app.count("--height") + app.count("--format") +
+                                 app.count("--pan") + app.count("--filter") >
+                             0;
+    if (!composition.empty() && builtInOnly) {
+        std::cerr << "vnrender: error: --width, --height, --format, --pan and --filter apply to "
+                     "the built-in graph, not to a composition\n";
+        return 2;
+    }
+    if (composition.empty() && (skipExisting || describe)) {
+        std::cerr << "vnrender: error: --skip-existing and --describe need a composition file\n";
+        return 2;
+    }
+
     try {
+        if (!composition.empty()) {
+            VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
+            std::optional<std::pair<int, int>> range;
+            if (!frames.empty())
+                range = job.frames;
+            return renderComposition(composition, range,
+                                     app.count("--output") ? job.outputs
+                                                           : std::vector<std::string>{},
+                                     job.threads, skipExisting, describe, quiet, dumpDag);
+        }
         if (!info && !version)
             job.validate();
         if (dumpDag)

@@ -20,6 +20,8 @@ public:
         return static_cast<double>(_num) / static_cast<double>(_den);
     }
     std::string toString() const;
+    // The form toString writes: "25" or "30000/1001", positive. Raises ExBase otherwise.
+    static Rational parsePositive(std::string const& text);
 
     Rational operator+(Rational const& o) const;
     Rational operator-(Rational const& o) const;

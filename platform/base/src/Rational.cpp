@@ -1,5 +1,9 @@
 #include "Rational.h"
 #include "Assertions.h"
+#include "ExBase.h"
+
+#include <cerrno>
+#include <cstdlib>
 
 #include <numeric>
 
@@ -36,6 +40,25 @@ Rational::Rational(std::int64_t num, std::int64_t den) {
 
 std::string Rational::toString() const {
     return _den == 1 ? std::to_string(_num) : std::to_string(_num) + "/" + std::to_string(_den);
+}
+
+Rational Rational::parsePositive(std::string const& text) {
+    char const* const begin = text.c_str();
+    char* end = nullptr;
+    errno = 0;
+    long long const num = std::strtoll(begin, &end, 10);
+    long long den = 1;
+    bool ok = end != begin && errno == 0;
+    if (ok && *end == '/') {
+        char const* const d = end + 1;
+        den = std::strtoll(d, &end, 10);
+        ok = end != d && errno == 0;
+    }
+    if (!ok || *end != '\0' || num <= 0 || den <= 0 || !(text[0] >= '0' && text[0] <= '9'))
+        VN_THROW_MSG(ExBase, "\"" + text.substr(0, 64) +
+                                 "\" is not a positive number like 25 or "
+                                 "30000/1001");
+    return Rational(num, den);
 }
 
 Rational Rational::operator+(Rational const& o) const {
