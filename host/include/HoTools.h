@@ -42,7 +42,7 @@ private:
 
 // The tools of the application, as a plug-in would write them.
 //  "Test Pattern": inputs Width and Height (int); output Output. The batch renderer's pattern,
-//                  in float RGBA at 24 frames a second.
+//                  in float RGBA at its stored Rate (25 frames a second when empty).
 //  "Over":         inputs Front and Back (images, Back primary); output Output. Premultiplied.
 //  "Gain":         inputs Source (image, primary) and Gain (double, 0 to 1000, default 1);
 //                  output Output: the colour times the gain.
@@ -52,6 +52,8 @@ private:
 //                  Opacity (double, 0 to 1, default 1); stored Depth and Rate; output Output.
 //  "Repeat":       inputs Source, In and Out (first frame and frame behind the last), Mode
 //                  (Hold, Loop, Ping Pong, No Repeat) and Lock; output Output.
+//  "Time Offset":  inputs Source and Offset (whole frames, either way); output Output: the
+//                  source's frame at t + Offset.
 //  "Pan":          inputs Source, X and Y (pixels) and Filter (0 none to 7, as vnrender's
 //                  names); output Output: the image moved, resampled by the filter.
 // Test Pattern keeps its stored Rate too; its pixels are float.
@@ -63,6 +65,7 @@ public:
     static RCShdPtr<PiTool const> convert();
     static RCShdPtr<PiTool const> colorSource();
     static RCShdPtr<PiTool const> repeat();
+    static RCShdPtr<PiTool const> timeOffset();
     static RCShdPtr<PiTool const> pan();
     // Registers them all with the registry.
     static void registerTools(HoToolRegistry& registry);

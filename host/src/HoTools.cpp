@@ -6,6 +6,7 @@
 #include "HoToolRegistry.h"
 #include "PiImageConvertNode.h"
 #include "PiImageRepeatNode.h"
+#include "PiInputPolicies.h"
 #include "PiInputPolicy.h"
 #include "PxImageSourceNodes.h"
 #include "PxPannerNode.h"
@@ -266,6 +267,23 @@ RCShdPtr<PiTool const> HoTools::repeat() {
         "Source", "Output"));
 }
 
+RCShdPtr<PiTool const> HoTools::timeOffset() {
+    return makeTool(new Protocol(
+        "Time Offset", "Time",
+        [](PiToolPolicyDescriptor& d) {
+            d.require("Source", PiSocketType::IMAGE);
+            d.require("Offset", PiSocketType::INT, PiTimeOffsetInputPolicy::getShared());
+            d.produces("Output", PiSocketType::IMAGE);
+        },
+        [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
+            p.publish("Output",
+                      finished(new PiImageTimeOffsetNode(PxNode::Init{"time offset"},
+                                                         HoToolController::imageInput(p, "Source"),
+                                                         p.getInputNode("Offset"))));
+        },
+        "Source", "Output"));
+}
+
 RCShdPtr<PiTool const> HoTools::pan() {
     return makeTool(new Protocol(
         "Pan", "Transform",
@@ -289,7 +307,7 @@ RCShdPtr<PiTool const> HoTools::pan() {
 
 void HoTools::registerTools(HoToolRegistry& registry) {
     for (auto const& tool :
-         {testPattern(), over(), gain(), convert(), colorSource(), repeat(), pan()})
+         {testPattern(), over(), gain(), convert(), colorSource(), repeat(), timeOffset(), pan()})
         registry.registerTool(tool);
 }
 

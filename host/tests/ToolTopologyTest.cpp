@@ -731,6 +731,21 @@ TEST_F(ToolTopologyTest, HeldBackChangesArriveTogether) {
     EXPECT_THROW(PiAnimInterface::addChangeFunctor(nullptr, PxValidityInterval::FULL), ExBase);
 }
 
+// Time Offset shows its source's frame that many frames on (or back), and follows its edits.
+TEST_F(ToolTopologyTest, TimeOffsetShowsAnotherFrame) {
+    auto a = pattern("A");
+    auto t = add(HoTools::timeOffset(), "T");
+    connect(a, t, "Source");
+    double const frame = 1.0 / 25.0; // the pattern's rate
+    for (int offset : {2, -3}) {
+        set<int>(t, "Offset", offset);
+        expectImage(
+            render(output(t), 5 * frame),
+            [&](int x, int y) { return patternAt(x, y, (5 + offset) * frame); },
+            "offset " + std::to_string(offset));
+    }
+}
+
 // The chain check follows single parents from a tool's input node to its output node.
 TEST_F(ToolTopologyTest, ChainCheckFollowsSingleParents) {
     auto a = pattern("A");
