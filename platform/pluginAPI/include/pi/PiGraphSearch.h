@@ -22,7 +22,7 @@ public:
     // Routes findPaths gives at most; more are dropped with a log line.
     static constexpr int MAX_PATHS = 10000;
     // Nodes findPaths steps onto at most, for graphs whose routes are too many to walk.
-    static constexpr long MAX_PATH_STEPS = 4'000'000;
+    static constexpr long MAX_PATH_STEPS = 1'000'000;
 
     // Which sockets a search follows; the defaults follow every connection. A subclass narrows
     // the walk.
