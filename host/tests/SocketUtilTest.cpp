@@ -7,7 +7,9 @@
 #include "HoTools.h"
 #include "InPackageInit.h"
 #include "LgLog.h"
+#include "PiExpressionInterface.h"
 #include "PiExpressionServices.h"
+#include "PiGraphAnimInterface.h"
 #include "PiGraphSearch.h"
 #include "PiNodeAnchorUtils.h"
 #include "PiNodePredicates.h"
@@ -61,6 +63,23 @@ public:
 
 private:
     int _inputs;
+};
+
+// "Expr": drives a value through its one output.
+class ExprController final : public RecordingController, public PiExpressionInterface {
+    bool isResolved() const override { return true; }
+    bool canResolve() const override { return true; }
+    void resolve() override {}
+};
+class ExprProtocol final : public PiToolProtocolImp {
+public:
+    ExprProtocol() : PiToolProtocolImp("Expr", "Math", "1.0") {}
+    void describe(PiToolPolicyDescriptor& d) const override {
+        d.produces("Value", PiSocketType::DOUBLE);
+    }
+    RCShdPtr<PiNodeController> createController() const override {
+        return RCShdPtr<PiNodeController>(new ExprController);
+    }
 };
 
 // Who a group asked, in order, and whether groups refuse changes.
@@ -242,7 +261,7 @@ TEST_F(SocketUtilTest, PrimaryAndFirstSockets) {
 TEST_F(SocketUtilTest, CanConnectAsksTheGroupsInOrder) {
     PiNodeControllerFactory::setInstance(OPtr<PiNodeControllerFactory>(new LockableFactory));
     RCShdPtr<PiGroupNode> L, M;
-    RCShdPtr<PiNode> X, Y, Z, E;
+    RCShdPtr<PiNode> X, Y, Z;
     {
         PiUndoGuard g(*graph, "Groups");
         L = root->createGroupNode("L");
@@ -250,7 +269,6 @@ TEST_F(SocketUtilTest, CanConnectAsksTheGroupsInOrder) {
         X = make(pipe, "X", {}, L);
         Y = make(pipe, "Y", {}, L);
         Z = make(pipe, "Z", {}, M);
-        E = make(pipe, "E", {}, M);
     }
     struct Case {
         RCShdPtr<PiInput> input;
@@ -323,10 +341,6 @@ TEST_F(SocketUtilTest, GroupControllerDefaults) {
     for (int k = 0; k < 4; ++k)
         want.insert(want.end(), {"L", "disconnect null", "disconnect node"});
     EXPECT_EQ(asked(), want) << "the two-argument disconnect asks with a null node";
-    EXPECT_FALSE(c->overridesUserInterface(A));
-    EXPECT_FALSE(c->overridesEventHandlingInterface(A));
-    EXPECT_TRUE(PiGraphObject::areEqual(c->overridePlaybackTarget(o), o));
-    EXPECT_TRUE(PiGraphObject::areEqual(c->overridePlaybackTarget(i), i));
     auto keyed = c->overrideKeyframesDisplay(A);
     ASSERT_EQ(keyed.getCardinality(), 1);
     EXPECT_TRUE(PiGraphObject::areEqual(keyed.item(), A));
@@ -478,7 +492,6 @@ TEST_F(SocketUtilTest, CollapseFollowsConsumers) {
     for (RCShdPtr<PiNode> const& n : {top, bottom})
         setState(n, "Uncollapsed");
     int const undoCount = graph->getCommandStack().getUndoCount();
-    hookLog().clear();
     std::vector<RCShdPtr<PiNode>> stops;
     PiNodeUtils::collapseNodeTree(bottom, PiNodeUtils::IGNORE_OUTPUTS, PiNodeUtils::WHOLE_TREE,
                                   "Collapsed", &stops);
@@ -491,9 +504,11 @@ TEST_F(SocketUtilTest, CollapseFollowsConsumers) {
 
     // Checking outputs: a node whose consumers are not all folded stops the fold there; the
     // bottom has no consumer at all.
-    setState(top, "Uncollapsed");
-    setState(bottom, "Uncollapsed");
-    int const undoCount2 = graph->getCommandStack().getUndoCount();
+    {
+        PiUndoGuardNoLog quiet(*graph);
+        setState(top, "Uncollapsed");
+        setState(bottom, "Uncollapsed");
+    }
     PiNodeUtils::collapseNodeTree(bottom, PiNodeUtils::CHECK_OUTPUTS, PiNodeUtils::WHOLE_TREE,
                                   "Collapsed", &stops);
     for (auto const& [n, want] : {std::pair{top, "Unknown"}, std::pair{bottom, "Collapsed"}}) {
@@ -501,7 +516,7 @@ TEST_F(SocketUtilTest, CollapseFollowsConsumers) {
         EXPECT_EQ(state, want);
     }
     EXPECT_EQ(stops.size(), 88u) << "once each, but the bottom and the two it alone reads";
-    EXPECT_EQ(graph->getCommandStack().getUndoCount(), undoCount2);
+    EXPECT_EQ(graph->getCommandStack().getUndoCount(), undoCount);
     EXPECT_THROW(PiNodeUtils::setStoredValue("Mode", *B, "x"), ExBase) << "an int value";
 }
 
@@ -570,7 +585,7 @@ TEST_F(SocketUtilTest, AnchorsTravelWithTheNode) {
 // The node tests over one node of each kind, and a null node.
 TEST_F(SocketUtilTest, NodePredicates) {
     RCShdPtr<PiGraph> other = HoGraph::create("other");
-    RCShdPtr<PiNode> target, link, inner, super, value = valueNode(A, "Radius");
+    RCShdPtr<PiNode> target, link, inner, super, expr, value = valueNode(A, "Radius");
     {
         PiUndoGuard g(*other, "Target");
         target = other->getRootNode()->createToolNode(gen, "T");
@@ -580,7 +595,13 @@ TEST_F(SocketUtilTest, NodePredicates) {
         link = root->createLinkNode("K", PiSocketType::IMAGE, out(target));
         inner = G->createGroupNode("Inner");
         super = root->createGroupNode("Super", pipe);
+        expr = root->createToolNode(
+            ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new ExprProtocol))), "E");
+        rcCast<PiValueNode>(value)->getInput()->connect(out(expr, "Value"));
     }
+    EXPECT_TRUE(U::hasExpression(in(A, "Radius")));
+    EXPECT_FALSE(U::hasExpression(in(A, "Source")) || U::hasExpression(in(B, "Source")));
+    EXPECT_FALSE(U::hasAnimation(in(A, "Radius")));
     RCShdPtr<PiNode> const bin = boundary(gin);
     auto inG = PiIsNodeInGroupNode(G),
          nested = PiIsNodeInGroupNode(root, PiIsNodeInGroupNode::NESTED);
@@ -592,18 +613,19 @@ TEST_F(SocketUtilTest, NodePredicates) {
         {"boundary", PiIsBoundaryNode(), {bin}},
         {"dynamic boundary", PiIsDynamicBoundaryNode(), {bin}},
         {"group", PiIsGroupNode(), {G, inner, super}},
-        {"tool", PiIsToolNode(), {N, A, C}},
+        {"tool", PiIsToolNode(), {N, A, C, expr}},
+        {"expression", PiIsExpressionNode(), {expr}},
         {"value", PiIsValueNode(), {value}},
         {"link", PiIsLinkNode(), {link}},
         {"super tool", PiIsSuperToolNode(), {super}},
-        {"leaf", PiIsLeafNode(), {N, A, value, link, inner, super}},
+        {"leaf", PiIsLeafNode(), {N, A, value, link, inner, super, expr}},
         {"node", PiIsNode(A), {A}},
         {"id", PiIsNodeId(C->getId()), {C}},
         {"in G", inG.getPredicate(), {C, bin, inner}},
-        {"in root, nested", nested, {N, A, value, C, G, bin, link, inner, super}},
-        {"in root, direct", PiIsNodeInGroupNode(root), {N, A, value, G, link, super}},
+        {"in root, nested", nested, {N, A, value, C, G, bin, link, inner, super, expr}},
+        {"in root, direct", PiIsNodeInGroupNode(root), {N, A, value, G, link, super, expr}},
     };
-    std::vector<RCShdPtr<PiNode>> const all = {N, A, value, C, G, bin, link, inner, super};
+    std::vector<RCShdPtr<PiNode>> const all = {N, A, value, C, G, bin, link, inner, super, expr};
     for (Case const& c : cases) {
         EXPECT_FALSE(c.p(nullptr)) << c.name;
         for (RCShdPtr<PiNode> const& n : all) {
@@ -616,6 +638,11 @@ TEST_F(SocketUtilTest, NodePredicates) {
 }
 
 namespace {
+
+// A graph that admits no animation.
+class StillGraph final : public PiGraphAnimInterface, public PiGroupInterface {
+    bool canAnimate() const override { return false; }
+};
 
 // Over the tool framework: value nodes with curves, tools with policies.
 class SocketUtilAnimTest : public ::testing::Test {
@@ -666,11 +693,12 @@ TEST_F(SocketUtilAnimTest, AnimationQueries) {
     auto at = [](double t) {
         return PiTimePath(PiPath::create(), t);
     };
+    RCShdPtr<PiNode> const value = gain->getConnectedOutput()->retrieveNode();
     EXPECT_TRUE(U::isAnimatable(gain));
-    EXPECT_FALSE(U::hasAnimation(gain));
+    EXPECT_FALSE(U::hasAnimation(gain) || PiIsAnimatedNode()(value));
     EXPECT_FALSE(U::hasAnimationKey(gain, at(1.0)));
     keyed(g1);
-    EXPECT_TRUE(U::hasAnimation(gain));
+    EXPECT_TRUE(U::hasAnimation(gain) && PiIsAnimatedNode()(value));
     EXPECT_TRUE(U::hasAnimationKey(gain, at(1.0)));
     EXPECT_FALSE(U::hasAnimationKey(gain, at(2.0)));
     EXPECT_FALSE(U::hasExpression(gain));
@@ -679,6 +707,14 @@ TEST_F(SocketUtilAnimTest, AnimationQueries) {
         EXPECT_FALSE(U::isAnimatable(none));
         EXPECT_FALSE(U::hasAnimation(none));
     }
+    RCShdPtr<PiGraph> still = HoGraph::create(
+        "still", {}, [](PiGraph&) { return RCShdPtr<PiNodeController>(new StillGraph); });
+    {
+        PiUndoGuard g(*still, "Gain");
+        still->getRootNode()->createToolNode(HoTools::gain(), "G3");
+    }
+    EXPECT_FALSE(U::isAnimatable(gainOf(still->getRootNode()->findNode("G3"))));
+
     PiExpressionServices::setInstance(OPtr<PiExpressionServices>(new ExprServices));
     EXPECT_EQ(U::removeExpressionToken("=expr:a+b"), "a+b");
     EXPECT_EQ(U::removeExpressionToken("=e"), "");
