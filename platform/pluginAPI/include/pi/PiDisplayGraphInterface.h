@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PiNodeController.h"
+#include "PiGraphAnimInterface.h"
 #include "VnExport.h"
 
 #include <string>
@@ -11,14 +11,14 @@ class PiTool;
 
 // The mix-in of the controller of a viewer's display graph, and the tests of which tools such
 // a graph takes.
-class VN_EXPORT PiDisplayGraphInterface : public virtual PiNodeController {
+class VN_EXPORT PiDisplayGraphInterface : public PiGraphAnimInterface {
 public:
     static constexpr char const* DisplayGraphRole = "DisplayGraph";
     static constexpr char const* ComparisonReference = "Reference";
 
     ~PiDisplayGraphInterface() override;
     // A display graph is not animated, unless the application says otherwise.
-    virtual bool canAnimate() const { return false; }
+    bool canAnimate() const override { return false; }
     std::string getReferenceInputName() const { return ComparisonReference; }
 
     // An image modifier whose protocol says it serves viewers. False for a null tool.

@@ -7,6 +7,7 @@
 namespace Vn {
 
 PiImageModifierProtocol::~PiImageModifierProtocol() = default;
+PiGraphAnimInterface::~PiGraphAnimInterface() = default;
 PiDisplayGraphInterface::~PiDisplayGraphInterface() = default;
 
 namespace {
