@@ -1,0 +1,292 @@
+#include "PiCropNodeUtil.h"
+
+#include "ExBase.h"
+#include "PiInputPolicy.h"
+#include "PiNode.h"
+#include "PiNodeController.h"
+#include "PiPath.h"
+#include "PiSocket.h"
+#include "PiTool.h"
+#include "PiValue.h"
+
+#include <cmath>
+
+namespace Vn {
+
+namespace {
+
+constexpr int kCoordinateLimit = 99999;
+
+std::string mode(char const* label, char const* member) {
+    return std::string("Crop.") + label + "." + member;
+}
+
+PxNodePtr<PxAnimValueProtocol<int> const> intInput(PiToolTopologyInterface::OutputPublisher& p,
+                                                   std::string const& name) {
+    PxStrongHndl<PxNode const> const n = p.getInputNode(name);
+    auto const* typed = dynamic_cast<PxAnimValueProtocol<int> const*>(n.get());
+    if (!typed)
+        VN_THROW_MSG(ExBase, "the input \"" + name + "\" does not give integers");
+    return PxNodePtr<PxAnimValueProtocol<int> const>(
+        PxStrongHndl<PxAnimValueProtocol<int> const>(typed));
+}
+
+RCShdPtr<PiInput> nodeInput(RCShdPtr<PiNode> const& node, std::string const& name) {
+    RCShdPtr<PiInput> in = node->findInput(name);
+    if (!in)
+        VN_THROW_MSG(ExBase,
+                     "the node \"" + node->getNodeName() + "\" has no input \"" + name + "\"");
+    return in;
+}
+
+} // namespace
+
+std::string PiCropNodeUtil::getModeSocketName() {
+    return "Crop.Mode";
+}
+std::string PiCropNodeUtil::getRelativeCropLeftSocketName() {
+    return mode("Relative", "Left");
+}
+std::string PiCropNodeUtil::getRelativeCropRightSocketName() {
+    return mode("Relative", "Right");
+}
+std::string PiCropNodeUtil::getRelativeCropTopSocketName() {
+    return mode("Relative", "Top");
+}
+std::string PiCropNodeUtil::getRelativeCropBottomSocketName() {
+    return mode("Relative", "Bottom");
+}
+std::string PiCropNodeUtil::getAbsoluteCropLeftSocketName() {
+    return mode("Absolute", "Left");
+}
+std::string PiCropNodeUtil::getAbsoluteCropRightSocketName() {
+    return mode("Absolute", "Right");
+}
+std::string PiCropNodeUtil::getAbsoluteCropTopSocketName() {
+    return mode("Absolute", "Top");
+}
+std::string PiCropNodeUtil::getAbsoluteCropBottomSocketName() {
+    return mode("Absolute", "Bottom");
+}
+std::string PiCropNodeUtil::getWindowCropCenterXSocketName() {
+    return mode("Window", "CenterX");
+}
+std::string PiCropNodeUtil::getWindowCropCenterYSocketName() {
+    return mode("Window", "CenterY");
+}
+std::string PiCropNodeUtil::getWindowCropWidthSocketName() {
+    return mode("Window", "Width");
+}
+std::string PiCropNodeUtil::getWindowCropHeightSocketName() {
+    return mode("Window", "Height");
+}
+
+void PiCropNodeUtil::describe(PiToolPolicyDescriptor& d, AutoCrop autoCrop, Mode defaultMode) {
+    std::vector<PiEnumPolicy::Entry> entries{
+        {RELATIVE, "Relative"}, {WINDOW, "Window"}, {ABSOLUTE, "Absolute"}};
+    if (autoCrop)
+        entries.emplace_back(AUTO_CROP, "Auto Crop");
+    bool const offered = defaultMode >= RELATIVE && defaultMode < static_cast<int>(entries.size());
+    if (!offered)
+        VN_THROW_MSG(ExBase, "the crop's default mode " + std::to_string(defaultMode) +
+                                 " is not one it offers");
+    auto const coordinate = PiRangeInputPolicy<int>::create(-kCoordinateLimit, kCoordinateLimit, 0);
+    PiStructuredPolicyDescriptor& crop = d.requireStructured("Crop");
+    crop.require("Mode", PiSocketType::INT,
+                 RCShdPtr<PiInputPolicy const>(new PiEnumPolicy(entries, false, defaultMode)));
+    auto group = [&](char const* label, std::initializer_list<char const*> members) {
+        PiStructuredPolicyDescriptor& g = crop.requireStructured(label);
+        for (char const* m : members)
+            g.require(m, PiSocketType::INT, coordinate);
+    };
+    group("Relative", {"Left", "Right", "Bottom", "Top"});
+    group("Window", {"CenterX", "CenterY", "Width", "Height"});
+    group("Absolute", {"Left", "Right", "Bottom", "Top"});
+}
+
+PiCropNodeUtil::Params::Params(Publisher& p)
+    : _mode(intInput(p, getModeSocketName())),
+      _relLeft(intInput(p, getRelativeCropLeftSocketName())),
+      _relBottom(intInput(p, getRelativeCropBottomSocketName())),
+      _relRight(intInput(p, getRelativeCropRightSocketName())),
+      _relTop(intInput(p, getRelativeCropTopSocketName())),
+      _absLeft(intInput(p, getAbsoluteCropLeftSocketName())),
+      _absBottom(intInput(p, getAbsoluteCropBottomSocketName())),
+      _absRight(intInput(p, getAbsoluteCropRightSocketName())),
+      _absTop(intInput(p, getAbsoluteCropTopSocketName())),
+      _centerX(intInput(p, getWindowCropCenterXSocketName())),
+      _width(intInput(p, getWindowCropWidthSocketName())),
+      _centerY(intInput(p, getWindowCropCenterYSocketName())),
+      _height(intInput(p, getWindowCropHeightSocketName())) {}
+
+void PiCropNodeUtil::Params::registerChildren(PxNode& node) const {
+    for (Input const* in :
+         {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft, &_absBottom, &_absRight,
+          &_absTop, &_centerX, &_width, &_centerY, &_height})
+        node.registerChild(PxNodePtr<PxNode const>(*in));
+}
+
+void PiCropNodeUtil::Params::unregisterChildren(PxNode& node) const {
+    for (Input const* in :
+         {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft, &_absBottom, &_absRight,
+          &_absTop, &_centerX, &_width, &_centerY, &_height})
+        node.unregisterChild(PxNodePtr<PxNode const>(*in));
+}
+
+int PiCropNodeUtil::Params::read(Input const& in, PxTimeContext const& context,
+                                 PxValidityInterval& vi) const {
+    PxResult<int> const r = in->getValue(context);
+    r.reduceVI(vi);
+    return r.getValue();
+}
+
+bool PiCropNodeUtil::Params::isAutoCrop() const {
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    return read(_mode, PxTimeContext(0.0), vi) == AUTO_CROP;
+}
+
+PxRODResult PiCropNodeUtil::Params::computeImageROD(PxTimeContext const& c,
+                                                    PxRODResult const& input,
+                                                    PxImageFormat const& format) const {
+    PxValidityInterval vi = input.getValidityInterval();
+    float const a = format.getAspectRatio();
+    GeRectangle<float> const& in = input.getROD();
+    GeRectangle<float> rod;
+    switch (read(_mode, c, vi)) {
+    case RELATIVE: {
+        float const left = static_cast<float>(read(_relLeft, c, vi)) * a;
+        float const bottom = static_cast<float>(read(_relBottom, c, vi));
+        float const right = static_cast<float>(read(_relRight, c, vi)) * a;
+        float const top = static_cast<float>(read(_relTop, c, vi));
+        if (left == 0.0f && bottom == 0.0f && right == 0.0f && top == 0.0f)
+            rod = in;
+        else if (left + right >= in.xmax - in.xmin || bottom + top >= in.ymax - in.ymin)
+            rod = {};
+        else
+            rod = {in.xmin + left, in.xmax - right, in.ymin + bottom, in.ymax - top};
+        break;
+    }
+    case WINDOW: {
+        int const cx = read(_centerX, c, vi);
+        int const width = read(_width, c, vi);
+        int const cy = read(_centerY, c, vi);
+        int const height = read(_height, c, vi);
+        if (width <= 0 || height <= 0)
+            break;
+        rod = PxImageProtocol::createCenteredNominalROD(width, height, a)
+                  .translated(static_cast<float>(cx) * a, static_cast<float>(cy));
+        break;
+    }
+    case ABSOLUTE: {
+        int const left = read(_absLeft, c, vi);
+        int const bottom = read(_absBottom, c, vi);
+        int const right = read(_absRight, c, vi);
+        int const top = read(_absTop, c, vi);
+        if (left <= right && bottom <= top)
+            rod = PxImageProtocol::pixelizedToNominal({left, right, bottom, top}, a, 1.0f);
+        break;
+    }
+    default: // "Auto Crop": the tool decides
+        break;
+    }
+    return {rod, vi};
+}
+
+// Hears the value node behind the mode input: its changes reach the control.
+class PiCropNodeUtil::CropUiControl::ModeWatch final : public CbHandler<PiNodeEvent> {
+public:
+    explicit ModeWatch(CropUiControl& owner) : _owner(owner) {}
+    void execute(PiNodeEvent const&) override { _owner.modeMayHaveChanged(); }
+
+private:
+    CropUiControl& _owner;
+};
+
+PiCropNodeUtil::CropUiControl::CropUiControl(RCShdPtr<PiNode> const& node, PiTimePath const& time,
+                                             RCShdPtr<PiOutput const> const& output, int stream)
+    : _node(node ? node : (RCExUtil::throwExNullPtr("PiNode"), node)), _time(time), _stream(stream),
+      _relLeft(nodeInput(node, getRelativeCropLeftSocketName())),
+      _relRight(nodeInput(node, getRelativeCropRightSocketName())),
+      _relTop(nodeInput(node, getRelativeCropTopSocketName())),
+      _relBottom(nodeInput(node, getRelativeCropBottomSocketName())),
+      _absLeft(nodeInput(node, getAbsoluteCropLeftSocketName())),
+      _absRight(nodeInput(node, getAbsoluteCropRightSocketName())),
+      _absTop(nodeInput(node, getAbsoluteCropTopSocketName())),
+      _absBottom(nodeInput(node, getAbsoluteCropBottomSocketName())),
+      _centerX(nodeInput(node, getWindowCropCenterXSocketName())),
+      _centerY(nodeInput(node, getWindowCropCenterYSocketName())),
+      _width(nodeInput(node, getWindowCropWidthSocketName())),
+      _height(nodeInput(node, getWindowCropHeightSocketName())),
+      _mode(nodeInput(node, getModeSocketName())), _watch(std::make_unique<ModeWatch>(*this)) {
+    if (!output)
+        RCExUtil::throwExNullPtr("PiOutput");
+    _format = PiImageSocket<PiOutput>(output).getFormat();
+    if (auto const* tool = dynamic_cast<PiToolNode const*>(node.get())) {
+        std::string const primary = tool->getTool()->getProtocol().getPrimaryInput();
+        if (!primary.empty())
+            _image = node->findInput(primary);
+    }
+    if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*_mode))
+        if (RCShdPtr<PiNodeController> const c = v->getController().lock())
+            c->addEventHandler(_watch.get());
+    _lastMode = getCurrentMode();
+}
+
+PiCropNodeUtil::CropUiControl::~CropUiControl() noexcept = default;
+
+int PiCropNodeUtil::CropUiControl::getCurrentMode() const {
+    // The mode does not animate: its value node's stored value is the mode.
+    if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*_mode))
+        if (auto const value =
+                rcDynamicCast<PiTypedValue<int>>(v->findValue(PiValueNode::VALUE_NAME)))
+            return value->get();
+    return PiTypedAnimSocket<int, PiInput>(_mode).getValue(0.0);
+}
+
+void PiCropNodeUtil::CropUiControl::modeMayHaveChanged() {
+    int const now = getCurrentMode();
+    if (now == _lastMode)
+        return;
+    _lastMode = now;
+    _modeChanged.call(now);
+}
+
+void PiCropNodeUtil::CropUiControl::fitTo(GeRectangle<float> const& r) {
+    double const t = _time.getTime();
+    float const a = _format.getAspectRatio();
+    switch (getCurrentMode()) {
+    case ABSOLUTE: {
+        GeRectangle<int> const p = PxImageProtocol::nominalToPixelized(r, a, 1.0f);
+        _absLeft.setValue(t, p.xmin);
+        _absRight.setValue(t, p.xmax);
+        _absTop.setValue(t, p.ymax);
+        _absBottom.setValue(t, p.ymin);
+        break;
+    }
+    case WINDOW: {
+        GeRectangle<int> const p = PxImageProtocol::nominalToPixelized(r, a, 1.0f);
+        float const mx = 0.5f * (r.xmin + r.xmax);
+        float const my = 0.5f * (r.ymin + r.ymax);
+        _centerX.setValue(t, static_cast<int>(std::floor(mx / a)));
+        _centerY.setValue(t, static_cast<int>(std::floor(my)));
+        _width.setValue(t, p.xmax - p.xmin);
+        _height.setValue(t, p.ymax - p.ymin);
+        break;
+    }
+    case RELATIVE: {
+        if (!_image)
+            VN_THROW_MSG(ExBase, "the crop \"" + _node->getNodeName() +
+                                     "\" has no primary input to fit a relative crop to");
+        GeRectangle<float> const rod = PiImageSocket<PiInput>(_image).getROD(t, _stream).getROD();
+        _relLeft.setValue(t, static_cast<int>((r.xmin - rod.xmin) / a));
+        _relTop.setValue(t, static_cast<int>(rod.ymax - r.ymax));
+        _relRight.setValue(t, static_cast<int>((rod.xmax - r.xmax) / a));
+        _relBottom.setValue(t, static_cast<int>(r.ymin - rod.ymin));
+        break;
+    }
+    default:
+        break;
+    }
+}
+
+} // namespace Vn
