@@ -306,6 +306,8 @@ void HoTools::registerTools(HoToolRegistry& registry) {
     for (auto const& tool :
          {testPattern(), over(), gain(), convert(), colorSource(), repeat(), pan()})
         registry.registerTool(tool);
+    for (auto const& tool : {transform(), crop(), blur()})
+        registry.registerTool(tool);
 }
 
 } // namespace Vn

@@ -61,10 +61,17 @@ public:
         using Publisher = PiToolTopologyInterface::OutputPublisher;
         using Input = PxNodePtr<PxAnimValueProtocol<double> const>;
 
+        // The eight value nodes, none null, in the order of the members.
+        struct Inputs {
+            Input pivotX, pivotY, pivotRotation, transX, transY, rotation, scaleX, scaleY;
+        };
+
         // Raises ExBase when an input does not give doubles.
         explicit Params(Publisher& publisher);
         // The inputs' names start with prefix.
         Params(Publisher& publisher, std::string const& prefix);
+        // For nodes built without a tool; a null node raises the null-pointer exception.
+        explicit Params(Inputs const& inputs);
 
         void registerChildren(PxNode& node) const;
         void unregisterChildren(PxNode& node) const;

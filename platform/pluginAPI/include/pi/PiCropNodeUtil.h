@@ -50,8 +50,16 @@ public:
         using Publisher = PiToolTopologyInterface::OutputPublisher;
         using Input = PxNodePtr<PxAnimValueProtocol<int> const>;
 
+        // The value nodes, none null, in the order of the members.
+        struct Inputs {
+            Input mode, relLeft, relBottom, relRight, relTop, absLeft, absBottom, absRight, absTop,
+                centerX, width, centerY, height;
+        };
+
         // Raises ExBase when an input does not give integers.
         explicit Params(Publisher& publisher);
+        // For nodes built without a tool; a null node raises the null-pointer exception.
+        explicit Params(Inputs const& inputs);
         void registerChildren(PxNode& node) const;
         void unregisterChildren(PxNode& node) const;
         // The mode at time 0 is "Auto Crop".

@@ -162,6 +162,16 @@ PiAffineNodeUtil::Params::Params(Publisher& p, std::string const& prefix)
       _scaleX(doubleInput(p, prefix + getXScaleSocketName())),
       _scaleY(doubleInput(p, prefix + getYScaleSocketName())) {}
 
+PiAffineNodeUtil::Params::Params(Inputs const& in)
+    : _pivotX(in.pivotX), _pivotY(in.pivotY), _pivotRotation(in.pivotRotation),
+      _transX(in.transX), _transY(in.transY), _rotation(in.rotation), _scaleX(in.scaleX),
+      _scaleY(in.scaleY) {
+    for (Input const* i : {&_pivotX, &_pivotY, &_pivotRotation, &_transX, &_transY, &_rotation,
+                           &_scaleX, &_scaleY})
+        if (i->isNull())
+            RCExUtil::throwExNullPtr("PxAnimValueProtocol<double>");
+}
+
 void PiAffineNodeUtil::Params::registerChildren(PxNode& node) const {
     for (Input const* in :
          {&_pivotX, &_pivotY, &_pivotRotation, &_transX, &_transY, &_rotation, &_scaleX, &_scaleY})

@@ -119,6 +119,18 @@ PiCropNodeUtil::Params::Params(Publisher& p)
       _centerY(intInput(p, getWindowCropCenterYSocketName())),
       _height(intInput(p, getWindowCropHeightSocketName())) {}
 
+PiCropNodeUtil::Params::Params(Inputs const& in)
+    : _mode(in.mode), _relLeft(in.relLeft), _relBottom(in.relBottom), _relRight(in.relRight),
+      _relTop(in.relTop), _absLeft(in.absLeft), _absBottom(in.absBottom), _absRight(in.absRight),
+      _absTop(in.absTop), _centerX(in.centerX), _width(in.width), _centerY(in.centerY),
+      _height(in.height) {
+    for (Input const* i : {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft,
+                           &_absBottom, &_absRight, &_absTop, &_centerX, &_width, &_centerY,
+                           &_height})
+        if (i->isNull())
+            RCExUtil::throwExNullPtr("PxAnimValueProtocol<int>");
+}
+
 void PiCropNodeUtil::Params::registerChildren(PxNode& node) const {
     for (Input const* in :
          {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft, &_absBottom, &_absRight,
