@@ -8,6 +8,7 @@
 #include "InPackageInit.h"
 #include "PiCommandStack.h"
 #include "PiNode.h"
+#include "PiPath.h"
 #include "PiShowVectorsControllerHelper.h"
 #include "PiTool.h"
 #include "PxConfig.h"
@@ -228,6 +229,7 @@ TEST(CropNodeUtil, RegionForEachMode) {
         {"absolute", 2, {-10, 0, 70, 60}, 1.0f, {-10, 70, 0, 60}},
         {"absolute, left beyond right", 2, {20, 0, 10, 60}, 1.0f, {}},
         {"absolute, bottom above top", 2, {0, 50, 10, 40}, 1.0f, {}},
+        {"auto crop: the tool decides", 3, {10, 10, 10, 10}, 1.0f, {}},
     };
     InInitMgr::getInstance().initialize();
     auto zero = constant(0);
@@ -244,7 +246,7 @@ TEST(CropNodeUtil, RegionForEachMode) {
         PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32,
                                                  Rational(static_cast<long long>(c.aspect))),
                                    Rational(25));
-        GeRectangle<float> const in{-50.0f * (c.aspect == 2.0f ? 1.0f : 1.0f), 50, -40, 40};
+        GeRectangle<float> const in{-50, 50, -40, 40};
         PxRODResult const r = p.computeImageROD(PxTimeContext(0.0),
                                                 PxRODResult(in, PxValidityInterval(-1, 1)), format);
         if (c.expected.isEmpty())
@@ -252,7 +254,13 @@ TEST(CropNodeUtil, RegionForEachMode) {
         else
             EXPECT_EQ(r.getROD(), c.expected) << c.what;
         EXPECT_EQ(r.getValidityInterval(), PxValidityInterval(-1, 1)) << c.what;
+        EXPECT_EQ(p.isAutoCrop(), c.mode == 3) << c.what;
     }
+    PiToolPolicyDescriptor with, without;
+    PiCropNodeUtil::describe(with, PiCropNodeUtil::WITH_AUTO_CROP, PiCropNodeUtil::AUTO_CROP);
+    EXPECT_THROW(
+        PiCropNodeUtil::describe(without, PiCropNodeUtil::NO_AUTO_CROP, PiCropNodeUtil::AUTO_CROP),
+        ExBase);
     InInitMgr::getInstance().finalize();
 }
 

@@ -1,22 +1,24 @@
 #pragma once
 
-#include "Cb.h"
 #include "GeRectangle.h"
-#include "PiPath.h"
-#include "PiSockets.h"
+#include "LkCounter.h"
 #include "PiToolTopologyInterface.h"
 #include "PxImageFormat.h"
 #include "PxImageProtocol.h"
 #include "PxValueProtocol.h"
+#include "RCBase.h"
 
 #include <memory>
 #include <string>
 
 namespace Vn {
 
+template <class T>
+class CbHandler;
 class PiNode;
 class PiNodeEvent;
 class PiOutput;
+class PiTimePath;
 class PiToolPolicyDescriptor;
 
 // The inputs of a crop ("Crop" group: a mode and the coordinates of each mode), the region
@@ -87,27 +89,15 @@ public:
 
         int getCurrentMode() const;
         // Handlers hear each change of the mode input, with the new mode.
-        void addModeChangedCb(CbHandler<int>* handler) { _modeChanged.addHandler(handler); }
-        void removeModeChangedCb(CbHandler<int>* handler) { _modeChanged.removeHandler(handler); }
+        void addModeChangedCb(CbHandler<int>* handler);
+        void removeModeChangedCb(CbHandler<int>* handler);
         // Writes the current mode's coordinates so that the crop keeps the nominal rectangle r.
         // "Auto Crop" has none: nothing is written.
         void fitTo(GeRectangle<float> const& r);
 
     private:
-        class ModeWatch;
-        void modeMayHaveChanged();
-
-        RCShdPtr<PiNode> _node;
-        PiTimePath _time;
-        int _stream;
-        PiTypedAnimInput<int> _relLeft, _relRight, _relTop, _relBottom, _absLeft, _absRight,
-            _absTop, _absBottom, _centerX, _centerY, _width, _height;
-        RCShdPtr<PiInput> _mode;
-        RCShdPtr<PiInput> _image;
-        PxImageFormat _format;
-        CbDispatcher<int> _modeChanged;
-        std::unique_ptr<ModeWatch> _watch;
-        int _lastMode;
+        class Imp;
+        std::unique_ptr<Imp> _imp;
     };
 };
 

@@ -1,11 +1,13 @@
 #include "PiCropNodeUtil.h"
 
+#include "Cb.h"
 #include "ExBase.h"
 #include "PiInputPolicy.h"
 #include "PiNode.h"
 #include "PiNodeController.h"
 #include "PiPath.h"
 #include "PiSocket.h"
+#include "PiSockets.h"
 #include "PiTool.h"
 #include "PiValue.h"
 
@@ -124,9 +126,9 @@ PiCropNodeUtil::Params::Params(Inputs const& in)
       _relTop(in.relTop), _absLeft(in.absLeft), _absBottom(in.absBottom), _absRight(in.absRight),
       _absTop(in.absTop), _centerX(in.centerX), _width(in.width), _centerY(in.centerY),
       _height(in.height) {
-    for (Input const* i : {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft,
-                           &_absBottom, &_absRight, &_absTop, &_centerX, &_width, &_centerY,
-                           &_height})
+    for (Input const* i :
+         {&_mode, &_relLeft, &_relBottom, &_relRight, &_relTop, &_absLeft, &_absBottom, &_absRight,
+          &_absTop, &_centerX, &_width, &_centerY, &_height})
         if (i->isNull())
             RCExUtil::throwExNullPtr("PxAnimValueProtocol<int>");
 }
@@ -204,96 +206,121 @@ PxRODResult PiCropNodeUtil::Params::computeImageROD(PxTimeContext const& c,
     return {rod, vi};
 }
 
-// Hears the value node behind the mode input: its changes reach the control.
-class PiCropNodeUtil::CropUiControl::ModeWatch final : public CbHandler<PiNodeEvent> {
+// The inputs the control reads and writes, and the watch on the mode.
+class PiCropNodeUtil::CropUiControl::Imp final : public CbHandler<PiNodeEvent> {
 public:
-    explicit ModeWatch(CropUiControl& owner) : _owner(owner) {}
-    void execute(PiNodeEvent const&) override { _owner.modeMayHaveChanged(); }
+    Imp(RCShdPtr<PiNode> const& n, PiTimePath const& t, int s)
+        : node(n), time(t), stream(s),
+          relLeft(nodeInput(node, getRelativeCropLeftSocketName())),
+          relRight(nodeInput(node, getRelativeCropRightSocketName())),
+          relTop(nodeInput(node, getRelativeCropTopSocketName())),
+          relBottom(nodeInput(node, getRelativeCropBottomSocketName())),
+          absLeft(nodeInput(node, getAbsoluteCropLeftSocketName())),
+          absRight(nodeInput(node, getAbsoluteCropRightSocketName())),
+          absTop(nodeInput(node, getAbsoluteCropTopSocketName())),
+          absBottom(nodeInput(node, getAbsoluteCropBottomSocketName())),
+          centerX(nodeInput(node, getWindowCropCenterXSocketName())),
+          centerY(nodeInput(node, getWindowCropCenterYSocketName())),
+          width(nodeInput(node, getWindowCropWidthSocketName())),
+          height(nodeInput(node, getWindowCropHeightSocketName())),
+          mode(nodeInput(node, getModeSocketName())) {}
+    // Members' destructors may be declared to throw; none does once the control is made.
+    ~Imp() noexcept override {}
 
-private:
-    CropUiControl& _owner;
+    int currentMode() const {
+        // The mode does not animate: its value node's stored value is the mode.
+        if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*mode))
+            if (auto const value =
+                    rcDynamicCast<PiTypedValue<int>>(v->findValue(PiValueNode::VALUE_NAME)))
+                return value->get();
+        return PiTypedAnimSocket<int, PiInput>(mode).getValue(0.0);
+    }
+    // The value node behind the mode input signalled: tell the handlers of a new mode.
+    void execute(PiNodeEvent const&) override {
+        int const now = currentMode();
+        if (now == lastMode)
+            return;
+        lastMode = now;
+        modeChanged.call(now);
+    }
+
+    RCShdPtr<PiNode> node;
+    PiTimePath time;
+    int stream;
+    PiTypedAnimInput<int> relLeft, relRight, relTop, relBottom, absLeft, absRight, absTop,
+        absBottom, centerX, centerY, width, height;
+    RCShdPtr<PiInput> mode;
+    RCShdPtr<PiInput> image;
+    PxImageFormat format;
+    CbDispatcher<int> modeChanged;
+    int lastMode = 0;
 };
 
 PiCropNodeUtil::CropUiControl::CropUiControl(RCShdPtr<PiNode> const& node, PiTimePath const& time,
-                                             RCShdPtr<PiOutput const> const& output, int stream)
-    : _node(node ? node : (RCExUtil::throwExNullPtr("PiNode"), node)), _time(time), _stream(stream),
-      _relLeft(nodeInput(node, getRelativeCropLeftSocketName())),
-      _relRight(nodeInput(node, getRelativeCropRightSocketName())),
-      _relTop(nodeInput(node, getRelativeCropTopSocketName())),
-      _relBottom(nodeInput(node, getRelativeCropBottomSocketName())),
-      _absLeft(nodeInput(node, getAbsoluteCropLeftSocketName())),
-      _absRight(nodeInput(node, getAbsoluteCropRightSocketName())),
-      _absTop(nodeInput(node, getAbsoluteCropTopSocketName())),
-      _absBottom(nodeInput(node, getAbsoluteCropBottomSocketName())),
-      _centerX(nodeInput(node, getWindowCropCenterXSocketName())),
-      _centerY(nodeInput(node, getWindowCropCenterYSocketName())),
-      _width(nodeInput(node, getWindowCropWidthSocketName())),
-      _height(nodeInput(node, getWindowCropHeightSocketName())),
-      _mode(nodeInput(node, getModeSocketName())), _watch(std::make_unique<ModeWatch>(*this)) {
+                                             RCShdPtr<PiOutput const> const& output, int stream) {
+    if (!node)
+        RCExUtil::throwExNullPtr("PiNode");
     if (!output)
         RCExUtil::throwExNullPtr("PiOutput");
-    _format = PiImageSocket<PiOutput>(output).getFormat();
+    _imp = std::make_unique<Imp>(node, time, stream);
+    _imp->format = PiImageSocket<PiOutput>(output).getFormat();
     if (auto const* tool = dynamic_cast<PiToolNode const*>(node.get())) {
         std::string const primary = tool->getTool()->getProtocol().getPrimaryInput();
         if (!primary.empty())
-            _image = node->findInput(primary);
+            _imp->image = node->findInput(primary);
     }
-    if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*_mode))
+    if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*_imp->mode))
         if (RCShdPtr<PiNodeController> const c = v->getController().lock())
-            c->addEventHandler(_watch.get());
-    _lastMode = getCurrentMode();
+            c->addEventHandler(_imp.get());
+    _imp->lastMode = _imp->currentMode();
 }
 
 PiCropNodeUtil::CropUiControl::~CropUiControl() noexcept = default;
 
 int PiCropNodeUtil::CropUiControl::getCurrentMode() const {
-    // The mode does not animate: its value node's stored value is the mode.
-    if (RCShdPtr<PiValueNode> const v = PiInputPolicy::getValueNode(*_mode))
-        if (auto const value =
-                rcDynamicCast<PiTypedValue<int>>(v->findValue(PiValueNode::VALUE_NAME)))
-            return value->get();
-    return PiTypedAnimSocket<int, PiInput>(_mode).getValue(0.0);
+    return _imp->currentMode();
 }
 
-void PiCropNodeUtil::CropUiControl::modeMayHaveChanged() {
-    int const now = getCurrentMode();
-    if (now == _lastMode)
-        return;
-    _lastMode = now;
-    _modeChanged.call(now);
+void PiCropNodeUtil::CropUiControl::addModeChangedCb(CbHandler<int>* handler) {
+    _imp->modeChanged.addHandler(handler);
+}
+
+void PiCropNodeUtil::CropUiControl::removeModeChangedCb(CbHandler<int>* handler) {
+    _imp->modeChanged.removeHandler(handler);
 }
 
 void PiCropNodeUtil::CropUiControl::fitTo(GeRectangle<float> const& r) {
-    double const t = _time.getTime();
-    float const a = _format.getAspectRatio();
+    double const t = _imp->time.getTime();
+    float const a = _imp->format.getAspectRatio();
     switch (getCurrentMode()) {
     case ABSOLUTE: {
         GeRectangle<int> const p = PxImageProtocol::nominalToPixelized(r, a, 1.0f);
-        _absLeft.setValue(t, p.xmin);
-        _absRight.setValue(t, p.xmax);
-        _absTop.setValue(t, p.ymax);
-        _absBottom.setValue(t, p.ymin);
+        _imp->absLeft.setValue(t, p.xmin);
+        _imp->absRight.setValue(t, p.xmax);
+        _imp->absTop.setValue(t, p.ymax);
+        _imp->absBottom.setValue(t, p.ymin);
         break;
     }
     case WINDOW: {
         GeRectangle<int> const p = PxImageProtocol::nominalToPixelized(r, a, 1.0f);
         float const mx = 0.5f * (r.xmin + r.xmax);
         float const my = 0.5f * (r.ymin + r.ymax);
-        _centerX.setValue(t, static_cast<int>(std::floor(mx / a)));
-        _centerY.setValue(t, static_cast<int>(std::floor(my)));
-        _width.setValue(t, p.xmax - p.xmin);
-        _height.setValue(t, p.ymax - p.ymin);
+        _imp->centerX.setValue(t, static_cast<int>(std::floor(mx / a)));
+        _imp->centerY.setValue(t, static_cast<int>(std::floor(my)));
+        _imp->width.setValue(t, p.xmax - p.xmin);
+        _imp->height.setValue(t, p.ymax - p.ymin);
         break;
     }
     case RELATIVE: {
-        if (!_image)
-            VN_THROW_MSG(ExBase, "the crop \"" + _node->getNodeName() +
+        if (!_imp->image)
+            VN_THROW_MSG(ExBase, "the crop \"" + _imp->node->getNodeName() +
                                      "\" has no primary input to fit a relative crop to");
-        GeRectangle<float> const rod = PiImageSocket<PiInput>(_image).getROD(t, _stream).getROD();
-        _relLeft.setValue(t, static_cast<int>((r.xmin - rod.xmin) / a));
-        _relTop.setValue(t, static_cast<int>(rod.ymax - r.ymax));
-        _relRight.setValue(t, static_cast<int>((rod.xmax - r.xmax) / a));
-        _relBottom.setValue(t, static_cast<int>(r.ymin - rod.ymin));
+        GeRectangle<float> const rod =
+            PiImageSocket<PiInput>(_imp->image).getROD(t, _imp->stream).getROD();
+        _imp->relLeft.setValue(t, static_cast<int>((r.xmin - rod.xmin) / a));
+        _imp->relTop.setValue(t, static_cast<int>(rod.ymax - r.ymax));
+        _imp->relRight.setValue(t, static_cast<int>((rod.xmax - r.xmax) / a));
+        _imp->relBottom.setValue(t, static_cast<int>(r.ymin - rod.ymin));
         break;
     }
     default:
