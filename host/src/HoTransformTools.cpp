@@ -110,6 +110,11 @@ PxImageResult HoTransformNode::getImageResult(PxImageContext const& context) con
         return transparent(*this, vi);
     PxTimeContext const time(context.getTime());
     GeAffineMatrix2<double> const backward = _params.computeBackward(time, vi);
+    if (backward.isIdentity()) { // untouched: the source's own pixels, free and exact
+        PxImageResult const source = getPrimary()->getImageResult(context);
+        source.reduceVI(vi);
+        return PxImageResult(source.getTile(), vi);
+    }
     PxResult<int> const f = _filter->getValue(time);
     f.reduceVI(vi);
     int const filter = f.getValue();

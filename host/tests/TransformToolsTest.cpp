@@ -75,16 +75,10 @@ float distance(Color const& a, Color const& b) {
 
 // The Mitchell-Netravali cubic, B = C = 1/3.
 double mitchell(double x) {
-    double const b = 1.0 / 3.0, c = 1.0 / 3.0;
     x = std::fabs(x);
-    if (x < 1.0)
-        return ((12 - 9 * b - 6 * c) * x * x * x + (-18 + 12 * b + 6 * c) * x * x + (6 - 2 * b)) /
-               6;
-    if (x < 2.0)
-        return ((-b - 6 * c) * x * x * x + (6 * b + 30 * c) * x * x + (-12 * b - 48 * c) * x +
-                (8 * b + 24 * c)) /
-               6;
-    return 0.0;
+    return x < 1.0   ? (7 * x * x * x - 12 * x * x + 16.0 / 3) / 6
+           : x < 2.0 ? (-7.0 / 3 * x * x * x + 12 * x * x - 20 * x + 32.0 / 3) / 6
+                     : 0.0;
 }
 
 // The source read at a continuous position (pixel i covers [i, i + 1)) by a filter.
@@ -269,6 +263,9 @@ TEST(CropNodeUtil, RegionForEachMode) {
 TEST_F(TransformTools, TransformMatchesDirectResampling) {
     RCShdPtr<PiToolNode> const t = onPattern(HoTools::transform(), 900, 300);
     Frame const src = render(output(pattern));
+    Frame const untouched = render(output(t));
+    EXPECT_EQ(untouched.region, src.region);
+    EXPECT_TRUE(untouched.image.pixels == src.image.pixels);
     double const beta = 30.0, s = 0.5, tx = 37.25, ty = -12.5, px = 40.0, py = 10.0;
     set(t, "Rotation", beta);
     set(t, "Scale.X", s);
