@@ -6,6 +6,7 @@
 #include "HoTools.h"
 #include "HoTransformTools.h"
 #include "InPackageInit.h"
+#include "IxPixelUtil.h"
 #include "PiCommandStack.h"
 #include "PiNode.h"
 #include "PiPath.h"
@@ -43,22 +44,40 @@ PxStrongHndl<PxAnimValueProtocol<T> const> constant(T v) {
 
 // A rendered frame addressed in the engine's pixels (rows grow upwards); transparent outside.
 struct Frame {
-    HoImage image;
     GeRectangle<int> region;
+    std::vector<Color> pixels; // the bottom row first
     Color at(int x, int y) const {
         if (x < region.xmin || x >= region.xmax || y < region.ymin || y >= region.ymax)
             return {};
-        return image.getColor(x - region.xmin, region.ymax - 1 - y);
+        return pixels[std::size_t((y - region.ymin) * region.width() + x - region.xmin)];
     }
 };
 
-Frame render(Image const& node) {
+// The frame at full size as the renderer makes it, or at a proxy scale as tiles asked of the
+// engine at that scale.
+Frame render(Image const& node, int scale = 0) {
     PxRequestPtr<PxImageRODRequest> rod(
         new PxImageRODRequest(PxUPtr<PxImageProtocol const>(node), PxTimeStreamContext(0.0, 0)));
     PxRequestMgr::getInstance().executeRequest(rod.get(), false);
-    Frame f{HoRenderer::renderFrame(node, 0.0),
-            PxImageProtocol::nominalToPixelized(rod->getImageROD().getROD(), 1.0f, 1.0f)};
-    EXPECT_EQ(f.image.width, f.region.width());
+    GeRectangle<int> const r = PxImageProtocol::nominalToPixelized(rod->getImageROD().getROD(),
+                                                                   1.0f, 1.0f / float(1 << scale));
+    Frame f{r, std::vector<Color>(std::size_t(r.width()) * std::size_t(r.height()))};
+    auto put = [&](auto const& colorAt) {
+        for (int y = r.ymin; y < r.ymax; ++y)
+            for (int x = r.xmin; x < r.xmax; ++x)
+                f.pixels[std::size_t((y - r.ymin) * r.width() + x - r.xmin)] = colorAt(x, y);
+    };
+    if (scale == 0) {
+        HoImage const image = HoRenderer::renderFrame(node, 0.0);
+        EXPECT_EQ(image.width, r.width());
+        put([&](int x, int y) { return image.getColor(x - r.xmin, r.ymax - 1 - y); });
+    } else if (!r.isEmpty()) {
+        PxRequestPtr<PxImageMultiTileRequest> tiles(new PxImageMultiTileRequest(
+            PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), scale));
+        PxRequestMgr::getInstance().executeRequest(tiles.get(), false);
+        IxReadGuard const g(PxImageMultiTileRequest::assembleTiles(*tiles->getResults(), r));
+        put([&](int x, int y) { return IxPixelUtil::getPixelColor(g, x, y); });
+    }
     return f;
 }
 
@@ -265,7 +284,7 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
     Frame const src = render(output(pattern));
     Frame const untouched = render(output(t));
     EXPECT_EQ(untouched.region, src.region);
-    EXPECT_TRUE(untouched.image.pixels == src.image.pixels);
+    EXPECT_TRUE(untouched.pixels == src.pixels);
     double const beta = 30.0, s = 0.5, tx = 37.25, ty = -12.5, px = 40.0, py = 10.0;
     set(t, "Rotation", beta);
     set(t, "Scale.X", s);
@@ -282,41 +301,49 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
         double const ry = -std::sin(rad) * ux + std::cos(rad) * uy;
         return std::pair{rx / s + px, ry / s + py};
     };
+    // Last, a half-size proxy: the same mapping between full-size places.
     struct Case {
         int filter;
+        int scale;
         float tolerance;
-    } const cases[] = {{SdTextureTypes::FILTER_NEAREST, 1e-6f},
-                       {SdTextureTypes::FILTER_BILINEAR, 2e-3f},
-                       {SdTextureTypes::FILTER_MITCHELL, 3e-3f}};
+    } const cases[] = {{SdTextureTypes::FILTER_NEAREST, 0, 1e-6f},
+                       {SdTextureTypes::FILTER_BILINEAR, 0, 2e-3f},
+                       {SdTextureTypes::FILTER_MITCHELL, 0, 3e-3f},
+                       {SdTextureTypes::FILTER_BILINEAR, 1, 2e-3f}};
     for (Case const& c : cases) {
         set(t, "Filter", c.filter);
-        Frame const out = render(output(t));
+        Frame const out = render(output(t), c.scale);
+        Frame const from = c.scale ? render(output(pattern), c.scale) : src;
+        double const f = 1 << c.scale;
         // The frame holds the turned corners of the source.
         for (int cx : {src.region.xmin, src.region.xmax})
             for (int cy : {src.region.ymin, src.region.ymax}) {
                 double const ux = (cx - px) * s, uy = (cy - py) * s;
-                double const x = std::cos(rad) * ux - std::sin(rad) * uy + px + tx;
-                double const y = std::sin(rad) * ux + std::cos(rad) * uy + py + ty;
+                double const x = (std::cos(rad) * ux - std::sin(rad) * uy + px + tx) / f;
+                double const y = (std::sin(rad) * ux + std::cos(rad) * uy + py + ty) / f;
                 EXPECT_TRUE(x >= out.region.xmin && x <= out.region.xmax && y >= out.region.ymin &&
                             y <= out.region.ymax)
                     << c.filter << ": corner " << cx << "," << cy;
             }
-        EXPECT_LE(out.region.width(), int(src.region.width() * s * 1.37) + 3) << c.filter;
+        EXPECT_LE(out.region.width(), int(src.region.width() * s * 1.37 / f) + 3) << c.filter;
         int checked = 0, bad = 0;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
             for (int x = out.region.xmin; x < out.region.xmax; ++x) {
-                auto [sx, sy] = back(x + 0.5, y + 0.5);
+                auto [sx, sy] = back(f * (x + 0.5), f * (y + 0.5));
+                sx /= f;
+                sy /= f;
                 // Nearest is ambiguous on a pixel's edge: float positions may fall either side.
                 if (c.filter == SdTextureTypes::FILTER_NEAREST &&
                     (std::fabs(sx - std::round(sx)) < 1e-3 ||
                      std::fabs(sy - std::round(sy)) < 1e-3))
                     continue;
                 ++checked;
-                if (distance(out.at(x, y), resample(src, sx, sy, c.filter)) > c.tolerance &&
+                if (distance(out.at(x, y), resample(from, sx, sy, c.filter)) > c.tolerance &&
                     ++bad < 5)
-                    ADD_FAILURE() << "filter " << c.filter << " at " << x << "," << y;
+                    ADD_FAILURE() << "filter " << c.filter << " scale " << c.scale << " at " << x
+                                  << "," << y;
             }
-        EXPECT_GT(checked, 10000) << c.filter;
+        EXPECT_GT(checked, 10000 >> (2 * c.scale)) << c.filter;
     }
 }
 
@@ -432,17 +459,24 @@ TEST_F(TransformTools, CropFitsToARectangleAndTellsOfModeChanges) {
 TEST_F(TransformTools, BlurMatchesADirectGaussianSum) {
     RCShdPtr<PiToolNode> const b = onPattern(HoTools::blur(), 1100, 40);
     Frame const src = render(output(pattern));
-    for (double size : {0.0, 1.0, 3.0, 6.5}) {
+    // Last, a half-size proxy, where the kernel is half as wide.
+    for (auto [size, scale] : {std::pair{0.0, 0}, {1.0, 0}, {3.0, 0}, {6.5, 0}, {6.5, 1}}) {
         set(b, "Size", size);
-        Frame const out = render(output(b));
-        int const reach = int(std::ceil(1.5 * size));
-        EXPECT_EQ(out.region, (GeRectangle<int>{src.region.xmin - reach, src.region.xmax + reach,
-                                                src.region.ymin - reach, src.region.ymax + reach}));
+        Frame const out = render(output(b), scale);
+        Frame const from = scale ? render(output(pattern), scale) : src;
+        int const full = int(std::ceil(1.5 * size));
+        if (scale == 0) {
+            EXPECT_EQ(out.region,
+                      (GeRectangle<int>{src.region.xmin - full, src.region.xmax + full,
+                                        src.region.ymin - full, src.region.ymax + full}));
+        }
+        double const r = size / (1 << scale);
+        int const reach = int(std::ceil(1.5 * r));
         std::vector<double> g(std::size_t(2 * reach + 1));
         double total = 0.0;
         for (int k = -reach; k <= reach; ++k)
             total += g[std::size_t(k + reach)] =
-                size > 0 ? std::exp(-double(k * k) / (2.0 * (size / 2) * (size / 2))) : 1.0;
+                r > 0 ? std::exp(-double(k * k) / (2.0 * (r / 2) * (r / 2))) : 1.0;
         int bad = 0;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
             for (int x = out.region.xmin; x < out.region.xmax; x += (y % 3 ? 7 : 1)) {
@@ -451,9 +485,10 @@ TEST_F(TransformTools, BlurMatchesADirectGaussianSum) {
                     for (int i = -reach; i <= reach; ++i)
                         sum = sum + float(g[std::size_t(i + reach)] * g[std::size_t(j + reach)] /
                                           (total * total)) *
-                                        src.at(x + i, y + j);
+                                        from.at(x + i, y + j);
                 if (distance(out.at(x, y), sum) > 2e-5f && ++bad < 5)
-                    ADD_FAILURE() << "size " << size << " at " << x << "," << y;
+                    ADD_FAILURE() << "size " << size << " scale " << scale << " at " << x << ","
+                                  << y;
             }
     }
 }
