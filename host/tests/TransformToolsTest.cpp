@@ -55,12 +55,16 @@ struct Frame {
 
 // The frame at full size as the renderer makes it, or at a proxy scale as tiles asked of the
 // engine at that scale.
-Frame render(Image const& node, int scale = 0) {
+GeRectangle<float> rodOf(Image const& node) {
     PxRequestPtr<PxImageRODRequest> rod(
         new PxImageRODRequest(PxUPtr<PxImageProtocol const>(node), PxTimeStreamContext(0.0, 0)));
     PxRequestMgr::getInstance().executeRequest(rod.get(), false);
-    GeRectangle<int> const r = PxImageProtocol::nominalToPixelized(rod->getImageROD().getROD(),
-                                                                   1.0f, 1.0f / float(1 << scale));
+    return rod->getImageROD().getROD();
+}
+
+Frame render(Image const& node, int scale = 0) {
+    GeRectangle<int> const r =
+        PxImageProtocol::nominalToPixelized(rodOf(node), 1.0f, 1.0f / float(1 << scale));
     Frame f{r, std::vector<Color>(std::size_t(r.width()) * std::size_t(r.height()))};
     auto put = [&](auto const& colorAt) {
         for (int y = r.ymin; y < r.ymax; ++y)
@@ -141,10 +145,12 @@ protected:
         pattern = add(HoTools::testPattern(), "Pattern");
         set(pattern, "Width", w);
         set(pattern, "Height", h);
-        RCShdPtr<PiToolNode> n = add(tool, tool->getName());
+        return feed(pattern, add(tool, tool->getName()));
+    }
+    RCShdPtr<PiToolNode> feed(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to) {
         PiUndoGuard guard(*graph, "Connect");
-        n->findInput("Source")->connect(pattern->findOutput("Output"));
-        return n;
+        to->findInput("Source")->connect(from->findOutput("Output"));
+        return to;
     }
     template <class T>
     void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
@@ -355,11 +361,7 @@ TEST_F(TransformTools, EWAKeepsAFlatPremultipliedColour) {
     set(source, "Height", 40);
     set(source, "Red", 0.8);
     set(source, "Opacity", 0.5);
-    RCShdPtr<PiToolNode> const t = add(HoTools::transform(), "Transform");
-    {
-        PiUndoGuard guard(*graph, "Connect");
-        t->findInput("Source")->connect(source->findOutput("Output"));
-    }
+    RCShdPtr<PiToolNode> const t = feed(source, add(HoTools::transform(), "Transform"));
     set(t, "Filter", int(SdTextureTypes::FILTER_EWA));
     set(t, "Rotation", 30.0);
     set(t, "Scale.X", 2.5);
@@ -398,24 +400,29 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
         GeRectangle<int> expected;
     } const cases[] = {
         {0,
-         {{"Left", 10}, {"Right", 600}, {"Bottom", 3}, {"Top", 7}},
+         {{"Relative.Left", 10},
+          {"Relative.Right", 600},
+          {"Relative.Bottom", 3},
+          {"Relative.Top", 7}},
          {s.xmin + 10, s.xmax - 600, s.ymin + 3, s.ymax - 7}},
         {1,
-         {{"CenterX", 250}, {"CenterY", 0}, {"Width", 200}, {"Height", 250}},
+         {{"Window.CenterX", 250},
+          {"Window.CenterY", 0},
+          {"Window.Width", 200},
+          {"Window.Height", 250}},
          {150, 350, -125, 125}},
-        {2, {{"Left", -700}, {"Right", -300}, {"Bottom", -10}, {"Top", 20}}, {-700, -300, -10, 20}},
-        {2, {{"Left", 5}, {"Right", 4}, {"Bottom", -10}, {"Top", 20}}, {}},
+        {2,
+         {{"Absolute.Left", -700},
+          {"Absolute.Right", -300},
+          {"Absolute.Bottom", -10},
+          {"Absolute.Top", 20}},
+         {-700, -300, -10, 20}},
+        {2, {{"Absolute.Left", 5}, {"Absolute.Right", 4}}, {}},
     };
     for (Case const& k : cases) {
         set(c, "Crop.Mode", k.mode);
         for (auto const& [name, v] : k.values)
-            set(c,
-                std::string("Crop.") +
-                    (k.mode == 0   ? "Relative."
-                     : k.mode == 1 ? "Window."
-                                   : "Absolute.") +
-                    name,
-                v);
+            set(c, std::string("Crop.") + name, v);
         Frame const out = render(output(c));
         EXPECT_EQ(out.region, k.expected) << k.mode;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
@@ -446,16 +453,13 @@ TEST_F(TransformTools, CropFitsToARectangleAndTellsOfModeChanges) {
             PiUndoGuard guard(*graph, "Fit");
             ui->fitTo(r);
         }
-        PxRequestPtr<PxImageRODRequest> rod(new PxImageRODRequest(
-            PxUPtr<PxImageProtocol const>(output(c)), PxTimeStreamContext(0.0, 0)));
-        PxRequestMgr::getInstance().executeRequest(rod.get(), false);
-        EXPECT_EQ(rod->getImageROD().getROD(), r) << mode;
+        EXPECT_EQ(rodOf(output(c)), r) << mode;
     }
     EXPECT_EQ(heard.modes, (std::vector<int>{2, 1, 0}));
 }
 
-// The blur against the direct 2D sum of the Gaussian over the source, across tile edges and the
-// image's border, and on a proxy-free frame of premultiplied pixels with varying alpha.
+// The blur against the direct 2D sum of the Gaussian over the source's premultiplied pixels of
+// varying alpha, across tile edges and the image's border.
 TEST_F(TransformTools, BlurMatchesADirectGaussianSum) {
     RCShdPtr<PiToolNode> const b = onPattern(HoTools::blur(), 1100, 40);
     Frame const src = render(output(pattern));
