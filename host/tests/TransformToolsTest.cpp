@@ -221,8 +221,12 @@ TEST(AffineNodeUtil, ScalePolicyKeepsAwayFromZero) {
         EXPECT_DOUBLE_EQ(p->filterValue(c.in), c.filtered) << c.in;
         EXPECT_EQ(p->canSetValue(c.in), c.settable) << c.in;
     }
-    for (auto [lo, hi] : {std::pair{-0.00005, 10.0}, std::pair{-10.0, 0.0}, std::pair{0.0, 1.0}})
-        EXPECT_THROW(PiRangeAvoidZeroInputPolicy<double>(lo, hi, 1.0, 0.0001), ExBase) << lo;
+    // Ranges that touch the epsilon, and a default inside it.
+    for (auto [lo, hi] : {std::pair{-0.00005, 10.0}, {-10.0, 0.0}})
+        EXPECT_THROW(PiRangeAvoidZeroInputPolicy<double>(lo, hi, lo + hi > 0 ? 1.0 : -1.0, 0.0001),
+                     ExAssertionFailed)
+            << lo;
+    EXPECT_THROW(PiRangeAvoidZeroInputPolicy<double>(-1.0, 1.0, 0.0, 0.0001), ExBase);
 }
 
 // The crop's region for each mode and its edge cases, on an input of 100 x 80 pixels.

@@ -1,5 +1,6 @@
 #include "PiAffineNodeUtil.h"
 
+#include "Assertions.h"
 #include "ExBase.h"
 #include "PiTool.h"
 #include "PxValidityInterval.h"
@@ -16,12 +17,13 @@ PiRangeAvoidZeroInputPolicy<T>::PiRangeAvoidZeroInputPolicy(T min, T max, T defa
     if (!(epsilon >= T(0)))
         VN_THROW_MSG(ExBase, "PiRangeAvoidZeroInputPolicy: the epsilon " + std::to_string(epsilon) +
                                  " is not a positive number");
+    // A range that touches the epsilon is the tool author's mistake.
     if (-epsilon <= min && min <= epsilon)
-        VN_THROW_MSG(ExBase, "PiRangeAvoidZeroInputPolicy: the minimum " + std::to_string(min) +
-                                 " lies within " + std::to_string(epsilon) + " of zero");
+        Assertions::throwAssertionFailed(__FILE__, __LINE__,
+                                         "! (-epsilon <= minVal && minVal <= epsilon )");
     if (-epsilon <= max && max <= epsilon)
-        VN_THROW_MSG(ExBase, "PiRangeAvoidZeroInputPolicy: the maximum " + std::to_string(max) +
-                                 " lies within " + std::to_string(epsilon) + " of zero");
+        Assertions::throwAssertionFailed(__FILE__, __LINE__,
+                                         "! (-epsilon <= maxVal && maxVal <= epsilon )");
     if (-epsilon < defaultValue && defaultValue < epsilon)
         VN_THROW_MSG(ExBase, "PiRangeAvoidZeroInputPolicy: the default " +
                                  std::to_string(defaultValue) + " lies within " +
@@ -163,11 +165,10 @@ PiAffineNodeUtil::Params::Params(Publisher& p, std::string const& prefix)
       _scaleY(doubleInput(p, prefix + getYScaleSocketName())) {}
 
 PiAffineNodeUtil::Params::Params(Inputs const& in)
-    : _pivotX(in.pivotX), _pivotY(in.pivotY), _pivotRotation(in.pivotRotation),
-      _transX(in.transX), _transY(in.transY), _rotation(in.rotation), _scaleX(in.scaleX),
-      _scaleY(in.scaleY) {
-    for (Input const* i : {&_pivotX, &_pivotY, &_pivotRotation, &_transX, &_transY, &_rotation,
-                           &_scaleX, &_scaleY})
+    : _pivotX(in.pivotX), _pivotY(in.pivotY), _pivotRotation(in.pivotRotation), _transX(in.transX),
+      _transY(in.transY), _rotation(in.rotation), _scaleX(in.scaleX), _scaleY(in.scaleY) {
+    for (Input const* i :
+         {&_pivotX, &_pivotY, &_pivotRotation, &_transX, &_transY, &_rotation, &_scaleX, &_scaleY})
         if (i->isNull())
             RCExUtil::throwExNullPtr("PxAnimValueProtocol<double>");
 }
