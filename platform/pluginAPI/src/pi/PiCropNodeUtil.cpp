@@ -210,8 +210,7 @@ PxRODResult PiCropNodeUtil::Params::computeImageROD(PxTimeContext const& c,
 class PiCropNodeUtil::CropUiControl::Imp final : public CbHandler<PiNodeEvent> {
 public:
     Imp(RCShdPtr<PiNode> const& n, PiTimePath const& t, int s)
-        : node(n), time(t), stream(s),
-          relLeft(nodeInput(node, getRelativeCropLeftSocketName())),
+        : node(n), time(t), stream(s), relLeft(nodeInput(node, getRelativeCropLeftSocketName())),
           relRight(nodeInput(node, getRelativeCropRightSocketName())),
           relTop(nodeInput(node, getRelativeCropTopSocketName())),
           relBottom(nodeInput(node, getRelativeCropBottomSocketName())),
