@@ -56,6 +56,13 @@ private:
 //                  source's frame at t + Offset.
 //  "Pan":          inputs Source, X and Y (pixels) and Filter (0 none to 7, as vnrender's
 //                  names); output Output: the image moved, resampled by the filter.
+//  "Transform":    inputs Source, the eight affine inputs (Translation.X/Y, Rotation, Scale.X/Y,
+//                  Pivot.X/Y/Rotation; degrees) and Filter (Nearest, Bilinear, EWA, Mitchell);
+//                  output Output.
+//  "Crop":         inputs Source and the crop group (Crop.Mode, then Relative, Window and
+//                  Absolute coordinates); output Output: the part kept.
+//  "Blur":         inputs Source and Size (radius in pixels, 0 to 1024, default 2); output
+//                  Output: a Gaussian blur of the premultiplied image.
 // Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:
@@ -67,6 +74,9 @@ public:
     static RCShdPtr<PiTool const> repeat();
     static RCShdPtr<PiTool const> timeOffset();
     static RCShdPtr<PiTool const> pan();
+    static RCShdPtr<PiTool const> transform();
+    static RCShdPtr<PiTool const> crop();
+    static RCShdPtr<PiTool const> blur();
     // Registers them all with the registry.
     static void registerTools(HoToolRegistry& registry);
 };

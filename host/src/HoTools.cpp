@@ -309,6 +309,8 @@ void HoTools::registerTools(HoToolRegistry& registry) {
     for (auto const& tool :
          {testPattern(), over(), gain(), convert(), colorSource(), repeat(), timeOffset(), pan()})
         registry.registerTool(tool);
+    for (auto const& tool : {transform(), crop(), blur()})
+        registry.registerTool(tool);
 }
 
 } // namespace Vn
