@@ -47,20 +47,23 @@ public:
             std::erase(h->_dispatchers, this);
     }
 
+    // Whether a handler is here is asked of the shorter list: a dispatcher may have many
+    // handlers (paths through a node), and a handler many dispatchers (a long path).
     void addHandler(CbHandler<T>* h) {
-        if (!h || contains(h))
+        if (!h || isSubscribed(*h))
             return;
         _handlers.push_back(h);
         h->_dispatchers.push_back(this);
     }
     void removeHandler(CbHandler<T>* h) {
-        if (!h || !contains(h))
+        if (!h || !isSubscribed(*h))
             return;
         forget(h);
         std::erase(h->_dispatchers, this);
     }
     void call(T const& data = T()) {
         auto const snapshot = _handlers;
+        std::size_t const removals = _removals;
         // Each call in progress, nested ones included, learns through its own flag that a
         // handler destroyed the dispatcher, and then touches nothing of it.
         bool alive = true;
@@ -80,7 +83,9 @@ public:
         for (auto* h : snapshot) {
             if (!alive)
                 return;
-            if (contains(h))
+            // Only after a removal can a handler of the snapshot be gone (destroyed, even):
+            // then its pointer is looked for, never followed.
+            if (_removals == removals || contains(h))
                 h->execute(data);
         }
     }
@@ -92,8 +97,18 @@ public:
 
 private:
     friend class CbHandler<T>;
-    void forget(CbHandler<T>* h) { std::erase(_handlers, h); }
+    bool isSubscribed(CbHandler<T> const& h) const {
+        if (_handlers.size() <= h._dispatchers.size())
+            return contains(&h);
+        return std::find(h._dispatchers.begin(), h._dispatchers.end(), this) !=
+               h._dispatchers.end();
+    }
+    void forget(CbHandler<T>* h) {
+        std::erase(_handlers, h);
+        ++_removals;
+    }
     std::vector<CbHandler<T>*> _handlers;
+    std::size_t _removals = 0;
     bool* _alive = nullptr;
 };
 
