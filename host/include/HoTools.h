@@ -54,6 +54,10 @@ private:
 //                  (Hold, Loop, Ping Pong, No Repeat) and Lock; output Output.
 //  "Pan":          inputs Source, X and Y (pixels) and Filter (0 none to 7, as vnrender's
 //                  names); output Output: the image moved, resampled by the filter.
+//  "Grade":        inputs Source (image, primary) and Lift, Gain, Gamma and Offset, each with
+//                  Red, Green, Blue and Alpha (double); per component v = Lift + x * (Gain -
+//                  Lift), raised to 1 / Gamma where positive, plus Offset. An image modifier:
+//                  masked by Mask, muted by the stored Mute.
 // Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:
@@ -64,6 +68,7 @@ public:
     static RCShdPtr<PiTool const> colorSource();
     static RCShdPtr<PiTool const> repeat();
     static RCShdPtr<PiTool const> pan();
+    static RCShdPtr<PiTool const> grade();
     // Registers them all with the registry.
     static void registerTools(HoToolRegistry& registry);
 };

@@ -306,6 +306,7 @@ void HoTools::registerTools(HoToolRegistry& registry) {
     for (auto const& tool :
          {testPattern(), over(), gain(), convert(), colorSource(), repeat(), pan()})
         registry.registerTool(tool);
+    registry.registerTool(grade());
 }
 
 } // namespace Vn
