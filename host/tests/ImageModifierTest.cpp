@@ -297,28 +297,46 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
         int channel;
         double intensity;
         bool invert;
+        int maskW, maskH; // a mask larger than the image widens the output
     };
-    Case const cases[] = {{true, 3, 1.0, false}, {true, 3, 0.5, false}, {true, 0, 1.0, false},
-                          {true, 1, 0.5, true},  {true, 3, 1.0, true},  {false, 3, 1.0, true}};
+    Case const cases[] = {
+        {true, 3, 1.0, false, kW, kH},         {true, 3, 0.5, false, kW, kH},
+        {true, 0, 1.0, false, kW, kH},         {true, 1, 0.5, true, kW, kH},
+        {true, 3, 1.0, true, kW, kH},          {false, 3, 1.0, true, kW, kH},
+        {true, 3, 0.5, false, kW / 2, kH / 2}, {true, 3, 1.0, true, 2 * kW, 2 * kH}};
     for (Case const& c : cases) {
         set<bool>(g, "Mask Active", c.active);
         set<int>(g, "Mask Channel", c.channel);
         set<double>(g, "Mask Intensity", c.intensity);
         set<bool>(g, "Mask Invert", c.invert);
+        set<int>(maskSrc, "Width", c.maskW);
+        set<int>(maskSrc, "Height", c.maskH);
+        // Frames start at the origin, y up, and the rows come top first: an image lies at the
+        // left of the output and at its bottom. Outside its frame it is transparent black.
+        int const w = c.active ? std::max(kW, c.maskW) : kW,
+                  h = c.active ? std::max(kH, c.maskH) : kH;
+        auto const at = [&](int x, int y, int iw, int ih) {
+            y -= h - ih;
+            return x < 0 || y < 0 || x >= iw || y >= ih ? Color{0, 0, 0, 0}
+                                                        : patternAt(x, y, iw, ih);
+        };
         auto const want = [&](int x, int y) {
-            Color const p = patternAt(x, y);
+            Color const p = at(x, y, kW, kH);
             Color const front = gradeOf(p, kGrade);
             if (!c.active)
                 return front;
-            Color const mask{p.r * 0.7f, p.g * 0.7f, p.b * 0.7f, p.a};
+            Color const q = at(x, y, c.maskW, c.maskH);
+            Color const mask{q.r * 0.7f, q.g * 0.7f, q.b * 0.7f, q.a};
             float const m = (&mask.r)[c.channel] * float(c.intensity);
             Color const A = c.invert ? p : front, B = c.invert ? front : p;
             return Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g, (A.b - B.b) * m + B.b,
                          (A.a - B.a) * m + B.a};
         };
-        EXPECT_EQ(mismatches(render(g), want, 1e-5f), 0)
+        HoImage const img = render(g);
+        EXPECT_EQ(img.width, w);
+        EXPECT_EQ(mismatches(img, want, 1e-5f), 0)
             << "active " << c.active << " channel " << c.channel << " intensity " << c.intensity
-            << " invert " << c.invert;
+            << " invert " << c.invert << " mask " << c.maskW;
     }
 }
 

@@ -66,6 +66,8 @@ private:
     // Written on the event thread, read on the interface thread.
     mutable LkLock _conversionsLock{"ImageModifierImp conversions"};
     std::map<int, ConversionInfo> _conversions;
+    // The image inputs by id, for the event thread, which must not walk the node's sockets.
+    std::map<int, RCWeakPtr<PiInput>> _imageInputs;
 };
 
 } // namespace Vn

@@ -419,6 +419,10 @@ PiImageModifier::Node ImageModifierImp::createInputNode(RCShdPtr<PiInput> const&
     if (!_formatInfo)
         _formatInfo = RCShdPtr<ImageFormatInfo>(new ImageFormatInfo(
             primary ? primary->getId() : -1, RCWeakPtr<PiNodeController>(&_tool), this));
+    {
+        LkGuard g(_conversionsLock);
+        _imageInputs[in->getId()] = RCWeakPtr<PiInput>(in);
+    }
     auto const policy =
         rcDynamicCast<PiImageInputPolicy const>(toolInterface().getInputPolicy(*in));
     auto const* image = dynamic_cast<PxImageProtocol const*>(child.get());
@@ -445,12 +449,13 @@ void ImageModifierImp::conversionMade(int inputId, ConversionInfo const& info) {
         LkGuard g(_conversionsLock);
         _conversions[inputId] = info;
     }
-    RCShdPtr<PiNode> const n = _tool.getNode();
     RCShdPtr<PiInput> in;
-    if (n)
-        for (auto it = n->getInputs(PiNode::ALL, 1); !it.atEnd(); it.next())
-            if (it.item()->getId() == inputId)
-                in = it.item();
+    {
+        LkGuard g(_conversionsLock);
+        auto const it = _imageInputs.find(inputId);
+        if (it != _imageInputs.end())
+            in = it->second.lock();
+    }
     signalEvent(_tool, PiImageModifier::ConversionEvent(in, info));
 }
 

@@ -55,6 +55,7 @@ public:
         ConversionInfo info;
     };
 
+    // What the library supplies behind the mix-in.
     class VN_EXPORT Imp {
     public:
         virtual ~Imp();
