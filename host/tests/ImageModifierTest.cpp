@@ -357,7 +357,10 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
 
     RCShdPtr<PiImageModifier> const m = modifier(probe);
     Image const outBefore = m->getOutputNode();
-    m->setMute(true);
+    {
+        PiUndoGuard guard(*graph, "Mute");
+        m->setMute(true);
+    }
     EXPECT_TRUE(m->getMute());
     int const frontBefore = front.total(), maskBefore = mask.total();
     HoImage const muted = render(probe);
@@ -369,9 +372,15 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
                   muted, [](int x, int y) { return patternAt(x, y); }, 0.0f),
               0);
 
-    m->setMute(false);
+    // Undone, the mute goes and the front is asked again; redone, it comes back.
+    graph->getCommandStack().undo();
+    EXPECT_FALSE(m->getMute());
     render(probe);
     EXPECT_GT(front.total(), frontBefore);
+    graph->getCommandStack().redo();
+    int const frontMuted = front.total();
+    render(probe);
+    EXPECT_EQ(front.total(), frontMuted);
 }
 
 // A full-frame modifier over a 4 x 4-tile image, masked: the renderer asks each of its tiles,
@@ -430,6 +439,8 @@ TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
             }
         }
     } events;
+    // Conversion events come on the event thread: subscribe while it is idle.
+    EvEventManager::getInstance().flush();
     m->addCallback(&events);
     EXPECT_EQ(render(probe).format.getDepth(), IxPixelFormat::UINT8);
     EvEventManager::getInstance().flush();

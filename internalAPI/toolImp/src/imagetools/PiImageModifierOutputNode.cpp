@@ -16,8 +16,9 @@ namespace {
 
 using Color = CoRgbaColorTyped<float>;
 
-// At most this many gathered frames are kept: a few times or streams in flight at once.
-constexpr std::size_t kMaxFrames = 8;
+// At most this many gathered frames are kept: back, front and mask of two frames in flight.
+// Each is a whole frame of memory, so no more.
+constexpr std::size_t kMaxFrames = 6;
 
 class MaskingPixelLoop final : public PiPixelLoopThreeSources {
 public:
@@ -267,19 +268,19 @@ PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& cont
         r.reduceVI(vi);
         rod = rod.unite(r.getROD());
     }
-    GeRectangle<int> region;
-    if (!context.isOutside())
-        region =
-            nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
     IxTile tile;
-    if (producesFullFrames() && !region.isEmpty()) {
-        tile = IxTile(getImageFormat().getPixelFormat(), region, fill);
+    if (context.isOutside()) {
+        tile = allocateEmptyImageBuffer(fill);
     } else {
+        GeRectangle<int> const region =
+            nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
         GePoint2<int> const& t = context.getTile();
-        GeRectangle<int> const tileRect = context.isOutside()
-                                              ? GeRectangle<int>()
-                                              : convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1});
-        tile = allocateImageBuffer(context, fill, tileRect.intersect(region));
+        if (producesFullFrames() && !region.isEmpty())
+            tile = IxTile(getImageFormat().getPixelFormat(), region, fill);
+        else
+            tile = allocateImageBuffer(
+                context, fill,
+                convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
     }
     IxWriteGuard guard(tile);
     MaskingPixelLoop loop(guard, channel, intensity);
