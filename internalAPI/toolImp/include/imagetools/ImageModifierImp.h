@@ -40,6 +40,8 @@ public:
     void setAffect(AffectType affect) override;
     int getMaskingMode() const override;
     ConversionInfo getConversionInfo(PiInput const& in) const override;
+    void addConversionHandler(CbHandler<PiNodeEvent>* handler) override;
+    void removeConversionHandler(CbHandler<PiNodeEvent>* handler) override;
     void forceCreateProcNodes() override;
     void reset() override;
     void resetMute() override;
@@ -63,9 +65,11 @@ private:
     PiImageModifier& _tool;
     PxStrongHndl<PiImageModifierOutputNode> _vUtilOutNode;
     RCShdPtr<ImageFormatInfo> _formatInfo;
-    // Written on the event thread, read on the interface thread.
+    // Written on the event thread, read on the interface thread; the handlers are called under
+    // it too.
     mutable LkLock _conversionsLock{"ImageModifierImp conversions"};
     std::map<int, ConversionInfo> _conversions;
+    CbDispatcher<PiNodeEvent> _conversionHandlers;
     // The image inputs by id, for the event thread, which must not walk the node's sockets.
     std::map<int, RCWeakPtr<PiInput>> _imageInputs;
 };

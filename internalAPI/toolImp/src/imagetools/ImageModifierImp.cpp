@@ -125,7 +125,7 @@ public:
     }
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override {
-        reconvert();
+        onWorker([this] { reconvert(); });
         PxPassThroughNode<PxImageProtocol>::invalidateAndReinitialize(interval, from, stream);
     }
 
@@ -445,18 +445,21 @@ PiImageModifier::Image ImageModifierImp::getOutputNode() const {
 }
 
 void ImageModifierImp::conversionMade(int inputId, ConversionInfo const& info) {
-    {
-        LkGuard g(_conversionsLock);
-        _conversions[inputId] = info;
-    }
-    RCShdPtr<PiInput> in;
-    {
-        LkGuard g(_conversionsLock);
-        auto const it = _imageInputs.find(inputId);
-        if (it != _imageInputs.end())
-            in = it->second.lock();
-    }
-    signalEvent(_tool, PiImageModifier::ConversionEvent(in, info));
+    LkGuard g(_conversionsLock);
+    _conversions[inputId] = info;
+    auto const it = _imageInputs.find(inputId);
+    RCShdPtr<PiInput> const in = it == _imageInputs.end() ? RCShdPtr<PiInput>() : it->second.lock();
+    _conversionHandlers.call(PiImageModifier::ConversionEvent(in, info));
+}
+
+void ImageModifierImp::addConversionHandler(CbHandler<PiNodeEvent>* handler) {
+    LkGuard g(_conversionsLock);
+    _conversionHandlers.addHandler(handler);
+}
+
+void ImageModifierImp::removeConversionHandler(CbHandler<PiNodeEvent>* handler) {
+    LkGuard g(_conversionsLock);
+    _conversionHandlers.removeHandler(handler);
 }
 
 void ImageModifierImp::execute(PiNodeEvent const& event) {

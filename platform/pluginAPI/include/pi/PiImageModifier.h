@@ -46,8 +46,8 @@ public:
         bool muted;
     };
 
-    // Signalled, on the event thread, when an input's conversion is made or changes. The
-    // event's input is the converted input.
+    // Told, on the event thread, when an input's conversion is made or changes, to the
+    // conversion handlers. The event's input is the converted input.
     class VN_EXPORT ConversionEvent : public PiNodeEvent {
     public:
         ConversionEvent(RCShdPtr<PiInput> in, ConversionInfo info);
@@ -68,6 +68,8 @@ public:
         virtual void setAffect(AffectType affect) = 0;
         virtual int getMaskingMode() const = 0;
         virtual ConversionInfo getConversionInfo(PiInput const& in) const = 0;
+        virtual void addConversionHandler(CbHandler<PiNodeEvent>* handler) = 0;
+        virtual void removeConversionHandler(CbHandler<PiNodeEvent>* handler) = 0;
         virtual void forceCreateProcNodes() = 0;
         virtual void reset() = 0;
         virtual void resetMute() = 0;
@@ -109,6 +111,15 @@ public:
     // The conversion last made for an image input; the default when none was made yet.
     ConversionInfo getConversionInfo(PiInput const& in) const {
         return _imp->getConversionInfo(in);
+    }
+    // Handlers of ConversionEvent, called on the event thread. They are kept apart from the
+    // node's events, which belong to the interface thread; these may be added and removed on
+    // any thread, and a handler is removed before it is destroyed.
+    void addConversionHandler(CbHandler<PiNodeEvent>* handler) {
+        _imp->addConversionHandler(handler);
+    }
+    void removeConversionHandler(CbHandler<PiNodeEvent>* handler) {
+        _imp->removeConversionHandler(handler);
     }
     std::vector<RCShdPtr<PiInput>> getImageInputs() const { return _imp->getImageInputs(); }
     void reset() { _imp->reset(); }
