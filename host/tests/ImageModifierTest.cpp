@@ -271,6 +271,8 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     set<double>(maskGain, "Gain", 0.7);
     connect(maskSrc, maskGain, "Source");
     RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade");
+    // Without a source there is no image, and no failure.
+    EXPECT_EQ(render(g).width, 0);
     connect(src, g, "Source");
     setGrade(g, kGrade);
     auto const a = [&](int x, int y) {
