@@ -20,7 +20,8 @@ class PiToolPolicyDescriptor;
 // done by an implementation object that the tool framework supplies.
 //
 // A tool's controller derives from this beside its topology and tool interfaces, forwards
-// createInputProcNode to createInputNode, and calls createModifierProcNode from its build.
+// createInputProcNode to createInputNode, calls createModifierProcNode from its build, and
+// hands its stored-value changes to storedValueChanged.
 class VN_EXPORT PiImageModifier : public virtual PiNodeController {
 public:
     using AffectType = PiImageModifierTypes::AffectType;
@@ -37,7 +38,8 @@ public:
         bool isConverted() const noexcept { return !(source == target); }
     };
 
-    // Signalled once the workers have the new mute state.
+    // Signalled when the mute changes, once the change is on its way to the workers, ahead of
+    // any request made after it.
     class VN_EXPORT MuteEvent : public PiNodeEvent {
     public:
         MuteEvent(RCShdPtr<PiNode const> node, bool muted);
