@@ -1,6 +1,7 @@
 // Image modifiers through the engine: Grade's pixels, masking, mute, the format agreement of
 // the inputs and the frames a full-frame modifier gathers.
 #include "EvEventManager.h"
+#include "ExBase.h"
 #include "HoGraph.h"
 #include "HoImageNodes.h"
 #include "HoRender.h"
@@ -370,6 +371,17 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     int const frontMuted = front.total();
     render(probe);
     EXPECT_EQ(front.total(), frontMuted);
+
+    // A reset unmutes and picks the first affect the tool supports; others are refused.
+    EXPECT_THROW(m->setAffect(PiImageModifierTypes::AFFECT_ALPHA), ExBase);
+    {
+        PiUndoGuard guard(*graph, "Reset");
+        m->reset();
+    }
+    EXPECT_FALSE(m->getMute());
+    EXPECT_EQ(m->getAffect(), PiImageModifierTypes::AFFECT_RGBA);
+    render(probe);
+    EXPECT_GT(front.total(), frontMuted);
 }
 
 // A full-frame modifier over a 4 x 4-tile image, masked: the renderer asks each of its tiles,
