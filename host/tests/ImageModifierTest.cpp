@@ -330,6 +330,27 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     }
 }
 
+// A long chain of modifiers renders at once: nothing below is walked once per path through
+// front and back.
+TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
+    RCShdPtr<PiToolNode> last = add(HoTools::testPattern(), "Pattern");
+    for (int i = 0; i < 48; ++i) {
+        RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade" + std::to_string(i));
+        set<double>(g, "Offset.Red", 1.0 / 64);
+        connect(last, g, "Source");
+        last = g;
+    }
+    EXPECT_EQ(mismatches(
+                  render(last),
+                  [](int x, int y) {
+                      Color p = patternAt(x, y);
+                      p.r += 48.0f / 64;
+                      return p;
+                  },
+                  1e-5f),
+              0);
+}
+
 // Muted, the tool shows its source and asks neither its front nor its mask for anything; the
 // mute reaches the workers without a rebuild, and unmuting brings the front back.
 TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {

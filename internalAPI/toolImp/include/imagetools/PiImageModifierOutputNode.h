@@ -4,6 +4,7 @@
 #include "PxImageNode.h"
 #include "PxValueProtocol.h"
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -34,7 +35,9 @@ public:
 
     PxRODResult getImageROD(PxTimeStreamContext const& context) const override;
     PxImageResult getImageResult(PxImageContext const& context) const override;
-    bool producesFullFrames() const override;
+    // Kept from the last (re)initialization: asking the children each time would walk the
+    // graph below twice per modifier, front and back, and a chain of modifiers exponentially.
+    bool producesFullFrames() const override { return _fullFrames.load(std::memory_order_relaxed); }
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override;
     // The back's invalidations reach the node through the front, which is made from it.
@@ -57,6 +60,7 @@ private:
                               PxImageContext const& context) const;
     PxImageResult maskedResult(PxImageContext const& context) const;
     bool masks() const;
+    bool computeFullFrames() const;
     void rebuildConvertedBack();
 
     PxNodePtr<PxImageProtocol const> _frontChild;
@@ -69,6 +73,7 @@ private:
     PxImageFormat _backFormat = PxImageFormat::INVALID_FORMAT;
     PxNodePtr<PiImageConvertNode> _convertedBackChild;
     bool _mute;
+    std::atomic<bool> _fullFrames{false};
 
     // Gathered frames, a few at most: workers look them up under the lock and fill each once.
     mutable LkLock _framesLock{"PiImageModifierOutputNode frames"};

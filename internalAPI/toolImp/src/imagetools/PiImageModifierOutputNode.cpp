@@ -126,6 +126,7 @@ void PiImageModifierOutputNode::init() {
         registerChild(_intensity);
     }
     _backFormat = _backChild->getImageFormat();
+    _fullFrames = computeFullFrames();
     rebuildConvertedBack();
 }
 
@@ -143,7 +144,7 @@ bool PiImageModifierOutputNode::masks() const {
     return !_maskChild.isNull() && _maskChild->isChainConnected();
 }
 
-bool PiImageModifierOutputNode::producesFullFrames() const {
+bool PiImageModifierOutputNode::computeFullFrames() const {
     return _frontChild->producesFullFrames() || _backChild->producesFullFrames() ||
            (!_maskChild.isNull() && _maskChild->producesFullFrames());
 }
@@ -304,6 +305,8 @@ void PiImageModifierOutputNode::invalidateAndReinitialize(PxValidityInterval con
         LkGuard guard(_framesLock);
         _frames.clear();
     }
+    // The wave has passed the children already: their answers are up to date.
+    _fullFrames = computeFullFrames();
     PxImageFormat const back = _backChild->getImageFormat();
     PxImageFormat const front = _frontChild->getImageFormat();
     if (back == _backFormat && !_convertedBackChild.isNull() &&
