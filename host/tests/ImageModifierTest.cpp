@@ -133,8 +133,9 @@ private:
 
 class ProbeProtocol final : public PiImageModifierProtocol {
 public:
-    ProbeProtocol(Counter* c, bool fullFrame)
-        : PiImageModifierProtocol("Probe", "Test", "1.0"), _c(c), _fullFrame(fullFrame) {}
+    ProbeProtocol(Counter* c, bool fullFrame, bool layers = false)
+        : PiImageModifierProtocol("Probe", "Test", "1.0"), _c(c), _fullFrame(fullFrame),
+          _layers(layers) {}
     void describe(PiToolPolicyDescriptor& d) const override {
         d.require("Source", PiSocketType::IMAGE,
                   PiImageInputPolicy::createPrimary(PiImageInputPolicy::RGBA_COMPONENTS,
@@ -143,15 +144,17 @@ public:
                   PiImageInputPolicy::createSecondary(
                       PiImageInputPolicy::PRIMARY_COMPONENTS, PiImageInputPolicy::ALL_DEPTHS,
                       PiImageInputPolicy::PRIMARY_DEPTH, PiImageInputPolicy::KEEP_ASPECT, 0, 0));
+        d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::COMPOSITE);
         PiImageModifier::describeModifier(d);
     }
-    std::string getPrimaryInput() const override { return "Source"; }
+    std::string getPrimaryInput() const override { return _layers ? "Layers" : "Source"; }
     std::string getPrimaryOutput() const override { return "Output"; }
     RCShdPtr<PiNodeController> createController() const override {
         return RCShdPtr<PiNodeController>(new ProbeController(_c, _fullFrame));
     }
     Counter* _c;
     bool _fullFrame;
+    bool _layers;
 };
 
 template <class P, class... A>
@@ -349,6 +352,14 @@ TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
                   },
                   1e-5f),
               0);
+}
+
+// A list of layers as the primary input gives no image to stand behind the tool's result: the
+// back is an image without pixels, and the tool renders nothing rather than fail.
+TEST_F(ImageModifierTest, LayersAsThePrimaryInputGiveAnEmptyBack) {
+    Counter front;
+    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false, true), "Probe");
+    EXPECT_EQ(render(probe).width, 0);
 }
 
 // Muted, the tool shows its source and asks neither its front nor its mask for anything; the

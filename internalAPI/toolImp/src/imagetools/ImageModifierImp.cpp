@@ -10,6 +10,7 @@
 #include "PiTool.h"
 #include "PiToolInterface.h"
 #include "PiToolTopologyInterface.h"
+#include "PxImageSourceNodes.h"
 #include "PxPassThroughNode.h"
 #include "PxQueryRequest.h"
 #include "PxRequestMgr.h"
@@ -383,7 +384,16 @@ PxStrongHndl<P const> inputOf(PiToolTopologyInterface::OutputPublisher& p,
 void ImageModifierImp::createModifierProcNode(OutputPublisher& publisher) {
     RCShdPtr<PiInput> const primary = toolInterface().getPrimaryInput();
     VN_ASSERT(primary && primary->getType().getType() == PiSocketType::IMAGE);
-    Image const back = inputOf<PxImageProtocol>(publisher, primary->getName());
+    Image back;
+    if (primary->getType().getCardinality() == PiSocketType::COMPOSITE) {
+        // A list of layers has no one image to stand behind the tool's result.
+        PxStrongHndl<PxBlackSourceNode> black(
+            new PxBlackSourceNode(PxNode::Init{"PxBlackSourceNode"}));
+        PxNode::init(PxStrongHndl<PxNode>(black));
+        back = Image(black);
+    } else {
+        back = inputOf<PxImageProtocol>(publisher, primary->getName());
+    }
     bool const masking = getMaskingMode() == PiImageModifier::MASKING;
     Image const front = _tool.createFrontNode(publisher, back);
     if (front.isNull())
