@@ -63,6 +63,10 @@ private:
 //                  Absolute coordinates); output Output: the part kept.
 //  "Blur":         inputs Source and Size (radius in pixels, 0 to 1024, default 2); output
 //                  Output: a Gaussian blur of the premultiplied image.
+//  "Grade":        inputs Source (image, primary) and Lift, Gain, Gamma and Offset, each with
+//                  Red, Green, Blue and Alpha (double); per component v = Lift + x * (Gain -
+//                  Lift), raised to 1 / Gamma where positive, plus Offset. An image modifier:
+//                  masked by Mask, muted by the stored Mute.
 // Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:
@@ -77,6 +81,7 @@ public:
     static RCShdPtr<PiTool const> transform();
     static RCShdPtr<PiTool const> crop();
     static RCShdPtr<PiTool const> blur();
+    static RCShdPtr<PiTool const> grade();
     // Registers them all with the registry.
     static void registerTools(HoToolRegistry& registry);
 };

@@ -306,10 +306,8 @@ RCShdPtr<PiTool const> HoTools::pan() {
 }
 
 void HoTools::registerTools(HoToolRegistry& registry) {
-    for (auto const& tool :
-         {testPattern(), over(), gain(), convert(), colorSource(), repeat(), timeOffset(), pan()})
-        registry.registerTool(tool);
-    for (auto const& tool : {transform(), crop(), blur()})
+    for (auto const& tool : {testPattern(), over(), gain(), grade(), convert(), colorSource(),
+                             repeat(), timeOffset(), pan(), transform(), crop(), blur()})
         registry.registerTool(tool);
 }
 

@@ -1,5 +1,6 @@
 #include "DataImpInit.h"
 #include "ImageImpInit.h"
+#include "ImageModifierImp.h"
 #include "InPackageInit.h"
 #include "IxConvertServices.h"
 #include "PiImageRepeatNode.h"
@@ -37,12 +38,14 @@ void InInit<VnInit::toolImp>::initialize() {
     PiProcNodeFactory::initializeSceneFactories();
     PiInputPolicies::initialize();
     PiPixelLoopImp::initialize();
+    ImageModifierImp::initialize();
     PiImageRepeatNode::initializeRepeatModes();
 }
 
 template <>
 void InInit<VnInit::toolImp>::finalize() {
     PiImageRepeatNode::finalizeRepeatModes();
+    ImageModifierImp::finalize();
     PiPixelLoopImp::finalize();
     PiInputPolicies::finalize();
     PiProcNodeFactory::finalize();

@@ -1,0 +1,499 @@
+// Image modifiers through the engine: Grade's pixels, masking, mute, the format agreement of
+// the inputs and the frames a full-frame modifier gathers.
+#include "EvEventManager.h"
+#include "ExBase.h"
+#include "HoGraph.h"
+#include "HoImageNodes.h"
+#include "HoRender.h"
+#include "HoTools.h"
+#include "InPackageInit.h"
+#include "IxImageOps.h"
+#include "PiCommandStack.h"
+#include "PiImageInputPolicy.h"
+#include "PiImageModifier.h"
+#include "PiImageModifierProtocol.h"
+#include "PiSockets.h"
+#include "PiValueInterface.h"
+#include "PxConfig.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+#include <mutex>
+
+using namespace Vn;
+
+namespace {
+
+using Color = CoRgbaColorTyped<float>;
+using Image = PxStrongHndl<PxImageProtocol const>;
+
+// Tiles asked of a node, by tile position.
+struct Counter {
+    std::mutex m;
+    std::map<std::pair<int, int>, int> tiles;
+    // The sum of the counts, or their largest.
+    int total(bool most = false) {
+        std::lock_guard g(m);
+        int n = 0;
+        for (auto const& t : tiles)
+            n = most ? std::max(n, t.second) : n + t.second;
+        return n;
+    }
+};
+
+// Its source unchanged, counting the tiles asked; with a frame, all of it in one tile, as a
+// node that can only make whole frames does.
+class CountNode final : public PxImageNode {
+public:
+    CountNode(Image const& source, Counter* counter, bool fullFrame)
+        : PxNode(PxNode::Init{"count"}), PxImageNode(PxNode::Init{"count"}, source),
+          _counter(counter), _fullFrame(fullFrame) {}
+    bool producesFullFrames() const override { return _fullFrame; }
+    PxImageResult getImageResult(PxImageContext const& context) const override {
+        if (!context.isOutside()) {
+            std::lock_guard g(_counter->m);
+            ++_counter->tiles[{context.getTile().x, context.getTile().y}];
+        }
+        if (!_fullFrame || context.isOutside())
+            return getPrimary()->getImageResult(context);
+        PxValidityInterval vi = PxValidityInterval::FULL;
+        GeRectangle<int> const frame =
+            nominalToPixelized(getImageROD(context.getTimeStreamContext()).getROD(), 1.0f, 1.0f);
+        IxTile const tile(getImageFormat().getPixelFormat(), frame, {});
+        IxWriteGuard const guard(tile);
+        ipSet(guard, frame, {0.5f, 0.25f, 0.125f, 1.0f});
+        return {tile, vi};
+    }
+
+protected:
+    void init() override {
+        PxImageNode::init();
+        registerChild(getPrimary());
+    }
+
+private:
+    Counter* _counter;
+    bool _fullFrame;
+};
+
+Image finish(PxImageNode* n) {
+    PxStrongHndl<PxImageNode> h(n);
+    PxNode::init(PxStrongHndl<PxNode>(h));
+    return Image(h);
+}
+
+class CountController final : public HoToolController {
+public:
+    explicit CountController(Counter* c) : _c(c) {}
+    void createProcNodes(OutputPublisher& p) override {
+        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, false)));
+    }
+    Counter* _c;
+};
+
+// A tool that passes its source on, counting tiles.
+class CountProtocol final : public PiToolProtocolImp {
+public:
+    explicit CountProtocol(Counter* c) : PiToolProtocolImp("Count", "Test", "1.0"), _c(c) {}
+    void describe(PiToolPolicyDescriptor& d) const override {
+        d.require("Source", PiSocketType::IMAGE);
+        d.produces("Output", PiSocketType::IMAGE);
+    }
+    RCShdPtr<PiNodeController> createController() const override {
+        return RCShdPtr<PiNodeController>(new CountController(_c));
+    }
+    Counter* _c;
+};
+
+// A modifier whose front is its back, counted, or a whole frame of one colour; with an "Extra"
+// input that follows the primary's components and depth.
+class ProbeController final : public HoToolController, public PiImageModifier {
+public:
+    ProbeController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
+    PiToolTopologyInterface::Node
+    createInputProcNode(RCShdPtr<PiInput> const& in,
+                        PiToolTopologyInterface::Node const& child) override {
+        return createInputNode(in, child);
+    }
+    void createProcNodes(PiToolTopologyInterface::OutputPublisher& p) override {
+        p.disableParentCheck(); // Extra is only converted
+        createModifierProcNode(p);
+    }
+    Image createFrontNode(PiToolTopologyInterface::OutputPublisher&, Image const& back) override {
+        return finish(new CountNode(back, _c, _fullFrame));
+    }
+
+private:
+    void valueChanged(RCShdPtr<PiValue> const& value) override { storedValueChanged(value); }
+    Counter* _c;
+    bool _fullFrame;
+};
+
+class ProbeProtocol final : public PiImageModifierProtocol {
+public:
+    ProbeProtocol(Counter* c, bool fullFrame, bool layers = false)
+        : PiImageModifierProtocol("Probe", "Test", "1.0"), _c(c), _fullFrame(fullFrame),
+          _layers(layers) {}
+    void describe(PiToolPolicyDescriptor& d) const override {
+        d.require("Source", PiSocketType::IMAGE,
+                  PiImageInputPolicy::createPrimary(PiImageInputPolicy::RGBA_COMPONENTS,
+                                                    PiImageInputPolicy::ALL_DEPTHS));
+        d.require("Extra", PiSocketType::IMAGE,
+                  PiImageInputPolicy::createSecondary(
+                      PiImageInputPolicy::PRIMARY_COMPONENTS, PiImageInputPolicy::ALL_DEPTHS,
+                      PiImageInputPolicy::PRIMARY_DEPTH, PiImageInputPolicy::KEEP_ASPECT, 0, 0));
+        d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::COMPOSITE);
+        PiImageModifier::describeModifier(d);
+    }
+    std::string getPrimaryInput() const override { return _layers ? "Layers" : "Source"; }
+    std::string getPrimaryOutput() const override { return "Output"; }
+    RCShdPtr<PiNodeController> createController() const override {
+        return RCShdPtr<PiNodeController>(new ProbeController(_c, _fullFrame));
+    }
+    Counter* _c;
+    bool _fullFrame;
+    bool _layers;
+};
+
+template <class P, class... A>
+RCShdPtr<PiTool const> tool(A... a) {
+    return RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new P(a...))));
+}
+
+constexpr int kW = 40;
+constexpr int kH = 24;
+
+Color patternAt(int x, int y, int w = kW, int h = kH) {
+    return HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w), (float(y) + 0.5f) / float(h),
+                                      0.0);
+}
+
+// The grade of one component, in double.
+float graded(float x, double lift, double gain, double gamma, double offset) {
+    double v = lift + double(x) * (gain - lift);
+    if (v > 0)
+        v = std::pow(v, 1.0 / gamma);
+    return static_cast<float>(v + offset);
+}
+
+class ImageModifierTest : public ::testing::Test {
+public:
+    void SetUp() override {
+        InInitMgr::getInstance().initialize();
+        graph = HoGraph::create("comp");
+        root = graph->getRootNode();
+    }
+    void TearDown() override {
+        EvEventManager::getInstance().flush();
+        root = {};
+        graph = {};
+        InInitMgr::getInstance().finalize();
+    }
+
+    RCShdPtr<PiToolNode> add(RCShdPtr<PiTool const> const& t, std::string const& name, int w = kW,
+                             int h = kH) {
+        RCShdPtr<PiToolNode> n = root->createToolNode(t, name);
+        if (n->findInput("Width")) {
+            set<int>(n, "Width", w);
+            set<int>(n, "Height", h);
+        }
+        return n;
+    }
+    template <class T>
+    static void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
+        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
+        rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
+    }
+    void connect(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to,
+                 std::string const& input) {
+        PiUndoGuard guard(*graph, "Connect");
+        to->findInput(input)->connect(from->findOutput("Output"));
+    }
+    static RCShdPtr<PiImageModifier> modifier(RCShdPtr<PiToolNode> const& n) {
+        return rcCast<PiImageModifier>(n->getController().lock());
+    }
+    static HoImage render(RCShdPtr<PiToolNode> const& n) {
+        auto topo = rcCast<PiTopologyInterface>(n->getController().lock());
+        PxStrongHndl<PxNode const> const out =
+            topo->getOutputProcNode(n->findOutput("Output")).lock();
+        return HoRenderer::renderFrame(Image(dynamic_cast<PxImageProtocol const*>(out.get())), 0.0);
+    }
+    static int mismatches(HoImage const& img, std::function<Color(int, int)> const& want,
+                          float tolerance) {
+        int bad = 0;
+        for (int y = 0; y < img.height; ++y)
+            for (int x = 0; x < img.width; ++x) {
+                Color const a = img.getColor(x, y), b = want(x, y);
+                float const* pa = &a.r;
+                float const* pb = &b.r;
+                for (int c = 0; c < 4; ++c)
+                    if (!(std::fabs(pa[c] - pb[c]) <= tolerance * std::max(1.0f, std::fabs(pb[c]))))
+                        ++bad;
+            }
+        return bad;
+    }
+
+    RCShdPtr<PiGraph> graph;
+    RCShdPtr<PiGroupNode> root;
+};
+
+struct GradeParams {
+    double lift[4], gain[4], gamma[4], offset[4];
+};
+
+void setGrade(RCShdPtr<PiToolNode> const& g, GradeParams const& p) {
+    char const* const channels[] = {"Red", "Green", "Blue", "Alpha"};
+    for (int c = 0; c < 4; ++c)
+        for (auto const& [k, v] :
+             {std::pair{"Lift.", p.lift[c]}, std::pair{"Gain.", p.gain[c]},
+              std::pair{"Gamma.", p.gamma[c]}, std::pair{"Offset.", p.offset[c]}})
+            ImageModifierTest::set<double>(g, k + std::string(channels[c]), v);
+}
+
+Color gradeOf(Color const& in, GradeParams const& p) {
+    float const* s = &in.r;
+    float v[4];
+    for (int c = 0; c < 4; ++c)
+        v[c] = graded(s[c], p.lift[c], p.gain[c], p.gamma[c], p.offset[c]);
+    return {v[0], v[1], v[2], v[3]};
+}
+
+GradeParams const kGrade = {
+    {0.05, -0.1, 0.0, 0.0}, {1.5, 0.8, 2.0, 1.0}, {2.2, 1.0, 0.5, 1.0}, {0.0, 0.02, -0.01, 0.0}};
+
+} // namespace
+
+// Grade alone, then masked by a gained pattern: every pixel is (A - B) * m + B with A the grade,
+// B the source and m the chosen mask channel times the intensity, A and B swapped by invert;
+// inactive, the grade shows unmasked.
+TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
+    RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern");
+    RCShdPtr<PiToolNode> const maskGain = add(HoTools::gain(), "MaskGain");
+    set<double>(maskGain, "Gain", 0.7);
+    connect(maskSrc, maskGain, "Source");
+    RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade");
+    // Without a source there is no image, and no failure.
+    EXPECT_EQ(render(g).width, 0);
+    connect(src, g, "Source");
+    setGrade(g, kGrade);
+    auto const a = [&](int x, int y) {
+        return gradeOf(patternAt(x, y), kGrade);
+    };
+    EXPECT_EQ(mismatches(render(g), a, 1e-5f), 0) << "unmasked";
+
+    connect(maskGain, g, "Mask");
+    struct Case {
+        bool active;
+        int channel;
+        double intensity;
+        bool invert;
+        int maskW, maskH; // a mask larger than the image widens the output
+    };
+    Case const cases[] = {
+        {true, 3, 1.0, false, kW, kH},         {true, 3, 0.5, false, kW, kH},
+        {true, 0, 1.0, false, kW, kH},         {true, 1, 0.5, true, kW, kH},
+        {true, 3, 1.0, true, kW, kH},          {false, 3, 1.0, true, kW, kH},
+        {true, 3, 0.5, false, kW / 2, kH / 2}, {true, 3, 1.0, true, 2 * kW, 2 * kH}};
+    for (Case const& c : cases) {
+        set<bool>(g, "Mask Active", c.active);
+        set<int>(g, "Mask Channel", c.channel);
+        set<double>(g, "Mask Intensity", c.intensity);
+        set<bool>(g, "Mask Invert", c.invert);
+        set<int>(maskSrc, "Width", c.maskW);
+        set<int>(maskSrc, "Height", c.maskH);
+        // Frames start at the origin, y up, and the rows come top first: an image lies at the
+        // left of the output and at its bottom. Outside its frame it is transparent black.
+        int const w = c.active ? std::max(kW, c.maskW) : kW,
+                  h = c.active ? std::max(kH, c.maskH) : kH;
+        auto const at = [&](int x, int y, int iw, int ih) {
+            y -= h - ih;
+            return x < 0 || y < 0 || x >= iw || y >= ih ? Color{0, 0, 0, 0}
+                                                        : patternAt(x, y, iw, ih);
+        };
+        auto const want = [&](int x, int y) {
+            Color const p = at(x, y, kW, kH);
+            Color const front = gradeOf(p, kGrade);
+            if (!c.active)
+                return front;
+            Color const q = at(x, y, c.maskW, c.maskH);
+            Color const mask{q.r * 0.7f, q.g * 0.7f, q.b * 0.7f, q.a};
+            float const m = (&mask.r)[c.channel] * float(c.intensity);
+            Color const A = c.invert ? p : front, B = c.invert ? front : p;
+            return Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g, (A.b - B.b) * m + B.b,
+                         (A.a - B.a) * m + B.a};
+        };
+        HoImage const img = render(g);
+        EXPECT_EQ(img.width, w);
+        EXPECT_EQ(mismatches(img, want, 1e-5f), 0)
+            << "active " << c.active << " channel " << c.channel << " intensity " << c.intensity
+            << " invert " << c.invert << " mask " << c.maskW;
+    }
+}
+
+// A long chain of modifiers renders at once: nothing below is walked once per path through
+// front and back.
+TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
+    RCShdPtr<PiToolNode> last = add(HoTools::testPattern(), "Pattern");
+    for (int i = 0; i < 48; ++i) {
+        RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade" + std::to_string(i));
+        set<double>(g, "Offset.Red", 1.0 / 64);
+        connect(last, g, "Source");
+        last = g;
+    }
+    EXPECT_EQ(mismatches(
+                  render(last),
+                  [](int x, int y) {
+                      Color p = patternAt(x, y);
+                      p.r += 48.0f / 64;
+                      return p;
+                  },
+                  1e-5f),
+              0);
+}
+
+// A list of layers as the primary input gives no image to stand behind the tool's result: the
+// back is an image without pixels, and the tool renders nothing rather than fail.
+TEST_F(ImageModifierTest, LayersAsThePrimaryInputGiveAnEmptyBack) {
+    Counter front;
+    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false, true), "Probe");
+    EXPECT_EQ(render(probe).width, 0);
+}
+
+// Muted, the tool shows its source and asks neither its front nor its mask for anything; the
+// mute reaches the workers without a rebuild, and unmuting brings the front back.
+TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
+    Counter front, mask;
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
+    RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern");
+    RCShdPtr<PiToolNode> const counted = add(tool<CountProtocol>(&mask), "MaskCount");
+    connect(maskSrc, counted, "Source");
+    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false), "Probe");
+    connect(src, probe, "Source");
+    connect(counted, probe, "Mask");
+    HoImage const shown = render(probe);
+    EXPECT_GT(front.total(), 0);
+    EXPECT_GT(mask.total(), 0);
+
+    RCShdPtr<PiImageModifier> const m = modifier(probe);
+    Image const outBefore = m->getOutputNode();
+    {
+        PiUndoGuard guard(*graph, "Mute");
+        m->setMute(true);
+    }
+    EXPECT_TRUE(m->getMute());
+    int const frontBefore = front.total(), maskBefore = mask.total();
+    HoImage const muted = render(probe);
+    EXPECT_EQ(front.total(), frontBefore);
+    EXPECT_EQ(mask.total(), maskBefore);
+    EXPECT_EQ(m->getOutputNode().get(), outBefore.get()) << "mute rebuilt the tool";
+    EXPECT_EQ(muted.format, shown.format);
+    EXPECT_EQ(mismatches(
+                  muted, [](int x, int y) { return patternAt(x, y); }, 0.0f),
+              0);
+
+    // Undone, the mute goes and the front is asked again; redone, it comes back.
+    graph->getCommandStack().undo();
+    EXPECT_FALSE(m->getMute());
+    render(probe);
+    EXPECT_GT(front.total(), frontBefore);
+    graph->getCommandStack().redo();
+    int const frontMuted = front.total();
+    render(probe);
+    EXPECT_EQ(front.total(), frontMuted);
+
+    // A reset unmutes and picks the first affect the tool supports; others are refused.
+    EXPECT_THROW(m->setAffect(PiImageModifierTypes::AFFECT_ALPHA), ExBase);
+    {
+        PiUndoGuard guard(*graph, "Reset");
+        m->reset();
+    }
+    EXPECT_FALSE(m->getMute());
+    EXPECT_EQ(m->getAffect(), PiImageModifierTypes::AFFECT_RGBA);
+    render(probe);
+    EXPECT_GT(front.total(), frontMuted);
+}
+
+// A full-frame modifier over a 4 x 4-tile image, masked: the renderer asks each of its tiles,
+// yet each tile of the back and of the mask is asked once for the frame.
+TEST_F(ImageModifierTest, FullFrameModifierAsksEachChildTileOnce) {
+    Counter front, back, mask;
+    int const w = 3 * PxConfig::getTileSizeX() + 8, h = 3 * PxConfig::getTileSizeY() + 8;
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern", w, h);
+    RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount");
+    RCShdPtr<PiToolNode> const maskCount = add(tool<CountProtocol>(&mask), "MaskCount");
+    connect(src, backCount, "Source");
+    connect(src, maskCount, "Source");
+    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, true), "Probe");
+    connect(backCount, probe, "Source");
+    connect(maskCount, probe, "Mask");
+    render(probe); // builds the tools; their edits reach the workers
+    for (int frame = 1; frame <= 2; ++frame) {
+        // An edit drops the gathered frames: the next frame asks each tile once again.
+        set<double>(probe, "Mask Intensity", 0.5 / frame);
+        std::map<std::pair<int, int>, int> const backBefore = back.tiles, maskBefore = mask.tiles;
+        HoImage const img = render(probe);
+        ASSERT_EQ(back.tiles.size(), 16u);
+        ASSERT_EQ(mask.tiles.size(), 16u);
+        for (auto const& [t, n] : back.tiles)
+            EXPECT_EQ(n - backBefore.at(t), 1) << "back " << t.first << "," << t.second;
+        for (auto const& [t, n] : mask.tiles)
+            EXPECT_EQ(n - maskBefore.at(t), 1) << "mask " << t.first << "," << t.second;
+        // The whole-frame front shows through the mask's alpha times the intensity.
+        Color const p = patternAt(w / 2, h / 2, w, h), got = img.getColor(w / 2, h / 2);
+        float const m = p.a * 0.5f / float(frame);
+        EXPECT_NEAR(got.r, (0.5f - p.r) * m + p.r, 1e-5f);
+        EXPECT_NEAR(got.a, (1.0f - p.a) * m + p.a, 1e-5f);
+    }
+}
+// A new primary format re-converts the other inputs: each signals a ConversionEvent for its
+// input, and the output takes the primary's format.
+TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
+    Counter front;
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
+    RCShdPtr<PiToolNode> const convert = add(HoTools::convert(), "Convert");
+    rcCast<PiTypedValue<int>>(convert->findValue("Depth"))->set(IxPixelFormat::UINT8);
+    connect(src, convert, "Source");
+    RCShdPtr<PiToolNode> const extra = add(HoTools::testPattern(), "Extra");
+    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false), "Probe");
+    connect(convert, probe, "Source");
+    connect(extra, probe, "Extra");
+    RCShdPtr<PiImageModifier> const m = modifier(probe);
+
+    struct Events final : CbHandler<PiNodeEvent> {
+        std::mutex mx;
+        std::vector<std::pair<std::string, PiImageModifier::ConversionInfo>> seen;
+        void execute(PiNodeEvent const& e) override {
+            if (auto const* c = dynamic_cast<PiImageModifier::ConversionEvent const*>(&e)) {
+                std::lock_guard g(mx);
+                seen.emplace_back(c->input ? c->input->getName() : "", c->info);
+            }
+        }
+    } events;
+    m->addConversionHandler(&events);
+    EXPECT_EQ(render(probe).format.getDepth(), IxPixelFormat::UINT8);
+    EvEventManager::getInstance().flush();
+    auto const extraInfo = m->getConversionInfo(*probe->findInput("Extra"));
+    EXPECT_EQ(extraInfo.source.getPixelFormat().getDepth(), IxPixelFormat::FLOAT32);
+    EXPECT_EQ(extraInfo.target.getPixelFormat().getDepth(), IxPixelFormat::UINT8);
+
+    for (int depth : {int(IxPixelFormat::FLOAT16), int(IxPixelFormat::FLOAT32)}) {
+        {
+            std::lock_guard g(events.mx);
+            events.seen.clear();
+        }
+        rcCast<PiTypedValue<int>>(convert->findValue("Depth"))->set(depth);
+        HoImage const img = render(probe);
+        EvEventManager::getInstance().flush();
+        EXPECT_EQ(img.format.getDepth(), depth);
+        std::lock_guard g(events.mx);
+        std::map<std::string, int> targets;
+        for (auto const& [name, info] : events.seen)
+            targets[name] = info.target.getPixelFormat().getDepth();
+        EXPECT_EQ(targets, (std::map<std::string, int>{{"Extra", depth}, {"Source", depth}}))
+            << depth;
+    }
+    m->removeConversionHandler(&events);
+}
