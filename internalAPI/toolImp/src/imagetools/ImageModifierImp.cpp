@@ -1,4 +1,5 @@
 #include "ImageModifierImp.h"
+#include "PiOnWorker.h"
 
 #include "EvEventManager.h"
 #include "ExBase.h"
@@ -26,33 +27,6 @@ namespace {
 
 using Image = PxStrongHndl<PxImageProtocol const>;
 using ConversionInfo = PiImageModifier::ConversionInfo;
-
-// Runs fn on a worker with every other worker stopped, so that a converter changes while no
-// tile is being made; inline when already on a worker.
-class SequentialRequest final : public PxQueryRequest<bool> {
-public:
-    explicit SequentialRequest(std::function<void()> fn) : _fn(std::move(fn)) {}
-    RequestType getRequestType() const override { return RequestType(SEQUENTIAL, REFERENCED, CPU); }
-    void performExecute() override {
-        _fn();
-        setResult(true);
-    }
-    void wait() const { waitResult(); }
-
-private:
-    std::function<void()> _fn;
-};
-
-void onWorker(std::function<void()> const& fn) {
-    PxRequestMgr& mgr = PxRequestMgr::getInstance();
-    if (mgr.isWorkerThreadCurrent()) {
-        fn();
-        return;
-    }
-    PxRequestPtr<SequentialRequest> r(new SequentialRequest(fn));
-    mgr.executeRequest(r.get(), false);
-    r->wait();
-}
 
 class SecondaryImageConvertNode;
 
@@ -126,7 +100,7 @@ public:
     }
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override {
-        onWorker([this] { reconvert(); });
+        piRunOnWorker([this] { reconvert(); }, true);
         PxPassThroughNode<PxImageProtocol>::invalidateAndReinitialize(interval, from, stream);
     }
 
@@ -172,7 +146,7 @@ public:
 protected:
     void init() override {
         ImageConvertNodeBase::init();
-        onWorker([this] { reconvert(); });
+        piRunOnWorker([this] { reconvert(); }, true);
     }
     void reconvert() override {
         PxImageFormat const source = getChild()->getImageFormat();
@@ -207,7 +181,7 @@ protected:
     void init() override {
         ImageConvertNodeBase::init();
         _info->addListener(this);
-        onWorker([this] { reconvert(); });
+        piRunOnWorker([this] { reconvert(); }, true);
     }
     void reconvert() override {
         if (!_info->isPrimaryKnown())

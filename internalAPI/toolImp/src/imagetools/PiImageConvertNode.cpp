@@ -2,6 +2,7 @@
 #include "IpFilters.h"
 #include "IxGuardBase.h"
 #include "IxImageOps.h"
+#include "PiOnWorker.h"
 #include "PxImageRegionIter.h"
 #include "PxQueryRequest.h"
 #include "PxRequestMgr.h"
@@ -143,33 +144,6 @@ PiImageConvertNode::create(PxNodePtr<PxImageProtocol const> const& child,
 
 // ---- input ----
 
-namespace {
-// Runs a function on a worker and waits for it; inline when already on one.
-class OnWorkerRequest final : public PxQueryRequest<bool> {
-public:
-    explicit OnWorkerRequest(std::function<void()> fn) : _fn(std::move(fn)) {}
-    void performExecute() override {
-        _fn();
-        setResult(true);
-    }
-    void wait() const { waitResult(); }
-
-private:
-    std::function<void()> _fn;
-};
-
-void onWorker(std::function<void()> const& fn) {
-    PxRequestMgr& mgr = PxRequestMgr::getInstance();
-    if (mgr.isWorkerThreadCurrent()) {
-        fn();
-        return;
-    }
-    PxRequestPtr<OnWorkerRequest> r(new OnWorkerRequest(fn));
-    mgr.executeRequest(r.get(), false);
-    r->wait();
-}
-} // namespace
-
 PiImageInputConvertNode::PiImageInputConvertNode(
     PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& child,
     PxNodePtr<PxImageFormatProtocol const> const& formatNode)
@@ -189,7 +163,8 @@ void PiImageInputConvertNode::init() {
 void PiImageInputConvertNode::rebuild() {
     PxImageFormat const target = _formatNode->getImageFormat();
     // Converters are made on the workers; a node built from the tool side waits for one.
-    onWorker([&] { _converter = PiImageConvertNode::create(getPrimary(), _sourceFormat, target); });
+    piRunOnWorker(
+        [&] { _converter = PiImageConvertNode::create(getPrimary(), _sourceFormat, target); });
 }
 
 PxImageFormat PiImageInputConvertNode::getImageFormat() const {

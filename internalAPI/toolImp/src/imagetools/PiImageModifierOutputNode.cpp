@@ -1,4 +1,5 @@
 #include "PiImageModifierOutputNode.h"
+#include "PiOnWorker.h"
 
 #include "PiImageConvertNode.h"
 #include "PiPixelLoop.h"
@@ -54,31 +55,6 @@ private:
     float _intensity;
 };
 
-// Converters are made on the workers; a node built from the tool side waits for one.
-class OnWorkerRequest final : public PxQueryRequest<bool> {
-public:
-    explicit OnWorkerRequest(std::function<void()> fn) : _fn(std::move(fn)) {}
-    void performExecute() override {
-        _fn();
-        setResult(true);
-    }
-    void wait() const { waitResult(); }
-
-private:
-    std::function<void()> _fn;
-};
-
-void onWorker(std::function<void()> const& fn) {
-    PxRequestMgr& mgr = PxRequestMgr::getInstance();
-    if (mgr.isWorkerThreadCurrent()) {
-        fn();
-        return;
-    }
-    PxRequestPtr<OnWorkerRequest> r(new OnWorkerRequest(fn));
-    mgr.executeRequest(r.get(), false);
-    r->wait();
-}
-
 template <class T>
 T readValue(PxNodePtr<PxAnimValueProtocol<T> const> const& node, double time,
             PxValidityInterval& vi) {
@@ -132,7 +108,7 @@ void PiImageModifierOutputNode::init() {
 
 void PiImageModifierOutputNode::rebuildConvertedBack() {
     PxImageFormat const target = _frontChild->getImageFormat();
-    onWorker(
+    piRunOnWorker(
         [&] { _convertedBackChild = PiImageConvertNode::create(_backChild, _backFormat, target); });
 }
 
