@@ -106,11 +106,11 @@ int main(int argc, char** argv) {
     bool info = false;
     bool version = false;
     bool dumpDag = false;
-    app.add_option("--width", job.width, "Width in pixels")->capture_default_str();
-    app.add_option("--height", job.height, "Height in pixels")->capture_default_str();
-    app.add_option("--format", format, "Pixel depth: uint8, half or float")
-        ->check(CLI::IsMember({"uint8", "half", "float"}))
-        ->capture_default_str();
+    app.add_option("--width", job.width, "Width in pixels; the project's when not given");
+    app.add_option("--height", job.height, "Height in pixels; the project's when not given");
+    app.add_option("--format", format,
+                   "Pixel depth: uint8, half or float; the project's when not given")
+        ->check(CLI::IsMember({"uint8", "half", "float"}));
     app.add_option("--frames", frames,
                    "Frames A-B to render; output names then need '#' or '%04d' for the number");
     app.add_option("--threads", job.threads, "How many workers may run at once")
@@ -154,7 +154,24 @@ int main(int argc, char** argv) {
             job.validate();
         if (dumpDag)
             job.dagFile = job.defaultDagFile();
-        VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
+        // The options given win over the project's defaults, which fill the rest.
+        bool const sized = app.count("--width") > 0, tall = app.count("--height") > 0,
+                   deep = app.count("--format") > 0;
+        VnRender::EngineSession session(
+            std::vector<std::string>(argv + 1, argv + argc),
+            [&](Vn::HoProjectSettings::Values& v) {
+                if (sized)
+                    v.width = job.width;
+                if (tall)
+                    v.height = job.height;
+                if (deep)
+                    v.depth = job.depth;
+            });
+        Vn::PiProjectSettings const& project = Vn::PiProjectSettings::getInstance();
+        job.width = project.getDefaultWidth();
+        job.height = project.getDefaultHeight();
+        job.depth = project.getDefaultDepth();
+        job.frameRate = project.getDefaultRate();
         if (version) {
             std::cout << Vn::InBuildInfo::getBuildInformationString() << "\n";
             return 0;
