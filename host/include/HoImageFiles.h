@@ -1,0 +1,61 @@
+#pragma once
+
+#include "PiImageFile.h"
+#include "PiImageSequence.h"
+
+#include <string>
+
+namespace Vn {
+
+// An image file read and written through OpenImageIO: EXR, PNG, TIFF, DPX, JPEG and the other
+// formats it knows. Reads go by scanlines or tiles straight into the destination, in its pixel
+// format, rows turned; nothing is decoded to float on the way. Grey files read as RGB, grey
+// and alpha as RGBA; channels beyond four are left out. Alpha comes premultiplied whatever the
+// file stores. Writes go to a temporary beside the target, renamed over it at the end.
+class VN_EXPORT HoOiioImageFile final : public PiImageFile {
+public:
+    // Raises ExBase naming the file when it cannot be opened or is not an image.
+    static OPtrRet<HoOiioImageFile> openForReading(std::string const& path);
+    // Raises ExBase naming the file when no format writes its extension.
+    static OPtrRet<HoOiioImageFile> createForWriting(std::string const& path);
+    // An unfinished write is aborted.
+    ~HoOiioImageFile() override;
+
+    ImFormat getFormat() const override;
+    int getNbComponents() const override;
+    char const* getCompression() const override;
+    bool hasPixelRatio() const override;
+    bool hasRate() const override;
+    void resetRate() override;
+    OPtrRet<PiImageFileDetails> getDetails() const override;
+
+    bool readsEntireImage() const override { return false; }
+    // Whole rows only: the region spans the image's width.
+    void readImage(GeRectangle<int> const& region, ImImage const& destination) override;
+
+    bool writeOrderIsBottomUp() const override { return false; }
+    GePoint<int> beginImageWrite(ImFormat const& format) override;
+    void writeImage(ImImageConst const& source) override;
+    // Closes with a check, fsyncs, renames over the target and fsyncs the folder. Raises ExBase
+    // with the path and the system's reason; before the rename the temporary is removed.
+    void endImageWrite() override;
+    // Removes the temporary only: a file already under the target's name stays.
+    void abortImageWrite() override;
+
+    bool isTiled() const;
+    // Regions read by every file of the process: a test's and a benchmark's measure.
+    static long getReadCount() noexcept;
+
+    // Moves a written temporary over the target: fsync, checked close, rename, folder fsync.
+    // Removes the temporary when a step before the rename fails; raises OsFileError.
+    static void commitTemporary(std::string const& temporary, std::string const& target);
+    // A temporary name in the target's folder with the target's extension.
+    static std::string temporaryBeside(std::string const& target);
+
+private:
+    struct Imp;
+    explicit HoOiioImageFile(std::string const& path);
+    OPtr<Imp> _imp;
+};
+
+} // namespace Vn
