@@ -58,4 +58,39 @@ private:
     OPtr<Imp> _imp;
 };
 
+// Numbered files, one a frame: <NumberedSequence pattern="shot.####.exr" first="1" last="48"
+// missing="error"/>. The pattern numbers frames by a run of '#' (padded to its length) or a
+// printf form "%d" / "%04d". A missing frame is an error naming the file and the frame, or with
+// missing="hold" the nearest frame on disk, the earlier one on a tie.
+class VN_EXPORT HoNumberedSequence final : public PiImageSequence {
+public:
+    static constexpr char const* kRootName = "NumberedSequence";
+    // At most this many frames in a sequence.
+    static constexpr int kMaxFrames = 1'000'000;
+
+    // Registers the kind with PiImageSequence; done at the host's start.
+    static void registerKind();
+    // Raises ExBase naming the fault for a description that is not one of these.
+    static OPtrRet<PiImageSequence> fromXml(XmlElement const& root);
+
+    HoNumberedSequence(std::string pattern, int first, int last, bool holdMissing);
+
+    int getNbImages() const override { return _last - _first + 1; }
+    std::string getImagePath(int index) const override;
+    ImFormat getFormat() const override;
+    bool nonExistentMediaAllowed() const override { return _holdMissing; }
+    std::string toXml() const override;
+    int getFirstFrame() const noexcept { return _first; }
+
+protected:
+    OPtrRet<PiImageFile> openImageForReading(int index,
+                                             ImMemory::Factory const& memory) const override;
+
+private:
+    std::string _pattern;
+    int _first;
+    int _last;
+    bool _holdMissing;
+};
+
 } // namespace Vn

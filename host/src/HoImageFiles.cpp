@@ -3,7 +3,9 @@
 #include "Assertions.h"
 #include "LiStringUtil.h"
 #include "OsFile.h"
+#include "HoRender.h"
 #include "PiImageFileDetails.h"
+#include "XmlDocument.h"
 
 #include <OpenImageIO/imageio.h>
 
@@ -373,6 +375,116 @@ void HoOiioImageFile::commitTemporary(std::string const& temporary, std::string 
     }
     OsFilePath const folder = OsFilePath(target).getParent();
     OsFsUtils::fsyncFolder(folder.isEmpty() ? OsFilePath(".") : folder);
+}
+
+} // namespace Vn
+
+namespace Vn {
+
+namespace {
+int frameAttribute(XmlElement const& root, char const* name) {
+    std::string const text = root.getAttribute(name);
+    long long v = 0;
+    std::size_t used = 0;
+    try {
+        v = std::stoll(text, &used);
+    } catch (std::logic_error const&) {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || v < -100'000'000 || v > 100'000'000)
+        VN_THROW_MSG(ExBase, std::string("\"") + name + "\" is \"" + text.substr(0, 32) +
+                                 "\", not a frame number");
+    return static_cast<int>(v);
+}
+} // namespace
+
+void HoNumberedSequence::registerKind() {
+    PiImageSequence::registerFactory(kRootName, &HoNumberedSequence::fromXml);
+}
+
+OPtrRet<PiImageSequence> HoNumberedSequence::fromXml(XmlElement const& root) {
+    for (auto const& [name, value] : root.getAttributes())
+        if (name != "pattern" && name != "first" && name != "last" && name != "missing")
+            VN_THROW_MSG(ExBase, "unknown attribute \"" + name.substr(0, 32) + "\"");
+    std::string const pattern = root.getAttribute("pattern");
+    if (!HoImageFile::hasFramePattern(pattern))
+        VN_THROW_MSG(ExBase, "the pattern \"" + pattern.substr(0, 256) +
+                                 "\" has no frame number ('#' or '%04d')");
+    // A printf width beyond two digits pads nothing sensible and could ask for gigabytes.
+    std::string const name = OsFilePath(pattern).getFileName();
+    for (std::size_t p = name.find('%'); p != std::string::npos; p = name.find('%', p + 1)) {
+        std::size_t const digits = name.find_first_not_of("0123456789", p + 1) - (p + 1);
+        if (digits > 2)
+            VN_THROW_MSG(ExBase, "the pattern \"" + pattern.substr(0, 256) +
+                                     "\" pads frame numbers beyond 99 digits");
+    }
+    int const first = frameAttribute(root, "first");
+    int const last = frameAttribute(root, "last");
+    if (last < first || static_cast<long long>(last) - first >= kMaxFrames)
+        VN_THROW_MSG(ExBase, "the frames " + std::to_string(first) + "-" + std::to_string(last) +
+                                 " are not a range of 1 to " + std::to_string(kMaxFrames) +
+                                 " frames");
+    std::string const missing = root.hasAttribute("missing") ? root.getAttribute("missing") : "error";
+    if (missing != "error" && missing != "hold")
+        VN_THROW_MSG(ExBase, "\"missing\" is \"" + missing.substr(0, 32) +
+                                 "\", neither error nor hold");
+    return OPtrRet<PiImageSequence>(new HoNumberedSequence(pattern, first, last, missing == "hold"));
+}
+
+HoNumberedSequence::HoNumberedSequence(std::string pattern, int first, int last, bool holdMissing)
+    : _pattern(std::move(pattern)), _first(first), _last(last), _holdMissing(holdMissing) {
+    VN_ASSERT(first <= last);
+}
+
+std::string HoNumberedSequence::getImagePath(int index) const {
+    if (index < 0 || index >= getNbImages())
+        VN_THROW_MSG(ExBase, "image " + std::to_string(index) + " is not in the sequence \"" +
+                                 _pattern + "\" of " + std::to_string(getNbImages()) + " images");
+    return HoImageFile::expandFramePattern(_pattern, _first + index);
+}
+
+OPtrRet<PiImageFile> HoNumberedSequence::openImageForReading(int index,
+                                                             ImMemory::Factory const&) const {
+    std::string path = getImagePath(index);
+    int frame = _first + index;
+    if (!OsFsUtils::fileExists(OsFilePath(path))) {
+        if (!_holdMissing)
+            VN_THROW_MSG(ExBase, "frame " + std::to_string(frame) + " is missing: no file \"" +
+                                     path + "\"");
+        // The nearest frame on disk, the earlier on a tie.
+        bool found = false;
+        for (int d = 1; !found && (index - d >= 0 || index + d < getNbImages()); ++d)
+            for (int i : {index - d, index + d})
+                if (!found && i >= 0 && i < getNbImages() &&
+                    OsFsUtils::fileExists(OsFilePath(getImagePath(i)))) {
+                    path = getImagePath(i);
+                    frame = _first + i;
+                    found = true;
+                }
+        if (!found)
+            VN_THROW_MSG(ExBase, "no frame of the sequence \"" + _pattern + "\" is on disk");
+    }
+    try {
+        return HoOiioImageFile::openForReading(path);
+    } catch (ExBase const& e) {
+        VN_THROW_MSG(ExBase, "frame " + std::to_string(frame) + ": " + e.getReason());
+    }
+}
+
+ImFormat HoNumberedSequence::getFormat() const {
+    // The first frame on disk sets the format; with missing frames held, any one may.
+    return getImageForReading(0)->getFormat();
+}
+
+std::string HoNumberedSequence::toXml() const {
+    XmlWriter w;
+    w.startElement(kRootName);
+    w.addAttribute("pattern", _pattern);
+    w.addAttribute("first", std::to_string(_first));
+    w.addAttribute("last", std::to_string(_last));
+    w.addAttribute("missing", _holdMissing ? "hold" : "error");
+    w.endElement();
+    return w.toString();
 }
 
 } // namespace Vn

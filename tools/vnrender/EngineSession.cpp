@@ -1,5 +1,6 @@
 #include "EngineSession.h"
 
+#include "HoImageFiles.h"
 #include "HoProjectSettings.h"
 #include "HoRender.h"
 #include "HoToolRegistry.h"
@@ -22,6 +23,7 @@ EngineSession::EngineSession(std::vector<std::string> arguments, ProjectOverride
     (void)Vn::HoUserSettings::install();
     // The application's tools, as compositions name them.
     Vn::HoTools::registerTools(Vn::HoToolRegistry::initialize());
+    Vn::HoNumberedSequence::registerKind();
     // The project's defaults come from the configuration, then from the command line.
     try {
         Vn::HoProjectSettings::Values values = Vn::HoProjectSettings::fromConfiguration();
