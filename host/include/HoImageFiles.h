@@ -2,6 +2,10 @@
 
 #include "PiImageFile.h"
 #include "PiImageSequence.h"
+#include "PxImageProtocol.h"
+
+#include <cstddef>
+#include <memory>
 
 #include <string>
 
@@ -91,6 +95,39 @@ private:
     int _first;
     int _last;
     bool _holdMissing;
+};
+
+// Serves the frames of an image sequence as an image: its format, rate and pixel ratio are the
+// first frame's. Frame i stands at times [i, i + 1) / rate; before the first and after the last
+// frame the end frames hold. A frame is read whole, once, at its first tile, inside the engine's
+// blocking guard, and kept in a cache bounded in bytes (the last frame read always stays).
+// Tiles are served at full resolution only.
+class VN_EXPORT HoImageFileNode final : public PxImageProtocol {
+public:
+    static constexpr std::size_t kDefaultCacheBytes = std::size_t{1} << 30;
+
+    // Opens the first frame for the format: raises ExBase naming the file when it cannot.
+    HoImageFileNode(PxNode::Init const& init, std::shared_ptr<PiImageSequence const> sequence,
+                    std::size_t cacheBytes = kDefaultCacheBytes);
+    ~HoImageFileNode() override;
+
+    PxImageFormat getImageFormat() const override { return _format; }
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override;
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+    bool isChainConnected() const override { return true; }
+    bool producesFullFrames() const override { return false; }
+    int getNbStreams() const override { return 1; }
+
+    // The sequence's image shown at a time, and the span of times it holds for.
+    int frameIndexAt(double time, PxValidityInterval& vi) const;
+    std::size_t getCachedBytes() const;
+
+private:
+    struct Cache;
+    std::shared_ptr<PiImageSequence const> _sequence;
+    ImFormat _fileFormat;
+    PxImageFormat _format;
+    std::unique_ptr<Cache> _cache;
 };
 
 } // namespace Vn

@@ -488,3 +488,158 @@ std::string HoNumberedSequence::toXml() const {
 }
 
 } // namespace Vn
+
+#include "IxImageOps.h"
+#include "PxRequestMgr.h"
+
+#include <list>
+#include <mutex>
+#include <unordered_map>
+
+namespace Vn {
+
+// Frames by index, the most recently used first. The lock guards the list alone: a frame is
+// loaded under its own lock, so tiles of other frames go on meanwhile.
+struct HoImageFileNode::Cache {
+    struct Frame {
+        std::mutex load;
+        std::atomic<bool> loaded{false};
+        ImImage image;
+    };
+    using Entry = std::pair<int, std::shared_ptr<Frame>>;
+
+    explicit Cache(std::size_t b) : budget(b) {}
+
+    std::size_t budget;
+    std::mutex mutex;
+    std::list<Entry> lru;
+    std::unordered_map<int, std::list<Entry>::iterator> byIndex;
+    std::size_t bytes = 0;
+
+    std::shared_ptr<Frame> find(int index) {
+        std::lock_guard lock(mutex);
+        auto it = byIndex.find(index);
+        if (it == byIndex.end()) {
+            lru.emplace_front(index, std::make_shared<Frame>());
+            it = byIndex.emplace(index, lru.begin()).first;
+        } else {
+            lru.splice(lru.begin(), lru, it->second);
+        }
+        return it->second->second;
+    }
+    void forget(int index, Frame const* frame) {
+        std::lock_guard lock(mutex);
+        auto const it = byIndex.find(index);
+        if (it != byIndex.end() && it->second->second.get() == frame) {
+            lru.erase(it->second);
+            byIndex.erase(it);
+        }
+    }
+    // Counts a loaded frame and lets the oldest loaded ones go while over the budget.
+    void loaded(int index, std::size_t size) {
+        std::lock_guard lock(mutex);
+        bytes += size;
+        auto it = lru.end();
+        while (bytes > budget && it != lru.begin()) {
+            --it;
+            if (it->first == index || !it->second->loaded.load(std::memory_order_acquire))
+                continue;
+            bytes -= it->second->image.getLayout().getBufferSize();
+            byIndex.erase(it->first);
+            it = lru.erase(it);
+        }
+    }
+};
+
+HoImageFileNode::HoImageFileNode(PxNode::Init const& init,
+                                 std::shared_ptr<PiImageSequence const> sequence,
+                                 std::size_t cacheBytes)
+    : PxNode(init), _sequence(std::move(sequence)), _cache(new Cache(cacheBytes)) {
+    VN_ASSERT(_sequence);
+    OPtr<PiImageFile> const first = _sequence->getImageForReading(0);
+    _fileFormat = first->getFormat();
+    ImPixelFormat const& pf = _fileFormat.getPixelFormat();
+    _format = PxImageFormat(IxPixelFormat(pf.getComps(), pf.getDepth(), _fileFormat.getPixelRatio()),
+                            first->getRate());
+}
+
+HoImageFileNode::~HoImageFileNode() = default;
+
+int HoImageFileNode::frameIndexAt(double time, PxValidityInterval& vi) const {
+    Rational const& rate = _format.getFrameRate();
+    double const r = rate.toDouble();
+    int const last = _sequence->getNbImages() - 1;
+    // Frame times are multiples of 1 / rate: a hair's tolerance keeps them on their frame.
+    double const f = std::floor(time * r + 1e-6);
+    int const index = f <= 0.0 ? 0 : f >= last ? last : static_cast<int>(f);
+    double const low = index == 0 ? PxValidityInterval::kNegInfinity : index / r;
+    double const high = index == last ? PxValidityInterval::kPosInfinity : (index + 1) / r;
+    vi &= PxValidityInterval(low, high);
+    return index;
+}
+
+std::size_t HoImageFileNode::getCachedBytes() const {
+    std::lock_guard lock(_cache->mutex);
+    return _cache->bytes;
+}
+
+PxRODResult HoImageFileNode::getImageROD(PxTimeStreamContext const&) const {
+    float const aspect = _format.getAspectRatio();
+    return {GeRectangle<float>(0.0f, static_cast<float>(_fileFormat.getWidth()) * aspect, 0.0f,
+                               static_cast<float>(_fileFormat.getHeight())),
+            PxValidityInterval::FULL};
+}
+
+PxImageResult HoImageFileNode::getImageResult(PxImageContext const& context) const {
+    if (context.isOutside())
+        return {allocateEmptyImageBuffer(), PxValidityInterval::FULL};
+    if (context.getScale() != 0)
+        VN_THROW_MSG(ExBase, "the image file \"" + _sequence->getImagePath(0) +
+                                 "\" is served at full resolution only, not at scale " +
+                                 std::to_string(context.getScale()));
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    int const index = frameIndexAt(context.getTime(), vi);
+    GeRectangle<int> const region = computeTileRegion(context, vi);
+    IxTile const tile = allocateImageBuffer(context, {}, region);
+    if (region.isEmpty())
+        return {tile, vi};
+
+    std::shared_ptr<Cache::Frame> const frame = _cache->find(index);
+    {
+        // Reading the file, or waiting for the worker that reads it, sleeps.
+        PxWorkerBlockingGuard const blocking;
+        std::lock_guard lock(frame->load);
+        if (!frame->loaded) {
+            try {
+                OPtr<PiImageFile> const file = _sequence->getImageForReading(index);
+                ImFormat const f = file->getFormat();
+                if (f.getWidth() != _fileFormat.getWidth() ||
+                    f.getHeight() != _fileFormat.getHeight() ||
+                    !(f.getPixelFormat() == _fileFormat.getPixelFormat()))
+                    VN_THROW_MSG(ExBase, "frame " + std::to_string(index) + " (\"" +
+                                             file->getPathText() +
+                                             "\") differs in size or pixels from the first");
+                ImImage image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()),
+                                                "HoImageFileNode");
+                file->beginImageRead({f.getWidth(), f.getHeight()});
+                file->readImage(f.getRegion(), image);
+                file->endImageRead();
+                frame->image = std::move(image);
+                frame->loaded.store(true, std::memory_order_release);
+            } catch (...) {
+                _cache->forget(index, frame.get());
+                throw;
+            }
+            _cache->loaded(index, frame->image.getLayout().getBufferSize());
+        }
+    }
+    IxWriteGuard const dst(tile);
+    ImReadGuard const src(frame->image);
+    ImLayout const& layout = frame->image.getLayout();
+    IpPixels const pixels{const_cast<std::byte*>(src.getFirst()), layout.getLineStride(),
+                          layout.getPixelFormat(), layout.getRegion()};
+    ipCopy(ipPixelsOf(dst), pixels, region);
+    return {dst.getTile(), vi};
+}
+
+} // namespace Vn
