@@ -1,9 +1,9 @@
 #include "HoImageFiles.h"
 
 #include "Assertions.h"
+#include "HoRender.h"
 #include "LiStringUtil.h"
 #include "OsFile.h"
-#include "HoRender.h"
 #include "PiImageFileDetails.h"
 #include "XmlDocument.h"
 
@@ -30,8 +30,7 @@ std::string firstLine(std::string const& text) {
     return line.empty() ? "unknown error" : line;
 }
 
-[[noreturn]] void refuse(std::string const& what, std::string const& path,
-                         std::string const& why) {
+[[noreturn]] void refuse(std::string const& what, std::string const& path, std::string const& why) {
     VN_THROW_MSG(ExBase, "cannot " + what + " \"" + path + "\": " + why);
 }
 
@@ -134,8 +133,8 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
 
 OPtrRet<HoOiioImageFile> HoOiioImageFile::createForWriting(std::string const& path) {
     if (!OIIO::ImageOutput::create(path))
-        refuse("write", path, "no image format writes the extension \"" +
-                                  OsFilePath(path).getExtension() + "\"");
+        refuse("write", path,
+               "no image format writes the extension \"" + OsFilePath(path).getExtension() + "\"");
     return OPtrRet<HoOiioImageFile>(new HoOiioImageFile(path));
 }
 
@@ -180,7 +179,8 @@ OPtrRet<PiImageFileDetails> HoOiioImageFile::getDetails() const {
     std::string channels;
     for (int c = 0; c < s.nchannels; ++c)
         channels += (c ? "," : "") + std::string(s.channel_name(c));
-    int const bits = s.get_int_attribute("oiio:BitsPerSample", static_cast<int>(s.format.size() * 8));
+    int const bits =
+        s.get_int_attribute("oiio:BitsPerSample", static_cast<int>(s.format.size() * 8));
     std::string depth = LiStringUtil::convertNb(bits);
     if (s.format.is_floating_point())
         depth += " float";
@@ -200,7 +200,8 @@ void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& d
     ImPixelFormat const& pf = layout.getPixelFormat();
     VN_ASSERT(region.xmin == 0 && region.xmax == s.width && region.ymin >= 0 &&
               region.ymax <= s.height && !region.isEmpty());
-    VN_ASSERT(layout.getRegion().contains(region) && pf.getComps() == getFormat().getPixelFormat().getComps());
+    VN_ASSERT(layout.getRegion().contains(region) &&
+              pf.getComps() == getFormat().getPixelFormat().getComps());
     ++s_reads;
     ImWriteGuard const guard(destination);
     // The file's top line is the image's last row: its rows go downwards in memory.
@@ -224,13 +225,15 @@ void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& d
     default:
         parts = {{0, std::min(s.nchannels, 4), 0}};
     }
-    auto fail = [&](OIIO::ImageInput& in) { refuse("read", imp.path, firstLine(in.geterror())); };
+    auto fail = [&](OIIO::ImageInput& in) {
+        refuse("read", imp.path, firstLine(in.geterror()));
+    };
     std::size_t const compSize = static_cast<std::size_t>(pf.getComponentSize());
     if (s.tile_width <= 0) {
         std::byte* top = guard.getAddress(0, region.ymax - 1);
         for (Part const& p : parts)
-            if (!imp.in->read_scanlines(0, 0, s.y + fileBegin, s.y + fileEnd, 0, p.chBegin,
-                                        p.chEnd, type, top + p.comp * compSize, xs, ys))
+            if (!imp.in->read_scanlines(0, 0, s.y + fileBegin, s.y + fileEnd, 0, p.chBegin, p.chEnd,
+                                        type, top + p.comp * compSize, xs, ys))
                 fail(*imp.in);
         return;
     }
@@ -266,9 +269,9 @@ GePoint<int> HoOiioImageFile::beginImageWrite(ImFormat const& format) {
     VN_ASSERT(!imp.writing && !imp.in);
     ImPixelFormat const& pf = format.getPixelFormat();
     if (format.getWidth() < 1 || format.getHeight() < 1 || pf.getDepth() == ImPixelFormat::COMPLEX)
-        refuse("write", imp.path, "an image of " + std::to_string(format.getWidth()) + "x" +
-                                      std::to_string(format.getHeight()) +
-                                      " pixels of this format cannot be written");
+        refuse("write", imp.path,
+               "an image of " + std::to_string(format.getWidth()) + "x" +
+                   std::to_string(format.getHeight()) + " pixels of this format cannot be written");
     imp.temporary = temporaryBeside(imp.path);
     imp.out = OIIO::ImageOutput::create(imp.temporary);
     if (!imp.out)
@@ -424,11 +427,13 @@ OPtrRet<PiImageSequence> HoNumberedSequence::fromXml(XmlElement const& root) {
         VN_THROW_MSG(ExBase, "the frames " + std::to_string(first) + "-" + std::to_string(last) +
                                  " are not a range of 1 to " + std::to_string(kMaxFrames) +
                                  " frames");
-    std::string const missing = root.hasAttribute("missing") ? root.getAttribute("missing") : "error";
+    std::string const missing =
+        root.hasAttribute("missing") ? root.getAttribute("missing") : "error";
     if (missing != "error" && missing != "hold")
-        VN_THROW_MSG(ExBase, "\"missing\" is \"" + missing.substr(0, 32) +
-                                 "\", neither error nor hold");
-    return OPtrRet<PiImageSequence>(new HoNumberedSequence(pattern, first, last, missing == "hold"));
+        VN_THROW_MSG(ExBase,
+                     "\"missing\" is \"" + missing.substr(0, 32) + "\", neither error nor hold");
+    return OPtrRet<PiImageSequence>(
+        new HoNumberedSequence(pattern, first, last, missing == "hold"));
 }
 
 HoNumberedSequence::HoNumberedSequence(std::string pattern, int first, int last, bool holdMissing)
@@ -559,8 +564,8 @@ HoImageFileNode::HoImageFileNode(PxNode::Init const& init,
     OPtr<PiImageFile> const first = _sequence->getImageForReading(0);
     _fileFormat = first->getFormat();
     ImPixelFormat const& pf = _fileFormat.getPixelFormat();
-    _format = PxImageFormat(IxPixelFormat(pf.getComps(), pf.getDepth(), _fileFormat.getPixelRatio()),
-                            first->getRate());
+    _format = PxImageFormat(
+        IxPixelFormat(pf.getComps(), pf.getDepth(), _fileFormat.getPixelRatio()), first->getRate());
 }
 
 HoImageFileNode::~HoImageFileNode() = default;
@@ -619,8 +624,8 @@ PxImageResult HoImageFileNode::getImageResult(PxImageContext const& context) con
                     VN_THROW_MSG(ExBase, "frame " + std::to_string(index) + " (\"" +
                                              file->getPathText() +
                                              "\") differs in size or pixels from the first");
-                ImImage image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()),
-                                                "HoImageFileNode");
+                ImImage image =
+                    ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()), "HoImageFileNode");
                 file->beginImageRead({f.getWidth(), f.getHeight()});
                 file->readImage(f.getRegion(), image);
                 file->endImageRead();

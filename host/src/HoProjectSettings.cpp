@@ -20,8 +20,8 @@ struct Reader {
     std::string const& fileName;
 
     [[noreturn]] void refuse(std::string const& why) const {
-        VN_THROW_MSG(ExBase, "\"" + fileName + "\" line " +
-                                 std::to_string(doc.getLineOf(element)) + ": " + why);
+        VN_THROW_MSG(ExBase, "\"" + fileName + "\" line " + std::to_string(doc.getLineOf(element)) +
+                                 ": " + why);
     }
     [[noreturn]] void bad(std::string const& name, std::string const& text,
                           char const* expected) const {

@@ -81,8 +81,8 @@ std::vector<std::byte> reference(std::string const& path, ImPixelFormat const& p
                                 : pf.getDepth() == 16 ? OIIO::TypeDesc::HALF
                                                       : OIIO::TypeDesc::FLOAT;
     std::size_t const cs = type.size();
-    std::vector<std::byte> raw(static_cast<std::size_t>(spec.width) * spec.height *
-                               spec.nchannels * cs);
+    std::vector<std::byte> raw(static_cast<std::size_t>(spec.width) * spec.height * spec.nchannels *
+                               cs);
     EXPECT_TRUE(in->read_image(0, 0, 0, spec.nchannels, type, raw.data()));
     std::vector<std::byte> out(static_cast<std::size_t>(spec.width) * spec.height *
                                pf.getPixelSize());
@@ -112,13 +112,14 @@ TEST_F(ImageFileTest, ReadsEveryFormatExactlyWithRowsTurned) {
         EXPECT_EQ(file->getDetails()->getDetailString(), s.details);
         std::vector<std::byte> const ref = reference(path, s.expected);
         std::size_t const line = static_cast<std::size_t>(kWidth) * s.expected.getPixelSize();
-        for (GeRectangle<int> const band : {format.getRegion(), GeRectangle<int>{0, kWidth, 3, 5}}) {
+        for (GeRectangle<int> const band :
+             {format.getRegion(), GeRectangle<int>{0, kWidth, 3, 5}}) {
             ImImage const image = ImImage::create(ImLayout(s.expected, band));
             file->readImage(band, image);
             ImReadGuard const guard(image);
             for (int y = band.ymin; y < band.ymax; ++y)
-                ASSERT_EQ(std::memcmp(guard.getAddress(0, y),
-                                      ref.data() + (kHeight - 1 - y) * line, line),
+                ASSERT_EQ(std::memcmp(guard.getAddress(0, y), ref.data() + (kHeight - 1 - y) * line,
+                                      line),
                           0)
                     << "row " << y << " of band " << band.ymin << "-" << band.ymax;
         }
@@ -135,13 +136,15 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     put("head.exr", exr.substr(0, 40));
     put("text.png", "not an image at all");
     put("noise.exr", std::string("\x76\x2f\x31\x01") + std::string(300, '\x7f'));
-    for (char const* name : {"cut.exr", "cut.png", "head.exr", "text.png", "noise.exr", "none.tif"}) {
+    for (char const* name :
+         {"cut.exr", "cut.png", "head.exr", "text.png", "noise.exr", "none.tif"}) {
         SCOPED_TRACE(name);
         std::string const path = at(name).getString();
         try {
             OPtr<HoOiioImageFile> file = HoOiioImageFile::openForReading(path);
             ImFormat const f = file->getFormat();
-            file->readImage(f.getRegion(), ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion())));
+            file->readImage(f.getRegion(),
+                            ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion())));
             ADD_FAILURE() << "read";
         } catch (ExBase const& e) {
             std::string const why = e.getReason();
@@ -266,8 +269,9 @@ protected:
         return std::shared_ptr<PiImageSequence const>(
             PiImageSequence::create(at("seq.xml").getString()).release());
     }
-    PxStrongHndl<PxImageProtocol const> node(std::shared_ptr<PiImageSequence const> const& s,
-                                             std::size_t cache = HoImageFileNode::kDefaultCacheBytes) {
+    PxStrongHndl<PxImageProtocol const>
+    node(std::shared_ptr<PiImageSequence const> const& s,
+         std::size_t cache = HoImageFileNode::kDefaultCacheBytes) {
         PxStrongHndl<HoImageFileNode> h(new HoImageFileNode(PxNode::Init{"file"}, s, cache));
         PxNode::init(PxStrongHndl<PxNode>(h));
         return PxStrongHndl<PxImageProtocol const>(h.get());
@@ -290,7 +294,8 @@ TEST_F(ImageFileSourceTest, RendersEveryFormatExactly) {
         HoImage const image = HoRenderer::renderFrame(n, 0.0);
         ASSERT_EQ(std::pair(image.width, image.height), std::pair(kWidth, kHeight));
         ASSERT_EQ(image.format.getComps(), s.expected.getComps());
-        ASSERT_EQ(static_cast<int>(image.format.getDepth()), static_cast<int>(s.expected.getDepth()));
+        ASSERT_EQ(static_cast<int>(image.format.getDepth()),
+                  static_cast<int>(s.expected.getDepth()));
         EXPECT_EQ(image.pixels.size(), reference(path, s.expected).size());
         EXPECT_TRUE(image.pixels == reference(path, s.expected));
     }

@@ -66,8 +66,8 @@ protected:
     std::pair<int, std::string> run(std::string const& config, std::string const& options) {
         std::string const err = at("err.txt").getString();
         std::string const command = "VN_CONFIG_FILE_NAME='" + config + "' VN_RESOURCES_DIR='" +
-                                    at("resources").getString() + "' " VNRENDER_PATH " " +
-                                    options + " 2>" + err;
+                                    at("resources").getString() + "' " VNRENDER_PATH " " + options +
+                                    " 2>" + err;
         int const status = std::system(command.c_str());
         return {WEXITSTATUS(status), get("err.txt")};
     }

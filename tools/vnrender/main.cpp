@@ -157,16 +157,15 @@ int main(int argc, char** argv) {
         // The options given win over the project's defaults, which fill the rest.
         bool const sized = app.count("--width") > 0, tall = app.count("--height") > 0,
                    deep = app.count("--format") > 0;
-        VnRender::EngineSession session(
-            std::vector<std::string>(argv + 1, argv + argc),
-            [&](Vn::HoProjectSettings::Values& v) {
-                if (sized)
-                    v.width = job.width;
-                if (tall)
-                    v.height = job.height;
-                if (deep)
-                    v.depth = job.depth;
-            });
+        VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc),
+                                        [&](Vn::HoProjectSettings::Values& v) {
+                                            if (sized)
+                                                v.width = job.width;
+                                            if (tall)
+                                                v.height = job.height;
+                                            if (deep)
+                                                v.depth = job.depth;
+                                        });
         Vn::PiProjectSettings const& project = Vn::PiProjectSettings::getInstance();
         job.width = project.getDefaultWidth();
         job.height = project.getDefaultHeight();

@@ -23,9 +23,7 @@ public:
     // Replaces the value of a name already there.
     void addCustomDetail(std::string const& name, std::string const& value);
     std::string getDetail(Details const& detail) const;
-    std::map<std::string, std::string> const& getCustomDetails() const noexcept {
-        return _custom;
-    }
+    std::map<std::string, std::string> const& getCustomDetails() const noexcept { return _custom; }
     // Channels, depth and tiled, each followed by a blank; the pixel ratio when its text is not
     // empty; the clip type when known, without a blank; then the custom details by name.
     std::string getDetailString() const;

@@ -70,7 +70,8 @@ TEST(PiFile, RateFollowsTheProjectAndResetsGoBackToDefaults) {
     after.setRatio(Rational(2));
     after.resetRate();
     after.resetPixelRatio();
-    EXPECT_EQ(std::pair(after.getRate(), after.getPixelRatio()), std::pair(Rational(25), Rational(1)));
+    EXPECT_EQ(std::pair(after.getRate(), after.getPixelRatio()),
+              std::pair(Rational(25), Rational(1)));
     Settings::down();
     EXPECT_EQ(after.getPathText(), "/x/\xc3\xa9t\xc3\xa9.img");
     EXPECT_EQ(after.beginImageWrite(ImFormat(7, 5, ImPixelFormat(3, 8))), (GePoint<int>{7, 5}));
@@ -81,8 +82,10 @@ TEST(PiFile, EncodingsAndDetailsByComponents) {
         int n;
         char const* encoding;
         char const* channels;
-    } const cases[] = {{1, "Alpha", "Alpha"},     {2, "Lum, Alpha", "Lum,Alpha"},
-                       {3, "RGB", "R,G,B"},       {4, "RGBA", "R,G,B,A"},
+    } const cases[] = {{1, "Alpha", "Alpha"},
+                       {2, "Lum, Alpha", "Lum,Alpha"},
+                       {3, "RGB", "R,G,B"},
+                       {4, "RGBA", "R,G,B,A"},
                        {5, nullptr, "Unknown"}};
     for (auto const& c : cases) {
         Plain const f(c.n);
