@@ -7,6 +7,7 @@
 
 #include <OpenImageIO/imageio.h>
 
+#include <array>
 #include <cstring>
 
 using namespace Vn;
@@ -351,6 +352,34 @@ TEST_F(ImageFileSourceTest, SequenceFrameByFrameMissingFramesAndTheCacheBound) {
         EXPECT_EQ(HoOiioImageFile::getReadCount() - before, reads) << budget;
         EXPECT_LE(static_cast<HoImageFileNode const&>(*cached).getCachedBytes(),
                   std::max<std::size_t>(budget, 8 * 4 * 16 + 64 * 4));
+    }
+}
+
+// The rate and pixel ratio a file states make the node's format; the frame widens with the
+// ratio. Without them the node takes square pixels and the default rate.
+TEST_F(ImageFileSourceTest, FormatRateAndPixelRatioComeFromTheFile) {
+    OIIO::ImageSpec spec(6, 4, 3, OIIO::TypeDesc::HALF);
+    spec.attribute("FramesPerSecond", OIIO::TypeRational, std::array<int, 2>{30000, 1001}.data());
+    spec.attribute("PixelAspectRatio", 2.0f);
+    std::vector<float> const px(6 * 4 * 3, 0.5f);
+    std::string const path = at("wide.1.exr").getString();
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(out->open(path, spec) && out->write_image(OIIO::TypeDesc::FLOAT, px.data()) &&
+                out->close());
+    writeFrame(at("plain.1.exr").getString(), 1);
+    struct {
+        char const* pattern;
+        Rational rate, ratio;
+        float width;
+    } const cases[] = {{"wide.#.exr", Rational(30000, 1001), Rational(2), 12.0f},
+                       {"plain.#.exr", Rational(24), Rational(1), 8.0f}};
+    for (auto const& c : cases) {
+        auto const n = node(sequence("<NumberedSequence pattern='" + at(c.pattern).getString() +
+                                     "' first='1' last='1'/>"));
+        PxImageFormat const f = n->getImageFormat();
+        EXPECT_EQ(f.getFrameRate(), c.rate) << c.pattern;
+        EXPECT_EQ(f.getPixelFormat().getAspectRatio(), c.ratio) << c.pattern;
+        EXPECT_EQ(n->getImageROD(PxTimeStreamContext(0.0, 0)).getROD().xmax, c.width);
     }
 }
 

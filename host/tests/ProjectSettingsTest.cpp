@@ -82,6 +82,11 @@ TEST_F(RenderProgramConfig, TheConfigurationSetsTheDefaultsAndOptionsWin) {
     EXPECT_EQ(run("small.xml", "--width 6 -o " + out).first, 0);
     image = HoImageFile::read(out);
     EXPECT_EQ(std::pair(image.width, image.height), std::pair(6, 4));
+    // The option names the file over the variable.
+    put("other.xml", settings("width='3' height='2'"));
+    EXPECT_EQ(run("small.xml", "--config " + at("other.xml").getString() + " -o " + out).first, 0);
+    image = HoImageFile::read(out);
+    EXPECT_EQ(std::pair(image.width, image.height), std::pair(3, 2));
 
     auto const [code, err] = run("absent.xml", "-o " + at("b.exr").getString());
     EXPECT_EQ(code, 1);

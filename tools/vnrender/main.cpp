@@ -124,6 +124,10 @@ int main(int argc, char** argv) {
     app.add_option("--filter", filter,
                    "How --pan moves it: none (whole pixels), nearest, bilinear, mitchell, ewa, "
                    "ewa-gauss, ewa-jinc2, ewa-jinc3, or a filter value 0-6");
+    std::string config;
+    app.add_option("--config", config,
+                   "Configuration file with the project's defaults; else $VN_CONFIG_FILE_NAME, "
+                   "else config.xml in the working folder or in \"config\" beside vnrender");
     app.add_flag("-q,--quiet", quiet, "Print only errors");
     app.add_flag("--dump-dag", dumpDag,
                  "Also write the processing graph as DOT beside the first output (NAME.dag.dot), "
@@ -157,7 +161,11 @@ int main(int argc, char** argv) {
         // The options given win over the project's defaults, which fill the rest.
         bool const sized = app.count("--width") > 0, tall = app.count("--height") > 0,
                    deep = app.count("--format") > 0;
-        VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc),
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        // The library's setting reads the file's name from its "config:" argument.
+        if (!config.empty())
+            arguments.push_back("config:" + config);
+        VnRender::EngineSession session(std::move(arguments),
                                         [&](Vn::HoProjectSettings::Values& v) {
                                             if (sized)
                                                 v.width = job.width;
