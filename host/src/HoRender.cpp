@@ -1,6 +1,7 @@
 #include "HoRender.h"
 #include "Assertions.h"
 #include "HoGraph.h"
+#include "HoImageFiles.h"
 #include "HoImageNodes.h"
 #include "HoTools.h"
 #include "IxConvertUtil.h"
@@ -295,9 +296,7 @@ void HoImageFile::write(HoImage const& image, std::string const& path) {
         if (ec)
             HO_FAIL("cannot write '" + path + "': " + ec.message());
     }
-    fs::path tmp = final;
-    tmp.replace_filename("." + final.stem().string() + ".partial-" + std::to_string(::getpid()) +
-                         final.extension().string());
+    fs::path const tmp = HoOiioImageFile::temporaryBeside(path);
     auto out = OIIO::ImageOutput::create(tmp.string());
     if (!out)
         HO_FAIL("cannot write '" + path + "': no image format for the extension '" +
@@ -316,12 +315,10 @@ void HoImageFile::write(HoImage const& image, std::string const& path) {
         fs::remove(tmp, ignored);
         HO_FAIL("cannot write '" + path + "': " + why);
     }
-    std::error_code ec;
-    fs::rename(tmp, final, ec);
-    if (ec) {
-        std::error_code ignored;
-        fs::remove(tmp, ignored);
-        HO_FAIL("cannot write '" + path + "': " + ec.message());
+    try {
+        HoOiioImageFile::commitTemporary(tmp.string(), path);
+    } catch (ExBase const& e) {
+        HO_FAIL("cannot write '" + path + "': " + e.getReason());
     }
 }
 

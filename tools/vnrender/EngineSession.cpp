@@ -1,5 +1,8 @@
 #include "EngineSession.h"
 
+#include "HoImageFiles.h"
+#include "HoProjectSettings.h"
+#include "HoRender.h"
 #include "HoToolRegistry.h"
 #include "HoTools.h"
 #include "HoUserSettings.h"
@@ -10,7 +13,7 @@
 
 namespace VnRender {
 
-EngineSession::EngineSession(std::vector<std::string> arguments)
+EngineSession::EngineSession(std::vector<std::string> arguments, ProjectOverrides const& overrides)
     : _uncaught(std::uncaught_exceptions()) {
     auto& mgr = Vn::InInitMgr::getInstance();
     mgr.setArguments(std::move(arguments));
@@ -20,9 +23,31 @@ EngineSession::EngineSession(std::vector<std::string> arguments)
     (void)Vn::HoUserSettings::install();
     // The application's tools, as compositions name them.
     Vn::HoTools::registerTools(Vn::HoToolRegistry::initialize());
+    Vn::HoNumberedSequence::registerKind();
+    // The project's defaults come from the configuration, then from the command line.
+    try {
+        Vn::HoProjectSettings::Values values = Vn::HoProjectSettings::fromConfiguration();
+        if (overrides)
+            overrides(values);
+        Vn::HoProjectSettings::install(values);
+    } catch (Vn::ExBase const& e) {
+        stop();
+        // The user's to mend: the reason alone, not where the library raised it.
+        throw Vn::HoRenderError(__FILE__, __LINE__, e.getReason());
+    } catch (...) {
+        stop();
+        throw;
+    }
+}
+
+void EngineSession::stop() {
+    Vn::HoToolRegistry::finalize();
+    Vn::HoUserSettings::uninstall();
+    Vn::InInitMgr::getInstance().finalize();
 }
 
 EngineSession::~EngineSession() noexcept(false) {
+    Vn::HoProjectSettings::uninstall();
     Vn::HoToolRegistry::finalize();
     Vn::HoUserSettings::uninstall();
     // While another failure unwinds, a second one from stopping would end the process.

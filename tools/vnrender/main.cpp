@@ -174,11 +174,11 @@ int main(int argc, char** argv) {
     bool info = false;
     bool version = false;
     bool dumpDag = false;
-    app.add_option("--width", job.width, "Width in pixels")->capture_default_str();
-    app.add_option("--height", job.height, "Height in pixels")->capture_default_str();
-    app.add_option("--format", format, "Pixel depth: uint8, half or float")
-        ->check(CLI::IsMember({"uint8", "half", "float"}))
-        ->capture_default_str();
+    app.add_option("--width", job.width, "Width in pixels; the project's when not given");
+    app.add_option("--height", job.height, "Height in pixels; the project's when not given");
+    app.add_option("--format", format,
+                   "Pixel depth: uint8, half or float; the project's when not given")
+        ->check(CLI::IsMember({"uint8", "half", "float"}));
     app.add_option("--frames", frames,
                    "Frames A-B to render; output names then need '#' or '%04d' for the number");
     app.add_option("--threads", job.threads, "How many workers may run at once")
@@ -192,6 +192,10 @@ int main(int argc, char** argv) {
     app.add_option("--filter", filter,
                    "How --pan moves it: none (whole pixels), nearest, bilinear, mitchell, ewa, "
                    "ewa-gauss, ewa-jinc2, ewa-jinc3, or a filter value 0-6");
+    std::string config;
+    app.add_option("--config", config,
+                   "Configuration file with the project's defaults; else $VN_CONFIG_FILE_NAME, "
+                   "else config.xml in the working folder or in \"config\" beside vnrender");
     app.add_flag("-q,--quiet", quiet, "Print only errors");
     app.add_flag("--dump-dag", dumpDag,
                  "Also write the processing graph as DOT beside the first output (NAME.dag.dot), "
@@ -232,7 +236,10 @@ int main(int argc, char** argv) {
 
     try {
         if (!composition.empty()) {
-            VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
+            std::vector<std::string> arguments(argv + 1, argv + argc);
+            if (!config.empty())
+                arguments.push_back("config:" + config);
+            VnRender::EngineSession session(std::move(arguments));
             std::optional<std::pair<int, int>> range;
             if (!frames.empty())
                 range = job.frames;
@@ -245,7 +252,27 @@ int main(int argc, char** argv) {
             job.validate();
         if (dumpDag)
             job.dagFile = job.defaultDagFile();
-        VnRender::EngineSession session(std::vector<std::string>(argv + 1, argv + argc));
+        // The options given win over the project's defaults, which fill the rest.
+        bool const sized = app.count("--width") > 0, tall = app.count("--height") > 0,
+                   deep = app.count("--format") > 0;
+        std::vector<std::string> arguments(argv + 1, argv + argc);
+        // The library's setting reads the file's name from its "config:" argument.
+        if (!config.empty())
+            arguments.push_back("config:" + config);
+        VnRender::EngineSession session(std::move(arguments),
+                                        [&](Vn::HoProjectSettings::Values& v) {
+                                            if (sized)
+                                                v.width = job.width;
+                                            if (tall)
+                                                v.height = job.height;
+                                            if (deep)
+                                                v.depth = job.depth;
+                                        });
+        Vn::PiProjectSettings const& project = Vn::PiProjectSettings::getInstance();
+        job.width = project.getDefaultWidth();
+        job.height = project.getDefaultHeight();
+        job.depth = project.getDefaultDepth();
+        job.frameRate = project.getDefaultRate();
         if (version) {
             std::cout << Vn::InBuildInfo::getBuildInformationString() << "\n";
             return 0;

@@ -99,6 +99,16 @@ public:
         CREATE_OR_TRUNCATE,
     };
 
+    // Held around changes of descriptors that must not interleave across threads, such as
+    // closing a stream whose number another thread could be handed at once. Nests.
+    class VN_EXPORT FileDescriptorManipGuard {
+    public:
+        FileDescriptorManipGuard();
+        FileDescriptorManipGuard(FileDescriptorManipGuard const&) = delete;
+        FileDescriptorManipGuard& operator=(FileDescriptorManipGuard const&) = delete;
+        ~FileDescriptorManipGuard();
+    };
+
     OsFile() = default;
     OsFile(OsFile const&) = delete;
     OsFile& operator=(OsFile const&) = delete;

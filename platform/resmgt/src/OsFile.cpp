@@ -141,6 +141,21 @@ void OsFileDescriptor::reset(int fd) noexcept {
     _fd = fd;
 }
 
+namespace {
+std::recursive_mutex& descriptorMutex() {
+    static std::recursive_mutex* m = new std::recursive_mutex;
+    return *m;
+}
+} // namespace
+
+OsFile::FileDescriptorManipGuard::FileDescriptorManipGuard() {
+    descriptorMutex().lock();
+}
+
+OsFile::FileDescriptorManipGuard::~FileDescriptorManipGuard() {
+    descriptorMutex().unlock();
+}
+
 OsFile::~OsFile() = default;
 
 void OsFile::open(OsFilePath const& path, OpenMode mode, unsigned permissions) {

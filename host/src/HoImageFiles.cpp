@@ -1,0 +1,650 @@
+#include "HoImageFiles.h"
+
+#include "Assertions.h"
+#include "HoRender.h"
+#include "LiStringUtil.h"
+#include "OsFile.h"
+#include "PiImageFileDetails.h"
+#include "XmlDocument.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <numeric>
+#include <unistd.h>
+
+namespace Vn {
+
+namespace {
+
+std::atomic<long> s_reads{0};
+std::atomic<unsigned> s_temporaries{0};
+
+std::string firstLine(std::string const& text) {
+    std::string const line = text.substr(0, text.find('\n'));
+    return line.empty() ? "unknown error" : line;
+}
+
+[[noreturn]] void refuse(std::string const& what, std::string const& path, std::string const& why) {
+    VN_THROW_MSG(ExBase, "cannot " + what + " \"" + path + "\": " + why);
+}
+
+OIIO::TypeDesc typeOf(ImPixelFormat::Depth depth) {
+    switch (depth) {
+    case ImPixelFormat::UINT8:
+        return OIIO::TypeDesc::UINT8;
+    case ImPixelFormat::FLOAT16:
+        return OIIO::TypeDesc::HALF;
+    default:
+        return OIIO::TypeDesc::FLOAT;
+    }
+}
+
+// Integers wider than 8 bits need float to stay exact; half stays half.
+ImPixelFormat::Depth depthOf(OIIO::TypeDesc const& type) {
+    if (type == OIIO::TypeDesc::UINT8)
+        return ImPixelFormat::UINT8;
+    if (type == OIIO::TypeDesc::HALF)
+        return ImPixelFormat::FLOAT16;
+    return ImPixelFormat::FLOAT32;
+}
+
+Rational rationalOf(float ratio) {
+    if (!std::isfinite(ratio) || ratio <= 0.0f || ratio > 1e6f)
+        return Rational(1);
+    auto const num = static_cast<std::int64_t>(std::lround(static_cast<double>(ratio) * 10000.0));
+    std::int64_t const g = std::gcd(num, std::int64_t{10000});
+    return num > 0 ? Rational(num / g, 10000 / g) : Rational(1);
+}
+
+void checkSeam(OsFaultInjector::Operation op, char const* what, std::string const& path) {
+    if (int const e = OsFaultInjector::check(op))
+        throw OsFileError(__FILE__, __LINE__, what, path, e);
+}
+
+} // namespace
+
+struct HoOiioImageFile::Imp {
+    std::string path;
+    std::unique_ptr<OIIO::ImageInput> in;
+    OIIO::ImageSpec spec;
+    std::unique_ptr<OIIO::ImageOutput> out;
+    std::string temporary;
+    ImFormat writeFormat;
+    bool writing = false;
+    bool hasRate = false;
+    Rational fileRate;
+};
+
+HoOiioImageFile::HoOiioImageFile(std::string const& path)
+    : PiImageFile(nullptr, WideStringUtil::widenMB(path)), _imp(new Imp) {
+    _imp->path = path;
+}
+
+HoOiioImageFile::~HoOiioImageFile() {
+    if (_imp->writing) {
+        try {
+            abortImageWrite();
+        } catch (ExBase const&) {
+            // The temporary stays; the target was never touched.
+        }
+    }
+}
+
+OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path) {
+    OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
+    Imp& imp = *file->_imp;
+    imp.in = OIIO::ImageInput::open(path);
+    if (!imp.in)
+        refuse("read", path, firstLine(OIIO::geterror()));
+    imp.spec = imp.in->spec();
+    OIIO::ImageSpec const& s = imp.spec;
+    if (s.width < 1 || s.height < 1 || s.nchannels < 1 || s.depth != 1 ||
+        s.width > getMaxRect().xmax || s.height > getMaxRect().ymax)
+        refuse("read", path,
+               "an image of " + std::to_string(s.width) + "x" + std::to_string(s.height) + "x" +
+                   std::to_string(s.depth) + " pixels with " + std::to_string(s.nchannels) +
+                   " channels is not a picture that can be read");
+    float const ratio = s.get_float_attribute("PixelAspectRatio", 0.0f);
+    if (ratio > 0.0f) {
+        file->_pixelRatio = rationalOf(ratio);
+        Rational const& r = file->_pixelRatio;
+        file->_pixelRatioText =
+            std::to_string(r.getNumerator()) +
+            (r.getDenominator() == 1 ? "" : "/" + std::to_string(r.getDenominator()));
+    }
+    if (OIIO::ParamValue const* fps = s.find_attribute("FramesPerSecond", OIIO::TypeRational)) {
+        int const* r = static_cast<int const*>(fps->data());
+        if (r[0] > 0 && r[1] > 0) {
+            imp.hasRate = true;
+            imp.fileRate = Rational(r[0], r[1]);
+            file->_rate = imp.fileRate;
+        }
+    }
+    file->_components = std::min(s.nchannels, 4);
+    file->_depth = static_cast<int>(s.format.size() * 8);
+    return file;
+}
+
+OPtrRet<HoOiioImageFile> HoOiioImageFile::createForWriting(std::string const& path) {
+    if (!OIIO::ImageOutput::create(path))
+        refuse("write", path,
+               "no image format writes the extension \"" + OsFilePath(path).getExtension() + "\"");
+    return OPtrRet<HoOiioImageFile>(new HoOiioImageFile(path));
+}
+
+ImFormat HoOiioImageFile::getFormat() const {
+    if (_imp->writing)
+        return _imp->writeFormat;
+    OIIO::ImageSpec const& s = _imp->spec;
+    int const comps = s.nchannels == 1 || s.nchannels == 3 ? 3 : 4;
+    return ImFormat(s.width, s.height, ImPixelFormat(comps, depthOf(s.format)), _pixelRatio);
+}
+
+int HoOiioImageFile::getNbComponents() const {
+    return _imp->writing ? _imp->writeFormat.getPixelFormat().getComps()
+                         : std::min(_imp->spec.nchannels, 4);
+}
+
+char const* HoOiioImageFile::getCompression() const {
+    OIIO::ParamValue const* p = _imp->spec.find_attribute("compression", OIIO::TypeString);
+    return p ? *static_cast<char const* const*>(p->data()) : nullptr;
+}
+
+bool HoOiioImageFile::hasPixelRatio() const {
+    return !_pixelRatioText.empty();
+}
+
+bool HoOiioImageFile::hasRate() const {
+    return _imp->hasRate;
+}
+
+void HoOiioImageFile::resetRate() {
+    PiImageFile::resetRate();
+    if (_imp->hasRate)
+        _rate = _imp->fileRate;
+}
+
+bool HoOiioImageFile::isTiled() const {
+    return _imp->spec.tile_width > 0;
+}
+
+OPtrRet<PiImageFileDetails> HoOiioImageFile::getDetails() const {
+    OIIO::ImageSpec const& s = _imp->spec;
+    std::string channels;
+    for (int c = 0; c < s.nchannels; ++c)
+        channels += (c ? "," : "") + std::string(s.channel_name(c));
+    int const bits =
+        s.get_int_attribute("oiio:BitsPerSample", static_cast<int>(s.format.size() * 8));
+    std::string depth = LiStringUtil::convertNb(bits);
+    if (s.format.is_floating_point())
+        depth += " float";
+    OPtr<PiImageFileDetails> d(new PiImageFileDetails(isTiled(), depth, channels));
+    d->setDetail(PiImageFileDetails::PIXEL_RATIO, getPixelRatioStringFromFile());
+    if (char const* c = getCompression())
+        d->addCustomDetail("Compression", c);
+    d->addCustomDetail("Format", _imp->in ? _imp->in->format_name() : "");
+    return d;
+}
+
+void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& destination) {
+    Imp& imp = *_imp;
+    VN_ASSERT(imp.in);
+    OIIO::ImageSpec const& s = imp.spec;
+    ImLayout const& layout = destination.getLayout();
+    ImPixelFormat const& pf = layout.getPixelFormat();
+    VN_ASSERT(region.xmin == 0 && region.xmax == s.width && region.ymin >= 0 &&
+              region.ymax <= s.height && !region.isEmpty());
+    VN_ASSERT(layout.getRegion().contains(region) &&
+              pf.getComps() == getFormat().getPixelFormat().getComps());
+    ++s_reads;
+    ImWriteGuard const guard(destination);
+    // The file's top line is the image's last row: its rows go downwards in memory.
+    std::ptrdiff_t const ys = -static_cast<std::ptrdiff_t>(layout.getLineStride());
+    std::ptrdiff_t const xs = pf.getPixelSize();
+    OIIO::TypeDesc const type = typeOf(pf.getDepth());
+    int const fileBegin = s.height - region.ymax;
+    int const fileEnd = s.height - region.ymin;
+    // Which file channels go to which component: grey to red, green and blue.
+    struct Part {
+        int chBegin, chEnd, comp;
+    };
+    std::vector<Part> parts;
+    switch (s.nchannels) {
+    case 1:
+        parts = {{0, 1, 0}, {0, 1, 1}, {0, 1, 2}};
+        break;
+    case 2:
+        parts = {{0, 1, 0}, {0, 1, 1}, {0, 1, 2}, {1, 2, 3}};
+        break;
+    default:
+        parts = {{0, std::min(s.nchannels, 4), 0}};
+    }
+    auto fail = [&](OIIO::ImageInput& in) {
+        refuse("read", imp.path, firstLine(in.geterror()));
+    };
+    std::size_t const compSize = static_cast<std::size_t>(pf.getComponentSize());
+    if (s.tile_width <= 0) {
+        std::byte* top = guard.getAddress(0, region.ymax - 1);
+        for (Part const& p : parts)
+            if (!imp.in->read_scanlines(0, 0, s.y + fileBegin, s.y + fileEnd, 0, p.chBegin, p.chEnd,
+                                        type, top + p.comp * compSize, xs, ys))
+                fail(*imp.in);
+        return;
+    }
+    // Tiles are read by whole tile rows; rows beyond the region go to a buffer of their own.
+    int const th = s.tile_height;
+    int const tileBegin = fileBegin - fileBegin % th;
+    int const tileEnd = std::min(s.height, (fileEnd + th - 1) / th * th);
+    bool const aligned = tileBegin == fileBegin && tileEnd == fileEnd;
+    std::vector<std::byte> spare;
+    std::byte* top = nullptr;
+    std::ptrdiff_t stride = ys;
+    if (aligned) {
+        top = guard.getAddress(0, region.ymax - 1);
+    } else {
+        stride = xs * s.width;
+        spare.resize(static_cast<std::size_t>(stride) * (tileEnd - tileBegin));
+        top = spare.data();
+    }
+    for (Part const& p : parts)
+        if (!imp.in->read_tiles(0, 0, s.x, s.x + s.width, s.y + tileBegin, s.y + tileEnd, s.z,
+                                s.z + 1, p.chBegin, p.chEnd, type, top + p.comp * compSize, xs,
+                                stride, OIIO::AutoStride))
+            fail(*imp.in);
+    if (!aligned)
+        for (int fy = fileBegin; fy < fileEnd; ++fy)
+            std::memcpy(guard.getAddress(0, s.height - 1 - fy),
+                        spare.data() + static_cast<std::size_t>(fy - tileBegin) * stride,
+                        static_cast<std::size_t>(stride));
+}
+
+GePoint<int> HoOiioImageFile::beginImageWrite(ImFormat const& format) {
+    Imp& imp = *_imp;
+    VN_ASSERT(!imp.writing && !imp.in);
+    ImPixelFormat const& pf = format.getPixelFormat();
+    if (format.getWidth() < 1 || format.getHeight() < 1 || pf.getDepth() == ImPixelFormat::COMPLEX)
+        refuse("write", imp.path,
+               "an image of " + std::to_string(format.getWidth()) + "x" +
+                   std::to_string(format.getHeight()) + " pixels of this format cannot be written");
+    imp.temporary = temporaryBeside(imp.path);
+    imp.out = OIIO::ImageOutput::create(imp.temporary);
+    if (!imp.out)
+        refuse("write", imp.path, "no image format writes its extension");
+    OIIO::ImageSpec spec(format.getWidth(), format.getHeight(), pf.getComps(),
+                         typeOf(pf.getDepth()));
+    if (pf.getComps() == 4)
+        spec.alpha_channel = 3;
+    if (format.getPixelRatio() != Rational(1))
+        spec.attribute("PixelAspectRatio", static_cast<float>(format.getPixelRatio().toDouble()));
+    checkSeam(OsFaultInjector::OPEN, "open", imp.temporary);
+    if (!imp.out->open(imp.temporary, spec)) {
+        std::string const why = firstLine(imp.out->geterror());
+        imp.out.reset();
+        std::remove(imp.temporary.c_str());
+        refuse("write", imp.path, why);
+    }
+    imp.writeFormat = format;
+    imp.writing = true;
+    return {format.getWidth(), format.getHeight()};
+}
+
+void HoOiioImageFile::writeImage(ImImageConst const& source) {
+    Imp& imp = *_imp;
+    VN_ASSERT(imp.writing);
+    ImLayout const& layout = source.getLayout();
+    ImPixelFormat const& pf = layout.getPixelFormat();
+    VN_ASSERT(pf == imp.writeFormat.getPixelFormat() &&
+              layout.getRegion().contains(imp.writeFormat.getRegion()));
+    try {
+        checkSeam(OsFaultInjector::WRITE, "write", imp.temporary);
+        ImReadGuard const guard(source);
+        int const h = imp.writeFormat.getHeight();
+        if (!imp.out->write_image(typeOf(pf.getDepth()), guard.getAddress(0, h - 1),
+                                  pf.getPixelSize(),
+                                  -static_cast<std::ptrdiff_t>(layout.getLineStride())))
+            refuse("write", imp.path, firstLine(imp.out->geterror()));
+    } catch (...) {
+        abortImageWrite();
+        throw;
+    }
+}
+
+void HoOiioImageFile::endImageWrite() {
+    Imp& imp = *_imp;
+    VN_ASSERT(imp.writing);
+    try {
+        checkSeam(OsFaultInjector::CLOSE, "close", imp.temporary);
+        bool const ok = imp.out->close();
+        std::string const why = ok ? std::string() : firstLine(imp.out->geterror());
+        imp.out.reset();
+        if (!ok)
+            refuse("write", imp.path, why);
+    } catch (...) {
+        abortImageWrite();
+        throw;
+    }
+    imp.writing = false;
+    commitTemporary(imp.temporary, imp.path);
+}
+
+void HoOiioImageFile::abortImageWrite() {
+    Imp& imp = *_imp;
+    if (!imp.writing)
+        return;
+    imp.writing = false;
+    imp.out.reset();
+    closeStreamQuietly();
+    std::remove(imp.temporary.c_str());
+}
+
+long HoOiioImageFile::getReadCount() noexcept {
+    return s_reads.load();
+}
+
+std::string HoOiioImageFile::temporaryBeside(std::string const& target) {
+    OsFilePath const t(target);
+    std::string const ext = t.getExtension();
+    std::string const name = "." + t.getBaseName() + ".partial-" + std::to_string(::getpid()) +
+                             "-" + std::to_string(s_temporaries++) + (ext.empty() ? "" : "." + ext);
+    OsFilePath const parent = t.getParent();
+    return parent.isEmpty() ? name : parent.append(name).getString();
+}
+
+void HoOiioImageFile::commitTemporary(std::string const& temporary, std::string const& target) {
+    try {
+        checkSeam(OsFaultInjector::OPEN, "open", temporary);
+        OsFileDescriptor fd(::open(temporary.c_str(), O_RDONLY | O_CLOEXEC));
+        if (!fd.isOpen())
+            throw OsFileError(__FILE__, __LINE__, "open", temporary, errno);
+        checkSeam(OsFaultInjector::FSYNC, "fsync", temporary);
+        if (::fsync(fd.get()) != 0)
+            throw OsFileError(__FILE__, __LINE__, "fsync", temporary, errno);
+        checkSeam(OsFaultInjector::CLOSE, "close", temporary);
+        {
+            OsFile::FileDescriptorManipGuard const guard;
+            if (::close(fd.release()) != 0)
+                throw OsFileError(__FILE__, __LINE__, "close", temporary, errno);
+        }
+        OsFsUtils::rename(OsFilePath(temporary), OsFilePath(target));
+    } catch (...) {
+        std::remove(temporary.c_str());
+        throw;
+    }
+    OsFilePath const folder = OsFilePath(target).getParent();
+    OsFsUtils::fsyncFolder(folder.isEmpty() ? OsFilePath(".") : folder);
+}
+
+} // namespace Vn
+
+namespace Vn {
+
+namespace {
+int frameAttribute(XmlElement const& root, char const* name) {
+    std::string const text = root.getAttribute(name);
+    long long v = 0;
+    std::size_t used = 0;
+    try {
+        v = std::stoll(text, &used);
+    } catch (std::logic_error const&) {
+        used = 0;
+    }
+    if (used == 0 || used != text.size() || v < -100'000'000 || v > 100'000'000)
+        VN_THROW_MSG(ExBase, std::string("\"") + name + "\" is \"" + text.substr(0, 32) +
+                                 "\", not a frame number");
+    return static_cast<int>(v);
+}
+} // namespace
+
+void HoNumberedSequence::registerKind() {
+    PiImageSequence::registerFactory(kRootName, &HoNumberedSequence::fromXml);
+}
+
+OPtrRet<PiImageSequence> HoNumberedSequence::fromXml(XmlElement const& root) {
+    for (auto const& [name, value] : root.getAttributes())
+        if (name != "pattern" && name != "first" && name != "last" && name != "missing")
+            VN_THROW_MSG(ExBase, "unknown attribute \"" + name.substr(0, 32) + "\"");
+    std::string const pattern = root.getAttribute("pattern");
+    if (!HoImageFile::hasFramePattern(pattern))
+        VN_THROW_MSG(ExBase, "the pattern \"" + pattern.substr(0, 256) +
+                                 "\" has no frame number ('#' or '%04d')");
+    // A printf width beyond two digits pads nothing sensible and could ask for gigabytes.
+    std::string const name = OsFilePath(pattern).getFileName();
+    for (std::size_t p = name.find('%'); p != std::string::npos; p = name.find('%', p + 1)) {
+        std::size_t const digits = name.find_first_not_of("0123456789", p + 1) - (p + 1);
+        if (digits > 2)
+            VN_THROW_MSG(ExBase, "the pattern \"" + pattern.substr(0, 256) +
+                                     "\" pads frame numbers beyond 99 digits");
+    }
+    int const first = frameAttribute(root, "first");
+    int const last = frameAttribute(root, "last");
+    if (last < first || static_cast<long long>(last) - first >= kMaxFrames)
+        VN_THROW_MSG(ExBase, "the frames " + std::to_string(first) + "-" + std::to_string(last) +
+                                 " are not a range of 1 to " + std::to_string(kMaxFrames) +
+                                 " frames");
+    std::string const missing =
+        root.hasAttribute("missing") ? root.getAttribute("missing") : "error";
+    if (missing != "error" && missing != "hold")
+        VN_THROW_MSG(ExBase,
+                     "\"missing\" is \"" + missing.substr(0, 32) + "\", neither error nor hold");
+    return OPtrRet<PiImageSequence>(
+        new HoNumberedSequence(pattern, first, last, missing == "hold"));
+}
+
+HoNumberedSequence::HoNumberedSequence(std::string pattern, int first, int last, bool holdMissing)
+    : _pattern(std::move(pattern)), _first(first), _last(last), _holdMissing(holdMissing) {
+    VN_ASSERT(first <= last);
+}
+
+std::string HoNumberedSequence::getImagePath(int index) const {
+    if (index < 0 || index >= getNbImages())
+        VN_THROW_MSG(ExBase, "image " + std::to_string(index) + " is not in the sequence \"" +
+                                 _pattern + "\" of " + std::to_string(getNbImages()) + " images");
+    return HoImageFile::expandFramePattern(_pattern, _first + index);
+}
+
+OPtrRet<PiImageFile> HoNumberedSequence::openImageForReading(int index,
+                                                             ImMemory::Factory const&) const {
+    std::string path = getImagePath(index);
+    int frame = _first + index;
+    if (!OsFsUtils::fileExists(OsFilePath(path))) {
+        if (!_holdMissing)
+            VN_THROW_MSG(ExBase, "frame " + std::to_string(frame) + " is missing: no file \"" +
+                                     path + "\"");
+        // The nearest frame on disk, the earlier on a tie.
+        bool found = false;
+        for (int d = 1; !found && (index - d >= 0 || index + d < getNbImages()); ++d)
+            for (int i : {index - d, index + d})
+                if (!found && i >= 0 && i < getNbImages() &&
+                    OsFsUtils::fileExists(OsFilePath(getImagePath(i)))) {
+                    path = getImagePath(i);
+                    frame = _first + i;
+                    found = true;
+                }
+        if (!found)
+            VN_THROW_MSG(ExBase, "no frame of the sequence \"" + _pattern + "\" is on disk");
+    }
+    try {
+        return HoOiioImageFile::openForReading(path);
+    } catch (ExBase const& e) {
+        VN_THROW_MSG(ExBase, "frame " + std::to_string(frame) + ": " + e.getReason());
+    }
+}
+
+ImFormat HoNumberedSequence::getFormat() const {
+    // The first frame on disk sets the format; with missing frames held, any one may.
+    return getImageForReading(0)->getFormat();
+}
+
+std::string HoNumberedSequence::toXml() const {
+    XmlWriter w;
+    w.startElement(kRootName);
+    w.addAttribute("pattern", _pattern);
+    w.addAttribute("first", std::to_string(_first));
+    w.addAttribute("last", std::to_string(_last));
+    w.addAttribute("missing", _holdMissing ? "hold" : "error");
+    w.endElement();
+    return w.toString();
+}
+
+} // namespace Vn
+
+#include "IxImageOps.h"
+#include "PxRequestMgr.h"
+
+#include <list>
+#include <mutex>
+#include <unordered_map>
+
+namespace Vn {
+
+// Frames by index, the most recently used first. The lock guards the list alone: a frame is
+// loaded under its own lock, so tiles of other frames go on meanwhile.
+struct HoImageFileNode::Cache {
+    struct Frame {
+        std::mutex load;
+        std::atomic<bool> loaded{false};
+        ImImage image;
+    };
+    using Entry = std::pair<int, std::shared_ptr<Frame>>;
+
+    explicit Cache(std::size_t b) : budget(b) {}
+
+    std::size_t budget;
+    std::mutex mutex;
+    std::list<Entry> lru;
+    std::unordered_map<int, std::list<Entry>::iterator> byIndex;
+    std::size_t bytes = 0;
+
+    std::shared_ptr<Frame> find(int index) {
+        std::lock_guard lock(mutex);
+        auto it = byIndex.find(index);
+        if (it == byIndex.end()) {
+            lru.emplace_front(index, std::make_shared<Frame>());
+            it = byIndex.emplace(index, lru.begin()).first;
+        } else {
+            lru.splice(lru.begin(), lru, it->second);
+        }
+        return it->second->second;
+    }
+    void forget(int index, Frame const* frame) {
+        std::lock_guard lock(mutex);
+        auto const it = byIndex.find(index);
+        if (it != byIndex.end() && it->second->second.get() == frame) {
+            lru.erase(it->second);
+            byIndex.erase(it);
+        }
+    }
+    // Counts a loaded frame and lets the oldest loaded ones go while over the budget.
+    void loaded(int index, std::size_t size) {
+        std::lock_guard lock(mutex);
+        bytes += size;
+        auto it = lru.end();
+        while (bytes > budget && it != lru.begin()) {
+            --it;
+            if (it->first == index || !it->second->loaded.load(std::memory_order_acquire))
+                continue;
+            bytes -= it->second->image.getLayout().getBufferSize();
+            byIndex.erase(it->first);
+            it = lru.erase(it);
+        }
+    }
+};
+
+HoImageFileNode::HoImageFileNode(PxNode::Init const& init,
+                                 std::shared_ptr<PiImageSequence const> sequence,
+                                 std::size_t cacheBytes)
+    : PxNode(init), _sequence(std::move(sequence)), _cache(new Cache(cacheBytes)) {
+    VN_ASSERT(_sequence);
+    OPtr<PiImageFile> const first = _sequence->getImageForReading(0);
+    _fileFormat = first->getFormat();
+    ImPixelFormat const& pf = _fileFormat.getPixelFormat();
+    _format = PxImageFormat(
+        IxPixelFormat(pf.getComps(), pf.getDepth(), _fileFormat.getPixelRatio()), first->getRate());
+}
+
+HoImageFileNode::~HoImageFileNode() = default;
+
+int HoImageFileNode::frameIndexAt(double time, PxValidityInterval& vi) const {
+    Rational const& rate = _format.getFrameRate();
+    double const r = rate.toDouble();
+    int const last = _sequence->getNbImages() - 1;
+    // Frame times are multiples of 1 / rate: a hair's tolerance keeps them on their frame.
+    double const f = std::floor(time * r + 1e-6);
+    int const index = f <= 0.0 ? 0 : f >= last ? last : static_cast<int>(f);
+    double const low = index == 0 ? PxValidityInterval::kNegInfinity : index / r;
+    double const high = index == last ? PxValidityInterval::kPosInfinity : (index + 1) / r;
+    vi &= PxValidityInterval(low, high);
+    return index;
+}
+
+std::size_t HoImageFileNode::getCachedBytes() const {
+    std::lock_guard lock(_cache->mutex);
+    return _cache->bytes;
+}
+
+PxRODResult HoImageFileNode::getImageROD(PxTimeStreamContext const&) const {
+    float const aspect = _format.getAspectRatio();
+    return {GeRectangle<float>(0.0f, static_cast<float>(_fileFormat.getWidth()) * aspect, 0.0f,
+                               static_cast<float>(_fileFormat.getHeight())),
+            PxValidityInterval::FULL};
+}
+
+PxImageResult HoImageFileNode::getImageResult(PxImageContext const& context) const {
+    if (context.isOutside())
+        return {allocateEmptyImageBuffer(), PxValidityInterval::FULL};
+    if (context.getScale() != 0)
+        VN_THROW_MSG(ExBase, "the image file \"" + _sequence->getImagePath(0) +
+                                 "\" is served at full resolution only, not at scale " +
+                                 std::to_string(context.getScale()));
+    PxValidityInterval vi = PxValidityInterval::FULL;
+    int const index = frameIndexAt(context.getTime(), vi);
+    GeRectangle<int> const region = computeTileRegion(context, vi);
+    IxTile const tile = allocateImageBuffer(context, {}, region);
+    if (region.isEmpty())
+        return {tile, vi};
+
+    std::shared_ptr<Cache::Frame> const frame = _cache->find(index);
+    {
+        // Reading the file, or waiting for the worker that reads it, sleeps.
+        PxWorkerBlockingGuard const blocking;
+        std::lock_guard lock(frame->load);
+        if (!frame->loaded) {
+            try {
+                OPtr<PiImageFile> const file = _sequence->getImageForReading(index);
+                ImFormat const f = file->getFormat();
+                if (f.getWidth() != _fileFormat.getWidth() ||
+                    f.getHeight() != _fileFormat.getHeight() ||
+                    !(f.getPixelFormat() == _fileFormat.getPixelFormat()))
+                    VN_THROW_MSG(ExBase, "frame " + std::to_string(index) + " (\"" +
+                                             file->getPathText() +
+                                             "\") differs in size or pixels from the first");
+                ImImage image =
+                    ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()), "HoImageFileNode");
+                file->beginImageRead({f.getWidth(), f.getHeight()});
+                file->readImage(f.getRegion(), image);
+                file->endImageRead();
+                frame->image = std::move(image);
+                frame->loaded.store(true, std::memory_order_release);
+            } catch (...) {
+                _cache->forget(index, frame.get());
+                throw;
+            }
+            _cache->loaded(index, frame->image.getLayout().getBufferSize());
+        }
+    }
+    IxWriteGuard const dst(tile);
+    ImReadGuard const src(frame->image);
+    ImLayout const& layout = frame->image.getLayout();
+    IpPixels const pixels{const_cast<std::byte*>(src.getFirst()), layout.getLineStride(),
+                          layout.getPixelFormat(), layout.getRegion()};
+    ipCopy(ipPixelsOf(dst), pixels, region);
+    return {dst.getTile(), vi};
+}
+
+} // namespace Vn

@@ -1,0 +1,409 @@
+#include "HoImageFiles.h"
+#include "HoRender.h"
+#include "InPackageInit.h"
+#include "PiImageFileDetails.h"
+
+#include "../../platform/resmgt/tests/TempFolderTest.h"
+
+#include <OpenImageIO/imageio.h>
+
+#include <array>
+#include <cstring>
+
+using namespace Vn;
+
+namespace {
+
+// A file written by the image library, and what it reads back in a type.
+struct Sample {
+    char const* name;
+    OIIO::TypeDesc type;
+    int channels;
+    int tile; // 0 for scanlines
+    ImPixelFormat expected;
+    char const* details;
+};
+
+std::vector<Sample> const kSamples = {
+    {"half.exr", OIIO::TypeDesc::HALF, 4, 0, ImPixelFormat(4, 16),
+     "Channels=[R,G,B,A] Depth=[16 float] Tiled=[No] PixelRatio=[1] "
+     "Compression=[zip]Format=[openexr]"},
+    {"float.exr", OIIO::TypeDesc::FLOAT, 3, 0, ImPixelFormat(3, 32),
+     "Channels=[R,G,B] Depth=[32 float] Tiled=[No] PixelRatio=[1] "
+     "Compression=[zip]Format=[openexr]"},
+    {"tiled.exr", OIIO::TypeDesc::HALF, 4, 16, ImPixelFormat(4, 16),
+     "Channels=[R,G,B,A] Depth=[16 float] Tiled=[Yes] PixelRatio=[1] "
+     "Compression=[zip]Format=[openexr]"},
+    {"deep.png", OIIO::TypeDesc::UINT16, 4, 0, ImPixelFormat(4, 32),
+     "Channels=[R,G,B,A] Depth=[16] Tiled=[No] PixelRatio=[Not present] Format=[png]"},
+    {"grey.png", OIIO::TypeDesc::UINT8, 2, 0, ImPixelFormat(4, 8),
+     "Channels=[Y,A] Depth=[8] Tiled=[No] PixelRatio=[Not present] Format=[png]"},
+    {"plain.tif", OIIO::TypeDesc::UINT8, 3, 0, ImPixelFormat(3, 8),
+     "Channels=[R,G,B] Depth=[8] Tiled=[No] PixelRatio=[Not present] Compression=[zip]"
+     "Format=[tiff]"},
+    {"tiled.tif", OIIO::TypeDesc::FLOAT, 1, 16, ImPixelFormat(3, 32),
+     "Channels=[Y] Depth=[32 float] Tiled=[Yes] PixelRatio=[Not present] Compression=[zip]"
+     "Format=[tiff]"},
+    {"film.dpx", OIIO::TypeDesc::UINT16, 3, 0, ImPixelFormat(3, 32),
+     "Channels=[R,G,B] Depth=[16] Tiled=[No] PixelRatio=[1] Format=[dpx]"},
+    {"photo.jpg", OIIO::TypeDesc::UINT8, 3, 0, ImPixelFormat(3, 8),
+     "Channels=[R,G,B] Depth=[8] Tiled=[No] PixelRatio=[Not present] Format=[jpeg]"},
+};
+
+constexpr int kWidth = 37;
+constexpr int kHeight = 21;
+
+// Every pixel and channel different, alpha below 1 so that premultiplication would show.
+void writeSample(Sample const& s, std::string const& path) {
+    OIIO::ImageSpec spec(kWidth, kHeight, s.channels, s.type);
+    if (s.tile)
+        spec.tile_width = spec.tile_height = s.tile;
+    if (s.channels == 2 || s.channels == 4)
+        spec.alpha_channel = s.channels - 1;
+    if (s.channels == 1)
+        spec.channelnames = {"Y"};
+    if (s.channels == 2)
+        spec.channelnames = {"Y", "A"};
+    std::vector<float> px(static_cast<std::size_t>(kWidth) * kHeight * s.channels);
+    for (std::size_t i = 0; i < px.size(); ++i)
+        px[i] = static_cast<float>((i * 7919) % 1000) / 1000.0f;
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(out && out->open(path, spec)) << OIIO::geterror();
+    ASSERT_TRUE(out->write_image(OIIO::TypeDesc::FLOAT, px.data()));
+    ASSERT_TRUE(out->close());
+}
+
+// The file's pixels as the image library reads them in a type, top line first, with grey
+// spread over red, green and blue.
+std::vector<std::byte> reference(std::string const& path, ImPixelFormat const& pf) {
+    auto in = OIIO::ImageInput::open(path);
+    OIIO::ImageSpec const spec = in->spec();
+    OIIO::TypeDesc const type = pf.getDepth() == 8    ? OIIO::TypeDesc::UINT8
+                                : pf.getDepth() == 16 ? OIIO::TypeDesc::HALF
+                                                      : OIIO::TypeDesc::FLOAT;
+    std::size_t const cs = type.size();
+    std::vector<std::byte> raw(static_cast<std::size_t>(spec.width) * spec.height * spec.nchannels *
+                               cs);
+    EXPECT_TRUE(in->read_image(0, 0, 0, spec.nchannels, type, raw.data()));
+    std::vector<std::byte> out(static_cast<std::size_t>(spec.width) * spec.height *
+                               pf.getPixelSize());
+    int const map[4][4] = {{0, 0, 0, -1}, {0, 0, 0, 1}, {0, 1, 2, -1}, {0, 1, 2, 3}};
+    for (std::size_t p = 0, n = static_cast<std::size_t>(spec.width) * spec.height; p < n; ++p)
+        for (int c = 0; c < pf.getComps(); ++c)
+            std::memcpy(&out[(p * pf.getComps() + c) * cs],
+                        &raw[(p * spec.nchannels + map[std::min(spec.nchannels, 4) - 1][c]) * cs],
+                        cs);
+    return out;
+}
+
+class ImageFileTest : public VnTest::TempFolderTest {};
+
+// Every format reads exactly what the image library reads, rows turned (the file's top line is
+// the image's last row), whole or by a band of rows that cuts tiles.
+TEST_F(ImageFileTest, ReadsEveryFormatExactlyWithRowsTurned) {
+    for (Sample const& s : kSamples) {
+        SCOPED_TRACE(s.name);
+        std::string const path = at(s.name).getString();
+        writeSample(s, path);
+        OPtr<HoOiioImageFile> file = HoOiioImageFile::openForReading(path);
+        ImFormat const format = file->getFormat();
+        EXPECT_EQ(std::pair(format.getWidth(), format.getHeight()), std::pair(kWidth, kHeight));
+        ASSERT_EQ(format.getPixelFormat(), s.expected);
+        EXPECT_EQ(file->isTiled(), s.tile != 0);
+        EXPECT_EQ(file->getDetails()->getDetailString(), s.details);
+        std::vector<std::byte> const ref = reference(path, s.expected);
+        std::size_t const line = static_cast<std::size_t>(kWidth) * s.expected.getPixelSize();
+        for (GeRectangle<int> const band :
+             {format.getRegion(), GeRectangle<int>{0, kWidth, 3, 5}}) {
+            ImImage const image = ImImage::create(ImLayout(s.expected, band));
+            file->readImage(band, image);
+            ImReadGuard const guard(image);
+            for (int y = band.ymin; y < band.ymax; ++y)
+                ASSERT_EQ(std::memcmp(guard.getAddress(0, y), ref.data() + (kHeight - 1 - y) * line,
+                                      line),
+                          0)
+                    << "row " << y << " of band " << band.ymin << "-" << band.ymax;
+        }
+    }
+}
+
+TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
+    writeSample(kSamples[0], at("good.exr").getString());
+    writeSample(kSamples[3], at("good.png").getString());
+    std::string const exr = get("good.exr");
+    std::string const png = get("good.png");
+    put("cut.exr", exr.substr(0, exr.size() * 2 / 3));
+    put("cut.png", png.substr(0, png.size() / 2));
+    put("head.exr", exr.substr(0, 40));
+    put("text.png", "not an image at all");
+    put("noise.exr", std::string("\x76\x2f\x31\x01") + std::string(300, '\x7f'));
+    for (char const* name :
+         {"cut.exr", "cut.png", "head.exr", "text.png", "noise.exr", "none.tif"}) {
+        SCOPED_TRACE(name);
+        std::string const path = at(name).getString();
+        try {
+            OPtr<HoOiioImageFile> file = HoOiioImageFile::openForReading(path);
+            ImFormat const f = file->getFormat();
+            file->readImage(f.getRegion(),
+                            ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion())));
+            ADD_FAILURE() << "read";
+        } catch (ExBase const& e) {
+            std::string const why = e.getReason();
+            EXPECT_EQ(why.rfind("cannot read \"" + path + "\": ", 0), 0u) << why;
+            EXPECT_EQ(why.find('\n'), std::string::npos) << why;
+        }
+    }
+}
+
+ImImage gradient(ImFormat const& f, float level) {
+    ImImage const image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
+    ImWriteGuard const guard(image);
+    for (int y = 0; y < f.getHeight(); ++y) {
+        auto* row = reinterpret_cast<float*>(guard.getAddress(0, y));
+        for (int i = 0; i < f.getWidth() * f.getPixelFormat().getComps(); ++i)
+            row[i] = level + static_cast<float>(y * 1000 + i) / 65536.0f;
+    }
+    return image;
+}
+
+// Writes a float RGBA image of 8x6 over `path`; raises what the file raised.
+void writeOver(std::string const& path, float level) {
+    ImFormat const f(8, 6, ImPixelFormat(4, 32));
+    OPtr<HoOiioImageFile> file = HoOiioImageFile::createForWriting(path);
+    EXPECT_EQ(file->beginImageWrite(f).x, 8);
+    file->writeImage(gradient(f, level));
+    file->endImageWrite();
+}
+
+TEST_F(ImageFileTest, WritesRoundTripAndAbortKeepsTheOldFile) {
+    std::string const path = at("out.exr").getString();
+    writeOver(path, 0.5f);
+    // Written bottom row first in memory, the file's top line is the image's last row.
+    OPtr<HoOiioImageFile> in = HoOiioImageFile::openForReading(path);
+    ImFormat const f = in->getFormat();
+    ImImage const back = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
+    in->readImage(f.getRegion(), back);
+    ImImage const sent = gradient(f, 0.5f);
+    ImReadGuard const a(back), b(sent);
+    for (int y = 0; y < 6; ++y)
+        EXPECT_EQ(std::memcmp(a.getAddress(0, y), b.getAddress(0, y), 8 * 16), 0) << y;
+
+    std::string const old = get("out.exr");
+    OPtr<HoOiioImageFile> file = HoOiioImageFile::createForWriting(path);
+    file->beginImageWrite(ImFormat(8, 6, ImPixelFormat(4, 32)));
+    file->writeImage(gradient(f, 0.25f));
+    file->abortImageWrite();
+    EXPECT_EQ(get("out.exr"), old);
+    EXPECT_EQ(names(), std::vector<std::string>{"out.exr"});
+    EXPECT_THROW(HoOiioImageFile::createForWriting(at("x.unknown").getString()), ExBase);
+}
+
+// The red of the first pixel of a written file; -1 when it is no whole image.
+float levelOf(std::string const& path) {
+    try {
+        OPtr<HoOiioImageFile> const in = HoOiioImageFile::openForReading(path);
+        ImFormat const f = in->getFormat();
+        ImImage const image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
+        in->readImage(f.getRegion(), image);
+        return *reinterpret_cast<float const*>(ImReadGuard(image).getAddress(0, 0));
+    } catch (ExBase const&) {
+        return -1.0f;
+    }
+}
+
+// A failure at any step of a write, or the process killed there, leaves either the old file or
+// the whole new one under the final name, and no temporary after a failure.
+TEST_F(ImageFileTest, FaultsAtEachWriteStepLeaveNoPartialFile) {
+    // No worker threads of the image library may hold a lock when the children fork.
+    OIIO::attribute("threads", 1);
+    std::string const path = at("out.tif").getString();
+    writeOver(path, 0.5f);
+    struct {
+        OsFaultInjector::Operation op;
+        int nth;
+        bool replaced;
+    } const faults[] = {
+        {OsFaultInjector::OPEN, 1, false},   {OsFaultInjector::WRITE, 1, false},
+        {OsFaultInjector::CLOSE, 1, false},  {OsFaultInjector::OPEN, 2, false},
+        {OsFaultInjector::FSYNC, 1, false},  {OsFaultInjector::CLOSE, 2, false},
+        {OsFaultInjector::RENAME, 1, false}, {OsFaultInjector::FSYNC, 2, true},
+    };
+    for (auto const& f : faults) {
+        SCOPED_TRACE(std::string(OsFaultInjector::getName(f.op)) + " #" + std::to_string(f.nth));
+        OsFaultInjector::failNth(f.op, f.nth, EIO);
+        EXPECT_THROW(writeOver(path, 0.75f), ExBase);
+        OsFaultInjector::disarm();
+        EXPECT_EQ(names(), std::vector<std::string>{"out.tif"});
+        EXPECT_EQ(levelOf(path), f.replaced ? 0.75f : 0.5f);
+        writeOver(path, 0.5f);
+    }
+    int const steps = [&] {
+        OsFaultInjector::arm();
+        writeOver(path, 0.75f);
+        int const n = OsFaultInjector::getStepCount();
+        OsFaultInjector::disarm();
+        return n;
+    }();
+    EXPECT_EQ(steps, 8);
+    for (int step = 1; step <= steps; ++step) {
+        writeOver(path, 0.5f);
+        EXPECT_TRUE(killedAtStep(step, [&] { writeOver(path, 0.75f); })) << step;
+        float const now = levelOf(path);
+        EXPECT_TRUE(now == 0.5f || now == 0.75f) << "step " << step << ": " << now;
+    }
+}
+
+// The engine started, and the numbered kind of sequence known.
+class ImageFileSourceTest : public ImageFileTest {
+protected:
+    void SetUp() override {
+        ImageFileTest::SetUp();
+        InInitMgr::getInstance().initialize();
+        HoNumberedSequence::registerKind();
+    }
+    void TearDown() override {
+        InInitMgr::getInstance().finalize();
+        ImageFileTest::TearDown();
+    }
+    std::shared_ptr<PiImageSequence const> sequence(std::string const& description) {
+        put("seq.xml", description);
+        return std::shared_ptr<PiImageSequence const>(
+            PiImageSequence::create(at("seq.xml").getString()).release());
+    }
+    PxStrongHndl<PxImageProtocol const>
+    node(std::shared_ptr<PiImageSequence const> const& s,
+         std::size_t cache = HoImageFileNode::kDefaultCacheBytes) {
+        PxStrongHndl<HoImageFileNode> h(new HoImageFileNode(PxNode::Init{"file"}, s, cache));
+        PxNode::init(PxStrongHndl<PxNode>(h));
+        return PxStrongHndl<PxImageProtocol const>(h.get());
+    }
+    std::string numbered(std::string const& name) const {
+        return "<NumberedSequence pattern='" + at(name).getString() + "' first='1' last='5'/>";
+    }
+};
+
+// Rendered through the engine, tile by tile, every format gives the file's pixels exactly, the
+// top line first as a picture is shown.
+TEST_F(ImageFileSourceTest, RendersEveryFormatExactly) {
+    for (Sample const& s : kSamples) {
+        SCOPED_TRACE(s.name);
+        std::string const name = std::string("one.#.") + OsFilePath(s.name).getExtension();
+        std::string const path = HoImageFile::expandFramePattern(at(name).getString(), 1);
+        writeSample(s, path);
+        auto const n = node(sequence("<NumberedSequence pattern='" + at(name).getString() +
+                                     "' first='1' last='1'/>"));
+        HoImage const image = HoRenderer::renderFrame(n, 0.0);
+        ASSERT_EQ(std::pair(image.width, image.height), std::pair(kWidth, kHeight));
+        ASSERT_EQ(image.format.getComps(), s.expected.getComps());
+        ASSERT_EQ(static_cast<int>(image.format.getDepth()),
+                  static_cast<int>(s.expected.getDepth()));
+        EXPECT_EQ(image.pixels.size(), reference(path, s.expected).size());
+        EXPECT_TRUE(image.pixels == reference(path, s.expected));
+    }
+}
+
+// Frame i of five, each a flat grey of i / 10, 8x4 float RGBA.
+void writeFrame(std::string const& path, int i) {
+    OIIO::ImageSpec spec(8, 4, 4, OIIO::TypeDesc::FLOAT);
+    spec.alpha_channel = 3;
+    std::vector<float> px(8 * 4 * 4, static_cast<float>(i) / 10.0f);
+    for (std::size_t k = 3; k < px.size(); k += 4)
+        px[k] = 1.0f;
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(out->open(path, spec) && out->write_image(OIIO::TypeDesc::FLOAT, px.data()) &&
+                out->close());
+}
+
+TEST_F(ImageFileSourceTest, SequenceFrameByFrameMissingFramesAndTheCacheBound) {
+    for (int i = 1; i <= 5; ++i)
+        writeFrame(HoImageFile::expandFramePattern(at("f.####.exr").getString(), i), i);
+    auto const seq = sequence(numbered("f.####.exr"));
+    ASSERT_EQ(seq->getNbImages(), 5);
+    auto const n = node(seq);
+    double const rate = n->getImageFormat().getFrameRate().toDouble();
+    for (int i = 0; i < 5; ++i) {
+        OPtr<PiImageFile> const file = seq->getImageForReading(i);
+        EXPECT_EQ(file->getPathText(), at("f.000" + std::to_string(i + 1) + ".exr").getString());
+        EXPECT_FLOAT_EQ(HoRenderer::renderFrame(n, i / rate).getColor(3, 2).r, (i + 1) / 10.0f);
+    }
+    // Past the ends the end frames hold.
+    EXPECT_FLOAT_EQ(HoRenderer::renderFrame(n, 9.0 / rate).getColor(0, 0).r, 0.5f);
+
+    std::filesystem::remove(at("f.0003.exr").getString());
+    try {
+        HoRenderer::renderFrame(node(sequence(numbered("f.####.exr"))), 2 / rate);
+        ADD_FAILURE() << "rendered a missing frame";
+    } catch (ExBase const& e) {
+        EXPECT_NE(e.getReason().find("frame 3 is missing: no file \"" +
+                                     at("f.0003.exr").getString() + "\""),
+                  std::string::npos)
+            << e.getReason();
+    }
+    auto const held = node(sequence("<NumberedSequence pattern='" + at("f.####.exr").getString() +
+                                    "' first='1' last='5' missing='hold'/>"));
+    EXPECT_FLOAT_EQ(HoRenderer::renderFrame(held, 2 / rate).getColor(0, 0).r, 0.2f);
+
+    // A cache of one frame reads again a frame it let go; a larger one does not.
+    for (auto [budget, reads] : {std::pair<std::size_t, long>{1, 3}, {1 << 20, 2}}) {
+        auto const cached = node(seq, budget);
+        long const before = HoOiioImageFile::getReadCount();
+        for (int i : {0, 1, 0})
+            HoRenderer::renderFrame(cached, i / rate);
+        EXPECT_EQ(HoOiioImageFile::getReadCount() - before, reads) << budget;
+        EXPECT_LE(static_cast<HoImageFileNode const&>(*cached).getCachedBytes(),
+                  std::max<std::size_t>(budget, 8 * 4 * 16 + 64 * 4));
+    }
+}
+
+// The rate and pixel ratio a file states make the node's format; the frame widens with the
+// ratio. Without them the node takes square pixels and the default rate.
+TEST_F(ImageFileSourceTest, FormatRateAndPixelRatioComeFromTheFile) {
+    OIIO::ImageSpec spec(6, 4, 3, OIIO::TypeDesc::HALF);
+    spec.attribute("FramesPerSecond", OIIO::TypeRational, std::array<int, 2>{30000, 1001}.data());
+    spec.attribute("PixelAspectRatio", 2.0f);
+    std::vector<float> const px(6 * 4 * 3, 0.5f);
+    std::string const path = at("wide.1.exr").getString();
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(out->open(path, spec) && out->write_image(OIIO::TypeDesc::FLOAT, px.data()) &&
+                out->close());
+    writeFrame(at("plain.1.exr").getString(), 1);
+    struct {
+        char const* pattern;
+        Rational rate, ratio;
+        float width;
+    } const cases[] = {{"wide.#.exr", Rational(30000, 1001), Rational(2), 12.0f},
+                       {"plain.#.exr", Rational(24), Rational(1), 8.0f}};
+    for (auto const& c : cases) {
+        auto const n = node(sequence("<NumberedSequence pattern='" + at(c.pattern).getString() +
+                                     "' first='1' last='1'/>"));
+        PxImageFormat const f = n->getImageFormat();
+        EXPECT_EQ(f.getFrameRate(), c.rate) << c.pattern;
+        EXPECT_EQ(f.getPixelFormat().getAspectRatio(), c.ratio) << c.pattern;
+        EXPECT_EQ(n->getImageROD(PxTimeStreamContext(0.0, 0)).getROD().xmax, c.width);
+    }
+}
+
+TEST_F(ImageFileSourceTest, A4KFrameOf64TilesIsReadOnce) {
+    std::string const path = at("big.1.exr").getString();
+    OIIO::ImageSpec spec(4096, 4096, 3, OIIO::TypeDesc::HALF);
+    std::vector<float> row(4096 * 3);
+    auto out = OIIO::ImageOutput::create(path);
+    ASSERT_TRUE(out->open(path, spec));
+    for (int y = 0; y < 4096; ++y) {
+        std::fill(row.begin(), row.end(), static_cast<float>(y) / 4096.0f);
+        ASSERT_TRUE(out->write_scanline(y, 0, OIIO::TypeDesc::FLOAT, row.data()));
+    }
+    ASSERT_TRUE(out->close());
+    auto const n = node(sequence("<NumberedSequence pattern='" + at("big.#.exr").getString() +
+                                 "' first='1' last='1'/>"));
+    long const before = HoOiioImageFile::getReadCount();
+    int tiles = 0;
+    HoImage const image = HoRenderer::renderFrame(n, 0.0, [&](int, int total) { tiles = total; });
+    EXPECT_EQ(tiles, 64);
+    EXPECT_EQ(HoOiioImageFile::getReadCount() - before, 1);
+    // The file's top line is the picture's top.
+    EXPECT_FLOAT_EQ(image.getColor(5, 0).r, 0.0f);
+    EXPECT_NEAR(image.getColor(5, 4095).g, 4095.0f / 4096.0f, 1e-3f);
+}
+
+} // namespace

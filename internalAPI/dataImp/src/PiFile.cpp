@@ -1,0 +1,179 @@
+#include "PiFile.h"
+
+#include "ExBase.h"
+#include "LgLog.h"
+#include "LiStringUtil.h"
+#include "OsFile.h"
+#include "PiImageFile.h"
+#include "PiImageFileDetails.h"
+#include "PiProjectSettings.h"
+#include "XmlDocument.h"
+
+#include <cerrno>
+#include <cstring>
+
+namespace Vn {
+
+namespace {
+Rational defaultRate() {
+    return PiProjectSettings::isInitialized() ? PiProjectSettings::getInstance().getDefaultRate()
+                                              : Rational(24);
+}
+
+LgMinorGroup& logGroup() {
+    static LgMinorGroup* group = new LgMinorGroup(LgMajorGroup::getInstanceForName("Pi"), "File");
+    return *group;
+}
+} // namespace
+
+PiFile::FormatOptionsUI::~FormatOptionsUI() = default;
+
+std::string PiFile::FormatOptionsUI::getOptions() const {
+    XmlWriter writer;
+    writeOptions(writer);
+    return writer.getDocument().getRoot().isNull() ? std::string() : writer.toString();
+}
+
+void PiFile::FormatOptionsUI::setOptions(std::string const& options) {
+    if (options.empty())
+        return;
+    XmlDocument const doc = XmlDocument::parse(options);
+    readOptions(doc.getRoot());
+}
+
+void PiFile::FormatOptionsUI::addChannelGroupSelectionChangedCb(CbHandler<const std::string>*) {}
+void PiFile::FormatOptionsUI::removeChannelGroupSelectionChangedCb(CbHandler<const std::string>*) {}
+void PiFile::FormatOptionsUI::addChannelViewSelectionChangedCb(CbHandler<const std::string>*) {}
+void PiFile::FormatOptionsUI::removeChannelViewSelectionChangedCb(CbHandler<const std::string>*) {}
+void PiFile::FormatOptionsUI::addChannelAssignmentChangedCb(CbHandler<CbEmptyType>*) {}
+void PiFile::FormatOptionsUI::removeChannelAssignmentChangedCb(CbHandler<CbEmptyType>*) {}
+
+PiFile::PiFile(std::FILE* stream, std::wstring path)
+    : _stream(stream), _path(std::move(path)), _rate(defaultRate()) {}
+
+PiFile::~PiFile() {
+    closeStreamQuietly();
+}
+
+std::string PiFile::getPathText() const {
+    return WideStringUtil::narrowMB(_path);
+}
+
+void PiFile::closeStreamQuietly() noexcept {
+    if (!_stream)
+        return;
+    OsFile::FileDescriptorManipGuard const guard;
+    int const rc = std::fclose(_stream);
+    int const error = errno;
+    _stream = nullptr;
+    if (rc != 0)
+        VN_LOG(logGroup(), 0,
+               "closing \"" << getPathText() << "\" failed: " << std::strerror(error));
+}
+
+void PiFile::closeStream() {
+    if (!_stream)
+        return;
+    OsFile::FileDescriptorManipGuard const guard;
+    int const rc = std::fclose(_stream);
+    int const error = errno;
+    _stream = nullptr;
+    if (rc != 0)
+        throw OsFileError(__FILE__, __LINE__, "close", getPathText(), error);
+}
+
+std::string PiFile::getPixelRatioStringFromFile() const {
+    return _pixelRatioText.empty() ? "Not present" : _pixelRatioText;
+}
+
+char const* PiFile::getCompression() const {
+    return nullptr;
+}
+
+char const* PiFile::getColourEncoding() const {
+    switch (getNbComponents()) {
+    case 1:
+        return "Alpha";
+    case 2:
+        return "Lum, Alpha";
+    case 3:
+        return "RGB";
+    case 4:
+        return "RGBA";
+    default:
+        return nullptr;
+    }
+}
+
+float PiFile::getGamma() const {
+    return 1.0f;
+}
+
+bool PiFile::isHomogeneous() const {
+    return true;
+}
+
+bool PiFile::hasPixelRatio() const {
+    return false;
+}
+
+void PiFile::resetPixelRatio() {
+    _pixelRatio = Rational(1);
+}
+
+bool PiFile::hasRate() const {
+    return false;
+}
+
+void PiFile::resetRate() {
+    _rate = defaultRate();
+}
+
+OPtrRet<PiFile::FormatOptionsUI> PiFile::getFileFormatOptionsUI() const {
+    return {};
+}
+
+std::string PiFile::getDefaultFileFormatOptions() const {
+    OPtr<FormatOptionsUI> const ui = getFileFormatOptionsUI();
+    return ui ? ui->getOptions() : std::string();
+}
+
+void PiFile::setFileFormatOptions(std::string const&) {}
+
+int PiImageFile::getNbImages() const {
+    return 1;
+}
+
+OPtrRet<PiImageFileDetails> PiImageFile::getDetails() const {
+    std::string const depth =
+        LiStringUtil::convertNb(getFormat().getPixelFormat().getComponentSize() * 8);
+    char const* const channels[] = {"Unknown", "Alpha", "Lum,Alpha", "R,G,B", "R,G,B,A"};
+    int const n = getNbComponents();
+    return OPtrRet<PiImageFileDetails>(
+        new PiImageFileDetails(false, depth, channels[n >= 1 && n <= 4 ? n : 0]));
+}
+
+void PiImageFile::beginImageRead(GePoint<int> const&) {}
+
+bool PiImageFile::readsEntireImage() const {
+    return true;
+}
+
+void PiImageFile::endImageRead() {}
+
+bool PiImageFile::writeOrderIsBottomUp() const {
+    return true;
+}
+
+GePoint<int> PiImageFile::beginImageWrite(ImFormat const& format) {
+    return {format.getWidth(), format.getHeight()};
+}
+
+void PiImageFile::endImageWrite() {}
+
+void PiImageFile::abortImageWrite() {
+    closeStreamQuietly();
+    OsFsUtils::removeFile(OsFilePath(getPathText()));
+}
+
+} // namespace Vn
