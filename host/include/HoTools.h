@@ -41,6 +41,9 @@ private:
 };
 
 // The tools of the application, as a plug-in would write them.
+//  "Read":         stored File (a numbered pattern "plate.####.exr" or "%04d"), First and Last
+//                  (frames) and Missing (0: an error naming the file and frame; 1: the nearest
+//                  frame on disk); output Output: frame N of the files at frame N.
 //  "Test Pattern": inputs Width and Height (int); output Output. The batch renderer's pattern,
 //                  in float RGBA at its stored Rate (25 frames a second when empty).
 //  "Over":         inputs Front and Back (images, Back primary); output Output. Premultiplied.
@@ -70,6 +73,7 @@ private:
 // Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:
+    static RCShdPtr<PiTool const> read();
     static RCShdPtr<PiTool const> testPattern();
     static RCShdPtr<PiTool const> over();
     static RCShdPtr<PiTool const> gain();

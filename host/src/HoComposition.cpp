@@ -311,6 +311,8 @@ std::string HoComposition::describe() const {
         if (tool && tool->getTool())
             os << " (" << tool->getTool()->getName() << ")";
         os << "\n";
+        for (auto v = n->getValues(); !v.atEnd(); v.next())
+            os << "  [" << v.item()->getName() << "] " << v.item()->toString() << "\n";
         for (auto in = n->getInputs(PiNode::ALL, 1); !in.atEnd(); in.next()) {
             RCShdPtr<PiOutput> const src = in.item()->getConnectedOutput();
             if (!src)

@@ -1,7 +1,7 @@
 #include "HoTools.h"
 
 #include "ExBase.h"
-
+#include "HoImageFiles.h"
 #include "HoImageNodes.h"
 #include "HoToolRegistry.h"
 #include "PiImageConvertNode.h"
@@ -11,6 +11,8 @@
 #include "PxImageSourceNodes.h"
 #include "PxPannerNode.h"
 #include "PxValueNode.h"
+#include "XmlDocument.h"
+
 #include <cstdlib>
 
 namespace Vn {
@@ -267,6 +269,50 @@ RCShdPtr<PiTool const> HoTools::repeat() {
         "Source", "Output"));
 }
 
+RCShdPtr<PiTool const> HoTools::read() {
+    return makeTool(new Protocol(
+        "Read", "Source",
+        [](PiToolPolicyDescriptor& d) {
+            d.produces("Output", PiSocketType::IMAGE);
+            d.stores("File", PiValueType::String);
+            d.stores("First", PiValueType::Int);
+            d.stores("Last", PiValueType::Int);
+            d.stores("Missing", PiValueType::Int);
+        },
+        [](HoToolController& c, PiToolTopologyInterface::OutputPublisher& p) {
+            RCShdPtr<PiNode> const node = c.getNode();
+            auto text = [&](char const* name) {
+                auto v = rcDynamicCast<PiTypedValue<std::string>>(node->findValue(name));
+                return v ? v->get() : std::string();
+            };
+            auto number = [&](char const* name) {
+                auto v = rcDynamicCast<PiTypedValue<int>>(node->findValue(name));
+                return v ? v->get() : 0;
+            };
+            if (text("File").empty())
+                VN_THROW_MSG(ExBase, "the Read tool \"" + node->getNodeName() + "\" names no file");
+            // The sequence's own reader checks the description.
+            XmlDocument doc;
+            XmlElement e = doc.createRoot(HoNumberedSequence::kRootName);
+            e.setAttribute("pattern", text("File"));
+            e.setAttribute("first", std::to_string(number("First")));
+            e.setAttribute("last", std::to_string(number("Last")));
+            e.setAttribute("missing", number("Missing") == 1 ? "hold" : "error");
+            std::shared_ptr<PiImageSequence const> const sequence(
+                HoNumberedSequence::fromXml(e).release());
+            auto const file = finished(new HoImageFileNode(PxNode::Init{"read"}, sequence));
+            // The sequence's images count from 0: frame First stands at First's time.
+            auto const offset = finished(new PxConstantAnimValueNode<int>(
+                PxNode::Init{"first frame"}, PxResult<int>(-number("First"))));
+            p.publish("Output", finished(new PiImageTimeOffsetNode(
+                                    PxNode::Init{"read frames"},
+                                    PxStrongHndl<PxImageProtocol const>(
+                                        dynamic_cast<PxImageProtocol const*>(file.get())),
+                                    offset)));
+        },
+        "", "Output"));
+}
+
 RCShdPtr<PiTool const> HoTools::timeOffset() {
     return makeTool(new Protocol(
         "Time Offset", "Time",
@@ -306,8 +352,9 @@ RCShdPtr<PiTool const> HoTools::pan() {
 }
 
 void HoTools::registerTools(HoToolRegistry& registry) {
-    for (auto const& tool : {testPattern(), over(), gain(), grade(), convert(), colorSource(),
-                             repeat(), timeOffset(), pan(), transform(), crop(), blur()})
+    for (auto const& tool :
+         {read(), testPattern(), over(), gain(), grade(), convert(), colorSource(), repeat(),
+          timeOffset(), pan(), transform(), crop(), blur()})
         registry.registerTool(tool);
 }
 

@@ -6,6 +6,7 @@
 #include "HoTools.h"
 #include "PiCommandStack.h"
 #include "PiSockets.h"
+#include "SdTexture.h"
 
 #include "InPackageInit.h"
 #include "PxRequestMgr.h"
@@ -390,7 +391,7 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
         {edit("version=\"1\" name", "version=\"7\" name"),
          "comp.xml: the composition is of version 7; this program reads version 1 and older"},
         {edit("tool=\"Over\"", "tool=\"Overt\""), "unknown tool \"Overt\""},
-        {edit("tool=\"Over\"", "tool=\"Overt\""), "; the tools are Test Pattern, Over, Gain"},
+        {edit("tool=\"Over\"", "tool=\"Overt\""), "; the tools are Read, Test Pattern, Over, Gain"},
         {edit("<Value name=\"Value\" type=\"1\">1</Value>",
               "<Value name=\"Value\" type=\"1\">1.5</Value>"),
          "comp.xml: the value 1.5 of \"Background.Opacity\" is outside its range 0 to 1"},
@@ -474,4 +475,93 @@ TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
     EXPECT_NE(err.find("vnrender: error: frame 2: "), std::string::npos) << err;
     EXPECT_NE(err.find("vnrender: 1 of 2 frames failed\n"), std::string::npos) << err;
     EXPECT_TRUE(fs::exists(dir / "g.0001.exr"));
+}
+
+// A composition as a user builds one: a five-frame EXR sequence read, moved three pixels by a
+// Transform, graded through a half-strength mask, over a constant colour; rendered by the
+// program and compared, frame by frame, with the same steps computed here.
+TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
+    constexpr int kW = 32, kH = 16, kShift = 3;
+    auto plate = [](int x, int y, int f) {
+        float const a = 0.25f + 0.5f * float((x + y) % 2);
+        return Color{a * float(x) / kW, a * float(y) / kH, a * float(f) / 5.0f, a};
+    };
+    for (int f = 1; f <= 5; ++f) {
+        HoImage img;
+        img.width = kW;
+        img.height = kH;
+        img.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+        img.pixels.resize(img.getLineSize() * kH);
+        auto* px = reinterpret_cast<Color*>(img.pixels.data());
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW; ++x)
+                px[y * kW + x] = plate(x, y, f);
+        HoImageFile::write(img, HoImageFile::expandFramePattern(dir / "plate.####.exr", f));
+    }
+    HoComposition c = HoComposition::create("plates");
+    RCShdPtr<PiGroupNode> const root = c.graph->getRootNode();
+    auto set = [](RCShdPtr<PiNode> const& n, std::string const& input, auto v) {
+        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
+        rcCast<PiTypedValue<decltype(v)>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
+    };
+    {
+        PiUndoGuard guard(*c.graph, "Build");
+        RCShdPtr<PiToolNode> const read = root->createToolNode(HoTools::read(), "Read");
+        rcCast<PiTypedValue<std::string>>(read->findValue("File"))->set(dir / "plate.####.exr");
+        rcCast<PiTypedValue<int>>(read->findValue("First"))->set(1);
+        rcCast<PiTypedValue<int>>(read->findValue("Last"))->set(5);
+        RCShdPtr<PiToolNode> const move = root->createToolNode(HoTools::transform(), "Move");
+        set(move, "Translation.X", double(kShift));
+        set(move, "Filter", int(SdTextureTypes::FILTER_NEAREST));
+        RCShdPtr<PiToolNode> const half = root->createToolNode(HoTools::colorSource(), "Half");
+        set(half, "Width", kW + kShift);
+        set(half, "Height", kH);
+        set(half, "Opacity", 0.5);
+        RCShdPtr<PiToolNode> const grade = root->createToolNode(HoTools::grade(), "Grade");
+        set(grade, "Gain.Red", 2.0);
+        set(grade, "Offset.Blue", 0.125);
+        RCShdPtr<PiToolNode> const bg = root->createToolNode(HoTools::colorSource(), "Constant");
+        set(bg, "Width", kW + kShift);
+        set(bg, "Height", kH);
+        set(bg, "Red", 0.5);
+        set(bg, "Green", 0.25);
+        set(bg, "Blue", 0.0);
+        RCShdPtr<PiToolNode> const over = root->createToolNode(HoTools::over(), "Over");
+        move->findInput("Source")->connect(read->findOutput("Output"));
+        grade->findInput("Source")->connect(move->findOutput("Output"));
+        grade->findInput("Mask")->connect(half->findOutput("Output"));
+        over->findInput("Front")->connect(grade->findOutput("Output"));
+        over->findInput("Back")->connect(bg->findOutput("Output"));
+    }
+    c.last = 5;
+    c.depth = IxPixelFormat::FLOAT32;
+    c.outputs = {{"Over", "Output", dir / "comp.####.exr"}};
+    c.save(dir / "plates.xml");
+    auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + (dir / "plates.xml"));
+    ASSERT_EQ(code, 0) << err;
+    for (int f = 1; f <= 5; ++f) {
+        HoImage const got =
+            HoImageFile::read(HoImageFile::expandFramePattern(dir / "comp.####.exr", f));
+        ASSERT_EQ(got.width, kW + kShift) << f;
+        ASSERT_EQ(got.height, kH) << f;
+        for (int y = 0; y < kH; ++y)
+            for (int x = 0; x < kW + kShift; ++x) {
+                Color const s = x >= kShift ? plate(x - kShift, y, f) : Color{0, 0, 0, 0};
+                Color const g{s.r * 2.0f, s.g, s.b + 0.125f, s.a};
+                Color const m{(g.r - s.r) * 0.5f + s.r, (g.g - s.g) * 0.5f + s.g,
+                              (g.b - s.b) * 0.5f + s.b, (g.a - s.a) * 0.5f + s.a};
+                Color const want = HoOverNode::over(m, {0.5f, 0.25f, 0.0f, 1.0f});
+                expectNear(got.getColor(x, y), want, 1e-6f,
+                           "frame " + std::to_string(f) + " at " + std::to_string(x) + "," +
+                               std::to_string(y));
+            }
+    }
+    // A plate missing: one line naming the file and frame, and no output for that frame.
+    fs::remove(dir / "plate.0004.exr");
+    auto const [code2, err2] = runCommand(std::string(VNRENDER_PATH) + " " + (dir / "plates.xml") +
+                                          " --frames 4 -o " + (dir / "missing.exr"));
+    EXPECT_EQ(code2, 3) << err2;
+    EXPECT_NE(err2.find("vnrender: error: frame 4: "), std::string::npos) << err2;
+    EXPECT_NE(err2.find("plate.0004.exr"), std::string::npos) << err2;
+    EXPECT_FALSE(fs::exists(dir / "missing.exr"));
 }
