@@ -1,5 +1,6 @@
-# The two everyday commands: `make render` runs the batch renderer on its built-in default,
-# `make test` runs every test. Both install what is missing and build first.
+# The two everyday commands: `make render` runs the batch renderer on its built-in default and
+# on the example composition (whose plates it renders first), `make test` runs every test. Both
+# install what is missing and build first.
 PRESET ?= release
 OUT ?= out
 CMAKE_BUILD_PARALLEL_LEVEL ?= 2
@@ -21,6 +22,9 @@ build: configure
 render: build
 	@mkdir -p $(OUT)
 	@./build/$(PRESET)/tools/vnrender/vnrender -o $(OUT)/default.exr -o $(OUT)/default.png $(ARGS)
+	@./build/$(PRESET)/tools/vnrender/vnrender --width 640 --height 360 --frames 1-24 --quiet \
+		-o out/plates/plate.####.exr
+	@./build/$(PRESET)/tools/vnrender/vnrender examples/compositions/plates.xml
 
 test: build
 	@ctest --preset $(PRESET)

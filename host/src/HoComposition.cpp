@@ -294,7 +294,14 @@ void HoComposition::validate() const {
         if (first != last && !HoImageFile::hasFramePattern(o.file))
             HO_FAIL("the output file \"" + o.file +
                     "\" needs a frame pattern ('#' or '%04d') for several frames");
-        imageOf(o);
+        // Only the names: the processing nodes are built when the frames render, so that a
+        // composition can be read and described without its plates.
+        RCShdPtr<PiNode> const node = graph->getRootNode()->findNode(o.node);
+        if (!node)
+            HO_FAIL("the output names the node \"" + o.node + "\", which the composition lacks");
+        RCShdPtr<PiOutput> const socket = node->findOutput(o.socket);
+        if (!socket || socket->getType().getType() != PiSocketType::IMAGE)
+            HO_FAIL("the node \"" + o.node + "\" has no image output \"" + o.socket + "\"");
     }
 }
 
@@ -338,11 +345,9 @@ std::string HoComposition::describe() const {
 
 PxStrongHndl<PxImageProtocol const> HoComposition::imageOf(HoCompositionOutput const& o) const {
     RCShdPtr<PiNode> const node = graph->getRootNode()->findNode(o.node);
-    if (!node)
-        HO_FAIL("the output names the node \"" + o.node + "\", which the composition lacks");
-    RCShdPtr<PiOutput> const socket = node->findOutput(o.socket);
+    RCShdPtr<PiOutput> const socket = node ? node->findOutput(o.socket) : RCShdPtr<PiOutput>();
     if (!socket || socket->getType().getType() != PiSocketType::IMAGE)
-        HO_FAIL("the node \"" + o.node + "\" has no image output \"" + o.socket + "\"");
+        HO_FAIL("the composition has no image output \"" + o.node + "." + o.socket + "\"");
     auto topo = rcDynamicCast<PiTopologyInterface>(node->getController().lock());
     if (!topo)
         HO_FAIL("the node \"" + o.node + "\" has no processing side");

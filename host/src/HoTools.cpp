@@ -66,6 +66,30 @@ private:
     std::string _primaryIn, _primaryOut;
 };
 
+// Stands for files that cannot be read: the graph still loads and can be shown, and each
+// render says why it cannot be made.
+class UnreadableImageNode final : public PxImageProtocol {
+public:
+    UnreadableImageNode(PxNode::Init const& init, std::string reason)
+        : PxNode(init), _reason(std::move(reason)) {}
+    PxImageFormat getImageFormat() const override {
+        return PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
+                             Rational(25));
+    }
+    PxRODResult getImageROD(PxTimeStreamContext const&) const override {
+        VN_THROW_MSG(ExBase, _reason);
+    }
+    PxImageResult getImageResult(PxImageContext const&) const override {
+        VN_THROW_MSG(ExBase, _reason);
+    }
+    bool isChainConnected() const override { return true; }
+    bool producesFullFrames() const override { return false; }
+    int getNbStreams() const override { return 1; }
+
+private:
+    std::string _reason;
+};
+
 RCShdPtr<PiTool const> makeTool(Protocol* p) {
     return RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(p)));
 }
@@ -300,7 +324,15 @@ RCShdPtr<PiTool const> HoTools::read() {
             e.setAttribute("missing", number("Missing") == 1 ? "hold" : "error");
             std::shared_ptr<PiImageSequence const> const sequence(
                 HoNumberedSequence::fromXml(e).release());
-            auto const file = finished(new HoImageFileNode(PxNode::Init{"read"}, sequence));
+            PxStrongHndl<PxNode const> file;
+            try {
+                file = finished(new HoImageFileNode(PxNode::Init{"read"}, sequence));
+            } catch (ExBase const& x) {
+                p.publish("Output", finished(new UnreadableImageNode(
+                                        PxNode::Init{"unreadable"},
+                                        "\"" + node->getNodeName() + "\": " + x.getReason())));
+                return;
+            }
             // The sequence's images count from 0: frame First stands at First's time.
             auto const offset = finished(new PxConstantAnimValueNode<int>(
                 PxNode::Init{"first frame"}, PxResult<int>(-number("First"))));
