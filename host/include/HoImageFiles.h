@@ -62,10 +62,11 @@ private:
     OPtr<Imp> _imp;
 };
 
-// Numbered files, one a frame: <NumberedSequence pattern="shot.####.exr" first="1" last="48"
-// missing="error"/>. The pattern numbers frames by a run of '#' (padded to its length) or a
-// printf form "%d" / "%04d". A missing frame is an error naming the file and the frame, or with
-// missing="hold" the nearest frame on disk, the earlier one on a tie.
+// Numbered files, one a frame, described by the element "NumberedSequence" with the attributes
+// pattern ("shot.####.exr"), first, last and missing ("error" or "hold"). The pattern numbers
+// frames by a run of '#' (padded to its length) or a printf form "%d" / "%04d". A missing frame is
+// an error naming the file and the frame, or with missing="hold" the nearest frame on disk, the
+// earlier one on a tie.
 class VN_EXPORT HoNumberedSequence final : public PiImageSequence {
 public:
     static constexpr char const* kRootName = "NumberedSequence";

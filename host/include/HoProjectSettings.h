@@ -9,7 +9,7 @@ namespace Vn {
 
 class XmlDocument;
 
-// The project defaults of the host, read from the element <ProjectSettings> of the
+// The project defaults of the host, read from the element "ProjectSettings" of the
 // configuration document and overridable per run. `install` makes them the process's
 // PiProjectSettings.
 class VN_EXPORT HoProjectSettings final : public PiProjectSettings {
