@@ -3,6 +3,7 @@
 // in megapixels per second against OpenCV's warpAffine and OpenImageIO's warp with the matching
 // filter, one thread each. All stop at pixels in memory.
 
+#include "BenchImages.h"
 #include "BenchRatio.h"
 
 #include "HoRender.h"
@@ -23,54 +24,12 @@
 #include <random>
 
 using namespace Vn;
+using namespace VnBench;
 
 namespace {
 
-constexpr int kW = 3840;
-constexpr int kH = 2160;
 constexpr double kDx = 37.3;
 constexpr double kDy = -21.6;
-
-template <class N>
-PxStrongHndl<N> made(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return h;
-}
-template <class T>
-PxStrongHndl<PxAnimValueProtocol<T> const> value(T v) {
-    return made(new PxAnimValueNode<T>(PxNode::Init{"value"}, PxResult<T>(v)));
-}
-
-// A frame whose tiles are made once, before timing.
-class PreparedSource final : public PxImageLeafNode {
-public:
-    using PxImageLeafNode::PxImageLeafNode;
-    void prepare() {
-        std::mt19937 rng(3);
-        std::uniform_real_distribution<float> u(0.0f, 1.0f);
-        for (int j = 0; j * 512 < kH; ++j)
-            for (int i = 0; i * 512 < kW; ++i) {
-                PxValidityInterval vi = PxValidityInterval::FULL;
-                IxTile const t = allocateImageBuffer(PxImageContext(0.0, {i, j}, 0, 0), vi);
-                IxWriteGuard const g(t);
-                GeRectangle<int> const& r = t.getPixelRegion();
-                for (int y = r.ymin; y < r.ymax; ++y)
-                    for (int x = r.xmin; x < r.xmax; ++x)
-                        *g.getPixel<CoRgbaColorTyped<float>>(x, y) = {u(rng), u(rng), u(rng), 1};
-                _tiles[{i, j}] = t;
-            }
-    }
-    PxImageResult getImageResult(PxImageContext const& c) const override {
-        auto const it = _tiles.find({c.getTile().x, c.getTile().y});
-        if (it == _tiles.end())
-            return PxImageResult(allocateEmptyImageBuffer(), PxValidityInterval::FULL);
-        return PxImageResult(it->second, PxValidityInterval::FULL);
-    }
-
-private:
-    std::map<std::pair<int, int>, IxTile> _tiles;
-};
 
 // Each tile a fresh copy of the child's (which the caller keeps alive): the road of the engine with
 // ipCopy as all the work.
@@ -94,33 +53,6 @@ protected:
 private:
     PxNodePtr<PxImageProtocol const> _child;
 };
-
-PxStrongHndl<PxImageProtocol const>& source() {
-    static PxStrongHndl<PxImageProtocol const> s = [] {
-        PxStrongHndl<PxImageFormatProtocol const> f = made(new PxImageFormatNode(
-            PxNode::Init{"format"},
-            PxImageFormat(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32),
-                          Rational(25))));
-        auto* src = new PreparedSource(PxNode::Init{"source"}, f, value(kW), value(kH),
-                                       value(CoRgbColorTyped<float>{}), value(0.0));
-        PxStrongHndl<PxImageProtocol const> h = made(src);
-        src->prepare();
-        return h;
-    }();
-    return s;
-}
-
-std::vector<float>& plainSource() {
-    static std::vector<float> p = [] {
-        std::vector<float> v(std::size_t(kW) * kH * 4);
-        std::mt19937 rng(3);
-        std::uniform_real_distribution<float> u(0.0f, 1.0f);
-        for (float& x : v)
-            x = u(rng);
-        return v;
-    }();
-    return p;
-}
 
 void render(benchmark::State& st, PxStrongHndl<PxImageProtocol const> const& node) {
     PxRequestMgr::getInstance().setMaxRunningWorkers(1);
