@@ -232,7 +232,11 @@ HoComposition HoComposition::parse(std::string_view text, std::string const& ori
         HO_FAIL(origin + ": " + reason);
     }
     checkValues(*c.graph->getRootNode(), origin);
-    c.validate();
+    try {
+        c.validate();
+    } catch (HoRenderError const& e) {
+        HO_FAIL(origin + ": " + e.getReason());
+    }
     return c;
 }
 
