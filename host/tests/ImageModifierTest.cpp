@@ -16,6 +16,8 @@
 #include "PiValueInterface.h"
 #include "PxConfig.h"
 
+#include "ToolGraphFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -178,47 +180,14 @@ float graded(float x, double lift, double gain, double gamma, double offset) {
     return static_cast<float>(v + offset);
 }
 
-class ImageModifierTest : public ::testing::Test {
+class ImageModifierTest : public ToolGraphFixture {
 public:
-    void SetUp() override {
-        InInitMgr::getInstance().initialize();
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
-    }
-    void TearDown() override {
-        EvEventManager::getInstance().flush();
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
-    }
-
     RCShdPtr<PiToolNode> add(RCShdPtr<PiTool const> const& t, std::string const& name, int w = kW,
                              int h = kH) {
-        RCShdPtr<PiToolNode> n = root->createToolNode(t, name);
-        if (n->findInput("Width")) {
-            set<int>(n, "Width", w);
-            set<int>(n, "Height", h);
-        }
-        return n;
-    }
-    template <class T>
-    static void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
-        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
-        rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
-    }
-    void connect(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to,
-                 std::string const& input) {
-        PiUndoGuard guard(*graph, "Connect");
-        to->findInput(input)->connect(from->findOutput("Output"));
+        return addTool(t, name, w, h);
     }
     static RCShdPtr<PiImageModifier> modifier(RCShdPtr<PiToolNode> const& n) {
         return rcCast<PiImageModifier>(n->getController().lock());
-    }
-    static HoImage render(RCShdPtr<PiToolNode> const& n) {
-        auto topo = rcCast<PiTopologyInterface>(n->getController().lock());
-        PxStrongHndl<PxNode const> const out =
-            topo->getOutputProcNode(n->findOutput("Output")).lock();
-        return HoRenderer::renderFrame(Image(dynamic_cast<PxImageProtocol const*>(out.get())), 0.0);
     }
     static int mismatches(HoImage const& img, std::function<Color(int, int)> const& want,
                           float tolerance) {
@@ -234,9 +203,6 @@ public:
             }
         return bad;
     }
-
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
 };
 
 struct GradeParams {
@@ -276,13 +242,13 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     connect(maskSrc, maskGain, "Source");
     RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade");
     // Without a source there is no image, and no failure.
-    EXPECT_EQ(render(g).width, 0);
+    EXPECT_EQ(renderTool(g).width, 0);
     connect(src, g, "Source");
     setGrade(g, kGrade);
     auto const a = [&](int x, int y) {
         return gradeOf(patternAt(x, y), kGrade);
     };
-    EXPECT_EQ(mismatches(render(g), a, 1e-5f), 0) << "unmasked";
+    EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked";
 
     connect(maskGain, g, "Mask");
     struct Case {
@@ -325,7 +291,7 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
             return Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g, (A.b - B.b) * m + B.b,
                          (A.a - B.a) * m + B.a};
         };
-        HoImage const img = render(g);
+        HoImage const img = renderTool(g);
         EXPECT_EQ(img.width, w);
         EXPECT_EQ(mismatches(img, want, 1e-5f), 0)
             << "active " << c.active << " channel " << c.channel << " intensity " << c.intensity
@@ -344,7 +310,7 @@ TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
         last = g;
     }
     EXPECT_EQ(mismatches(
-                  render(last),
+                  renderTool(last),
                   [](int x, int y) {
                       Color p = patternAt(x, y);
                       p.r += 48.0f / 64;
@@ -359,7 +325,7 @@ TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
 TEST_F(ImageModifierTest, LayersAsThePrimaryInputGiveAnEmptyBack) {
     Counter front;
     RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false, true), "Probe");
-    EXPECT_EQ(render(probe).width, 0);
+    EXPECT_EQ(renderTool(probe).width, 0);
 }
 
 // Muted, the tool shows its source and asks neither its front nor its mask for anything; the
@@ -373,7 +339,7 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false), "Probe");
     connect(src, probe, "Source");
     connect(counted, probe, "Mask");
-    HoImage const shown = render(probe);
+    HoImage const shown = renderTool(probe);
     EXPECT_GT(front.total(), 0);
     EXPECT_GT(mask.total(), 0);
 
@@ -385,7 +351,7 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     }
     EXPECT_TRUE(m->getMute());
     int const frontBefore = front.total(), maskBefore = mask.total();
-    HoImage const muted = render(probe);
+    HoImage const muted = renderTool(probe);
     EXPECT_EQ(front.total(), frontBefore);
     EXPECT_EQ(mask.total(), maskBefore);
     EXPECT_EQ(m->getOutputNode().get(), outBefore.get()) << "mute rebuilt the tool";
@@ -397,11 +363,11 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     // Undone, the mute goes and the front is asked again; redone, it comes back.
     graph->getCommandStack().undo();
     EXPECT_FALSE(m->getMute());
-    render(probe);
+    renderTool(probe);
     EXPECT_GT(front.total(), frontBefore);
     graph->getCommandStack().redo();
     int const frontMuted = front.total();
-    render(probe);
+    renderTool(probe);
     EXPECT_EQ(front.total(), frontMuted);
 
     // A reset unmutes and picks the first affect the tool supports; others are refused.
@@ -412,7 +378,7 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     }
     EXPECT_FALSE(m->getMute());
     EXPECT_EQ(m->getAffect(), PiImageModifierTypes::AFFECT_RGBA);
-    render(probe);
+    renderTool(probe);
     EXPECT_GT(front.total(), frontMuted);
 }
 
@@ -429,12 +395,12 @@ TEST_F(ImageModifierTest, FullFrameModifierAsksEachChildTileOnce) {
     RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, true), "Probe");
     connect(backCount, probe, "Source");
     connect(maskCount, probe, "Mask");
-    render(probe); // builds the tools; their edits reach the workers
+    renderTool(probe); // builds the tools; their edits reach the workers
     for (int frame = 1; frame <= 2; ++frame) {
         // An edit drops the gathered frames: the next frame asks each tile once again.
         set<double>(probe, "Mask Intensity", 0.5 / frame);
         std::map<std::pair<int, int>, int> const backBefore = back.tiles, maskBefore = mask.tiles;
-        HoImage const img = render(probe);
+        HoImage const img = renderTool(probe);
         ASSERT_EQ(back.tiles.size(), 16u);
         ASSERT_EQ(mask.tiles.size(), 16u);
         for (auto const& [t, n] : back.tiles)
@@ -473,7 +439,7 @@ TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
         }
     } events;
     m->addConversionHandler(&events);
-    EXPECT_EQ(render(probe).format.getDepth(), IxPixelFormat::UINT8);
+    EXPECT_EQ(renderTool(probe).format.getDepth(), IxPixelFormat::UINT8);
     EvEventManager::getInstance().flush();
     auto const extraInfo = m->getConversionInfo(*probe->findInput("Extra"));
     EXPECT_EQ(extraInfo.source.getPixelFormat().getDepth(), IxPixelFormat::FLOAT32);
@@ -485,7 +451,7 @@ TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
             events.seen.clear();
         }
         rcCast<PiTypedValue<int>>(convert->findValue("Depth"))->set(depth);
-        HoImage const img = render(probe);
+        HoImage const img = renderTool(probe);
         EvEventManager::getInstance().flush();
         EXPECT_EQ(img.format.getDepth(), depth);
         std::lock_guard g(events.mx);

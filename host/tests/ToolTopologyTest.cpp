@@ -24,6 +24,8 @@
 #include "RCCbHandler.h"
 #include "XmlDocument.h"
 
+#include "ToolGraphFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -49,39 +51,13 @@ Color patternAt(int x, int y, double t) {
                                       t);
 }
 
-class ToolTopologyTest : public ::testing::Test {
+class ToolTopologyTest : public ToolGraphFixture {
 protected:
-    void SetUp() override {
-        InInitMgr::getInstance().initialize();
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
-    }
-    void TearDown() override {
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
-    }
-
     RCShdPtr<PiToolNode> add(RCShdPtr<PiTool const> const& tool, std::string const& name) {
-        RCShdPtr<PiToolNode> n = root->createToolNode(tool, name);
-        if (n->findInput("Width")) {
-            set<int>(n, "Width", kW);
-            set<int>(n, "Height", kH);
-        }
-        return n;
+        return addTool(tool, name, kW, kH);
     }
     RCShdPtr<PiToolNode> pattern(std::string const& name) {
         return add(HoTools::testPattern(), name);
-    }
-    template <class T>
-    static void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
-        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
-        rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
-    }
-    void connect(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to,
-                 std::string const& input) {
-        PiUndoGuard guard(*graph, "Connect");
-        to->findInput(input)->connect(from->findOutput("Output"));
     }
     static RCShdPtr<PiTopologyInterface> topo(RCShdPtr<PiToolNode> const& n) {
         return rcCast<PiTopologyInterface>(n->getController().lock());
@@ -109,9 +85,6 @@ protected:
             }
         EXPECT_EQ(bad, 0) << where;
     }
-
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
 };
 
 // Pattern -> Gain -> Over.Front, Pattern2 -> Over.Back: the pixels follow every edit, read

@@ -20,6 +20,8 @@
 #include "PxValueNode.h"
 #include "SdTexture.h"
 
+#include "ToolGraphFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -124,21 +126,10 @@ Color resample(Frame const& src, double x, double y, int filter) {
     return sum;
 }
 
-class TransformTools : public ::testing::Test {
+class TransformTools : public ToolGraphFixture {
 protected:
-    void SetUp() override {
-        InInitMgr::getInstance().initialize();
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
-    }
-    void TearDown() override {
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
-    }
     RCShdPtr<PiToolNode> add(RCShdPtr<PiTool const> const& tool, std::string const& name) {
-        PiUndoGuard guard(*graph, "Add");
-        return root->createToolNode(tool, name);
+        return addTool(tool, name);
     }
     // A test pattern fed into a new tool.
     RCShdPtr<PiToolNode> onPattern(RCShdPtr<PiTool const> const& tool, int w, int h) {
@@ -148,20 +139,10 @@ protected:
         return feed(pattern, add(tool, tool->getName()));
     }
     RCShdPtr<PiToolNode> feed(RCShdPtr<PiToolNode> const& from, RCShdPtr<PiToolNode> const& to) {
-        PiUndoGuard guard(*graph, "Connect");
-        to->findInput("Source")->connect(from->findOutput("Output"));
+        connect(from, to);
         return to;
     }
-    template <class T>
-    void set(RCShdPtr<PiToolNode> const& n, std::string const& input, T v) {
-        PiUndoGuard guard(*graph, "Set");
-        RCShdPtr<PiNode> value = n->findInput(input)->getConnectedOutput()->retrieveNode();
-        rcCast<PiTypedValue<T>>(value->findValue(PiValueNode::VALUE_NAME))->set(v);
-    }
-    static Image output(RCShdPtr<PiToolNode> const& n) { return HoDefaultGraph::outputOf(*n); }
 
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
     RCShdPtr<PiToolNode> pattern;
 };
 
