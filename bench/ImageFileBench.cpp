@@ -35,13 +35,13 @@ std::string pattern() {
 
 void writeFrames() {
     std::filesystem::create_directories(folder());
-    OIIO::ImageSpec spec(kWidth, kHeight, 4, OIIO::TypeDesc::HALF);
-    spec.alpha_channel = 3;
+    OIIO::ImageSpec header(kWidth, kHeight, 4, OIIO::TypeDesc::HALF);
+    header.alpha_channel = 3;
     std::vector<float> row(static_cast<std::size_t>(kWidth) * 4);
     for (int f = 1; f <= kFrames; ++f) {
         std::string const path = HoImageFile::expandFramePattern(pattern(), f);
         auto out = OIIO::ImageOutput::create(path);
-        out->open(path, spec);
+        out->open(path, header);
         for (int y = 0; y < kHeight; ++y) {
             for (int x = 0; x < kWidth; ++x)
                 for (int c = 0; c < 4; ++c)

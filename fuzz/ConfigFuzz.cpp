@@ -1,6 +1,7 @@
 // Arbitrary bytes to the configuration reader. Bad text must raise ExBase; what it accepts must
 // be settings the project can use.
 #include "ExBase.h"
+#include "FuzzCheck.h"
 #include "HoProjectSettings.h"
 
 #include <cstdint>
@@ -8,13 +9,6 @@
 #include <string_view>
 
 using namespace Vn;
-
-namespace {
-void check(bool ok) {
-    if (!ok)
-        std::abort();
-}
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     HoProjectSettings::Values v;
@@ -24,12 +18,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (ExBase const&) {
         return 0;
     }
-    check(v.width >= 1 && v.height >= 1 && v.width <= (1 << 20) && v.height <= (1 << 20));
-    check(v.components == IxPixelFormat::ALPHA || v.components == IxPixelFormat::RGB ||
-          v.components == IxPixelFormat::RGBA);
-    check(v.rate > Rational(0) && v.pixelRatio > Rational(0));
-    check(v.start <= v.end);
+    fuzzCheck(v.width >= 1 && v.height >= 1 && v.width <= (1 << 20) && v.height <= (1 << 20));
+    fuzzCheck(v.components == IxPixelFormat::ALPHA || v.components == IxPixelFormat::RGB ||
+              v.components == IxPixelFormat::RGBA);
+    fuzzCheck(v.rate > Rational(0) && v.pixelRatio > Rational(0));
+    fuzzCheck(v.start <= v.end);
     // The settings make a valid pixel format.
-    check(IxPixelFormat(v.components, v.depth, v.pixelRatio).isValid());
+    fuzzCheck(IxPixelFormat(v.components, v.depth, v.pixelRatio).isValid());
     return 0;
 }

@@ -1,6 +1,7 @@
 // Arbitrary bytes to the XML reader and the graph unarchiver. A malformed archive must raise
 // ExBase and leave the graph exactly as it was; a good one must read into a sound graph.
 #include "ExBase.h"
+#include "FuzzCheck.h"
 #include "HoGraph.h"
 #include "HoToolRegistry.h"
 #include "PiCommandStack.h"
@@ -58,11 +59,6 @@ RCShdPtr<PiGraph> const& graph() {
     return g;
 }
 
-void check(bool ok) {
-    if (!ok)
-        std::abort();
-}
-
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -78,11 +74,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     try {
         g->unarchiveNodes(doc.getRoot(), root);
     } catch (ExBase const&) {
-        check(HoGraphUtil::dump(*root, true) == before);
-        check(g->getCommandStack().getUndoCount() == 0);
+        fuzzCheck(HoGraphUtil::dump(*root, true) == before);
+        fuzzCheck(g->getCommandStack().getUndoCount() == 0);
         return 0;
     }
-    check(HoGraphUtil::checkInvariants(*g).empty());
+    fuzzCheck(HoGraphUtil::checkInvariants(*g).empty());
     // What was read writes out again, and undo takes it away.
     XmlWriter w;
     std::vector<RCShdPtr<PiNode>> all;
@@ -92,7 +88,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     (void)w.toString();
     if (g->getCommandStack().canUndo())
         g->getCommandStack().undo();
-    check(HoGraphUtil::dump(*root, true) == before);
+    fuzzCheck(HoGraphUtil::dump(*root, true) == before);
     g->getCommandStack().clear();
     return 0;
 }

@@ -1,6 +1,7 @@
 // Arbitrary bytes as an image sequence description. Bad text must raise ExBase; a sequence it
 // accepts must describe itself in a text that reads back to the same sequence.
 #include "ExBase.h"
+#include "FuzzCheck.h"
 #include "HoImageFiles.h"
 
 #include <cstdint>
@@ -8,13 +9,6 @@
 #include <string>
 
 using namespace Vn;
-
-namespace {
-void check(bool ok) {
-    if (!ok)
-        std::abort();
-}
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static bool const registered = (HoNumberedSequence::registerKind(), true);
@@ -26,14 +20,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (ExBase const&) {
         return 0;
     }
-    check(s && s->getNbImages() >= 1 && s->getNbImages() <= HoNumberedSequence::kMaxFrames);
+    fuzzCheck(s && s->getNbImages() >= 1 && s->getNbImages() <= HoNumberedSequence::kMaxFrames);
     std::string const text = s->toXml();
     OPtr<PiImageSequence> const again = PiImageSequence::createFromText(text, "again.xml");
-    check(again->toXml() == text && again->getNbImages() == s->getNbImages());
-    check(again->getImagePath(s->getNbImages() - 1) == s->getImagePath(s->getNbImages() - 1));
+    fuzzCheck(again->toXml() == text && again->getNbImages() == s->getNbImages());
+    fuzzCheck(again->getImagePath(s->getNbImages() - 1) == s->getImagePath(s->getNbImages() - 1));
     try {
         s->getImagePath(s->getNbImages());
-        check(false);
+        fuzzCheck(false);
     } catch (ExBase const&) {
     }
     return 0;

@@ -6,6 +6,7 @@
 // three array lengths from the next three bytes instead of the key count; bit 1 makes keys from
 // small whole numbers (gaps and values), so that most inputs load and the evaluation is explored.
 #include "ExBase.h"
+#include "FuzzCheck.h"
 #include "TcTimeCurve.h"
 
 #include <cmath>
@@ -16,11 +17,6 @@
 using namespace Vn;
 
 namespace {
-void check(bool ok) {
-    if (!ok)
-        std::abort();
-}
-
 struct Reader {
     uint8_t const* data;
     size_t size;
@@ -93,10 +89,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
                             curve->getInterpolationType());
     auto probe = [&](double t) {
         double const v = curve->evaluate(t);
-        check(std::isfinite(v));
-        check(v == again.evaluate(t));
+        fuzzCheck(std::isfinite(v));
+        fuzzCheck(v == again.evaluate(t));
         GeInterval<double> const valid = curve->getValidity(t);
-        check(std::isnan(t) || valid.contains(t) || t == INFINITY);
+        fuzzCheck(std::isnan(t) || valid.contains(t) || t == INFINITY);
     };
     double const specials[] = {NAN, INFINITY, -INFINITY, 0.0, -1e300, 1e300, 4e7, -4e7};
     for (double t : specials)
@@ -104,7 +100,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     int const n = curve->getNbKeys();
     for (int i = 0; i < n; ++i) {
         double const t = curve->getKey(i).time;
-        check(curve->hasKey(t));
+        fuzzCheck(curve->hasKey(t));
         probe(t);
         probe(std::nextafter(t, INFINITY));
         if (i + 1 < n)
@@ -124,11 +120,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         double const t = in.tameDouble(), v = in.tameDouble();
         if (std::isfinite(t) && std::isfinite(v)) {
             edited->setKey(t, v);
-            check(edited->hasKey(t));
+            fuzzCheck(edited->hasKey(t));
         }
     }
     for (int i = 1; i < edited->getNbKeys(); ++i)
-        check(edited->getKey(i - 1).time < edited->getKey(i).time);
-    check(curve->getNbKeys() == n);
+        fuzzCheck(edited->getKey(i - 1).time < edited->getKey(i).time);
+    fuzzCheck(curve->getNbKeys() == n);
     return 0;
 }

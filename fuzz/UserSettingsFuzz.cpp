@@ -1,6 +1,7 @@
 // Arbitrary bytes to the user settings reader. Bad text must raise ExBase; good text must
 // write out and read back to the same settings.
 #include "ExBase.h"
+#include "FuzzCheck.h"
 #include "HoUserSettings.h"
 
 #include <cstdint>
@@ -8,13 +9,6 @@
 #include <string_view>
 
 using namespace Vn;
-
-namespace {
-void check(bool ok) {
-    if (!ok)
-        std::abort();
-}
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     HoUserSettings::Values values;
@@ -24,16 +18,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     } catch (ExBase const&) {
         return 0;
     }
-    check(values.recentProjects.size() <= HoUserSettings::kMaxRecentProjects);
+    fuzzCheck(values.recentProjects.size() <= HoUserSettings::kMaxRecentProjects);
     HoUserSettings::Values const again =
         HoUserSettings::parse(HoUserSettings::format(values), "again.xml");
-    check(again.autoKey == values.autoKey);
-    check(again.videoDevices == values.videoDevices);
-    check(again.recentProjects.size() == values.recentProjects.size());
+    fuzzCheck(again.autoKey == values.autoKey);
+    fuzzCheck(again.videoDevices == values.videoDevices);
+    fuzzCheck(again.recentProjects.size() == values.recentProjects.size());
     auto a = again.recentProjects.begin();
     for (auto const& e : values.recentProjects) {
-        check(a->getProjectPath() == e.getProjectPath());
-        check(a->getDate() == e.getDate());
+        fuzzCheck(a->getProjectPath() == e.getProjectPath());
+        fuzzCheck(a->getDate() == e.getDate());
         ++a;
     }
     return 0;

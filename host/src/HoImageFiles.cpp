@@ -72,7 +72,7 @@ void checkSeam(OsFaultInjector::Operation op, char const* what, std::string cons
 struct HoOiioImageFile::Imp {
     std::string path;
     std::unique_ptr<OIIO::ImageInput> in;
-    OIIO::ImageSpec spec;
+    OIIO::ImageSpec header;
     std::unique_ptr<OIIO::ImageOutput> out;
     std::string temporary;
     ImFormat writeFormat;
@@ -102,8 +102,8 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
     imp.in = OIIO::ImageInput::open(path);
     if (!imp.in)
         refuse("read", path, firstLine(OIIO::geterror()));
-    imp.spec = imp.in->spec();
-    OIIO::ImageSpec const& s = imp.spec;
+    imp.header = imp.in->spec();
+    OIIO::ImageSpec const& s = imp.header;
     if (s.width < 1 || s.height < 1 || s.nchannels < 1 || s.depth != 1 ||
         s.width > getMaxRect().xmax || s.height > getMaxRect().ymax)
         refuse("read", path,
@@ -141,18 +141,18 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::createForWriting(std::string const& pa
 ImFormat HoOiioImageFile::getFormat() const {
     if (_imp->writing)
         return _imp->writeFormat;
-    OIIO::ImageSpec const& s = _imp->spec;
+    OIIO::ImageSpec const& s = _imp->header;
     int const comps = s.nchannels == 1 || s.nchannels == 3 ? 3 : 4;
     return ImFormat(s.width, s.height, ImPixelFormat(comps, depthOf(s.format)), _pixelRatio);
 }
 
 int HoOiioImageFile::getNbComponents() const {
     return _imp->writing ? _imp->writeFormat.getPixelFormat().getComps()
-                         : std::min(_imp->spec.nchannels, 4);
+                         : std::min(_imp->header.nchannels, 4);
 }
 
 char const* HoOiioImageFile::getCompression() const {
-    OIIO::ParamValue const* p = _imp->spec.find_attribute("compression", OIIO::TypeString);
+    OIIO::ParamValue const* p = _imp->header.find_attribute("compression", OIIO::TypeString);
     return p ? *static_cast<char const* const*>(p->data()) : nullptr;
 }
 
@@ -171,11 +171,11 @@ void HoOiioImageFile::resetRate() {
 }
 
 bool HoOiioImageFile::isTiled() const {
-    return _imp->spec.tile_width > 0;
+    return _imp->header.tile_width > 0;
 }
 
 OPtrRet<PiImageFileDetails> HoOiioImageFile::getDetails() const {
-    OIIO::ImageSpec const& s = _imp->spec;
+    OIIO::ImageSpec const& s = _imp->header;
     std::string channels;
     for (int c = 0; c < s.nchannels; ++c)
         channels += (c ? "," : "") + std::string(s.channel_name(c));
@@ -195,7 +195,7 @@ OPtrRet<PiImageFileDetails> HoOiioImageFile::getDetails() const {
 void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& destination) {
     Imp& imp = *_imp;
     VN_ASSERT(imp.in);
-    OIIO::ImageSpec const& s = imp.spec;
+    OIIO::ImageSpec const& s = imp.header;
     ImLayout const& layout = destination.getLayout();
     ImPixelFormat const& pf = layout.getPixelFormat();
     VN_ASSERT(region.xmin == 0 && region.xmax == s.width && region.ymin >= 0 &&
@@ -276,14 +276,14 @@ GePoint<int> HoOiioImageFile::beginImageWrite(ImFormat const& format) {
     imp.out = OIIO::ImageOutput::create(imp.temporary);
     if (!imp.out)
         refuse("write", imp.path, "no image format writes its extension");
-    OIIO::ImageSpec spec(format.getWidth(), format.getHeight(), pf.getComps(),
-                         typeOf(pf.getDepth()));
+    OIIO::ImageSpec header(format.getWidth(), format.getHeight(), pf.getComps(),
+                           typeOf(pf.getDepth()));
     if (pf.getComps() == 4)
-        spec.alpha_channel = 3;
+        header.alpha_channel = 3;
     if (format.getPixelRatio() != Rational(1))
-        spec.attribute("PixelAspectRatio", static_cast<float>(format.getPixelRatio().toDouble()));
+        header.attribute("PixelAspectRatio", static_cast<float>(format.getPixelRatio().toDouble()));
     checkSeam(OsFaultInjector::OPEN, "open", imp.temporary);
-    if (!imp.out->open(imp.temporary, spec)) {
+    if (!imp.out->open(imp.temporary, header)) {
         std::string const why = firstLine(imp.out->geterror());
         imp.out.reset();
         std::remove(imp.temporary.c_str());

@@ -328,9 +328,9 @@ RCShdPtr<PiTool const> HoTools::read() {
             try {
                 file = finished(new HoImageFileNode(PxNode::Init{"read"}, sequence));
             } catch (ExBase const& x) {
-                p.publish("Output", finished(new UnreadableImageNode(
-                                        PxNode::Init{"unreadable"},
-                                        "\"" + node->getNodeName() + "\": " + x.getReason())));
+                p.publish("Output", finished(new UnreadableImageNode(PxNode::Init{"unreadable"},
+                                                                     "\"" + node->getNodeName() +
+                                                                         "\": " + x.getReason())));
                 return;
             }
             // The sequence's images count from 0: frame First stands at First's time.
