@@ -178,9 +178,14 @@ public:
     }
     RCWeakPtr(RCWeakPtr&& o) noexcept
         : _p(std::exchange(o._p, nullptr)), _counter(std::exchange(o._counter, nullptr)) {}
-    RCWeakPtr& operator=(RCWeakPtr o) noexcept {
-        std::swap(_p, o._p);
-        std::swap(_counter, o._counter);
+    // Copy and move assign through a local: one of our compilers, optimising, dropped the
+    // destructor of a by-value parameter, leaking the old weak reference.
+    RCWeakPtr& operator=(RCWeakPtr const& o) noexcept {
+        RCWeakPtr(o).swap(*this);
+        return *this;
+    }
+    RCWeakPtr& operator=(RCWeakPtr&& o) noexcept {
+        RCWeakPtr(std::move(o)).swap(*this);
         return *this;
     }
     ~RCWeakPtr() {

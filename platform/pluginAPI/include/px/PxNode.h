@@ -125,8 +125,13 @@ public:
         acquire();
     }
     ~PxNodePtr() { drop(); }
-    PxNodePtr& operator=(PxNodePtr o) noexcept {
-        std::swap(_p, o._p);
+    // Assignment through a local, not a by-value parameter (see RCWeakPtr).
+    PxNodePtr& operator=(PxNodePtr const& o) noexcept {
+        PxNodePtr(o).swap(*this);
+        return *this;
+    }
+    PxNodePtr& operator=(PxNodePtr&& o) noexcept {
+        PxNodePtr(std::move(o)).swap(*this);
         return *this;
     }
 
@@ -173,8 +178,12 @@ public:
     PxStrongHndl(PxStrongHndl&& o) : _p(std::exchange(o._p, nullptr)) { PxHandleCheck::outside(); }
     template <class U, class = std::enable_if_t<std::is_convertible_v<U*, T*>>>
     PxStrongHndl(PxStrongHndl<U> const& o) : PxStrongHndl(o.get()) {}
-    PxStrongHndl& operator=(PxStrongHndl o) {
-        swap(o);
+    PxStrongHndl& operator=(PxStrongHndl const& o) {
+        PxStrongHndl(o).swap(*this);
+        return *this;
+    }
+    PxStrongHndl& operator=(PxStrongHndl&& o) {
+        PxStrongHndl(std::move(o)).swap(*this);
         return *this;
     }
     ~PxStrongHndl() noexcept(false) {
@@ -215,8 +224,8 @@ public:
     PxWeakHndl() { PxHandleCheck::outside(); }
     PxWeakHndl(PxStrongHndl<T> const& s) { assign(s.get()); }
     PxWeakHndl(PxWeakHndl const& o) { assign(o._p, o._counter); }
-    PxWeakHndl& operator=(PxWeakHndl o) {
-        swap(o);
+    PxWeakHndl& operator=(PxWeakHndl const& o) {
+        PxWeakHndl(o).swap(*this);
         return *this;
     }
     ~PxWeakHndl() noexcept(false) {
