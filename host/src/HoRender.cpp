@@ -239,14 +239,30 @@ HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node,
             mgr.executeRequest(requests.back().get(), false);
         }
     int done = 0;
-    for (auto& r : requests) {
-        for (PxImageResult const& result : *r->getResults()) {
-            IxReadGuard const src = result.getTileGuard();
-            ipCopy(dst, ipPixelsOf(src), result.getPixelRegion());
+    try {
+        for (auto& r : requests) {
+            for (PxImageResult const& result : *r->getResults()) {
+                IxReadGuard const src = result.getTileGuard();
+                ipCopy(dst, ipPixelsOf(src), result.getPixelRegion());
+            }
+            r.reset();
+            if (progress)
+                progress(++done, static_cast<int>(requests.size()));
         }
-        r.reset();
-        if (progress)
-            progress(++done, static_cast<int>(requests.size()));
+    } catch (...) {
+        // The caller may drop the graph once the frame has failed: no tile of it may still be
+        // running then. The rest are cancelled and awaited; their own failures add nothing.
+        for (auto& r : requests)
+            if (r)
+                mgr.cancelRequest(r.get());
+        for (auto& r : requests)
+            if (r) {
+                try {
+                    mgr.waitRequest(r.get());
+                } catch (...) {
+                }
+            }
+        throw;
     }
     return image;
 }

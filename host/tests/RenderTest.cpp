@@ -13,7 +13,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
@@ -479,8 +481,8 @@ TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
 }
 
 // A composition as a user builds one: a five-frame EXR sequence read, moved three pixels by a
-// Transform, graded through a half-strength mask, over a constant colour; rendered by the
-// program and compared, frame by frame, with the same steps computed here.
+// Transform, graded through a half-strength mask, over a constant colour, blurred; rendered by
+// the program and compared, frame by frame, with the same steps computed here.
 TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     constexpr int kW = 32, kH = 16, kShift = 3;
     auto plate = [](int x, int y, int f) {
@@ -533,35 +535,61 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
         grade->findInput("Mask")->connect(half->findOutput("Output"));
         over->findInput("Front")->connect(grade->findOutput("Output"));
         over->findInput("Back")->connect(bg->findOutput("Output"));
+        RCShdPtr<PiToolNode> const blur = root->createToolNode(HoTools::blur(), "Soften");
+        set(blur, "Size", 2.0);
+        blur->findInput("Source")->connect(over->findOutput("Output"));
     }
     c.last = 5;
     c.depth = IxPixelFormat::FLOAT32;
-    c.outputs = {{"Over", "Output", dir / "comp.####.exr"}};
+    c.outputs = {{"Soften", "Output", dir / "comp.####.exr"}};
     c.save(dir / "plates.xml");
     auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + (dir / "plates.xml"));
     ASSERT_EQ(code, 0) << err;
+    // The blur of size 2: a Gaussian of deviation 1 reaching 3 pixels, over transparency outside.
+    constexpr int kReach = 3, kOutW = kW + kShift, kBlurW = kOutW + 2 * kReach;
+    double gauss[2 * kReach + 1], total = 0.0;
+    for (int k = -kReach; k <= kReach; ++k)
+        total += gauss[k + kReach] = std::exp(-0.5 * k * k);
     for (int f = 1; f <= 5; ++f) {
-        HoImage const got =
-            HoImageFile::read(HoImageFile::expandFramePattern(dir / "comp.####.exr", f));
-        ASSERT_EQ(got.width, kW + kShift) << f;
-        ASSERT_EQ(got.height, kH) << f;
+        std::vector<Color> over(std::size_t(kOutW * kH));
         for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW + kShift; ++x) {
+            for (int x = 0; x < kOutW; ++x) {
                 Color const s = x >= kShift ? plate(x - kShift, y, f) : Color{0, 0, 0, 0};
                 Color const g{s.r * 2.0f, s.g, s.b + 0.125f, s.a};
                 Color const m{(g.r - s.r) * 0.5f + s.r, (g.g - s.g) * 0.5f + s.g,
                               (g.b - s.b) * 0.5f + s.b, (g.a - s.a) * 0.5f + s.a};
-                Color const want = HoOverNode::over(m, {0.5f, 0.25f, 0.0f, 1.0f});
-                expectNear(got.getColor(x, y), want, 1e-6f,
+                over[std::size_t(y * kOutW + x)] = HoOverNode::over(m, {0.5f, 0.25f, 0.0f, 1.0f});
+            }
+        HoImage const got =
+            HoImageFile::read(HoImageFile::expandFramePattern(dir / "comp.####.exr", f));
+        ASSERT_EQ(got.width, kBlurW) << f;
+        ASSERT_EQ(got.height, kH + 2 * kReach) << f;
+        for (int y = 0; y < got.height; ++y)
+            for (int x = 0; x < kBlurW; ++x) {
+                double sum[4] = {};
+                for (int j = -kReach; j <= kReach; ++j)
+                    for (int i = -kReach; i <= kReach; ++i) {
+                        int const ox = x - kReach + i, oy = y - kReach + j;
+                        if (ox < 0 || ox >= kOutW || oy < 0 || oy >= kH)
+                            continue;
+                        double const w = gauss[i + kReach] * gauss[j + kReach] / (total * total);
+                        Color const& o = over[std::size_t(oy * kOutW + ox)];
+                        sum[0] += w * o.r, sum[1] += w * o.g, sum[2] += w * o.b, sum[3] += w * o.a;
+                    }
+                Color const want{float(sum[0]), float(sum[1]), float(sum[2]), float(sum[3])};
+                expectNear(got.getColor(x, y), want, 2e-5f,
                            "frame " + std::to_string(f) + " at " + std::to_string(x) + "," +
                                std::to_string(y));
             }
     }
-    // A plate missing: one line naming the file and frame, and no output for that frame.
+    // A plate missing: one line naming the file and frame, and no output for that frame. All
+    // that the program prints, on either stream, is that line and the count.
     fs::remove(dir / "plate.0004.exr");
-    auto const [code2, err2] = runCommand(std::string(VNRENDER_PATH) + " " + (dir / "plates.xml") +
-                                          " --frames 4 -o " + (dir / "missing.exr"));
+    auto const [code2, err2] =
+        runCommand("{ " + std::string(VNRENDER_PATH) + " " + (dir / "plates.xml") +
+                   " --frames 4 -o " + (dir / "missing.exr") + " 1>&2; }");
     EXPECT_EQ(code2, 3) << err2;
+    EXPECT_EQ(std::count(err2.begin(), err2.end(), '\n'), 2) << err2;
     EXPECT_NE(err2.find("vnrender: error: frame 4: "), std::string::npos) << err2;
     EXPECT_NE(err2.find("plate.0004.exr"), std::string::npos) << err2;
     EXPECT_FALSE(fs::exists(dir / "missing.exr"));

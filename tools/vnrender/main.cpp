@@ -3,6 +3,7 @@
 
 #include "EngineSession.h"
 #include "InBuildInfo.h"
+#include "LgLog.h"
 
 #include "HoComposition.h"
 #include "HoRender.h"
@@ -140,6 +141,13 @@ int renderComposition(std::string const& file, std::optional<std::pair<int, int>
         Vn::HoGraphDump::writeDot(c.imageOf(c.outputs.front()), dot);
         Vn::HoGraphDump::renderPng(dot, file + ".dag.png");
     }
+    // The engine logs each failed evaluation at length; every failed frame gets its own line
+    // below, so those entries are dropped and the rest print as before.
+    Vn::LgLog::setOutput([](Vn::LgEntry const& e) {
+        if (e.minor == "PxGraph" && e.text.rfind("Caught exception", 0) == 0)
+            return;
+        Vn::ExStdout::printAtomically(e.format());
+    });
     ProgressLine progress(!quiet && ::isatty(STDERR_FILENO));
     Vn::HoCompositionRender::Result const r =
         render.run(c, [&](Vn::HoCompositionRender::Progress const& p) { progress(p); });
