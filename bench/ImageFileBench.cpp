@@ -99,9 +99,21 @@ void BM_ImageBufRead(benchmark::State& st) {
         benchmark::Counter(double(st.iterations()) * kFrames, benchmark::Counter::kIsRate);
 }
 
-BENCHMARK(BM_SourceNodeRender)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3.0);
-BENCHMARK(BM_ImageBufRead)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3.0);
-BENCHMARK(BM_FileRead)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(3.0);
+BENCHMARK(BM_SourceNodeRender)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
+BENCHMARK(BM_ImageBufRead)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
+BENCHMARK(BM_FileRead)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->MeasureProcessCPUTime()
+    ->MinTime(3.0);
 
 } // namespace
 
