@@ -17,11 +17,17 @@
 
 using namespace Vn;
 
+// The image library synchronizes its own threads in code the thread sanitizer does not see.
+extern "C" char const* __tsan_default_suppressions() {
+    return "race:libOpenImageIO_Util.so\nrace:libOpenImageIO.so\n";
+}
+
 namespace {
 
-// Frames of three tiles by two at full resolution, the last ones cut.
+// Frames of three tiles at full resolution, two at half, one beyond; the last ones cut. Low, to
+// keep the checks quick under the thread sanitizer.
 constexpr int kW = 1100;
-constexpr int kH = 600;
+constexpr int kH = 40;
 constexpr int kFrames = 6;
 
 int valueAt(int frame, int x, int y, int c) {
@@ -97,7 +103,7 @@ TEST_F(ImageFileStress, RandomTilesOfEvictedFramesAreExact) {
         long const readsBefore = HoOiioImageFile::getReadCount();
 
         constexpr int kThreads = 4;
-        constexpr int kRequests = 60;
+        constexpr int kRequests = 150;
         std::atomic<int> failures{0};
         std::string firstFailure;
         std::vector<std::thread> threads;
@@ -105,12 +111,17 @@ TEST_F(ImageFileStress, RandomTilesOfEvictedFramesAreExact) {
             threads.emplace_back([&, t] {
                 std::mt19937 random(static_cast<unsigned>(t) * 7919u + 1u);
                 for (int i = 0; i < kRequests; ++i) {
-                    int const frame = static_cast<int>(random() % kFrames);
+                    // Mostly two hot frames, served from the cache while others evict.
+                    int const frame = static_cast<int>(random() % (random() % 4 ? 2 : kFrames));
                     int const scale = static_cast<int>(random() % 3);
-                    int const tx = static_cast<int>(random() % (scale == 0 ? 3 : 3 - scale));
-                    int const ty = static_cast<int>(random() % (scale == 0 ? 2 : 1));
-                    PxRequestPtr<PxImageMultiTileRequest> request(new PxImageMultiTileRequest(
-                        node, GeVector2<int>{tx, ty}, 0, PxTimeInfo(frame / rate), scale));
+                    // A tile alone, or all of them at once.
+                    int const tx = static_cast<int>(random() % static_cast<unsigned>(4 - scale));
+                    PxRequestPtr<PxImageMultiTileRequest> request(
+                        tx < 3 - scale
+                            ? new PxImageMultiTileRequest(node, GeVector2<int>{tx, 0}, 0,
+                                                          PxTimeInfo(frame / rate), scale)
+                            : new PxImageMultiTileRequest(node, 0, PxTimeInfo(frame / rate),
+                                                          scale));
                     PxRequestMgr::getInstance().executeRequest(request.get(), false);
                     try {
                         for (PxImageResult const& result : *request->getResults())

@@ -1,7 +1,10 @@
 #include "HoImageFiles.h"
 #include "HoRender.h"
 #include "InPackageInit.h"
+#include "IxConvertUtil.h"
 #include "PiImageFileDetails.h"
+#include "PxImageRequests.h"
+#include "PxRequestMgr.h"
 
 #include "../../platform/resmgt/tests/TempFolderTest.h"
 
@@ -404,6 +407,66 @@ TEST_F(ImageFileSourceTest, A4KFrameOf64TilesIsReadOnce) {
     // The file's top line is the picture's top.
     EXPECT_FLOAT_EQ(image.getColor(5, 0).r, 0.0f);
     EXPECT_NEAR(image.getColor(5, 4095).g, 4095.0f / 4096.0f, 1e-3f);
+}
+
+// A coarser scale is the box average of the full frame over blocks of 2^scale pixels, the
+// blocks cut by the right and top edges over the pixels they cover; beyond one pixel it stays
+// one pixel. The file is read once for every scale.
+TEST_F(ImageFileSourceTest, CoarserScalesAreBoxAveragesOfTheFrame) {
+    struct {
+        int sample; // in kSamples
+        int scale;
+        float tolerance;
+    } const cases[] = {{1, 1, 1e-6f}, {0, 1, 1e-3f}, {4, 1, 0.5f / 255 + 1e-6f}, {1, 6, 1e-6f}};
+    for (auto const& c : cases) {
+        Sample const& s = kSamples[c.sample];
+        SCOPED_TRACE(std::string(s.name) + " at scale " + std::to_string(c.scale));
+        std::string const name =
+            "p" + std::to_string(c.scale) + ".#." + OsFilePath(s.name).getExtension();
+        std::string const path = HoImageFile::expandFramePattern(at(name).getString(), 1);
+        writeSample(s, path);
+        auto const n = node(sequence("<NumberedSequence pattern='" + at(name).getString() +
+                                     "' first='1' last='1'/>"));
+        long const before = HoOiioImageFile::getReadCount();
+        IxTile tiles[2];
+        for (int k : {1, 0}) {
+            PxRequestPtr<PxImageMultiTileRequest> r(new PxImageMultiTileRequest(
+                PxUPtr<PxImageProtocol const>(n), 0, PxTimeInfo(0.0), k * c.scale));
+            PxRequestMgr::getInstance().executeRequest(r.get(), false);
+            tiles[k] =
+                PxImageMultiTileRequest::assembleTiles(*r->getResults(), r->getPixelRegion());
+        }
+        EXPECT_EQ(HoOiioImageFile::getReadCount() - before, 1);
+        std::vector<std::byte> const raw =
+            reference(path, ImPixelFormat(s.expected.getComps(), 32));
+        int const comps = s.expected.getComps();
+        int const block = 1 << c.scale;
+        int const w = (kWidth + block - 1) / block, h = (kHeight + block - 1) / block;
+        ASSERT_EQ(tiles[1].getPixelRegion(), GeRectangle<int>(0, w, 0, h));
+        IxReadGuard const got(tiles[1]);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                CoRgbaColorTyped<float> p;
+                IxConvertUtil::readFrom(&p, got.getAddress(x, y), 1, s.expected);
+                float const* pc = &p.r;
+                for (int k = 0; k < comps; ++k) {
+                    double sum = 0.0;
+                    int count = 0;
+                    for (int yy = y * block; yy < std::min(kHeight, (y + 1) * block); ++yy)
+                        for (int xx = x * block; xx < std::min(kWidth, (x + 1) * block); ++xx) {
+                            float v;
+                            std::size_t const i =
+                                (static_cast<std::size_t>(kHeight - 1 - yy) * kWidth + xx) * comps +
+                                k;
+                            std::memcpy(&v, &raw[i * 4], 4);
+                            sum += v;
+                            ++count;
+                        }
+                    ASSERT_NEAR(pc[k], sum / count, c.tolerance)
+                        << x << "," << y << "[" << k << "]";
+                }
+            }
+    }
 }
 
 } // namespace
