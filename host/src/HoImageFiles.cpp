@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <numeric>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Vn {
@@ -67,6 +68,31 @@ void checkSeam(OsFaultInjector::Operation op, char const* what, std::string cons
         throw OsFileError(__FILE__, __LINE__, what, path, e);
 }
 
+// libpng leaves the image library's read callback by longjmp when a file ends early, and what
+// the callback held is lost: a PNG whose chunks run past its end, or that ends without its last
+// chunk, is refused before the library reads it. Other files pass.
+void refuseTruncatedPng(std::string const& path) {
+    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st {};
+    unsigned char head[8];
+    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || ::pread(fd.get(), head, 8, 0) != 8 ||
+        std::memcmp(head, "\x89PNG\r\n\x1a\n", 8) != 0)
+        return;
+    // Each chunk: a big-endian length, a type, the data and a checksum.
+    for (off_t at = 8;;) {
+        if (at + 8 > st.st_size || ::pread(fd.get(), head, 8, at) != 8)
+            refuse("read", path, "the PNG file ends before its last chunk");
+        off_t const length =
+            static_cast<off_t>(head[0]) << 24 | head[1] << 16 | head[2] << 8 | head[3];
+        if (length > 0x7fffffff || at + 12 + length > st.st_size)
+            refuse("read", path,
+                   "the PNG file's chunk at byte " + std::to_string(at) + " runs past its end");
+        if (std::memcmp(head + 4, "IEND", 4) == 0)
+            return;
+        at += 12 + length;
+    }
+}
+
 } // namespace
 
 struct HoOiioImageFile::Imp {
@@ -99,6 +125,7 @@ HoOiioImageFile::~HoOiioImageFile() {
 OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path) {
     OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
     Imp& imp = *file->_imp;
+    refuseTruncatedPng(path);
     imp.in = OIIO::ImageInput::open(path);
     if (!imp.in)
         refuse("read", path, firstLine(OIIO::geterror()));

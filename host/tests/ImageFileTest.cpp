@@ -139,9 +139,11 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     put("cut.png", png.substr(0, png.size() / 2));
     put("head.exr", exr.substr(0, 40));
     put("text.png", "not an image at all");
+    put("noend.png", png.substr(0, png.size() - 12));
+    put("head.png", png.substr(0, 20));
     put("noise.exr", std::string("\x76\x2f\x31\x01") + std::string(300, '\x7f'));
-    for (char const* name :
-         {"cut.exr", "cut.png", "head.exr", "text.png", "noise.exr", "none.tif"}) {
+    for (char const* name : {"cut.exr", "cut.png", "noend.png", "head.png", "head.exr", "text.png",
+                             "noise.exr", "none.tif"}) {
         SCOPED_TRACE(name);
         std::string const path = at(name).getString();
         try {
