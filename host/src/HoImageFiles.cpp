@@ -535,6 +535,7 @@ namespace Vn {
 
 namespace {
 
+// Tiles over a cached image's memory, through the engine's own tile maker.
 struct TileView : IxTileManip {
     using IxTileManip::createTile;
 };
