@@ -101,8 +101,10 @@ private:
 // Serves the frames of an image sequence as an image: its format, rate and pixel ratio are the
 // first frame's. Frame i stands at times [i, i + 1) / rate; before the first and after the last
 // frame the end frames hold. A frame is read whole, once, at its first tile, inside the engine's
-// blocking guard, and kept in a cache bounded in bytes (the last frame read always stays).
-// Tiles are served at full resolution only.
+// blocking guard, and kept in a cache bounded in bytes (the last image loaded always stays).
+// Tiles share the cached frame's memory. A coarser scale is served from a proxy: the frame's box
+// average over blocks of 2^scale pixels, made once and cached within the same bound. Serving a
+// tile of a cached image takes no lock.
 class VN_EXPORT HoImageFileNode final : public PxImageProtocol {
 public:
     static constexpr std::size_t kDefaultCacheBytes = std::size_t{1} << 30;
@@ -125,9 +127,14 @@ public:
 
 private:
     struct Cache;
+    struct Held;
+    ImImage readFrame(int index) const;
+    void hold(int index, int scale, Held& out) const;
+
     std::shared_ptr<PiImageSequence const> _sequence;
     ImFormat _fileFormat;
     PxImageFormat _format;
+    int _maxScale = 0;
     std::unique_ptr<Cache> _cache;
 };
 

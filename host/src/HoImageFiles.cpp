@@ -16,6 +16,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <numeric>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Vn {
@@ -67,6 +68,31 @@ void checkSeam(OsFaultInjector::Operation op, char const* what, std::string cons
         throw OsFileError(__FILE__, __LINE__, what, path, e);
 }
 
+// libpng leaves the image library's read callback by longjmp when a file ends early, and what
+// the callback held is lost: a PNG whose chunks run past its end, or that ends without its last
+// chunk, is refused before the library reads it. Other files pass.
+void refuseTruncatedPng(std::string const& path) {
+    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st {};
+    unsigned char head[8];
+    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || ::pread(fd.get(), head, 8, 0) != 8 ||
+        std::memcmp(head, "\x89PNG\r\n\x1a\n", 8) != 0)
+        return;
+    // Each chunk: a big-endian length, a type, the data and a checksum.
+    for (off_t at = 8;;) {
+        if (at + 8 > st.st_size || ::pread(fd.get(), head, 8, at) != 8)
+            refuse("read", path, "the PNG file ends before its last chunk");
+        off_t const length =
+            static_cast<off_t>(head[0]) << 24 | head[1] << 16 | head[2] << 8 | head[3];
+        if (length > 0x7fffffff || at + 12 + length > st.st_size)
+            refuse("read", path,
+                   "the PNG file's chunk at byte " + std::to_string(at) + " runs past its end");
+        if (std::memcmp(head + 4, "IEND", 4) == 0)
+            return;
+        at += 12 + length;
+    }
+}
+
 } // namespace
 
 struct HoOiioImageFile::Imp {
@@ -99,6 +125,7 @@ HoOiioImageFile::~HoOiioImageFile() {
 OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path) {
     OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
     Imp& imp = *file->_imp;
+    refuseTruncatedPng(path);
     imp.in = OIIO::ImageInput::open(path);
     if (!imp.in)
         refuse("read", path, firstLine(OIIO::geterror()));
@@ -494,78 +521,204 @@ std::string HoNumberedSequence::toXml() const {
 
 } // namespace Vn
 
+#include "IxConvertUtil.h"
 #include "IxImageOps.h"
+#include "IxMemResourceImp.h"
+#include "IxTileManip.h"
 #include "PxRequestMgr.h"
 
-#include <list>
+#include <algorithm>
+#include <limits>
 #include <mutex>
-#include <unordered_map>
 
 namespace Vn {
 
-// Frames by index, the most recently used first. The lock guards the list alone: a frame is
-// loaded under its own lock, so tiles of other frames go on meanwhile.
-struct HoImageFileNode::Cache {
-    struct Frame {
-        std::mutex load;
-        std::atomic<bool> loaded{false};
-        ImImage image;
-    };
-    using Entry = std::pair<int, std::shared_ptr<Frame>>;
+namespace {
 
-    explicit Cache(std::size_t b) : budget(b) {}
+// Tiles over a cached image's memory, through the engine's own tile maker.
+struct TileView : IxTileManip {
+    using IxTileManip::createTile;
+};
+
+// The box average of each block of 2^scale x 2^scale pixels. The blocks on the right and top
+// edges average the pixels they cover: a proxy's edges do not darken.
+ImImage boxReduce(ImImage const& full, int scale) {
+    ImLayout const& layout = full.getLayout();
+    ImPixelFormat const& pf = layout.getPixelFormat();
+    GeRectangle<int> const& r = layout.getRegion();
+    int const w = r.width();
+    int const h = r.height();
+    long long const n = 1LL << scale;
+    int const sw = static_cast<int>((w + n - 1) / n);
+    int const sh = static_cast<int>((h + n - 1) / n);
+    ImImage out = ImImage::create(ImLayout(pf, GeRectangle<int>(0, sw, 0, sh)), "HoImageFileNode");
+    ImReadGuard const src(full);
+    ImWriteGuard const dst(out);
+    std::vector<CoRgbaColorTyped<float>> line(static_cast<std::size_t>(w));
+    std::vector<CoRgbaColorTyped<float>> reduced(static_cast<std::size_t>(sw));
+    std::vector<CoRgbaColorTyped<double>> sums(static_cast<std::size_t>(sw));
+    for (int y = 0; y < sh; ++y) {
+        std::fill(sums.begin(), sums.end(), CoRgbaColorTyped<double>{});
+        long long const y0 = y * n;
+        long long const y1 = std::min<long long>(h, y0 + n);
+        for (long long yy = y0; yy < y1; ++yy) {
+            IxConvertUtil::readFrom(line.data(),
+                                    src.getAddress(r.xmin, r.ymin + static_cast<int>(yy)), w, pf);
+            for (int x = 0; x < w; ++x) {
+                CoRgbaColorTyped<double>& s = sums[static_cast<std::size_t>(x >> scale)];
+                CoRgbaColorTyped<float> const& p = line[static_cast<std::size_t>(x)];
+                s.r += p.r;
+                s.g += p.g;
+                s.b += p.b;
+                s.a += p.a;
+            }
+        }
+        for (int x = 0; x < sw; ++x) {
+            long long const x0 = x * n;
+            double const count =
+                static_cast<double>((std::min<long long>(w, x0 + n) - x0) * (y1 - y0));
+            CoRgbaColorTyped<double> const& s = sums[static_cast<std::size_t>(x)];
+            reduced[static_cast<std::size_t>(x)] = {
+                static_cast<float>(s.r / count), static_cast<float>(s.g / count),
+                static_cast<float>(s.b / count), static_cast<float>(s.a / count)};
+        }
+        IxConvertUtil::writeTo(dst.getAddress(0, y), reduced.data(), sw, pf);
+    }
+    return out;
+}
+
+} // namespace
+
+// An image and its buffer as tile memory; no memory when the buffer is too large for a tile,
+// whose pixels are then copied.
+struct HoImageFileNode::Held {
+    ImImage image;
+    RCShdPtr<IxMemory> memory;
+};
+
+// Frames and their proxies, by frame and scale, each in a slot. A slot's state word holds a
+// resident flag above a count of the readers pinning it: a reader pins, and when it finds the
+// flag copies the image's references and unpins, all without a lock. Eviction clears the flag
+// only on an unpinned slot and under the slot's load lock, so it never pulls an image from
+// under a reader; tiles already served keep their memory by reference.
+struct HoImageFileNode::Cache {
+    static constexpr std::uint64_t kResident = std::uint64_t{1} << 63;
+
+    using Held = HoImageFileNode::Held;
+    struct Slot {
+        std::atomic<std::uint64_t> state{0};
+        std::atomic<std::uint64_t> lastUse{0};
+        // Loads and evictions of this slot, one at a time.
+        std::mutex load;
+        // Written only under `load` while the slot is not resident.
+        Held held;
+    };
+    struct Frame {
+        explicit Frame(int scales) : slots(new Slot[static_cast<std::size_t>(scales)]) {}
+        std::unique_ptr<Slot[]> slots;
+    };
+
+    Cache(std::size_t b, int count, int scales)
+        : budget(b), nbScales(scales), frames(new std::atomic<Frame*>[count]()), nbFrames(count) {}
+    ~Cache() {
+        for (int i = 0; i < nbFrames; ++i)
+            delete frames[i].load(std::memory_order_relaxed);
+    }
+
+    Slot& slot(int index, int scale) {
+        std::atomic<Frame*>& entry = frames[index];
+        Frame* frame = entry.load(std::memory_order_acquire);
+        if (!frame) [[unlikely]] {
+            auto made = std::make_unique<Frame>(nbScales);
+            if (entry.compare_exchange_strong(frame, made.get(), std::memory_order_acq_rel,
+                                              std::memory_order_acquire))
+                frame = made.release();
+        }
+        return frame->slots[scale];
+    }
+
+    bool copyIfResident(Slot& s, Held& out) {
+        std::uint64_t const seen = s.state.fetch_add(1, std::memory_order_acquire);
+        bool const found = (seen & kResident) != 0;
+        if (found) {
+            out = s.held;
+            s.lastUse.store(clock.fetch_add(1, std::memory_order_relaxed) + 1,
+                            std::memory_order_relaxed);
+        }
+        s.state.fetch_sub(1, std::memory_order_release);
+        return found;
+    }
+
+    // Under the slot's load lock.
+    void publish(Slot& s, ImImage image) {
+        s.held.image = std::move(image);
+        MbBuffer const& buffer = s.held.image.getBuffer();
+        s.held.memory = buffer.getSize() <= std::numeric_limits<std::uint32_t>::max()
+                            ? RCShdPtr<IxMemory>(new IxMemResourceImp::TileMemoryBuffer(buffer))
+                            : RCShdPtr<IxMemory>();
+        s.lastUse.store(clock.fetch_add(1, std::memory_order_relaxed) + 1,
+                        std::memory_order_relaxed);
+        s.state.fetch_or(kResident, std::memory_order_release);
+    }
+
+    // Counts a loaded image and lets the least recently used others go while over the budget;
+    // one pinned or being loaded stays for now.
+    void admit(Slot& s, std::size_t size) {
+        std::vector<Held> dropped;
+        std::lock_guard lock(book);
+        resident.emplace_back(&s, size);
+        std::size_t total = bytes.fetch_add(size, std::memory_order_relaxed) + size;
+        if (total <= budget)
+            return;
+        std::vector<std::pair<std::uint64_t, std::size_t>> order;
+        for (std::size_t i = 0; i < resident.size(); ++i)
+            order.emplace_back(resident[i].first->lastUse.load(std::memory_order_relaxed), i);
+        std::sort(order.begin(), order.end());
+        for (auto const& [used, i] : order) {
+            if (total <= budget)
+                break;
+            Slot* const victim = resident[i].first;
+            if (victim == &s)
+                continue;
+            std::unique_lock const loading(victim->load, std::try_to_lock);
+            std::uint64_t expected = kResident;
+            if (!loading || !victim->state.compare_exchange_strong(
+                                expected, 0, std::memory_order_acquire, std::memory_order_relaxed))
+                continue;
+            dropped.push_back(std::exchange(victim->held, Held{}));
+            bytes.fetch_sub(resident[i].second, std::memory_order_relaxed);
+            total -= resident[i].second;
+            resident[i].first = nullptr;
+        }
+        std::erase_if(resident, [](auto const& r) { return r.first == nullptr; });
+    }
 
     std::size_t budget;
-    std::mutex mutex;
-    std::list<Entry> lru;
-    std::unordered_map<int, std::list<Entry>::iterator> byIndex;
-    std::size_t bytes = 0;
-
-    std::shared_ptr<Frame> find(int index) {
-        std::lock_guard lock(mutex);
-        auto it = byIndex.find(index);
-        if (it == byIndex.end()) {
-            lru.emplace_front(index, std::make_shared<Frame>());
-            it = byIndex.emplace(index, lru.begin()).first;
-        } else {
-            lru.splice(lru.begin(), lru, it->second);
-        }
-        return it->second->second;
-    }
-    void forget(int index, Frame const* frame) {
-        std::lock_guard lock(mutex);
-        auto const it = byIndex.find(index);
-        if (it != byIndex.end() && it->second->second.get() == frame) {
-            lru.erase(it->second);
-            byIndex.erase(it);
-        }
-    }
-    // Counts a loaded frame and lets the oldest loaded ones go while over the budget.
-    void loaded(int index, std::size_t size) {
-        std::lock_guard lock(mutex);
-        bytes += size;
-        auto it = lru.end();
-        while (bytes > budget && it != lru.begin()) {
-            --it;
-            if (it->first == index || !it->second->loaded.load(std::memory_order_acquire))
-                continue;
-            bytes -= it->second->image.getLayout().getBufferSize();
-            byIndex.erase(it->first);
-            it = lru.erase(it);
-        }
-    }
+    int nbScales;
+    std::unique_ptr<std::atomic<Frame*>[]> frames;
+    int nbFrames;
+    std::atomic<std::uint64_t> clock{0};
+    std::atomic<std::size_t> bytes{0};
+    // The resident list; hits never take it.
+    std::mutex book;
+    std::vector<std::pair<Slot*, std::size_t>> resident;
 };
 
 HoImageFileNode::HoImageFileNode(PxNode::Init const& init,
                                  std::shared_ptr<PiImageSequence const> sequence,
                                  std::size_t cacheBytes)
-    : PxNode(init), _sequence(std::move(sequence)), _cache(new Cache(cacheBytes)) {
+    : PxNode(init), _sequence(std::move(sequence)) {
     VN_ASSERT(_sequence);
     OPtr<PiImageFile> const first = _sequence->getImageForReading(0);
     _fileFormat = first->getFormat();
     ImPixelFormat const& pf = _fileFormat.getPixelFormat();
     _format = PxImageFormat(
         IxPixelFormat(pf.getComps(), pf.getDepth(), _fileFormat.getPixelRatio()), first->getRate());
+    // Beyond the scale that makes one pixel of the frame, every proxy is that pixel.
+    int const side = std::max(_fileFormat.getWidth(), _fileFormat.getHeight());
+    while (side > (1 << _maxScale))
+        ++_maxScale;
+    _cache = std::make_unique<Cache>(cacheBytes, _sequence->getNbImages(), _maxScale + 1);
 }
 
 HoImageFileNode::~HoImageFileNode() = default;
@@ -584,8 +737,7 @@ int HoImageFileNode::frameIndexAt(double time, PxValidityInterval& vi) const {
 }
 
 std::size_t HoImageFileNode::getCachedBytes() const {
-    std::lock_guard lock(_cache->mutex);
-    return _cache->bytes;
+    return _cache->bytes.load(std::memory_order_relaxed);
 }
 
 PxRODResult HoImageFileNode::getImageROD(PxTimeStreamContext const&) const {
@@ -595,52 +747,69 @@ PxRODResult HoImageFileNode::getImageROD(PxTimeStreamContext const&) const {
             PxValidityInterval::FULL};
 }
 
+ImImage HoImageFileNode::readFrame(int index) const {
+    OPtr<PiImageFile> const file = _sequence->getImageForReading(index);
+    ImFormat const f = file->getFormat();
+    if (f.getWidth() != _fileFormat.getWidth() || f.getHeight() != _fileFormat.getHeight() ||
+        !(f.getPixelFormat() == _fileFormat.getPixelFormat()))
+        VN_THROW_MSG(ExBase, "frame " + std::to_string(index) + " (\"" + file->getPathText() +
+                                 "\") differs in size or pixels from the first");
+    // Straight into the layout tiles are served from.
+    ImImage image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()), "HoImageFileNode");
+    file->beginImageRead({f.getWidth(), f.getHeight()});
+    file->readImage(f.getRegion(), image);
+    file->endImageRead();
+    return image;
+}
+
+// The frame at a scale, read or reduced at its first use. Loading it holds the slot's lock,
+// inside the engine's blocking guard: a reader that misses waits for the one loading.
+void HoImageFileNode::hold(int index, int scale, Held& out) const {
+    Cache& cache = *_cache;
+    Cache::Slot& s = cache.slot(index, scale);
+    if (cache.copyIfResident(s, out))
+        return;
+    std::size_t loaded = 0;
+    {
+        PxWorkerBlockingGuard const blocking;
+        std::lock_guard const lock(s.load);
+        if (cache.copyIfResident(s, out))
+            return;
+        if (scale == 0) {
+            cache.publish(s, readFrame(index));
+        } else {
+            Held full;
+            hold(index, 0, full);
+            cache.publish(s, boxReduce(full.image, scale));
+        }
+        out = s.held;
+        loaded = s.held.image.getLayout().getBufferSize();
+    }
+    cache.admit(s, loaded);
+}
+
 PxImageResult HoImageFileNode::getImageResult(PxImageContext const& context) const {
     if (context.isOutside())
         return {allocateEmptyImageBuffer(), PxValidityInterval::FULL};
-    if (context.getScale() != 0)
-        VN_THROW_MSG(ExBase, "the image file \"" + _sequence->getImagePath(0) +
-                                 "\" is served at full resolution only, not at scale " +
-                                 std::to_string(context.getScale()));
     PxValidityInterval vi = PxValidityInterval::FULL;
     int const index = frameIndexAt(context.getTime(), vi);
     GeRectangle<int> const region = computeTileRegion(context, vi);
-    IxTile const tile = allocateImageBuffer(context, {}, region);
     if (region.isEmpty())
-        return {tile, vi};
+        return {allocateImageBuffer(context, {}, region), vi};
 
-    std::shared_ptr<Cache::Frame> const frame = _cache->find(index);
-    {
-        // Reading the file, or waiting for the worker that reads it, sleeps.
-        PxWorkerBlockingGuard const blocking;
-        std::lock_guard lock(frame->load);
-        if (!frame->loaded) {
-            try {
-                OPtr<PiImageFile> const file = _sequence->getImageForReading(index);
-                ImFormat const f = file->getFormat();
-                if (f.getWidth() != _fileFormat.getWidth() ||
-                    f.getHeight() != _fileFormat.getHeight() ||
-                    !(f.getPixelFormat() == _fileFormat.getPixelFormat()))
-                    VN_THROW_MSG(ExBase, "frame " + std::to_string(index) + " (\"" +
-                                             file->getPathText() +
-                                             "\") differs in size or pixels from the first");
-                ImImage image =
-                    ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()), "HoImageFileNode");
-                file->beginImageRead({f.getWidth(), f.getHeight()});
-                file->readImage(f.getRegion(), image);
-                file->endImageRead();
-                frame->image = std::move(image);
-                frame->loaded.store(true, std::memory_order_release);
-            } catch (...) {
-                _cache->forget(index, frame.get());
-                throw;
-            }
-            _cache->loaded(index, frame->image.getLayout().getBufferSize());
-        }
-    }
+    Held held;
+    hold(index, std::min(context.getScale(), _maxScale), held);
+    ImLayout const& layout = held.image.getLayout();
+    VN_ASSERT(layout.getRegion().contains(region));
+    IxPixelFormat const& format = _format.getPixelFormat();
+    if (held.memory)
+        return {TileView::createTile(
+                    format, region, held.memory, {}, layout.getLineStride(),
+                    static_cast<std::uint32_t>(layout.getByteOffset(region.xmin, region.ymin))),
+                vi};
+    IxTile const tile = allocateImageBuffer(context, {}, region);
     IxWriteGuard const dst(tile);
-    ImReadGuard const src(frame->image);
-    ImLayout const& layout = frame->image.getLayout();
+    ImReadGuard const src(held.image);
     IpPixels const pixels{const_cast<std::byte*>(src.getFirst()), layout.getLineStride(),
                           layout.getPixelFormat(), layout.getRegion()};
     ipCopy(ipPixelsOf(dst), pixels, region);

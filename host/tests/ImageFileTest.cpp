@@ -1,7 +1,10 @@
 #include "HoImageFiles.h"
 #include "HoRender.h"
 #include "InPackageInit.h"
+#include "IxConvertUtil.h"
 #include "PiImageFileDetails.h"
+#include "PxImageRequests.h"
+#include "PxRequestMgr.h"
 
 #include "../../platform/resmgt/tests/TempFolderTest.h"
 
@@ -127,6 +130,15 @@ TEST_F(ImageFileTest, ReadsEveryFormatExactlyWithRowsTurned) {
     }
 }
 
+// A file read whole through the host's reader; raises what it raised.
+ImImage readWhole(std::string const& path) {
+    OPtr<HoOiioImageFile> const in = HoOiioImageFile::openForReading(path);
+    ImFormat const f = in->getFormat();
+    ImImage const image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
+    in->readImage(f.getRegion(), image);
+    return image;
+}
+
 TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     writeSample(kSamples[0], at("good.exr").getString());
     writeSample(kSamples[3], at("good.png").getString());
@@ -136,16 +148,15 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     put("cut.png", png.substr(0, png.size() / 2));
     put("head.exr", exr.substr(0, 40));
     put("text.png", "not an image at all");
+    put("noend.png", png.substr(0, png.size() - 12));
+    put("head.png", png.substr(0, 20));
     put("noise.exr", std::string("\x76\x2f\x31\x01") + std::string(300, '\x7f'));
-    for (char const* name :
-         {"cut.exr", "cut.png", "head.exr", "text.png", "noise.exr", "none.tif"}) {
+    for (char const* name : {"cut.exr", "cut.png", "noend.png", "head.png", "head.exr", "text.png",
+                             "noise.exr", "none.tif"}) {
         SCOPED_TRACE(name);
         std::string const path = at(name).getString();
         try {
-            OPtr<HoOiioImageFile> file = HoOiioImageFile::openForReading(path);
-            ImFormat const f = file->getFormat();
-            file->readImage(f.getRegion(),
-                            ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion())));
+            readWhole(path);
             ADD_FAILURE() << "read";
         } catch (ExBase const& e) {
             std::string const why = e.getReason();
@@ -179,10 +190,8 @@ TEST_F(ImageFileTest, WritesRoundTripAndAbortKeepsTheOldFile) {
     std::string const path = at("out.exr").getString();
     writeOver(path, 0.5f);
     // Written bottom row first in memory, the file's top line is the image's last row.
-    OPtr<HoOiioImageFile> in = HoOiioImageFile::openForReading(path);
-    ImFormat const f = in->getFormat();
-    ImImage const back = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
-    in->readImage(f.getRegion(), back);
+    ImFormat const f(8, 6, ImPixelFormat(4, 32));
+    ImImage const back = readWhole(path);
     ImImage const sent = gradient(f, 0.5f);
     ImReadGuard const a(back), b(sent);
     for (int y = 0; y < 6; ++y)
@@ -190,7 +199,7 @@ TEST_F(ImageFileTest, WritesRoundTripAndAbortKeepsTheOldFile) {
 
     std::string const old = get("out.exr");
     OPtr<HoOiioImageFile> file = HoOiioImageFile::createForWriting(path);
-    file->beginImageWrite(ImFormat(8, 6, ImPixelFormat(4, 32)));
+    file->beginImageWrite(f);
     file->writeImage(gradient(f, 0.25f));
     file->abortImageWrite();
     EXPECT_EQ(get("out.exr"), old);
@@ -201,11 +210,7 @@ TEST_F(ImageFileTest, WritesRoundTripAndAbortKeepsTheOldFile) {
 // The red of the first pixel of a written file; -1 when it is no whole image.
 float levelOf(std::string const& path) {
     try {
-        OPtr<HoOiioImageFile> const in = HoOiioImageFile::openForReading(path);
-        ImFormat const f = in->getFormat();
-        ImImage const image = ImImage::create(ImLayout(f.getPixelFormat(), f.getRegion()));
-        in->readImage(f.getRegion(), image);
-        return *reinterpret_cast<float const*>(ImReadGuard(image).getAddress(0, 0));
+        return *reinterpret_cast<float const*>(ImReadGuard(readWhole(path)).getAddress(0, 0));
     } catch (ExBase const&) {
         return -1.0f;
     }
@@ -404,6 +409,66 @@ TEST_F(ImageFileSourceTest, A4KFrameOf64TilesIsReadOnce) {
     // The file's top line is the picture's top.
     EXPECT_FLOAT_EQ(image.getColor(5, 0).r, 0.0f);
     EXPECT_NEAR(image.getColor(5, 4095).g, 4095.0f / 4096.0f, 1e-3f);
+}
+
+// A coarser scale is the box average of the full frame over blocks of 2^scale pixels, the
+// blocks cut by the right and top edges over the pixels they cover; beyond one pixel it stays
+// one pixel. The file is read once for every scale.
+TEST_F(ImageFileSourceTest, CoarserScalesAreBoxAveragesOfTheFrame) {
+    struct {
+        int sample; // in kSamples
+        int scale;
+        float tolerance;
+    } const cases[] = {{1, 1, 1e-6f}, {0, 1, 1e-3f}, {4, 1, 0.5f / 255 + 1e-6f}, {1, 6, 1e-6f}};
+    for (auto const& c : cases) {
+        Sample const& s = kSamples[c.sample];
+        SCOPED_TRACE(std::string(s.name) + " at scale " + std::to_string(c.scale));
+        std::string const name =
+            "p" + std::to_string(c.scale) + ".#." + OsFilePath(s.name).getExtension();
+        std::string const path = HoImageFile::expandFramePattern(at(name).getString(), 1);
+        writeSample(s, path);
+        auto const n = node(sequence("<NumberedSequence pattern='" + at(name).getString() +
+                                     "' first='1' last='1'/>"));
+        long const before = HoOiioImageFile::getReadCount();
+        IxTile tiles[2];
+        for (int k : {1, 0}) {
+            PxRequestPtr<PxImageMultiTileRequest> r(new PxImageMultiTileRequest(
+                PxUPtr<PxImageProtocol const>(n), 0, PxTimeInfo(0.0), k * c.scale));
+            PxRequestMgr::getInstance().executeRequest(r.get(), false);
+            tiles[k] =
+                PxImageMultiTileRequest::assembleTiles(*r->getResults(), r->getPixelRegion());
+        }
+        EXPECT_EQ(HoOiioImageFile::getReadCount() - before, 1);
+        std::vector<std::byte> const raw =
+            reference(path, ImPixelFormat(s.expected.getComps(), 32));
+        int const comps = s.expected.getComps();
+        int const block = 1 << c.scale;
+        int const w = (kWidth + block - 1) / block, h = (kHeight + block - 1) / block;
+        ASSERT_EQ(tiles[1].getPixelRegion(), GeRectangle<int>(0, w, 0, h));
+        IxReadGuard const got(tiles[1]);
+        for (int y = 0; y < h; ++y)
+            for (int x = 0; x < w; ++x) {
+                CoRgbaColorTyped<float> p;
+                IxConvertUtil::readFrom(&p, got.getAddress(x, y), 1, s.expected);
+                float const* pc = &p.r;
+                for (int k = 0; k < comps; ++k) {
+                    double sum = 0.0;
+                    int count = 0;
+                    for (int yy = y * block; yy < std::min(kHeight, (y + 1) * block); ++yy)
+                        for (int xx = x * block; xx < std::min(kWidth, (x + 1) * block); ++xx) {
+                            float v;
+                            std::size_t const i =
+                                (static_cast<std::size_t>(kHeight - 1 - yy) * kWidth + xx) * comps +
+                                k;
+                            std::memcpy(&v, &raw[i * 4], 4);
+                            sum += v;
+                            ++count;
+                        }
+                    ASSERT_NEAR(pc[k], sum / count, c.tolerance)
+                        << x << "," << y << "[" << k << "]";
+                }
+            }
+    }
 }
 
 } // namespace
