@@ -226,14 +226,24 @@ Color gradeOf(Color const& in, GradeParams const& p) {
     return {v[0], v[1], v[2], v[3]};
 }
 
+// The changed colour in the components the affect names, the kept one in the others.
+Color affected(Color const& changed, Color const& kept, int affect) {
+    Color out = kept;
+    for (int c = 0; c < 4; ++c)
+        if (affect == PiImageModifierTypes::AFFECT_RGBA ||
+            (affect == PiImageModifierTypes::AFFECT_RGB) == (c < 3))
+            (&out.r)[c] = (&changed.r)[c];
+    return out;
+}
+
 GradeParams const kGrade = {
-    {0.05, -0.1, 0.0, 0.0}, {1.5, 0.8, 2.0, 1.0}, {2.2, 1.0, 0.5, 1.0}, {0.0, 0.02, -0.01, 0.0}};
+    {0.05, -0.1, 0.0, 0.0}, {1.5, 0.8, 2.0, 0.8}, {2.2, 1.0, 0.5, 1.0}, {0.0, 0.02, -0.01, 0.05}};
 
 } // namespace
 
 // Grade alone, then masked by a gained pattern: every pixel is (A - B) * m + B with A the grade,
 // B the source and m the chosen mask channel times the intensity, A and B swapped by invert;
-// inactive, the grade shows unmasked.
+// inactive, the grade shows unmasked. Components outside the affect are the source's.
 TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
     RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern");
@@ -245,10 +255,20 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     EXPECT_EQ(renderTool(g).width, 0);
     connect(src, g, "Source");
     setGrade(g, kGrade);
-    auto const a = [&](int x, int y) {
-        return gradeOf(patternAt(x, y), kGrade);
+    RCShdPtr<PiImageModifier> const mod = modifier(g);
+    auto const setAffect = [&](int affect) {
+        PiUndoGuard guard(*graph, "Affect");
+        mod->setAffect(static_cast<PiImageModifierTypes::AffectType>(affect));
     };
-    EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked";
+    int const rgba = PiImageModifierTypes::AFFECT_RGBA, rgb = PiImageModifierTypes::AFFECT_RGB,
+              alpha = PiImageModifierTypes::AFFECT_ALPHA;
+    for (int affect : {rgb, alpha, rgba}) {
+        setAffect(affect);
+        auto const a = [&](int x, int y) {
+            return affected(gradeOf(patternAt(x, y), kGrade), patternAt(x, y), affect);
+        };
+        EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked, affect " << affect;
+    }
 
     connect(maskGain, g, "Mask");
     struct Case {
@@ -257,13 +277,19 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
         double intensity;
         bool invert;
         int maskW, maskH; // a mask larger than the image widens the output
+        int affect;
     };
     Case const cases[] = {
-        {true, 3, 1.0, false, kW, kH},         {true, 3, 0.5, false, kW, kH},
-        {true, 0, 1.0, false, kW, kH},         {true, 1, 0.5, true, kW, kH},
-        {true, 3, 1.0, true, kW, kH},          {false, 3, 1.0, true, kW, kH},
-        {true, 3, 0.5, false, kW / 2, kH / 2}, {true, 3, 1.0, true, 2 * kW, 2 * kH}};
+        {true, 3, 1.0, false, kW, kH, rgba},         {true, 3, 0.5, false, kW, kH, rgba},
+        {true, 0, 1.0, false, kW, kH, rgba},         {true, 1, 0.5, true, kW, kH, rgba},
+        {true, 3, 1.0, true, kW, kH, rgba},          {false, 3, 1.0, true, kW, kH, rgba},
+        {true, 3, 0.5, false, kW / 2, kH / 2, rgba}, {true, 3, 1.0, true, 2 * kW, 2 * kH, rgba},
+        {true, 3, 0.5, false, kW, kH, rgb},          {true, 1, 0.5, true, kW, kH, rgb},
+        {true, 3, 0.5, true, 2 * kW, 2 * kH, rgb},   {true, 0, 1.0, false, kW, kH, alpha},
+        {true, 3, 0.5, true, kW / 2, kH / 2, alpha}, {false, 3, 1.0, false, kW, kH, rgb},
+        {false, 3, 1.0, true, kW, kH, alpha}};
     for (Case const& c : cases) {
+        setAffect(c.affect);
         set<bool>(g, "Mask Active", c.active);
         set<int>(g, "Mask Channel", c.channel);
         set<double>(g, "Mask Intensity", c.intensity);
@@ -283,19 +309,20 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
             Color const p = at(x, y, kW, kH);
             Color const front = gradeOf(p, kGrade);
             if (!c.active)
-                return front;
+                return affected(front, p, c.affect);
             Color const q = at(x, y, c.maskW, c.maskH);
             Color const mask{q.r * 0.7f, q.g * 0.7f, q.b * 0.7f, q.a};
             float const m = (&mask.r)[c.channel] * float(c.intensity);
             Color const A = c.invert ? p : front, B = c.invert ? front : p;
-            return Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g, (A.b - B.b) * m + B.b,
-                         (A.a - B.a) * m + B.a};
+            return affected(Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g,
+                                  (A.b - B.b) * m + B.b, (A.a - B.a) * m + B.a},
+                            p, c.affect);
         };
         HoImage const img = renderTool(g);
         EXPECT_EQ(img.width, w);
         EXPECT_EQ(mismatches(img, want, 1e-5f), 0)
             << "active " << c.active << " channel " << c.channel << " intensity " << c.intensity
-            << " invert " << c.invert << " mask " << c.maskW;
+            << " invert " << c.invert << " mask " << c.maskW << " affect " << c.affect;
     }
 }
 

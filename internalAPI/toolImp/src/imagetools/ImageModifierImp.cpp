@@ -387,9 +387,9 @@ void ImageModifierImp::createModifierProcNode(OutputPublisher& publisher) {
         intensity = inputOf<PxAnimValueProtocol<double>>(
             publisher, PiImageModifier::getMaskingIntensityInput());
     }
-    PxStrongHndl<PiImageModifierOutputNode> out(
-        new PiImageModifierOutputNode(PxNode::Init{"PiImageModifierOutputNode"}, front, back, mask,
-                                      active, channel, invert, intensity, getMute(), masking));
+    PxStrongHndl<PiImageModifierOutputNode> out(new PiImageModifierOutputNode(
+        PxNode::Init{"PiImageModifierOutputNode"}, front, back, mask, active, channel, invert,
+        intensity, getMute(), masking, getAffect()));
     PxNode::init(PxStrongHndl<PxNode>(out));
     _vUtilOutNode = out;
     publisher.publish(PiImageModifier::getOutputName(), PxStrongHndl<PxNode const>(out));
@@ -467,9 +467,11 @@ void ImageModifierImp::muteChanged() {
 
 void ImageModifierImp::affectChanged() {
     if (_vUtilOutNode.isNull())
-        return;
-    PxMutationRequest::submit(new PxInvalidationRequest(PxUPtr<PxNode const>(_vUtilOutNode),
-                                                        PxValidityInterval::FULL, -2));
+        return; // the first build reads the value
+    // The set request invalidates the node once the workers see the new affect.
+    PxMutationRequest::submit(new PxSetRequest<PiImageModifierOutputNode, int>(
+        PxUPtr<PiImageModifierOutputNode>(_vUtilOutNode), &PiImageModifierOutputNode::setAffect,
+        static_cast<int>(getAffect())));
 }
 
 } // namespace Vn

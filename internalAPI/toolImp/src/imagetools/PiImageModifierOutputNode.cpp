@@ -21,11 +21,48 @@ using Color = CoRgbaColorTyped<float>;
 // Each is a whole frame of memory, so no more.
 constexpr std::size_t kMaxFrames = 6;
 
+int normalAffect(int affect) {
+    return affect == PiImageModifierTypes::AFFECT_RGB ||
+                   affect == PiImageModifierTypes::AFFECT_ALPHA
+               ? affect
+               : PiImageModifierTypes::AFFECT_RGBA;
+}
+
+bool changes(int affect, int component) {
+    switch (affect) {
+    case PiImageModifierTypes::AFFECT_RGB:
+        return component < 3;
+    case PiImageModifierTypes::AFFECT_ALPHA:
+        return component == 3;
+    default:
+        return true;
+    }
+}
+
+// Per component, A weighs m * scale + bias: (1, 0) where the tool may change the component;
+// where it may not, the back shows whatever the mask: (0, 0) when the back is B, (0, 1) when
+// inverted, the back being A.
+struct Weights {
+    float scale[4];
+    float bias[4];
+};
+
+Weights weightsFor(int affect, bool backIsA) {
+    Weights w{};
+    for (int c = 0; c < 4; ++c) {
+        bool const changed = changes(affect, c);
+        w.scale[c] = changed ? 1.0f : 0.0f;
+        w.bias[c] = !changed && backIsA ? 1.0f : 0.0f;
+    }
+    return w;
+}
+
 class MaskingPixelLoop final : public PiPixelLoopThreeSources {
 public:
-    MaskingPixelLoop(IxWriteGuard& result, int channel, float intensity)
-        : PiPixelLoopThreeSources(result, PiImageModifierTypes::AFFECT_RGBA), _channel(channel),
-          _intensity(intensity) {}
+    MaskingPixelLoop(IxWriteGuard& result, int channel, float intensity, Weights const& weights,
+                     PiImageModifierTypes::AffectType affect)
+        : PiPixelLoopThreeSources(result, affect), _channel(channel), _intensity(intensity),
+          _w(weights) {}
 
     void processScanline(Scanline& dst, Scanline const& a, Scanline const& b,
                          Scanline const& mask) override {
@@ -40,19 +77,54 @@ public:
             float const m = pm[4 * i + _channel] * _intensity;
             for (int c = 0; c < 4; ++c) {
                 float const vb = pb[4 * i + c];
-                pd[4 * i + c] = (pa[4 * i + c] - vb) * m + vb;
+                pd[4 * i + c] = (pa[4 * i + c] - vb) * (m * _w.scale[c] + _w.bias[c]) + vb;
             }
         }
     }
     Color processFillColor(Color const& a, Color const& b, Color const& mask) override {
         float const m = (&mask.r)[_channel] * _intensity;
-        return {(a.r - b.r) * m + b.r, (a.g - b.g) * m + b.g, (a.b - b.b) * m + b.b,
-                (a.a - b.a) * m + b.a};
+        Color out;
+        for (int c = 0; c < 4; ++c) {
+            float const vb = (&b.r)[c];
+            (&out.r)[c] = ((&a.r)[c] - vb) * (m * _w.scale[c] + _w.bias[c]) + vb;
+        }
+        return out;
     }
 
 private:
     int _channel;
     float _intensity;
+    Weights _w;
+};
+
+// Unmasked, the components the tool may change from the front, the others from the back:
+// picked, not mixed, so that each is exactly its source's.
+class AffectPixelLoop final : public PiPixelLoopTwoSources {
+public:
+    AffectPixelLoop(IxWriteGuard& result, PiImageModifierTypes::AffectType affect)
+        : PiPixelLoopTwoSources(result, affect) {
+        for (int c = 0; c < 4; ++c)
+            _fromFront[c] = changes(affect, c);
+    }
+
+    void processScanline(Scanline& dst, Scanline const& front, Scanline const& back) override {
+        float* pd = &dst.getData()->r;
+        float const* pf = &front.getData()->r;
+        float const* pb = &back.getData()->r;
+        int const n = dst.getWidth();
+        for (int i = 0; i < n; ++i)
+            for (int c = 0; c < 4; ++c)
+                pd[4 * i + c] = _fromFront[c] ? pf[4 * i + c] : pb[4 * i + c];
+    }
+    Color processFillColor(Color const& front, Color const& back) override {
+        Color out;
+        for (int c = 0; c < 4; ++c)
+            (&out.r)[c] = _fromFront[c] ? (&front.r)[c] : (&back.r)[c];
+        return out;
+    }
+
+private:
+    bool _fromFront[4];
 };
 
 template <class T>
@@ -78,10 +150,10 @@ struct PiImageModifierOutputNode::Frame {
 PiImageModifierOutputNode::PiImageModifierOutputNode(
     PxNode::Init const& init, Image const& front, Image const& back, Image const& mask,
     Value<bool> const& active, Value<int> const& channel, Value<bool> const& invert,
-    Value<double> const& intensity, bool mute, bool performMasking)
+    Value<double> const& intensity, bool mute, bool performMasking, int affect)
     : PxNode(init), PxImageNode(init, front), _frontChild(front), _backChild(back),
       _maskChild(mask), _active(active), _channel(channel), _invert(invert), _intensity(intensity),
-      _mute(mute) {
+      _mute(mute), _affect(normalAffect(affect)) {
     VN_ASSERT(!_frontChild.isNull() && !_backChild.isNull());
     VN_ASSERT(performMasking || _maskChild.isNull());
     VN_ASSERT(_maskChild.isNull() || (!_active.isNull() && !_channel.isNull() &&
@@ -116,6 +188,10 @@ void PiImageModifierOutputNode::setMute(bool const& mute) {
     _mute = mute;
 }
 
+void PiImageModifierOutputNode::setAffect(int const& affect) {
+    _affect = normalAffect(affect);
+}
+
 bool PiImageModifierOutputNode::masks() const {
     return !_maskChild.isNull() && _maskChild->isChainConnected();
 }
@@ -128,16 +204,21 @@ bool PiImageModifierOutputNode::computeFullFrames() const {
 PxRODResult PiImageModifierOutputNode::getImageROD(PxTimeStreamContext const& context) const {
     if (_mute)
         return _convertedBackChild->getImageROD(context);
-    if (!masks())
+    bool const all = _affect == PiImageModifierTypes::AFFECT_RGBA;
+    if (!masks() && all)
         return _frontChild->getImageROD(context);
     PxValidityInterval vi = PxValidityInterval::FULL;
-    if (!readValue(_active, context.getTime(), vi)) {
+    bool const masked = masks() && readValue(_active, context.getTime(), vi);
+    if (!masked && all) {
         PxRODResult r = _frontChild->getImageROD(context);
         r.reduceVI(vi);
         return {r.getROD(), vi};
     }
+    // The back shows through wherever it lies, in the components the tool leaves alone.
     GeRectangle<float> rod;
     for (auto const* child : {&_backChild, &_frontChild, &_maskChild}) {
+        if (child == &_maskChild && !masked)
+            continue;
         PxRODResult const r = (*child)->getImageROD(context);
         r.reduceVI(vi);
         rod = rod.unite(r.getROD());
@@ -151,7 +232,48 @@ PxImageResult PiImageModifierOutputNode::getImageResult(PxImageContext const& co
         return childResult(PxNodePtr<PxImageProtocol const>(_convertedBackChild), context);
     if (masks())
         return maskedResult(context);
-    return childResult(_frontChild, context);
+    return frontResult(context, PxValidityInterval::FULL);
+}
+
+PxImageResult PiImageModifierOutputNode::frontResult(PxImageContext const& context,
+                                                     PxValidityInterval vi) const {
+    int const affect = _affect;
+    if (affect == PiImageModifierTypes::AFFECT_RGBA) {
+        PxImageResult const r = childResult(_frontChild, context);
+        if (vi == PxValidityInterval::FULL)
+            return r;
+        r.reduceVI(vi);
+        return {r.getTile(), vi};
+    }
+    PxImageResult const back = childResult(_backChild, context);
+    PxImageResult const front = childResult(_frontChild, context);
+    back.reduceVI(vi);
+    front.reduceVI(vi);
+    PxTimeStreamContext const tsc = context.getTimeStreamContext();
+    GeRectangle<float> rod;
+    for (auto const* child : {&_backChild, &_frontChild}) {
+        PxRODResult const r = (*child)->getImageROD(tsc);
+        r.reduceVI(vi);
+        rod = rod.unite(r.getROD());
+    }
+    IxTile const tile = resultTile(context, back.getFillColor(), rod);
+    IxWriteGuard guard(tile);
+    AffectPixelLoop loop(guard, static_cast<PiImageModifierTypes::AffectType>(affect));
+    loop.process(front.getTileGuard(), back.getTileGuard());
+    return {guard.getTile(), vi};
+}
+
+IxTile PiImageModifierOutputNode::resultTile(PxImageContext const& context, Color const& fill,
+                                             GeRectangle<float> const& rod) const {
+    if (context.isOutside())
+        return allocateEmptyImageBuffer(fill);
+    GeRectangle<int> const region =
+        nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
+    if (producesFullFrames() && !region.isEmpty())
+        return IxTile(getImageFormat().getPixelFormat(), region, fill);
+    GePoint2<int> const& t = context.getTile();
+    return allocateImageBuffer(
+        context, fill, convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
 }
 
 PxImageResult PiImageModifierOutputNode::childResult(PxNodePtr<PxImageProtocol const> const& child,
@@ -219,11 +341,9 @@ PxImageResult PiImageModifierOutputNode::gatherFrame(PxNodePtr<PxImageProtocol c
 PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& context) const {
     double const time = context.getTime();
     PxValidityInterval vi = PxValidityInterval::FULL;
-    if (!readValue(_active, time, vi)) {
-        PxImageResult const r = childResult(_frontChild, context);
-        r.reduceVI(vi);
-        return {r.getTile(), vi};
-    }
+    if (!readValue(_active, time, vi))
+        return frontResult(context, vi);
+    int const affect = _affect;
     bool const invert = readValue(_invert, time, vi);
     PxImageResult const back = childResult(_backChild, context);
     PxImageResult const front = childResult(_frontChild, context);
@@ -245,22 +365,10 @@ PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& cont
         r.reduceVI(vi);
         rod = rod.unite(r.getROD());
     }
-    IxTile tile;
-    if (context.isOutside()) {
-        tile = allocateEmptyImageBuffer(fill);
-    } else {
-        GeRectangle<int> const region =
-            nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
-        GePoint2<int> const& t = context.getTile();
-        if (producesFullFrames() && !region.isEmpty())
-            tile = IxTile(getImageFormat().getPixelFormat(), region, fill);
-        else
-            tile = allocateImageBuffer(
-                context, fill,
-                convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
-    }
+    IxTile const tile = resultTile(context, fill, rod);
     IxWriteGuard guard(tile);
-    MaskingPixelLoop loop(guard, channel, intensity);
+    MaskingPixelLoop loop(guard, channel, intensity, weightsFor(affect, invert),
+                          static_cast<PiImageModifierTypes::AffectType>(affect));
     loop.process(a.getTileGuard(), b.getTileGuard(), mask.getTileGuard());
     return {guard.getTile(), vi};
 }
