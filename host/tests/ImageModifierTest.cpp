@@ -20,6 +20,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -35,6 +36,7 @@ using Image = PxStrongHndl<PxImageProtocol const>;
 struct Counter {
     std::mutex m;
     std::map<std::pair<int, int>, int> tiles;
+    std::atomic<int> regions{0};
     // The sum of the counts, or their largest.
     int total(bool most = false) {
         std::lock_guard g(m);
@@ -53,6 +55,10 @@ public:
         : PxNode(PxNode::Init{"count"}), PxImageNode(PxNode::Init{"count"}, source),
           _counter(counter), _fullFrame(fullFrame) {}
     bool producesFullFrames() const override { return _fullFrame; }
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
+        ++_counter->regions;
+        return PxImageNode::getImageROD(context);
+    }
     PxImageResult getImageResult(PxImageContext const& context) const override {
         if (!context.isOutside()) {
             std::lock_guard g(_counter->m);
@@ -326,25 +332,46 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     }
 }
 
-// A long chain of modifiers renders at once: nothing below is walked once per path through
-// front and back.
-TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
-    RCShdPtr<PiToolNode> last = add(HoTools::testPattern(), "Pattern");
-    for (int i = 0; i < 48; ++i) {
+// A long chain of masked modifiers costs a tile of each per tile: each reads its back for the
+// mix and, through its front, again; yet every tile of the source is asked once per frame, as
+// nothing below is walked once per path through fronts and backs.
+TEST_F(ImageModifierTest, ChainOfMaskedModifiersAsksEachSourceTileOnce) {
+    Counter source;
+    int const w = PxConfig::getTileSizeX() + 8, h = 8;
+    RCShdPtr<PiToolNode> const pattern = add(HoTools::testPattern(), "Pattern", w, h);
+    RCShdPtr<PiToolNode> const opaque = add(HoTools::colorSource(), "Opaque", w, h);
+    RCShdPtr<PiToolNode> last = add(tool<CountProtocol>(&source), "Count");
+    connect(pattern, last, "Source");
+    int const n = 16;
+    for (int i = 0; i < n; ++i) {
         RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade" + std::to_string(i));
         set<double>(g, "Offset.Red", 1.0 / 64);
         connect(last, g, "Source");
+        connect(opaque, g, "Mask");
         last = g;
     }
-    EXPECT_EQ(mismatches(
-                  renderTool(last),
-                  [](int x, int y) {
-                      Color p = patternAt(x, y);
-                      p.r += 48.0f / 64;
-                      return p;
-                  },
-                  1e-5f),
-              0);
+    for (int frame = 0; frame < 2; ++frame) {
+        std::map<std::pair<int, int>, int> const before = source.tiles;
+        int const regionsBefore = source.regions;
+        HoImage const img = renderTool(last, frame);
+        // Its region is asked as often: a few times a frame, not once per road.
+        EXPECT_LE(source.regions - regionsBefore, n) << "frame " << frame;
+        ASSERT_EQ(source.tiles.size(), 2u);
+        for (auto const& [t, count] : source.tiles)
+            EXPECT_EQ(count - (before.count(t) ? before.at(t) : 0), 1)
+                << "frame " << frame << " tile " << t.first << "," << t.second;
+        EXPECT_EQ(mismatches(
+                      img,
+                      [&](int x, int y) {
+                          Color p = HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w),
+                                                               (float(y) + 0.5f) / float(h), frame);
+                          p.r += float(n) / 64;
+                          return p;
+                      },
+                      1e-5f),
+                  0)
+            << frame;
+    }
 }
 
 // A list of layers as the primary input gives no image to stand behind the tool's result: the

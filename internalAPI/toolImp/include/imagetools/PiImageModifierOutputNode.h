@@ -11,6 +11,7 @@
 namespace Vn {
 
 class PiImageConvertNode;
+class PiImageModifierBackNode;
 
 // The last node of an image modifier: the tool's result (the front) masked over its primary
 // input (the back), or the back alone, in the front's format, while the tool is muted. With a
@@ -35,6 +36,9 @@ public:
                               Value<double> const& intensity, bool mute, bool performMasking,
                               int affect = kAffectRgba);
     ~PiImageModifierOutputNode() override;
+    // The back to build the front on and to give this node: a tile it asks of the back for its
+    // own mix is then handed to the front rather than asked of the graph below again.
+    static Image shareBack(Image const& back);
 
     PxRODResult getImageROD(PxTimeStreamContext const& context) const override;
     PxImageResult getImageResult(PxImageContext const& context) const override;
@@ -65,6 +69,9 @@ private:
                               PxImageContext const& context) const;
     PxImageResult gatherFrame(PxNodePtr<PxImageProtocol const> const& child,
                               PxImageContext const& context) const;
+    bool gathers(PxNodePtr<PxImageProtocol const> const& child,
+                 PxImageContext const& context) const;
+    PxImageResult backResult(PxImageContext const& context) const;
     PxImageResult maskedResult(PxImageContext const& context) const;
     // The front where the tool changes all components, else merged with the back.
     PxImageResult frontResult(PxImageContext const& context, PxValidityInterval vi) const;
@@ -83,6 +90,7 @@ private:
     PxNodePtr<PxAnimValueProtocol<double> const> _intensity;
     PxImageFormat _backFormat = PxImageFormat::INVALID_FORMAT;
     PxNodePtr<PiImageConvertNode> _convertedBackChild;
+    PiImageModifierBackNode const* _sharedBack; // _backChild, when it was shared
     bool _mute;
     int _affect;
     std::atomic<bool> _fullFrames{false};

@@ -369,6 +369,7 @@ void ImageModifierImp::createModifierProcNode(OutputPublisher& publisher) {
         back = inputOf<PxImageProtocol>(publisher, primary->getName());
     }
     bool const masking = getMaskingMode() == PiImageModifier::MASKING;
+    back = PiImageModifierOutputNode::shareBack(back);
     Image const front = _tool.createFrontNode(publisher, back);
     if (front.isNull())
         VN_THROW_MSG(ExBase, "the image modifier made no image");

@@ -5,13 +5,145 @@
 #include "PiPixelLoop.h"
 #include "PxConfig.h"
 #include "PxImageRequests.h"
+#include "PxPassThroughNode.h"
 #include "PxRequestMgr.h"
 #include "StackGuard.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
+#include <optional>
 
 namespace Vn {
+
+// The back as the tool's own node sees it. The output node asks the back for a tile it mixes and
+// then the front, which asks the back for the same tile: the output node leaves its tile here
+// for the front to take, so that the graph below is asked once, not once per road. A chain of
+// masked modifiers would otherwise cost twice the tiles per link.
+//
+// A few slots by tile position, without a lock: a slot busy or taken by another tile only means
+// that the tile is asked again. An invalidation moves to a new generation, so that a tile asked
+// before it is never handed on after.
+class PiImageModifierBackNode final : public PxPassThroughNode<PxImageProtocol> {
+public:
+    PiImageModifierBackNode(PxNode::Init const& init,
+                            PxStrongHndl<PxImageProtocol const> const& back)
+        : PxNode(init), PxPassThroughNode<PxImageProtocol>(init, back) {}
+
+    // Front and output node both ask it for each tile; along a chain of modifiers that would
+    // double at each link. Kept per time and stream until an invalidation.
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
+        unsigned const g = generation();
+        RodSlot& s = _rods[static_cast<unsigned>(context.getStream()) % _rods.size()];
+        int full = FULL;
+        if (s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire)) {
+            bool const hit =
+                s.generation == g && s.time == context.getTime() && s.stream == context.getStream();
+            PxRODResult const r = s.rod;
+            s.state.store(FULL, std::memory_order_release);
+            if (hit)
+                return r;
+        }
+        PxRODResult const r = getChild()->getImageROD(context);
+        int state = s.state.load(std::memory_order_relaxed);
+        if (state != BUSY &&
+            s.state.compare_exchange_strong(state, BUSY, std::memory_order_acquire)) {
+            s.time = context.getTime();
+            s.stream = context.getStream();
+            s.generation = g;
+            s.rod = r;
+            s.state.store(FULL, std::memory_order_release);
+        }
+        return r;
+    }
+    PxImageResult getImageResult(PxImageContext const& context) const override {
+        if (!context.isOutside())
+            if (std::optional<PxImageResult> kept = take(context))
+                return std::move(*kept);
+        return getChild()->getImageResult(context);
+    }
+    void invalidateAndReinitialize(PxValidityInterval const& interval,
+                                   PxUPtr<PxNode const> const& from, int stream) override {
+        _generation.fetch_add(1, std::memory_order_acq_rel);
+        for (Slot& s : _slots) {
+            int full = FULL;
+            if (s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire)) {
+                s.result = {};
+                s.state.store(EMPTY, std::memory_order_release);
+            }
+        }
+        PxPassThroughNode<PxImageProtocol>::invalidateAndReinitialize(interval, from, stream);
+    }
+
+    unsigned generation() const noexcept { return _generation.load(std::memory_order_acquire); }
+    // The result of the tile asked at the given generation, for the next to ask that tile.
+    void keep(PxImageContext const& context, PxImageResult const& result,
+              unsigned generation) const {
+        if (context.isOutside())
+            return;
+        Slot& s = slotOf(context);
+        int state = s.state.load(std::memory_order_relaxed);
+        if (state == BUSY ||
+            !s.state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
+            return;
+        s.time = context.getTime();
+        s.scale = context.getScale();
+        s.stream = context.getStream();
+        s.tile = context.getTile();
+        s.generation = generation;
+        s.result = result;
+        s.state.store(FULL, std::memory_order_release);
+    }
+
+private:
+    enum { EMPTY, BUSY, FULL };
+    struct Slot {
+        std::atomic<int> state{EMPTY};
+        double time = 0.0;
+        int scale = 0;
+        int stream = 0;
+        GePoint2<int> tile;
+        unsigned generation = 0;
+        PxImageResult result;
+    };
+    // Neighbouring tiles, those that workers make at the same time, fall in different slots.
+    static constexpr int kSide = 4;
+
+    Slot& slotOf(PxImageContext const& context) const {
+        GePoint2<int> const& t = context.getTile();
+        return _slots[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
+    }
+    std::optional<PxImageResult> take(PxImageContext const& context) const {
+        Slot& s = slotOf(context);
+        int full = FULL;
+        if (!s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            return std::nullopt;
+        bool const current = s.generation == generation();
+        if (current && (s.time != context.getTime() || s.scale != context.getScale() ||
+                        s.stream != context.getStream() || s.tile != context.getTile())) {
+            s.state.store(FULL, std::memory_order_release);
+            return std::nullopt;
+        }
+        std::optional<PxImageResult> r;
+        if (current)
+            r = std::move(s.result);
+        s.result = {};
+        s.state.store(EMPTY, std::memory_order_release);
+        return r;
+    }
+
+    struct RodSlot {
+        std::atomic<int> state{EMPTY};
+        double time = 0.0;
+        int stream = 0;
+        unsigned generation = 0;
+        PxRODResult rod;
+    };
+
+    mutable std::array<Slot, kSide * kSide> _slots;
+    mutable std::array<RodSlot, 4> _rods;
+    std::atomic<unsigned> _generation{0};
+};
 
 namespace {
 
@@ -153,7 +285,8 @@ PiImageModifierOutputNode::PiImageModifierOutputNode(
     Value<double> const& intensity, bool mute, bool performMasking, int affect)
     : PxNode(init), PxImageNode(init, front), _frontChild(front), _backChild(back),
       _maskChild(mask), _active(active), _channel(channel), _invert(invert), _intensity(intensity),
-      _mute(mute), _affect(normalAffect(affect)) {
+      _sharedBack(dynamic_cast<PiImageModifierBackNode const*>(back.get())), _mute(mute),
+      _affect(normalAffect(affect)) {
     VN_ASSERT(!_frontChild.isNull() && !_backChild.isNull());
     VN_ASSERT(performMasking || _maskChild.isNull());
     VN_ASSERT(_maskChild.isNull() || (!_active.isNull() && !_channel.isNull() &&
@@ -182,6 +315,13 @@ void PiImageModifierOutputNode::rebuildConvertedBack() {
     PxImageFormat const target = _frontChild->getImageFormat();
     piRunOnWorker(
         [&] { _convertedBackChild = PiImageConvertNode::create(_backChild, _backFormat, target); });
+}
+
+PiImageModifierOutputNode::Image PiImageModifierOutputNode::shareBack(Image const& back) {
+    PxStrongHndl<PiImageModifierBackNode> n(
+        new PiImageModifierBackNode(PxNode::Init{"PiImageModifierBackNode"}, back));
+    PxNode::init(PxStrongHndl<PxNode>(n));
+    return Image(n);
 }
 
 void PiImageModifierOutputNode::setMute(bool const& mute) {
@@ -245,7 +385,7 @@ PxImageResult PiImageModifierOutputNode::frontResult(PxImageContext const& conte
         r.reduceVI(vi);
         return {r.getTile(), vi};
     }
-    PxImageResult const back = childResult(_backChild, context);
+    PxImageResult const back = backResult(context);
     PxImageResult const front = childResult(_frontChild, context);
     back.reduceVI(vi);
     front.reduceVI(vi);
@@ -276,14 +416,32 @@ IxTile PiImageModifierOutputNode::resultTile(PxImageContext const& context, Colo
         context, fill, convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
 }
 
+bool PiImageModifierOutputNode::gathers(PxNodePtr<PxImageProtocol const> const& child,
+                                        PxImageContext const& context) const {
+    return producesFullFrames() && !child->producesFullFrames() && !context.isOutside();
+}
+
 PxImageResult PiImageModifierOutputNode::childResult(PxNodePtr<PxImageProtocol const> const& child,
                                                      PxImageContext const& context) const {
-    if (producesFullFrames() && !child->producesFullFrames() && !context.isOutside()) {
+    if (gathers(child, context)) {
         VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult( full )");
         return gatherFrame(child, context);
     }
     VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult()");
     return child->getImageResult(context);
+}
+
+PxImageResult PiImageModifierOutputNode::backResult(PxImageContext const& context) const {
+    if (_sharedBack == nullptr || gathers(_backChild, context))
+        return childResult(_backChild, context);
+    unsigned const generation = _sharedBack->generation();
+    PxImageResult r;
+    {
+        VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult()");
+        r = _backChild->getImageResult(context);
+    }
+    _sharedBack->keep(context, r, generation);
+    return r;
 }
 
 PxImageResult PiImageModifierOutputNode::gatherFrame(PxNodePtr<PxImageProtocol const> const& child,
@@ -345,7 +503,7 @@ PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& cont
         return frontResult(context, vi);
     int const affect = _affect;
     bool const invert = readValue(_invert, time, vi);
-    PxImageResult const back = childResult(_backChild, context);
+    PxImageResult const back = backResult(context);
     PxImageResult const front = childResult(_frontChild, context);
     PxImageResult const mask = childResult(_maskChild, context);
     back.reduceVI(vi);
