@@ -374,15 +374,21 @@ TEST_F(TransformTools, EWAKeepsAFlatPremultipliedColour) {
     EXPECT_GT(in, 5000);
 }
 
-// Each mode keeps what it names: the source's own pixels inside, transparent beyond the source.
+// Each mode keeps what it names: the source's own pixels inside, transparent beyond the source,
+// also where the source's fill colour is not (a grade's offset gives it one).
 TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
     RCShdPtr<PiToolNode> const c = onPattern(HoTools::crop(), 640, 200);
+    RCShdPtr<PiToolNode> const filled = feed(pattern, add(HoTools::grade(), "Filled"));
+    for (char const* channel : {"Red", "Green", "Blue", "Alpha"})
+        set(filled, std::string("Offset.") + channel, 0.25);
     Frame const src = render(output(pattern));
+    Frame const filledSrc = render(output(filled));
     GeRectangle<int> const s = src.region;
     struct Case {
         int mode;
         std::vector<std::pair<char const*, int>> values;
         GeRectangle<int> expected;
+        bool filled = false;
     } const cases[] = {
         {0,
          {{"Relative.Left", 10},
@@ -403,8 +409,24 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
           {"Absolute.Top", 20}},
          {-700, -300, -10, 20}},
         {2, {{"Absolute.Left", 5}, {"Absolute.Right", 4}}, {}},
+        {2,
+         {{"Absolute.Left", -400},
+          {"Absolute.Right", -300},
+          {"Absolute.Bottom", -120},
+          {"Absolute.Top", 120}},
+         {-400, -300, -120, 120},
+         true},
+        {1,
+         {{"Window.CenterX", 0},
+          {"Window.CenterY", 0},
+          {"Window.Width", 800},
+          {"Window.Height", 300}},
+         {-400, 400, -150, 150},
+         true},
     };
     for (Case const& k : cases) {
+        feed(k.filled ? filled : pattern, c);
+        Frame const& from = k.filled ? filledSrc : src;
         set(c, "Crop.Mode", k.mode);
         for (auto const& [name, v] : k.values)
             set(c, std::string("Crop.") + name, v);
@@ -412,8 +434,9 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
         EXPECT_EQ(out.region, k.expected) << k.mode;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
             for (int x = out.region.xmin; x < out.region.xmax; ++x)
-                if (out.at(x, y) != src.at(x, y)) {
-                    ADD_FAILURE() << "mode " << k.mode << " at " << x << "," << y;
+                if (out.at(x, y) != from.at(x, y)) {
+                    ADD_FAILURE() << "mode " << k.mode << " filled " << k.filled << " at " << x
+                                  << "," << y;
                     return;
                 }
     }
