@@ -94,25 +94,28 @@ Image finish(PxImageNode* n) {
 
 class CountController final : public HoToolController {
 public:
-    explicit CountController(Counter* c) : _c(c) {}
+    CountController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
     void createProcNodes(OutputPublisher& p) override {
-        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, false)));
+        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
     }
     Counter* _c;
+    bool _fullFrame;
 };
 
-// A tool that passes its source on, counting tiles.
+// A tool that passes its source on, or makes a whole frame, counting tiles.
 class CountProtocol final : public PiToolProtocolImp {
 public:
-    explicit CountProtocol(Counter* c) : PiToolProtocolImp("Count", "Test", "1.0"), _c(c) {}
+    explicit CountProtocol(Counter* c, bool fullFrame = false)
+        : PiToolProtocolImp("Count", "Test", "1.0"), _c(c), _fullFrame(fullFrame) {}
     void describe(PiToolPolicyDescriptor& d) const override {
         d.require("Source", PiSocketType::IMAGE);
         d.produces("Output", PiSocketType::IMAGE);
     }
     RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new CountController(_c));
+        return RCShdPtr<PiNodeController>(new CountController(_c, _fullFrame));
     }
     Counter* _c;
+    bool _fullFrame;
 };
 
 // A modifier whose front is its back, counted, or a whole frame of one colour; with an "Extra"
@@ -437,37 +440,47 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
 }
 
 // A full-frame modifier over a 4 x 4-tile image, masked: the renderer asks each of its tiles,
-// yet each tile of the back and of the mask is asked once for the frame.
+// yet each tile of the back and of the mask is asked once for the frame; also when the whole
+// frames come from the mask, and the front, which reads the back tile by tile, is gathered too.
 TEST_F(ImageModifierTest, FullFrameModifierAsksEachChildTileOnce) {
-    Counter front, back, mask;
     int const w = 3 * PxConfig::getTileSizeX() + 8, h = 3 * PxConfig::getTileSizeY() + 8;
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern", w, h);
-    RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount");
-    RCShdPtr<PiToolNode> const maskCount = add(tool<CountProtocol>(&mask), "MaskCount");
-    connect(src, backCount, "Source");
-    connect(src, maskCount, "Source");
-    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, true), "Probe");
-    connect(backCount, probe, "Source");
-    connect(maskCount, probe, "Mask");
-    renderTool(probe); // builds the tools; their edits reach the workers
-    for (int frame = 1; frame <= 2; ++frame) {
-        // An edit drops the gathered frames: the next frame asks each tile once again.
-        set<double>(probe, "Mask Intensity", 0.5 / frame);
-        std::map<std::pair<int, int>, int> const backBefore = back.tiles, maskBefore = mask.tiles;
-        HoImage const img = renderTool(probe);
-        ASSERT_EQ(back.tiles.size(), 16u);
-        ASSERT_EQ(mask.tiles.size(), 16u);
-        for (auto const& [t, n] : back.tiles)
-            EXPECT_EQ(n - backBefore.at(t), 1) << "back " << t.first << "," << t.second;
-        for (auto const& [t, n] : mask.tiles)
-            EXPECT_EQ(n - maskBefore.at(t), 1) << "mask " << t.first << "," << t.second;
-        // The whole-frame front shows through the mask's alpha times the intensity.
-        Color const p = patternAt(w / 2, h / 2, w, h), got = img.getColor(w / 2, h / 2);
-        float const m = p.a * 0.5f / float(frame);
-        EXPECT_NEAR(got.r, (0.5f - p.r) * m + p.r, 1e-5f);
-        EXPECT_NEAR(got.a, (1.0f - p.a) * m + p.a, 1e-5f);
+    for (bool const maskFull : {false, true}) {
+        std::string const k = maskFull ? "2" : "1";
+        Counter front, back, mask;
+        RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount" + k);
+        RCShdPtr<PiToolNode> const maskCount =
+            add(tool<CountProtocol>(&mask, maskFull), "MaskCount" + k);
+        connect(src, backCount, "Source");
+        connect(src, maskCount, "Source");
+        RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, !maskFull), "Probe" + k);
+        connect(backCount, probe, "Source");
+        connect(maskCount, probe, "Mask");
+        renderTool(probe); // builds the tools; their edits reach the workers
+        for (int frame = 1; frame <= 2; ++frame) {
+            // An edit drops the gathered frames: the next frame asks each tile once again.
+            set<double>(probe, "Mask Intensity", 0.5 / frame);
+            std::map<std::pair<int, int>, int> const backBefore = back.tiles,
+                                                     maskBefore = mask.tiles;
+            HoImage const img = renderTool(probe);
+            ASSERT_EQ(back.tiles.size(), 16u);
+            ASSERT_EQ(mask.tiles.size(), 16u);
+            for (auto const& [t, n] : back.tiles)
+                EXPECT_EQ(n - backBefore.at(t), 1)
+                    << "back " << t.first << "," << t.second << " mask full " << maskFull;
+            for (auto const& [t, n] : mask.tiles)
+                EXPECT_EQ(n - maskBefore.at(t), 1)
+                    << "mask " << t.first << "," << t.second << " mask full " << maskFull;
+            // A whole-frame front shows through the mask's alpha times the intensity; a front
+            // that passes its back on leaves the back.
+            Color const p = patternAt(w / 2, h / 2, w, h), got = img.getColor(w / 2, h / 2);
+            float const m = maskFull ? 0.0f : p.a * 0.5f / float(frame);
+            EXPECT_NEAR(got.r, (0.5f - p.r) * m + p.r, 1e-5f);
+            EXPECT_NEAR(got.a, (1.0f - p.a) * m + p.a, 1e-5f);
+        }
     }
 }
+
 // A new primary format re-converts the other inputs: each signals a ConversionEvent for its
 // input, and the output takes the primary's format.
 TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {

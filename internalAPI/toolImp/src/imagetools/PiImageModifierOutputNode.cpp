@@ -16,14 +16,78 @@
 
 namespace Vn {
 
+namespace {
+
+// Where a tile, a frame or a region was asked, and in which generation of the node's
+// invalidations: the tile is (0, 0) for a frame or a region, and the scale 0 for a region.
+struct ShareKey {
+    double time = 0.0;
+    int scale = 0;
+    int stream = 0;
+    GePoint2<int> tile;
+    unsigned generation = 0;
+    bool operator==(ShareKey const&) const = default;
+};
+
+// One value kept for the next to ask for it, without a lock: whoever finds the slot busy
+// does without it, which only means asking the graph below again.
+template <class Value>
+class ShareSlot {
+public:
+    void put(ShareKey const& key, Value const& value) {
+        int state = _state.load(std::memory_order_relaxed);
+        if (state == BUSY ||
+            !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
+            return;
+        _key = key;
+        _value = value;
+        _state.store(FULL, std::memory_order_release);
+    }
+    // The value kept under the key; taken, it leaves the slot. A value of an older generation
+    // goes in any case.
+    std::optional<Value> get(ShareKey const& key, bool take) {
+        int full = FULL;
+        if (!_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            return std::nullopt;
+        bool const stale = _key.generation != key.generation;
+        if (!stale && !(_key == key)) {
+            _state.store(FULL, std::memory_order_release);
+            return std::nullopt;
+        }
+        std::optional<Value> r;
+        if (!stale)
+            r = take ? std::move(_value) : _value;
+        if (take || stale)
+            return clear(), r;
+        _state.store(FULL, std::memory_order_release);
+        return r;
+    }
+    void drop() {
+        int full = FULL;
+        if (_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            clear();
+    }
+
+private:
+    enum { EMPTY, BUSY, FULL };
+    void clear() {
+        _value = {};
+        _state.store(EMPTY, std::memory_order_release);
+    }
+    std::atomic<int> _state{EMPTY};
+    ShareKey _key;
+    Value _value;
+};
+
+} // namespace
+
 // The back as the tool's own node sees it. The output node asks the back for a tile it mixes and
-// then the front, which asks the back for the same tile: the output node leaves its tile here
-// for the front to take, so that the graph below is asked once, not once per road. A chain of
-// masked modifiers would otherwise cost twice the tiles per link.
+// then the front, which asks the back for the same tile: the output node leaves its tile (or
+// the whole frame it gathered) here for the front, so that the graph below is asked once, not
+// once per road. A chain of masked modifiers would otherwise cost twice the tiles per link.
 //
-// A few slots by tile position, without a lock: a slot busy or taken by another tile only means
-// that the tile is asked again. An invalidation moves to a new generation, so that a tile asked
-// before it is never handed on after.
+// Tiles are kept in a few slots by position, frames and regions per stream. An invalidation
+// moves to a new generation, so that nothing asked before it is handed on after.
 class PiImageModifierBackNode final : public PxPassThroughNode<PxImageProtocol> {
 public:
     PiImageModifierBackNode(PxNode::Init const& init,
@@ -31,118 +95,79 @@ public:
         : PxNode(init), PxPassThroughNode<PxImageProtocol>(init, back) {}
 
     // Front and output node both ask it for each tile; along a chain of modifiers that would
-    // double at each link. Kept per time and stream until an invalidation.
+    // double at each link.
     PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
-        unsigned const g = generation();
-        RodSlot& s = _rods[static_cast<unsigned>(context.getStream()) % _rods.size()];
-        int full = FULL;
-        if (s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire)) {
-            bool const hit =
-                s.generation == g && s.time == context.getTime() && s.stream == context.getStream();
-            PxRODResult const r = s.rod;
-            s.state.store(FULL, std::memory_order_release);
-            if (hit)
-                return r;
-        }
+        ShareKey const key{context.getTime(), 0, context.getStream(), {}, generation()};
+        ShareSlot<PxRODResult>& slot = perStream(_regions, context.getStream());
+        if (std::optional<PxRODResult> kept = slot.get(key, false))
+            return *kept;
         PxRODResult const r = getChild()->getImageROD(context);
-        int state = s.state.load(std::memory_order_relaxed);
-        if (state != BUSY &&
-            s.state.compare_exchange_strong(state, BUSY, std::memory_order_acquire)) {
-            s.time = context.getTime();
-            s.stream = context.getStream();
-            s.generation = g;
-            s.rod = r;
-            s.state.store(FULL, std::memory_order_release);
-        }
+        slot.put(key, r);
         return r;
     }
     PxImageResult getImageResult(PxImageContext const& context) const override {
-        if (!context.isOutside())
-            if (std::optional<PxImageResult> kept = take(context))
+        if (!context.isOutside()) {
+            unsigned const g = generation();
+            if (std::optional<PxImageResult> kept =
+                    tileSlot(context).get(tileKey(context, g), true))
                 return std::move(*kept);
+            if (std::optional<PxImageResult> frame =
+                    perStream(_frames, context.getStream()).get(frameKey(context, g), false))
+                return std::move(*frame);
+        }
         return getChild()->getImageResult(context);
     }
     void invalidateAndReinitialize(PxValidityInterval const& interval,
                                    PxUPtr<PxNode const> const& from, int stream) override {
-        _generation.fetch_add(1, std::memory_order_acq_rel);
-        for (Slot& s : _slots) {
-            int full = FULL;
-            if (s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire)) {
-                s.result = {};
-                s.state.store(EMPTY, std::memory_order_release);
-            }
-        }
+        forget();
         PxPassThroughNode<PxImageProtocol>::invalidateAndReinitialize(interval, from, stream);
+    }
+    // Also when the output node is invalidated: a frame is kept no longer than its own.
+    void forget() const {
+        _generation.fetch_add(1, std::memory_order_acq_rel);
+        for (auto& s : _tiles)
+            s.drop();
+        for (auto& s : _frames)
+            s.drop();
     }
 
     unsigned generation() const noexcept { return _generation.load(std::memory_order_acquire); }
-    // The result of the tile asked at the given generation, for the next to ask that tile.
-    void keep(PxImageContext const& context, PxImageResult const& result,
-              unsigned generation) const {
-        if (context.isOutside())
-            return;
-        Slot& s = slotOf(context);
-        int state = s.state.load(std::memory_order_relaxed);
-        if (state == BUSY ||
-            !s.state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
-            return;
-        s.time = context.getTime();
-        s.scale = context.getScale();
-        s.stream = context.getStream();
-        s.tile = context.getTile();
-        s.generation = generation;
-        s.result = result;
-        s.state.store(FULL, std::memory_order_release);
+    // A tile asked in the given generation, for the next to ask for it.
+    void keepTile(PxImageContext const& context, PxImageResult const& result,
+                  unsigned generation) const {
+        if (!context.isOutside())
+            tileSlot(context).put(tileKey(context, generation), result);
+    }
+    // The whole frame gathered in the given generation, for any tile of it.
+    void keepFrame(PxImageContext const& context, PxImageResult const& frame,
+                   unsigned generation) const {
+        if (!context.isOutside())
+            perStream(_frames, context.getStream()).put(frameKey(context, generation), frame);
     }
 
 private:
-    enum { EMPTY, BUSY, FULL };
-    struct Slot {
-        std::atomic<int> state{EMPTY};
-        double time = 0.0;
-        int scale = 0;
-        int stream = 0;
-        GePoint2<int> tile;
-        unsigned generation = 0;
-        PxImageResult result;
-    };
     // Neighbouring tiles, those that workers make at the same time, fall in different slots.
     static constexpr int kSide = 4;
 
-    Slot& slotOf(PxImageContext const& context) const {
+    static ShareKey tileKey(PxImageContext const& c, unsigned g) {
+        return {c.getTime(), c.getScale(), c.getStream(), c.getTile(), g};
+    }
+    static ShareKey frameKey(PxImageContext const& c, unsigned g) {
+        return {c.getTime(), c.getScale(), c.getStream(), {}, g};
+    }
+    ShareSlot<PxImageResult>& tileSlot(PxImageContext const& context) const {
         GePoint2<int> const& t = context.getTile();
-        return _slots[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
+        return _tiles[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
     }
-    std::optional<PxImageResult> take(PxImageContext const& context) const {
-        Slot& s = slotOf(context);
-        int full = FULL;
-        if (!s.state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
-            return std::nullopt;
-        bool const current = s.generation == generation();
-        if (current && (s.time != context.getTime() || s.scale != context.getScale() ||
-                        s.stream != context.getStream() || s.tile != context.getTile())) {
-            s.state.store(FULL, std::memory_order_release);
-            return std::nullopt;
-        }
-        std::optional<PxImageResult> r;
-        if (current)
-            r = std::move(s.result);
-        s.result = {};
-        s.state.store(EMPTY, std::memory_order_release);
-        return r;
+    template <class Slots>
+    static typename Slots::value_type& perStream(Slots& slots, int stream) {
+        return slots[static_cast<unsigned>(stream) % slots.size()];
     }
 
-    struct RodSlot {
-        std::atomic<int> state{EMPTY};
-        double time = 0.0;
-        int stream = 0;
-        unsigned generation = 0;
-        PxRODResult rod;
-    };
-
-    mutable std::array<Slot, kSide * kSide> _slots;
-    mutable std::array<RodSlot, 4> _rods;
-    std::atomic<unsigned> _generation{0};
+    mutable std::array<ShareSlot<PxImageResult>, kSide * kSide> _tiles;
+    mutable std::array<ShareSlot<PxImageResult>, 2> _frames;
+    mutable std::array<ShareSlot<PxRODResult>, 2> _regions;
+    mutable std::atomic<unsigned> _generation{0};
 };
 
 namespace {
@@ -432,15 +457,14 @@ PxImageResult PiImageModifierOutputNode::childResult(PxNodePtr<PxImageProtocol c
 }
 
 PxImageResult PiImageModifierOutputNode::backResult(PxImageContext const& context) const {
-    if (_sharedBack == nullptr || gathers(_backChild, context))
+    if (_sharedBack == nullptr)
         return childResult(_backChild, context);
     unsigned const generation = _sharedBack->generation();
-    PxImageResult r;
-    {
-        VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult()");
-        r = _backChild->getImageResult(context);
-    }
-    _sharedBack->keep(context, r, generation);
+    PxImageResult const r = childResult(_backChild, context);
+    if (gathers(_backChild, context))
+        _sharedBack->keepFrame(context, r, generation);
+    else
+        _sharedBack->keepTile(context, r, generation);
     return r;
 }
 
@@ -547,6 +571,8 @@ void PiImageModifierOutputNode::invalidateAndReinitialize(PxValidityInterval con
         LkGuard guard(_framesLock);
         _frames.clear();
     }
+    if (_sharedBack != nullptr)
+        _sharedBack->forget();
     // The wave has passed the children already: their answers are up to date.
     _fullFrames = computeFullFrames();
     PxImageFormat const back = _backChild->getImageFormat();
