@@ -69,7 +69,8 @@ private:
 //  "Grade":        inputs Source (image, primary) and Lift, Gain, Gamma and Offset, each with
 //                  Red, Green, Blue and Alpha (double); per component v = Lift + x * (Gain -
 //                  Lift), raised to 1 / Gamma where positive, plus Offset. An image modifier:
-//                  masked by Mask, muted by the stored Mute.
+//                  masked by Mask, muted by the stored Mute, and changing RGBA, RGB or alpha
+//                  alone by the stored Affect.
 // Test Pattern keeps its stored Rate too; its pixels are float.
 class VN_EXPORT HoTools {
 public:

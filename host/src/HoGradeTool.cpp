@@ -150,6 +150,8 @@ private:
 class GradeProtocol final : public PiImageModifierProtocol {
 public:
     GradeProtocol() : PiImageModifierProtocol("Grade", "Color", "1.0") {}
+    bool supportsAffectRgb() const override { return true; }
+    bool supportsAffectAlpha() const override { return true; }
     void describe(PiToolPolicyDescriptor& d) const override {
         d.require("Source", PiSocketType::IMAGE,
                   PiImageInputPolicy::createPrimary(PiImageInputPolicy::RGBA_COMPONENTS,

@@ -24,7 +24,7 @@ using namespace Vn;
 
 namespace {
 
-constexpr int kW = 16;
+constexpr int kW = 600; // two tiles: workers share the tools
 constexpr int kH = 8;
 
 template <class T>
@@ -71,7 +71,9 @@ TEST(ImageModifierStress, ModifiersComeAndGoWhileThePrimaryFormatChanges) {
             }
             g->findInput("Source")->connect(convert->findOutput("Output"));
             g->findInput("Mask")->connect(pattern->findOutput("Output"));
-            set<bool>(g, "Mask Active", false); // the mask is read, the grade shows whole
+            // Masked, inverted at no intensity: the grade shows whole through the mix.
+            set<bool>(g, "Mask Invert", true);
+            set<double>(g, "Mask Intensity", 0.0);
             return g;
         };
         auto const viewedTool = makeGrade("Viewed");

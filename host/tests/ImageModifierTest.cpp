@@ -20,6 +20,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cmath>
 #include <map>
 #include <mutex>
@@ -35,6 +36,7 @@ using Image = PxStrongHndl<PxImageProtocol const>;
 struct Counter {
     std::mutex m;
     std::map<std::pair<int, int>, int> tiles;
+    std::atomic<int> regions{0};
     // The sum of the counts, or their largest.
     int total(bool most = false) {
         std::lock_guard g(m);
@@ -53,6 +55,10 @@ public:
         : PxNode(PxNode::Init{"count"}), PxImageNode(PxNode::Init{"count"}, source),
           _counter(counter), _fullFrame(fullFrame) {}
     bool producesFullFrames() const override { return _fullFrame; }
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
+        ++_counter->regions;
+        return PxImageNode::getImageROD(context);
+    }
     PxImageResult getImageResult(PxImageContext const& context) const override {
         if (!context.isOutside()) {
             std::lock_guard g(_counter->m);
@@ -88,25 +94,28 @@ Image finish(PxImageNode* n) {
 
 class CountController final : public HoToolController {
 public:
-    explicit CountController(Counter* c) : _c(c) {}
+    CountController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
     void createProcNodes(OutputPublisher& p) override {
-        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, false)));
+        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
     }
     Counter* _c;
+    bool _fullFrame;
 };
 
-// A tool that passes its source on, counting tiles.
+// A tool that passes its source on, or makes a whole frame, counting tiles.
 class CountProtocol final : public PiToolProtocolImp {
 public:
-    explicit CountProtocol(Counter* c) : PiToolProtocolImp("Count", "Test", "1.0"), _c(c) {}
+    explicit CountProtocol(Counter* c, bool fullFrame = false)
+        : PiToolProtocolImp("Count", "Test", "1.0"), _c(c), _fullFrame(fullFrame) {}
     void describe(PiToolPolicyDescriptor& d) const override {
         d.require("Source", PiSocketType::IMAGE);
         d.produces("Output", PiSocketType::IMAGE);
     }
     RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new CountController(_c));
+        return RCShdPtr<PiNodeController>(new CountController(_c, _fullFrame));
     }
     Counter* _c;
+    bool _fullFrame;
 };
 
 // A modifier whose front is its back, counted, or a whole frame of one colour; with an "Extra"
@@ -226,14 +235,24 @@ Color gradeOf(Color const& in, GradeParams const& p) {
     return {v[0], v[1], v[2], v[3]};
 }
 
+// The changed colour in the components the affect names, the kept one in the others.
+Color affected(Color const& changed, Color const& kept, int affect) {
+    Color out = kept;
+    for (int c = 0; c < 4; ++c)
+        if (affect == PiImageModifierTypes::AFFECT_RGBA ||
+            (affect == PiImageModifierTypes::AFFECT_RGB) == (c < 3))
+            (&out.r)[c] = (&changed.r)[c];
+    return out;
+}
+
 GradeParams const kGrade = {
-    {0.05, -0.1, 0.0, 0.0}, {1.5, 0.8, 2.0, 1.0}, {2.2, 1.0, 0.5, 1.0}, {0.0, 0.02, -0.01, 0.0}};
+    {0.05, -0.1, 0.0, 0.0}, {1.5, 0.8, 2.0, 0.8}, {2.2, 1.0, 0.5, 1.0}, {0.0, 0.02, -0.01, 0.05}};
 
 } // namespace
 
 // Grade alone, then masked by a gained pattern: every pixel is (A - B) * m + B with A the grade,
 // B the source and m the chosen mask channel times the intensity, A and B swapped by invert;
-// inactive, the grade shows unmasked.
+// inactive, the grade shows unmasked. Components outside the affect are the source's.
 TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
     RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern");
@@ -245,10 +264,20 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     EXPECT_EQ(renderTool(g).width, 0);
     connect(src, g, "Source");
     setGrade(g, kGrade);
-    auto const a = [&](int x, int y) {
-        return gradeOf(patternAt(x, y), kGrade);
+    RCShdPtr<PiImageModifier> const mod = modifier(g);
+    auto const setAffect = [&](int affect) {
+        PiUndoGuard guard(*graph, "Affect");
+        mod->setAffect(static_cast<PiImageModifierTypes::AffectType>(affect));
     };
-    EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked";
+    int const rgba = PiImageModifierTypes::AFFECT_RGBA, rgb = PiImageModifierTypes::AFFECT_RGB,
+              alpha = PiImageModifierTypes::AFFECT_ALPHA;
+    for (int affect : {rgb, alpha, rgba}) {
+        setAffect(affect);
+        auto const a = [&](int x, int y) {
+            return affected(gradeOf(patternAt(x, y), kGrade), patternAt(x, y), affect);
+        };
+        EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked, affect " << affect;
+    }
 
     connect(maskGain, g, "Mask");
     struct Case {
@@ -257,13 +286,19 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
         double intensity;
         bool invert;
         int maskW, maskH; // a mask larger than the image widens the output
+        int affect;
     };
     Case const cases[] = {
-        {true, 3, 1.0, false, kW, kH},         {true, 3, 0.5, false, kW, kH},
-        {true, 0, 1.0, false, kW, kH},         {true, 1, 0.5, true, kW, kH},
-        {true, 3, 1.0, true, kW, kH},          {false, 3, 1.0, true, kW, kH},
-        {true, 3, 0.5, false, kW / 2, kH / 2}, {true, 3, 1.0, true, 2 * kW, 2 * kH}};
+        {true, 3, 1.0, false, kW, kH, rgba},         {true, 3, 0.5, false, kW, kH, rgba},
+        {true, 0, 1.0, false, kW, kH, rgba},         {true, 1, 0.5, true, kW, kH, rgba},
+        {true, 3, 1.0, true, kW, kH, rgba},          {false, 3, 1.0, true, kW, kH, rgba},
+        {true, 3, 0.5, false, kW / 2, kH / 2, rgba}, {true, 3, 1.0, true, 2 * kW, 2 * kH, rgba},
+        {true, 3, 0.5, false, kW, kH, rgb},          {true, 1, 0.5, true, kW, kH, rgb},
+        {true, 3, 0.5, true, 2 * kW, 2 * kH, rgb},   {true, 0, 1.0, false, kW, kH, alpha},
+        {true, 3, 0.5, true, kW / 2, kH / 2, alpha}, {false, 3, 1.0, false, kW, kH, rgb},
+        {false, 3, 1.0, true, kW, kH, alpha}};
     for (Case const& c : cases) {
+        setAffect(c.affect);
         set<bool>(g, "Mask Active", c.active);
         set<int>(g, "Mask Channel", c.channel);
         set<double>(g, "Mask Intensity", c.intensity);
@@ -283,41 +318,63 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
             Color const p = at(x, y, kW, kH);
             Color const front = gradeOf(p, kGrade);
             if (!c.active)
-                return front;
+                return affected(front, p, c.affect);
             Color const q = at(x, y, c.maskW, c.maskH);
             Color const mask{q.r * 0.7f, q.g * 0.7f, q.b * 0.7f, q.a};
             float const m = (&mask.r)[c.channel] * float(c.intensity);
             Color const A = c.invert ? p : front, B = c.invert ? front : p;
-            return Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g, (A.b - B.b) * m + B.b,
-                         (A.a - B.a) * m + B.a};
+            return affected(Color{(A.r - B.r) * m + B.r, (A.g - B.g) * m + B.g,
+                                  (A.b - B.b) * m + B.b, (A.a - B.a) * m + B.a},
+                            p, c.affect);
         };
         HoImage const img = renderTool(g);
         EXPECT_EQ(img.width, w);
         EXPECT_EQ(mismatches(img, want, 1e-5f), 0)
             << "active " << c.active << " channel " << c.channel << " intensity " << c.intensity
-            << " invert " << c.invert << " mask " << c.maskW;
+            << " invert " << c.invert << " mask " << c.maskW << " affect " << c.affect;
     }
 }
 
-// A long chain of modifiers renders at once: nothing below is walked once per path through
-// front and back.
-TEST_F(ImageModifierTest, LongChainOfModifiersRenders) {
-    RCShdPtr<PiToolNode> last = add(HoTools::testPattern(), "Pattern");
-    for (int i = 0; i < 48; ++i) {
+// A long chain of masked modifiers costs a tile of each per tile: each reads its back for the
+// mix and, through its front, again; yet every tile of the source is asked once per frame, as
+// nothing below is walked once per path through fronts and backs.
+TEST_F(ImageModifierTest, ChainOfMaskedModifiersAsksEachSourceTileOnce) {
+    Counter source;
+    int const w = PxConfig::getTileSizeX() + 8, h = 8;
+    RCShdPtr<PiToolNode> const pattern = add(HoTools::testPattern(), "Pattern", w, h);
+    RCShdPtr<PiToolNode> const opaque = add(HoTools::colorSource(), "Opaque", w, h);
+    RCShdPtr<PiToolNode> last = add(tool<CountProtocol>(&source), "Count");
+    connect(pattern, last, "Source");
+    int const n = 16;
+    for (int i = 0; i < n; ++i) {
         RCShdPtr<PiToolNode> const g = add(HoTools::grade(), "Grade" + std::to_string(i));
         set<double>(g, "Offset.Red", 1.0 / 64);
         connect(last, g, "Source");
+        connect(opaque, g, "Mask");
         last = g;
     }
-    EXPECT_EQ(mismatches(
-                  renderTool(last),
-                  [](int x, int y) {
-                      Color p = patternAt(x, y);
-                      p.r += 48.0f / 64;
-                      return p;
-                  },
-                  1e-5f),
-              0);
+    for (int frame = 0; frame < 2; ++frame) {
+        std::map<std::pair<int, int>, int> const before = source.tiles;
+        int const regionsBefore = source.regions;
+        HoImage const img = renderTool(last, frame);
+        // Its region is asked as often: a few times a frame, not once per road.
+        EXPECT_LE(source.regions - regionsBefore, n) << "frame " << frame;
+        ASSERT_EQ(source.tiles.size(), 2u);
+        for (auto const& [t, count] : source.tiles)
+            EXPECT_EQ(count - (before.count(t) ? before.at(t) : 0), 1)
+                << "frame " << frame << " tile " << t.first << "," << t.second;
+        EXPECT_EQ(mismatches(
+                      img,
+                      [&](int x, int y) {
+                          Color p = HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w),
+                                                               (float(y) + 0.5f) / float(h), frame);
+                          p.r += float(n) / 64;
+                          return p;
+                      },
+                      1e-5f),
+                  0)
+            << frame;
+    }
 }
 
 // A list of layers as the primary input gives no image to stand behind the tool's result: the
@@ -383,37 +440,47 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
 }
 
 // A full-frame modifier over a 4 x 4-tile image, masked: the renderer asks each of its tiles,
-// yet each tile of the back and of the mask is asked once for the frame.
+// yet each tile of the back and of the mask is asked once for the frame; also when the whole
+// frames come from the mask, and the front, which reads the back tile by tile, is gathered too.
 TEST_F(ImageModifierTest, FullFrameModifierAsksEachChildTileOnce) {
-    Counter front, back, mask;
     int const w = 3 * PxConfig::getTileSizeX() + 8, h = 3 * PxConfig::getTileSizeY() + 8;
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern", w, h);
-    RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount");
-    RCShdPtr<PiToolNode> const maskCount = add(tool<CountProtocol>(&mask), "MaskCount");
-    connect(src, backCount, "Source");
-    connect(src, maskCount, "Source");
-    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, true), "Probe");
-    connect(backCount, probe, "Source");
-    connect(maskCount, probe, "Mask");
-    renderTool(probe); // builds the tools; their edits reach the workers
-    for (int frame = 1; frame <= 2; ++frame) {
-        // An edit drops the gathered frames: the next frame asks each tile once again.
-        set<double>(probe, "Mask Intensity", 0.5 / frame);
-        std::map<std::pair<int, int>, int> const backBefore = back.tiles, maskBefore = mask.tiles;
-        HoImage const img = renderTool(probe);
-        ASSERT_EQ(back.tiles.size(), 16u);
-        ASSERT_EQ(mask.tiles.size(), 16u);
-        for (auto const& [t, n] : back.tiles)
-            EXPECT_EQ(n - backBefore.at(t), 1) << "back " << t.first << "," << t.second;
-        for (auto const& [t, n] : mask.tiles)
-            EXPECT_EQ(n - maskBefore.at(t), 1) << "mask " << t.first << "," << t.second;
-        // The whole-frame front shows through the mask's alpha times the intensity.
-        Color const p = patternAt(w / 2, h / 2, w, h), got = img.getColor(w / 2, h / 2);
-        float const m = p.a * 0.5f / float(frame);
-        EXPECT_NEAR(got.r, (0.5f - p.r) * m + p.r, 1e-5f);
-        EXPECT_NEAR(got.a, (1.0f - p.a) * m + p.a, 1e-5f);
+    for (bool const maskFull : {false, true}) {
+        std::string const k = maskFull ? "2" : "1";
+        Counter front, back, mask;
+        RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount" + k);
+        RCShdPtr<PiToolNode> const maskCount =
+            add(tool<CountProtocol>(&mask, maskFull), "MaskCount" + k);
+        connect(src, backCount, "Source");
+        connect(src, maskCount, "Source");
+        RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, !maskFull), "Probe" + k);
+        connect(backCount, probe, "Source");
+        connect(maskCount, probe, "Mask");
+        renderTool(probe); // builds the tools; their edits reach the workers
+        for (int frame = 1; frame <= 2; ++frame) {
+            // An edit drops the gathered frames: the next frame asks each tile once again.
+            set<double>(probe, "Mask Intensity", 0.5 / frame);
+            std::map<std::pair<int, int>, int> const backBefore = back.tiles,
+                                                     maskBefore = mask.tiles;
+            HoImage const img = renderTool(probe);
+            ASSERT_EQ(back.tiles.size(), 16u);
+            ASSERT_EQ(mask.tiles.size(), 16u);
+            for (auto const& [t, n] : back.tiles)
+                EXPECT_EQ(n - backBefore.at(t), 1)
+                    << "back " << t.first << "," << t.second << " mask full " << maskFull;
+            for (auto const& [t, n] : mask.tiles)
+                EXPECT_EQ(n - maskBefore.at(t), 1)
+                    << "mask " << t.first << "," << t.second << " mask full " << maskFull;
+            // A whole-frame front shows through the mask's alpha times the intensity; a front
+            // that passes its back on leaves the back.
+            Color const p = patternAt(w / 2, h / 2, w, h), got = img.getColor(w / 2, h / 2);
+            float const m = maskFull ? 0.0f : p.a * 0.5f / float(frame);
+            EXPECT_NEAR(got.r, (0.5f - p.r) * m + p.r, 1e-5f);
+            EXPECT_NEAR(got.a, (1.0f - p.a) * m + p.a, 1e-5f);
+        }
     }
 }
+
 // A new primary format re-converts the other inputs: each signals a ConversionEvent for its
 // input, and the output takes the primary's format.
 TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {

@@ -65,8 +65,8 @@ GeRectangle<float> rodOf(Image const& node) {
 }
 
 Frame render(Image const& node, int scale = 0) {
-    GeRectangle<int> const r =
-        PxImageProtocol::nominalToPixelized(rodOf(node), 1.0f, 1.0f / float(1 << scale));
+    GeRectangle<int> const r = PxImageProtocol::nominalToPixelized(
+        rodOf(node), node->getImageFormat().getAspectRatio(), 1.0f / float(1 << scale));
     Frame f{r, std::vector<Color>(std::size_t(r.width()) * std::size_t(r.height()))};
     auto put = [&](auto const& colorAt) {
         for (int y = r.ymin; y < r.ymax; ++y)
@@ -124,6 +124,24 @@ Color resample(Frame const& src, double x, double y, int filter) {
         for (int i = -1; i <= 2; ++i)
             sum = sum + float(mitchell(i - fx) * mitchell(j - fy)) * src.at(ix + i, iy + j);
     return sum;
+}
+
+template <class N>
+Image finished(N* n) {
+    PxStrongHndl<N> h(n);
+    PxNode::init(PxStrongHndl<PxNode>(h));
+    return Image(h);
+}
+
+// The test pattern in pixels of the given width to a height of one.
+Image patternOfPixelRatio(int w, int h, int ratio) {
+    PxImageFormat const format(
+        IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(ratio)), Rational(25));
+    PxStrongHndl<PxImageFormatNode> f(new PxImageFormatNode(PxNode::Init{"format"}, format));
+    PxNode::init(PxStrongHndl<PxNode>(f));
+    return finished(new HoTestPatternNode(
+        PxNode::Init{"pattern"}, PxStrongHndl<PxImageFormatProtocol const>(f), constant(w),
+        constant(h), constant(CoRgbColorTyped<float>{}), constant(0.0)));
 }
 
 class TransformTools : public ToolGraphFixture {
@@ -269,7 +287,8 @@ TEST(CropNodeUtil, RegionForEachMode) {
 }
 
 // A pattern with falling alpha turned by 30 degrees about a pivot, halved and moved, against the
-// source's pixels resampled in the test at each output pixel's place.
+// source's pixels resampled in the test at each output pixel's place; also on pixels twice as
+// wide as high, where the turn is of the image as shown, not of its grid of pixels.
 TEST_F(TransformTools, TransformMatchesDirectResampling) {
     RCShdPtr<PiToolNode> const t = onPattern(HoTools::transform(), 900, 300);
     Frame const src = render(output(pattern));
@@ -292,36 +311,53 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
         double const ry = -std::sin(rad) * ux + std::cos(rad) * uy;
         return std::pair{rx / s + px, ry / s + py};
     };
-    // Last, a half-size proxy: the same mapping between full-size places.
+    // A half-size proxy: the same mapping between full-size places.
     struct Case {
         int filter;
         int scale;
         float tolerance;
+        int pixelRatio = 1;
     } const cases[] = {{SdTextureTypes::FILTER_NEAREST, 0, 1e-6f},
                        {SdTextureTypes::FILTER_BILINEAR, 0, 2e-3f},
                        {SdTextureTypes::FILTER_MITCHELL, 0, 3e-3f},
-                       {SdTextureTypes::FILTER_BILINEAR, 1, 2e-3f}};
+                       {SdTextureTypes::FILTER_BILINEAR, 1, 2e-3f},
+                       {SdTextureTypes::FILTER_NEAREST, 0, 1e-6f, 2},
+                       {SdTextureTypes::FILTER_BILINEAR, 0, 2e-3f, 2},
+                       {SdTextureTypes::FILTER_MITCHELL, 0, 3e-3f, 2},
+                       {SdTextureTypes::FILTER_BILINEAR, 1, 2e-3f, 2}};
+    // The same shown size in pixels half as many across, turned by a transform node alike.
+    Image const wide = patternOfPixelRatio(450, 300, 2);
+    Frame const wideSrc = render(wide);
+    auto const wideTransform = [&](int filter) {
+        return finished(new HoTransformNode(
+            PxNode::Init{"transform"}, wide,
+            PiAffineNodeUtil::Params({constant(px), constant(py), constant(0.0), constant(tx),
+                                      constant(ty), constant(beta), constant(s), constant(s)}),
+            constant(filter)));
+    };
     for (Case const& c : cases) {
+        bool const square = c.pixelRatio == 1;
         set(t, "Filter", c.filter);
-        Frame const out = render(output(t), c.scale);
-        Frame const from = c.scale ? render(output(pattern), c.scale) : src;
-        double const f = 1 << c.scale;
+        Frame const out = render(square ? output(t) : wideTransform(c.filter), c.scale);
+        Frame const& full = square ? src : wideSrc;
+        Frame const from = c.scale ? render(square ? output(pattern) : wide, c.scale) : full;
+        double const f = 1 << c.scale, a = c.pixelRatio;
         // The frame holds the turned corners of the source.
-        for (int cx : {src.region.xmin, src.region.xmax})
-            for (int cy : {src.region.ymin, src.region.ymax}) {
-                double const ux = (cx - px) * s, uy = (cy - py) * s;
-                double const x = (std::cos(rad) * ux - std::sin(rad) * uy + px + tx) / f;
+        for (int cx : {full.region.xmin, full.region.xmax})
+            for (int cy : {full.region.ymin, full.region.ymax}) {
+                double const ux = (cx * a - px) * s, uy = (cy - py) * s;
+                double const x = (std::cos(rad) * ux - std::sin(rad) * uy + px + tx) / f / a;
                 double const y = (std::sin(rad) * ux + std::cos(rad) * uy + py + ty) / f;
                 EXPECT_TRUE(x >= out.region.xmin && x <= out.region.xmax && y >= out.region.ymin &&
                             y <= out.region.ymax)
                     << c.filter << ": corner " << cx << "," << cy;
             }
-        EXPECT_LE(out.region.width(), int(src.region.width() * s * 1.37 / f) + 3) << c.filter;
+        EXPECT_LE(out.region.width(), int(full.region.width() * s * 1.37 / f) + 3) << c.filter;
         int checked = 0, bad = 0;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
             for (int x = out.region.xmin; x < out.region.xmax; ++x) {
-                auto [sx, sy] = back(f * (x + 0.5), f * (y + 0.5));
-                sx /= f;
+                auto [sx, sy] = back(f * a * (x + 0.5), f * (y + 0.5));
+                sx /= f * a;
                 sy /= f;
                 // Nearest is ambiguous on a pixel's edge: float positions may fall either side.
                 if (c.filter == SdTextureTypes::FILTER_NEAREST &&
@@ -331,8 +367,8 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
                 ++checked;
                 if (distance(out.at(x, y), resample(from, sx, sy, c.filter)) > c.tolerance &&
                     ++bad < 5)
-                    ADD_FAILURE() << "filter " << c.filter << " scale " << c.scale << " at " << x
-                                  << "," << y;
+                    ADD_FAILURE() << "filter " << c.filter << " scale " << c.scale << " ratio "
+                                  << c.pixelRatio << " at " << x << "," << y;
             }
         EXPECT_GT(checked, 10000 >> (2 * c.scale)) << c.filter;
     }
@@ -374,15 +410,21 @@ TEST_F(TransformTools, EWAKeepsAFlatPremultipliedColour) {
     EXPECT_GT(in, 5000);
 }
 
-// Each mode keeps what it names: the source's own pixels inside, transparent beyond the source.
+// Each mode keeps what it names: the source's own pixels inside, transparent beyond the source,
+// also where the source's fill colour is not (a grade's offset gives it one).
 TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
     RCShdPtr<PiToolNode> const c = onPattern(HoTools::crop(), 640, 200);
+    RCShdPtr<PiToolNode> const filled = feed(pattern, add(HoTools::grade(), "Filled"));
+    for (char const* channel : {"Red", "Green", "Blue", "Alpha"})
+        set(filled, std::string("Offset.") + channel, 0.25);
     Frame const src = render(output(pattern));
+    Frame const filledSrc = render(output(filled));
     GeRectangle<int> const s = src.region;
     struct Case {
         int mode;
         std::vector<std::pair<char const*, int>> values;
         GeRectangle<int> expected;
+        bool filled = false;
     } const cases[] = {
         {0,
          {{"Relative.Left", 10},
@@ -403,8 +445,24 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
           {"Absolute.Top", 20}},
          {-700, -300, -10, 20}},
         {2, {{"Absolute.Left", 5}, {"Absolute.Right", 4}}, {}},
+        {2,
+         {{"Absolute.Left", -400},
+          {"Absolute.Right", -300},
+          {"Absolute.Bottom", -120},
+          {"Absolute.Top", 120}},
+         {-400, -300, -120, 120},
+         true},
+        {1,
+         {{"Window.CenterX", 0},
+          {"Window.CenterY", 0},
+          {"Window.Width", 800},
+          {"Window.Height", 300}},
+         {-400, 400, -150, 150},
+         true},
     };
     for (Case const& k : cases) {
+        feed(k.filled ? filled : pattern, c);
+        Frame const& from = k.filled ? filledSrc : src;
         set(c, "Crop.Mode", k.mode);
         for (auto const& [name, v] : k.values)
             set(c, std::string("Crop.") + name, v);
@@ -412,8 +470,9 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
         EXPECT_EQ(out.region, k.expected) << k.mode;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
             for (int x = out.region.xmin; x < out.region.xmax; ++x)
-                if (out.at(x, y) != src.at(x, y)) {
-                    ADD_FAILURE() << "mode " << k.mode << " at " << x << "," << y;
+                if (out.at(x, y) != from.at(x, y)) {
+                    ADD_FAILURE() << "mode " << k.mode << " filled " << k.filled << " at " << x
+                                  << "," << y;
                     return;
                 }
     }

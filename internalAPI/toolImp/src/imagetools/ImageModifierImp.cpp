@@ -369,6 +369,7 @@ void ImageModifierImp::createModifierProcNode(OutputPublisher& publisher) {
         back = inputOf<PxImageProtocol>(publisher, primary->getName());
     }
     bool const masking = getMaskingMode() == PiImageModifier::MASKING;
+    back = PiImageModifierOutputNode::shareBack(back);
     Image const front = _tool.createFrontNode(publisher, back);
     if (front.isNull())
         VN_THROW_MSG(ExBase, "the image modifier made no image");
@@ -387,9 +388,9 @@ void ImageModifierImp::createModifierProcNode(OutputPublisher& publisher) {
         intensity = inputOf<PxAnimValueProtocol<double>>(
             publisher, PiImageModifier::getMaskingIntensityInput());
     }
-    PxStrongHndl<PiImageModifierOutputNode> out(
-        new PiImageModifierOutputNode(PxNode::Init{"PiImageModifierOutputNode"}, front, back, mask,
-                                      active, channel, invert, intensity, getMute(), masking));
+    PxStrongHndl<PiImageModifierOutputNode> out(new PiImageModifierOutputNode(
+        PxNode::Init{"PiImageModifierOutputNode"}, front, back, mask, active, channel, invert,
+        intensity, getMute(), masking, getAffect()));
     PxNode::init(PxStrongHndl<PxNode>(out));
     _vUtilOutNode = out;
     publisher.publish(PiImageModifier::getOutputName(), PxStrongHndl<PxNode const>(out));
@@ -467,9 +468,11 @@ void ImageModifierImp::muteChanged() {
 
 void ImageModifierImp::affectChanged() {
     if (_vUtilOutNode.isNull())
-        return;
-    PxMutationRequest::submit(new PxInvalidationRequest(PxUPtr<PxNode const>(_vUtilOutNode),
-                                                        PxValidityInterval::FULL, -2));
+        return; // the first build reads the value
+    // The set request invalidates the node once the workers see the new affect.
+    PxMutationRequest::submit(new PxSetRequest<PiImageModifierOutputNode, int>(
+        PxUPtr<PiImageModifierOutputNode>(_vUtilOutNode), &PiImageModifierOutputNode::setAffect,
+        static_cast<int>(getAffect())));
 }
 
 } // namespace Vn

@@ -5,13 +5,170 @@
 #include "PiPixelLoop.h"
 #include "PxConfig.h"
 #include "PxImageRequests.h"
+#include "PxPassThroughNode.h"
 #include "PxRequestMgr.h"
 #include "StackGuard.h"
 
 #include <algorithm>
+#include <array>
 #include <functional>
+#include <optional>
 
 namespace Vn {
+
+namespace {
+
+// Where a tile, a frame or a region was asked, and in which generation of the node's
+// invalidations: the tile is (0, 0) for a frame or a region, and the scale 0 for a region.
+struct ShareKey {
+    double time = 0.0;
+    int scale = 0;
+    int stream = 0;
+    GePoint2<int> tile;
+    unsigned generation = 0;
+    bool operator==(ShareKey const&) const = default;
+};
+
+// One value kept for the next to ask for it, without a lock: whoever finds the slot busy
+// does without it, which only means asking the graph below again.
+template <class Value>
+class ShareSlot {
+public:
+    void put(ShareKey const& key, Value const& value) {
+        int state = _state.load(std::memory_order_relaxed);
+        if (state == BUSY ||
+            !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
+            return;
+        _key = key;
+        _value = value;
+        _state.store(FULL, std::memory_order_release);
+    }
+    // The value kept under the key; taken, it leaves the slot. A value of an older generation
+    // goes in any case.
+    std::optional<Value> get(ShareKey const& key, bool take) {
+        int full = FULL;
+        if (!_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            return std::nullopt;
+        bool const stale = _key.generation != key.generation;
+        if (!stale && !(_key == key)) {
+            _state.store(FULL, std::memory_order_release);
+            return std::nullopt;
+        }
+        std::optional<Value> r;
+        if (!stale)
+            r = take ? std::move(_value) : _value;
+        if (take || stale)
+            return clear(), r;
+        _state.store(FULL, std::memory_order_release);
+        return r;
+    }
+    void drop() {
+        int full = FULL;
+        if (_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            clear();
+    }
+
+private:
+    enum { EMPTY, BUSY, FULL };
+    void clear() {
+        _value = {};
+        _state.store(EMPTY, std::memory_order_release);
+    }
+    std::atomic<int> _state{EMPTY};
+    ShareKey _key;
+    Value _value;
+};
+
+} // namespace
+
+// The back as the tool's own node sees it. The output node asks the back for a tile it mixes and
+// then the front, which asks the back for the same tile: the output node leaves its tile (or
+// the whole frame it gathered) here for the front, so that the graph below is asked once, not
+// once per road. A chain of masked modifiers would otherwise cost twice the tiles per link.
+//
+// Tiles are kept in a few slots by position, frames and regions per stream. An invalidation
+// moves to a new generation, so that nothing asked before it is handed on after.
+class PiImageModifierBackNode final : public PxPassThroughNode<PxImageProtocol> {
+public:
+    PiImageModifierBackNode(PxNode::Init const& init,
+                            PxStrongHndl<PxImageProtocol const> const& back)
+        : PxNode(init), PxPassThroughNode<PxImageProtocol>(init, back) {}
+
+    // Front and output node both ask it for each tile; along a chain of modifiers that would
+    // double at each link.
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
+        ShareKey const key{context.getTime(), 0, context.getStream(), {}, generation()};
+        ShareSlot<PxRODResult>& slot = perStream(_regions, context.getStream());
+        if (std::optional<PxRODResult> kept = slot.get(key, false))
+            return *kept;
+        PxRODResult const r = getChild()->getImageROD(context);
+        slot.put(key, r);
+        return r;
+    }
+    PxImageResult getImageResult(PxImageContext const& context) const override {
+        if (!context.isOutside()) {
+            unsigned const g = generation();
+            if (std::optional<PxImageResult> kept =
+                    tileSlot(context).get(tileKey(context, g), true))
+                return std::move(*kept);
+            if (std::optional<PxImageResult> frame =
+                    perStream(_frames, context.getStream()).get(frameKey(context, g), false))
+                return std::move(*frame);
+        }
+        return getChild()->getImageResult(context);
+    }
+    void invalidateAndReinitialize(PxValidityInterval const& interval,
+                                   PxUPtr<PxNode const> const& from, int stream) override {
+        forget();
+        PxPassThroughNode<PxImageProtocol>::invalidateAndReinitialize(interval, from, stream);
+    }
+    // Also when the output node is invalidated: a frame is kept no longer than its own.
+    void forget() const {
+        _generation.fetch_add(1, std::memory_order_acq_rel);
+        for (auto& s : _tiles)
+            s.drop();
+        for (auto& s : _frames)
+            s.drop();
+    }
+
+    unsigned generation() const noexcept { return _generation.load(std::memory_order_acquire); }
+    // A tile asked in the given generation, for the next to ask for it.
+    void keepTile(PxImageContext const& context, PxImageResult const& result,
+                  unsigned generation) const {
+        if (!context.isOutside())
+            tileSlot(context).put(tileKey(context, generation), result);
+    }
+    // The whole frame gathered in the given generation, for any tile of it.
+    void keepFrame(PxImageContext const& context, PxImageResult const& frame,
+                   unsigned generation) const {
+        if (!context.isOutside())
+            perStream(_frames, context.getStream()).put(frameKey(context, generation), frame);
+    }
+
+private:
+    // Neighbouring tiles, those that workers make at the same time, fall in different slots.
+    static constexpr int kSide = 4;
+
+    static ShareKey tileKey(PxImageContext const& c, unsigned g) {
+        return {c.getTime(), c.getScale(), c.getStream(), c.getTile(), g};
+    }
+    static ShareKey frameKey(PxImageContext const& c, unsigned g) {
+        return {c.getTime(), c.getScale(), c.getStream(), {}, g};
+    }
+    ShareSlot<PxImageResult>& tileSlot(PxImageContext const& context) const {
+        GePoint2<int> const& t = context.getTile();
+        return _tiles[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
+    }
+    template <class Slots>
+    static typename Slots::value_type& perStream(Slots& slots, int stream) {
+        return slots[static_cast<unsigned>(stream) % slots.size()];
+    }
+
+    mutable std::array<ShareSlot<PxImageResult>, kSide * kSide> _tiles;
+    mutable std::array<ShareSlot<PxImageResult>, 2> _frames;
+    mutable std::array<ShareSlot<PxRODResult>, 2> _regions;
+    mutable std::atomic<unsigned> _generation{0};
+};
 
 namespace {
 
@@ -21,11 +178,48 @@ using Color = CoRgbaColorTyped<float>;
 // Each is a whole frame of memory, so no more.
 constexpr std::size_t kMaxFrames = 6;
 
+int normalAffect(int affect) {
+    return affect == PiImageModifierTypes::AFFECT_RGB ||
+                   affect == PiImageModifierTypes::AFFECT_ALPHA
+               ? affect
+               : PiImageModifierTypes::AFFECT_RGBA;
+}
+
+bool changes(int affect, int component) {
+    switch (affect) {
+    case PiImageModifierTypes::AFFECT_RGB:
+        return component < 3;
+    case PiImageModifierTypes::AFFECT_ALPHA:
+        return component == 3;
+    default:
+        return true;
+    }
+}
+
+// Per component, A weighs m * scale + bias: (1, 0) where the tool may change the component;
+// where it may not, the back shows whatever the mask: (0, 0) when the back is B, (0, 1) when
+// inverted, the back being A.
+struct Weights {
+    float scale[4];
+    float bias[4];
+};
+
+Weights weightsFor(int affect, bool backIsA) {
+    Weights w{};
+    for (int c = 0; c < 4; ++c) {
+        bool const changed = changes(affect, c);
+        w.scale[c] = changed ? 1.0f : 0.0f;
+        w.bias[c] = !changed && backIsA ? 1.0f : 0.0f;
+    }
+    return w;
+}
+
 class MaskingPixelLoop final : public PiPixelLoopThreeSources {
 public:
-    MaskingPixelLoop(IxWriteGuard& result, int channel, float intensity)
-        : PiPixelLoopThreeSources(result, PiImageModifierTypes::AFFECT_RGBA), _channel(channel),
-          _intensity(intensity) {}
+    MaskingPixelLoop(IxWriteGuard& result, int channel, float intensity, Weights const& weights,
+                     PiImageModifierTypes::AffectType affect)
+        : PiPixelLoopThreeSources(result, affect), _channel(channel), _intensity(intensity),
+          _w(weights) {}
 
     void processScanline(Scanline& dst, Scanline const& a, Scanline const& b,
                          Scanline const& mask) override {
@@ -40,19 +234,54 @@ public:
             float const m = pm[4 * i + _channel] * _intensity;
             for (int c = 0; c < 4; ++c) {
                 float const vb = pb[4 * i + c];
-                pd[4 * i + c] = (pa[4 * i + c] - vb) * m + vb;
+                pd[4 * i + c] = (pa[4 * i + c] - vb) * (m * _w.scale[c] + _w.bias[c]) + vb;
             }
         }
     }
     Color processFillColor(Color const& a, Color const& b, Color const& mask) override {
         float const m = (&mask.r)[_channel] * _intensity;
-        return {(a.r - b.r) * m + b.r, (a.g - b.g) * m + b.g, (a.b - b.b) * m + b.b,
-                (a.a - b.a) * m + b.a};
+        Color out;
+        for (int c = 0; c < 4; ++c) {
+            float const vb = (&b.r)[c];
+            (&out.r)[c] = ((&a.r)[c] - vb) * (m * _w.scale[c] + _w.bias[c]) + vb;
+        }
+        return out;
     }
 
 private:
     int _channel;
     float _intensity;
+    Weights _w;
+};
+
+// Unmasked, the components the tool may change from the front, the others from the back:
+// picked, not mixed, so that each is exactly its source's.
+class AffectPixelLoop final : public PiPixelLoopTwoSources {
+public:
+    AffectPixelLoop(IxWriteGuard& result, PiImageModifierTypes::AffectType affect)
+        : PiPixelLoopTwoSources(result, affect) {
+        for (int c = 0; c < 4; ++c)
+            _fromFront[c] = changes(affect, c);
+    }
+
+    void processScanline(Scanline& dst, Scanline const& front, Scanline const& back) override {
+        float* pd = &dst.getData()->r;
+        float const* pf = &front.getData()->r;
+        float const* pb = &back.getData()->r;
+        int const n = dst.getWidth();
+        for (int i = 0; i < n; ++i)
+            for (int c = 0; c < 4; ++c)
+                pd[4 * i + c] = _fromFront[c] ? pf[4 * i + c] : pb[4 * i + c];
+    }
+    Color processFillColor(Color const& front, Color const& back) override {
+        Color out;
+        for (int c = 0; c < 4; ++c)
+            (&out.r)[c] = _fromFront[c] ? (&front.r)[c] : (&back.r)[c];
+        return out;
+    }
+
+private:
+    bool _fromFront[4];
 };
 
 template <class T>
@@ -78,10 +307,11 @@ struct PiImageModifierOutputNode::Frame {
 PiImageModifierOutputNode::PiImageModifierOutputNode(
     PxNode::Init const& init, Image const& front, Image const& back, Image const& mask,
     Value<bool> const& active, Value<int> const& channel, Value<bool> const& invert,
-    Value<double> const& intensity, bool mute, bool performMasking)
+    Value<double> const& intensity, bool mute, bool performMasking, int affect)
     : PxNode(init), PxImageNode(init, front), _frontChild(front), _backChild(back),
       _maskChild(mask), _active(active), _channel(channel), _invert(invert), _intensity(intensity),
-      _mute(mute) {
+      _sharedBack(dynamic_cast<PiImageModifierBackNode const*>(back.get())), _mute(mute),
+      _affect(normalAffect(affect)) {
     VN_ASSERT(!_frontChild.isNull() && !_backChild.isNull());
     VN_ASSERT(performMasking || _maskChild.isNull());
     VN_ASSERT(_maskChild.isNull() || (!_active.isNull() && !_channel.isNull() &&
@@ -112,8 +342,19 @@ void PiImageModifierOutputNode::rebuildConvertedBack() {
         [&] { _convertedBackChild = PiImageConvertNode::create(_backChild, _backFormat, target); });
 }
 
+PiImageModifierOutputNode::Image PiImageModifierOutputNode::shareBack(Image const& back) {
+    PxStrongHndl<PiImageModifierBackNode> n(
+        new PiImageModifierBackNode(PxNode::Init{"PiImageModifierBackNode"}, back));
+    PxNode::init(PxStrongHndl<PxNode>(n));
+    return Image(n);
+}
+
 void PiImageModifierOutputNode::setMute(bool const& mute) {
     _mute = mute;
+}
+
+void PiImageModifierOutputNode::setAffect(int const& affect) {
+    _affect = normalAffect(affect);
 }
 
 bool PiImageModifierOutputNode::masks() const {
@@ -128,16 +369,21 @@ bool PiImageModifierOutputNode::computeFullFrames() const {
 PxRODResult PiImageModifierOutputNode::getImageROD(PxTimeStreamContext const& context) const {
     if (_mute)
         return _convertedBackChild->getImageROD(context);
-    if (!masks())
+    bool const all = _affect == PiImageModifierTypes::AFFECT_RGBA;
+    if (!masks() && all)
         return _frontChild->getImageROD(context);
     PxValidityInterval vi = PxValidityInterval::FULL;
-    if (!readValue(_active, context.getTime(), vi)) {
+    bool const masked = masks() && readValue(_active, context.getTime(), vi);
+    if (!masked && all) {
         PxRODResult r = _frontChild->getImageROD(context);
         r.reduceVI(vi);
         return {r.getROD(), vi};
     }
+    // The back shows through wherever it lies, in the components the tool leaves alone.
     GeRectangle<float> rod;
     for (auto const* child : {&_backChild, &_frontChild, &_maskChild}) {
+        if (child == &_maskChild && !masked)
+            continue;
         PxRODResult const r = (*child)->getImageROD(context);
         r.reduceVI(vi);
         rod = rod.unite(r.getROD());
@@ -151,17 +397,75 @@ PxImageResult PiImageModifierOutputNode::getImageResult(PxImageContext const& co
         return childResult(PxNodePtr<PxImageProtocol const>(_convertedBackChild), context);
     if (masks())
         return maskedResult(context);
-    return childResult(_frontChild, context);
+    return frontResult(context, PxValidityInterval::FULL);
+}
+
+PxImageResult PiImageModifierOutputNode::frontResult(PxImageContext const& context,
+                                                     PxValidityInterval vi) const {
+    int const affect = _affect;
+    if (affect == PiImageModifierTypes::AFFECT_RGBA) {
+        PxImageResult const r = childResult(_frontChild, context);
+        if (vi == PxValidityInterval::FULL)
+            return r;
+        r.reduceVI(vi);
+        return {r.getTile(), vi};
+    }
+    PxImageResult const back = backResult(context);
+    PxImageResult const front = childResult(_frontChild, context);
+    back.reduceVI(vi);
+    front.reduceVI(vi);
+    PxTimeStreamContext const tsc = context.getTimeStreamContext();
+    GeRectangle<float> rod;
+    for (auto const* child : {&_backChild, &_frontChild}) {
+        PxRODResult const r = (*child)->getImageROD(tsc);
+        r.reduceVI(vi);
+        rod = rod.unite(r.getROD());
+    }
+    IxTile const tile = resultTile(context, back.getFillColor(), rod);
+    IxWriteGuard guard(tile);
+    AffectPixelLoop loop(guard, static_cast<PiImageModifierTypes::AffectType>(affect));
+    loop.process(front.getTileGuard(), back.getTileGuard());
+    return {guard.getTile(), vi};
+}
+
+IxTile PiImageModifierOutputNode::resultTile(PxImageContext const& context, Color const& fill,
+                                             GeRectangle<float> const& rod) const {
+    if (context.isOutside())
+        return allocateEmptyImageBuffer(fill);
+    GeRectangle<int> const region =
+        nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
+    if (producesFullFrames() && !region.isEmpty())
+        return IxTile(getImageFormat().getPixelFormat(), region, fill);
+    GePoint2<int> const& t = context.getTile();
+    return allocateImageBuffer(
+        context, fill, convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
+}
+
+bool PiImageModifierOutputNode::gathers(PxNodePtr<PxImageProtocol const> const& child,
+                                        PxImageContext const& context) const {
+    return producesFullFrames() && !child->producesFullFrames() && !context.isOutside();
 }
 
 PxImageResult PiImageModifierOutputNode::childResult(PxNodePtr<PxImageProtocol const> const& child,
                                                      PxImageContext const& context) const {
-    if (producesFullFrames() && !child->producesFullFrames() && !context.isOutside()) {
+    if (gathers(child, context)) {
         VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult( full )");
         return gatherFrame(child, context);
     }
     VN_STACK_GUARD("PiImageModifierOutputNode::child->getImageResult()");
     return child->getImageResult(context);
+}
+
+PxImageResult PiImageModifierOutputNode::backResult(PxImageContext const& context) const {
+    if (_sharedBack == nullptr)
+        return childResult(_backChild, context);
+    unsigned const generation = _sharedBack->generation();
+    PxImageResult const r = childResult(_backChild, context);
+    if (gathers(_backChild, context))
+        _sharedBack->keepFrame(context, r, generation);
+    else
+        _sharedBack->keepTile(context, r, generation);
+    return r;
 }
 
 PxImageResult PiImageModifierOutputNode::gatherFrame(PxNodePtr<PxImageProtocol const> const& child,
@@ -219,13 +523,11 @@ PxImageResult PiImageModifierOutputNode::gatherFrame(PxNodePtr<PxImageProtocol c
 PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& context) const {
     double const time = context.getTime();
     PxValidityInterval vi = PxValidityInterval::FULL;
-    if (!readValue(_active, time, vi)) {
-        PxImageResult const r = childResult(_frontChild, context);
-        r.reduceVI(vi);
-        return {r.getTile(), vi};
-    }
+    if (!readValue(_active, time, vi))
+        return frontResult(context, vi);
+    int const affect = _affect;
     bool const invert = readValue(_invert, time, vi);
-    PxImageResult const back = childResult(_backChild, context);
+    PxImageResult const back = backResult(context);
     PxImageResult const front = childResult(_frontChild, context);
     PxImageResult const mask = childResult(_maskChild, context);
     back.reduceVI(vi);
@@ -245,22 +547,10 @@ PxImageResult PiImageModifierOutputNode::maskedResult(PxImageContext const& cont
         r.reduceVI(vi);
         rod = rod.unite(r.getROD());
     }
-    IxTile tile;
-    if (context.isOutside()) {
-        tile = allocateEmptyImageBuffer(fill);
-    } else {
-        GeRectangle<int> const region =
-            nominalToPixelized(rod, getImageFormat().getAspectRatio(), context.getScaleFactor());
-        GePoint2<int> const& t = context.getTile();
-        if (producesFullFrames() && !region.isEmpty())
-            tile = IxTile(getImageFormat().getPixelFormat(), region, fill);
-        else
-            tile = allocateImageBuffer(
-                context, fill,
-                convertTilesToPixels({t.x, t.x + 1, t.y, t.y + 1}).intersect(region));
-    }
+    IxTile const tile = resultTile(context, fill, rod);
     IxWriteGuard guard(tile);
-    MaskingPixelLoop loop(guard, channel, intensity);
+    MaskingPixelLoop loop(guard, channel, intensity, weightsFor(affect, invert),
+                          static_cast<PiImageModifierTypes::AffectType>(affect));
     loop.process(a.getTileGuard(), b.getTileGuard(), mask.getTileGuard());
     return {guard.getTile(), vi};
 }
@@ -281,6 +571,8 @@ void PiImageModifierOutputNode::invalidateAndReinitialize(PxValidityInterval con
         LkGuard guard(_framesLock);
         _frames.clear();
     }
+    if (_sharedBack != nullptr)
+        _sharedBack->forget();
     // The wave has passed the children already: their answers are up to date.
     _fullFrames = computeFullFrames();
     PxImageFormat const back = _backChild->getImageFormat();
