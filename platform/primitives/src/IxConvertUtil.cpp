@@ -178,6 +178,10 @@ void readRgba(Rgba* d, std::byte const* src, int n) {
         int const done = useAvx2() ? readRgbaU8Avx2(d, bytes, n) : 0;
         return readRgbaU8(d + done, bytes + 4 * done, n - done);
     }
+    if constexpr (C == 4 && std::is_same_v<S, float>) {
+        std::memcpy(static_cast<void*>(d), src, static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
+    }
     auto const* s = reinterpret_cast<S const*>(src);
     for (int i = 0; i < n; ++i, s += C) {
         if constexpr (C == 1) {
@@ -199,6 +203,10 @@ void writeRgba(std::byte* dst, Rgba const* p, int n) {
         auto* bytes = reinterpret_cast<std::uint8_t*>(dst);
         int const done = useAvx2() ? writeRgbaU8Avx2(bytes, p, n) : 0;
         return writeRgbaU8(bytes + 4 * done, p + done, n - done);
+    }
+    if constexpr (C == 4 && std::is_same_v<S, float>) {
+        std::memcpy(dst, static_cast<void const*>(p), static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
     }
     auto* s = reinterpret_cast<S*>(dst);
     for (int i = 0; i < n; ++i, s += C) {
