@@ -6,6 +6,7 @@
 
 #include "BenchRatio.h"
 #include "InPackageInit.h"
+#include "IxConvertUtil.h"
 #include "IxScanlineTypes.h"
 #include "PxEWASampler.h"
 #include "PxSamplers.h"
@@ -261,6 +262,14 @@ int main(int argc, char** argv) {
                          name("Ours_EWAGauss_" + tn + "_Scanline"),
                          name("Magick_distort_EWAGauss_" + tn)});
     }
+    // The sampler's vector path against its SSE2 one.
+    benchmark::RegisterBenchmark("Ours_Bilinear_1to1_Blocked_SSE2", [](benchmark::State& s) {
+        IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
+        ours(s, 1, kTransforms[0], true);
+        IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
+    })->Unit(benchmark::kMillisecond);
+    pairs.push_back({"bilinear 1to1 blocked, vector path / SSE2", "Ours_Bilinear_1to1_Blocked",
+                     "Ours_Bilinear_1to1_Blocked_SSE2"});
     int const rc = VnBench::runWithRatios(argc, argv, pairs);
     std::filesystem::remove(source().exrPath);
     MagickCoreTerminus();

@@ -80,6 +80,8 @@ private:
     using PxTextureSampler::sample;
     Color at(GePoint<double> const& p) const;
     Color atCell(Cell const& c) const;
+    // The weighted sum before alpha is divided out; p is the cell's pixel in the cache.
+    Color premultipliedAt(Cell const& c, Color const* p) const;
 };
 
 } // namespace Vn

@@ -83,10 +83,13 @@ protected:
     static constexpr int ROW_CHUNK = 64;
     void mapRow(GePoint<double> const& p, GeVector2<double> const& step, int first, int n, int* ix,
                 int* iy, float* fx, float* fy) const noexcept;
-    // The cells of a row, a chunk at a time, each handed to f for out's next colour.
+    // The cells of a row, a chunk at a time, each handed to f for out's next colour with the
+    // cell's pixel in the cache. Neighbouring cells mostly share a block, so the last one is
+    // remembered; f may look up the blocks around it, which sit in other slots and leave it in
+    // place.
     template <class F>
-    void eachCell(GePoint<double> const& p, GeVector2<double> const& step, int n, Color* out,
-                  F const& f) const;
+    void eachCellInCache(GePoint<double> const& p, GeVector2<double> const& step, int n, Color* out,
+                         F const& f) const;
     // An integer pixel position kept inside the clamp box.
     int clampX(int x) const noexcept;
     int clampY(int y) const noexcept;

@@ -27,13 +27,48 @@ inline __m128 lerp(__m128 a, __m128 b, float t) noexcept {
     return _mm_add_ps(a, _mm_mul_ps(_mm_set1_ps(t), _mm_sub_ps(b, a)));
 }
 
+// IpFastMath::rcp(IpFastMath::divisor(1)), alpha's reciprocal in unpremultiply.
+float const kAlphaRcp = IpFastMath::rcp(IpFastMath::divisor(1.0f));
+
 // IpFastMath::unpremultiply on four lanes: v - v is 0 exactly when v is finite.
 inline Color unpremultiply(__m128 v) noexcept {
     float const a = _mm_cvtss_f32(_mm_shuffle_ps(v, v, _MM_SHUFFLE(3, 3, 3, 3)));
     float const e = IpFastMath::rcp(IpFastMath::divisor(a));
-    float const ea = IpFastMath::rcp(IpFastMath::divisor(1.0f));
-    __m128 const q = _mm_mul_ps(v, _mm_set_ps(ea, e, e, e));
+    __m128 const q = _mm_mul_ps(v, _mm_set_ps(kAlphaRcp, e, e, e));
     return colour(_mm_and_ps(q, _mm_cmpeq_ps(_mm_sub_ps(q, q), _mm_setzero_ps())));
+}
+
+// The same on n colours in place, the reciprocals of four alphas at once. The division is
+// IEEE's in either form; the estimate's cut only clears bits, as 1/d is never NaN here.
+void unpremultiplyRow(Color* c, int n) noexcept {
+    __m128 const abs = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
+    __m128 const cut = _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(0xfffff800u)));
+    __m128 const rgb = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+    __m128 const alpha = _mm_setr_ps(0.0f, 0.0f, 0.0f, kAlphaRcp);
+    __m128 const zero = _mm_setzero_ps();
+    auto* f = reinterpret_cast<float*>(c);
+    int i = 0;
+    for (; i + 4 <= n; i += 4, f += 16) {
+        __m128 const c0 = _mm_loadu_ps(f);
+        __m128 const c1 = _mm_loadu_ps(f + 4);
+        __m128 const c2 = _mm_loadu_ps(f + 8);
+        __m128 const c3 = _mm_loadu_ps(f + 12);
+        __m128 const a = _mm_movehl_ps(_mm_unpackhi_ps(c2, c3), _mm_unpackhi_ps(c0, c1));
+        __m128 const d = _mm_and_ps(a, _mm_cmpge_ps(_mm_and_ps(a, abs), _mm_set1_ps(1e-8f)));
+        __m128 const est = _mm_and_ps(_mm_div_ps(_mm_set1_ps(1.0f), d), cut);
+        __m128 const e =
+            _mm_sub_ps(_mm_mul_ps(_mm_set1_ps(2.0f), est), _mm_mul_ps(_mm_mul_ps(d, est), est));
+        auto one = [&](__m128 v, __m128 ek, float* out) {
+            __m128 const q = _mm_mul_ps(v, _mm_or_ps(_mm_and_ps(ek, rgb), alpha));
+            _mm_storeu_ps(out, _mm_and_ps(q, _mm_cmpeq_ps(_mm_sub_ps(q, q), zero)));
+        };
+        one(c0, _mm_shuffle_ps(e, e, _MM_SHUFFLE(0, 0, 0, 0)), f);
+        one(c1, _mm_shuffle_ps(e, e, _MM_SHUFFLE(1, 1, 1, 1)), f + 4);
+        one(c2, _mm_shuffle_ps(e, e, _MM_SHUFFLE(2, 2, 2, 2)), f + 8);
+        one(c3, _mm_shuffle_ps(e, e, _MM_SHUFFLE(3, 3, 3, 3)), f + 12);
+    }
+    for (; i < n; ++i)
+        c[i] = unpremultiply(lanes(c[i]));
 }
 
 using Cell = PxTextureSampler::Cell;
@@ -46,19 +81,31 @@ inline Cell cellOf(GePoint<double> const& q) noexcept {
 
 } // namespace
 
-// A row's cells a chunk at a time, each handed to f.
 template <class F>
-void PxTextureSampler::eachCell(GePoint<double> const& p, GeVector2<double> const& step, int n,
-                                Color* out, F const& f) const {
+void PxTextureSampler::eachCellInCache(GePoint<double> const& p, GeVector2<double> const& step,
+                                       int n, Color* out, F const& f) const {
     alignas(16) int ix[ROW_CHUNK];
     alignas(16) int iy[ROW_CHUNK];
     alignas(16) float fx[ROW_CHUNK];
     alignas(16) float fy[ROW_CHUNK];
+    constexpr int kMask = TILE_SIZE_X - 1;
+    int bx = 0; // no block's key: the mask sets the low bits of every key
+    int by = 0;
+    Color const* origin = nullptr;
     for (int first = 0; first < n; first += ROW_CHUNK) {
         int const m = std::min(ROW_CHUNK, n - first);
         mapRow(p, step, first, m, ix, iy, fx, fy);
-        for (int i = 0; i < m; ++i)
-            out[first + i] = f(Cell{ix[i], iy[i], fx[i], fy[i]});
+        for (int i = 0; i < m; ++i) {
+            int const x = ix[i];
+            int const y = iy[i];
+            if ((x | kMask) != bx || (y | kMask) != by) [[unlikely]] {
+                bx = x | kMask;
+                by = y | kMask;
+                origin = lookup(x, y) - (x & kMask) - (y & kMask) * TILE_SIZE_X;
+            }
+            out[first + i] =
+                f(Cell{x, y, fx[i], fy[i]}, origin + (y & kMask) * TILE_SIZE_X + (x & kMask));
+        }
     }
 }
 
@@ -114,13 +161,13 @@ void PxNearestSampler::sampleRow(GePoint<double> const& p, GeVector2<double> con
 
 namespace {
 
-// The four pixels of a cell, from one block lookup when the cell lies inside a block, as it
-// does 31 times out of 32 along each axis.
+// The four pixels of a cell, p the first in the cache, from p's block when the cell lies inside
+// it, as it does 31 times out of 32 along each axis.
 template <class Lookup>
-__m128 bilinear(Cell const& c, Lookup const& lookup) {
+__attribute__((always_inline)) inline __m128 bilinear(Cell const& c, Color const* p,
+                                                      Lookup const& lookup) {
     constexpr int kMask = PxTextureSampler::TILE_SIZE_X - 1;
     constexpr int kRow = PxTextureSampler::TILE_SIZE_X;
-    Color const* p = lookup(c.ix, c.iy);
     bool const inX = (c.ix & kMask) != kMask;
     bool const inY = (c.iy & kMask) != kMask;
     __m128 const c00 = lanes(p[0]);
@@ -147,7 +194,8 @@ inline Color PxBilinearSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return unpremultiply(bilinear(cellOf(mapPosition(p)), read));
+    Cell const c = cellOf(mapPosition(p));
+    return unpremultiply(bilinear(c, lookup(c.ix, c.iy), read));
 }
 
 Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
@@ -160,9 +208,12 @@ Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float>
 
 void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                   GeLinearMatrix2<float> const&, Color* out) const {
-    eachCell(p, step, n, out, [this](Cell const& c) {
-        return unpremultiply(bilinear(c, [this](int x, int y) { return lookup(x, y); }));
-    });
+    auto read = [this](int x, int y) {
+        return lookup(x, y);
+    };
+    eachCellInCache(p, step, n, out,
+                    [&](Cell const& c, Color const* px) { return colour(bilinear(c, px, read)); });
+    unpremultiplyRow(out, n);
 }
 
 PxBilinearRGBSampler::PxBilinearRGBSampler(PxNodePtr<PxImageProtocol const> const& node,
@@ -180,7 +231,8 @@ inline Color PxBilinearRGBSampler::at(GePoint<double> const& p) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    return colour(bilinear(cellOf(mapPosition(p)), read));
+    Cell const c = cellOf(mapPosition(p));
+    return colour(bilinear(c, lookup(c.ix, c.iy), read));
 }
 
 Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
@@ -193,9 +245,11 @@ Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<flo
 
 void PxBilinearRGBSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                      GeLinearMatrix2<float> const&, Color* out) const {
-    eachCell(p, step, n, out, [this](Cell const& c) {
-        return colour(bilinear(c, [this](int x, int y) { return lookup(x, y); }));
-    });
+    auto read = [this](int x, int y) {
+        return lookup(x, y);
+    };
+    eachCellInCache(p, step, n, out,
+                    [&](Cell const& c, Color const* px) { return colour(bilinear(c, px, read)); });
 }
 
 // ---- Mitchell ----
@@ -247,13 +301,17 @@ inline Color PxMitchellSampler::at(GePoint<double> const& p) const {
 }
 
 inline Color PxMitchellSampler::atCell(Cell const& c) const {
+    return unpremultiply(lanes(premultipliedAt(c, lookup(c.ix, c.iy))));
+}
+
+inline Color PxMitchellSampler::premultipliedAt(Cell const& c, Color const* p) const {
     __m128 const wx = mitchellWeights(c.fx);
     __m128 const wy = mitchellWeights(c.fy);
     __m128 rows[4];
     constexpr int kMask = TILE_SIZE_X - 1;
     if (((c.ix - 1) & kMask) <= kMask - 3 && ((c.iy - 1) & kMask) <= kMask - 3) {
-        // The 4 x 4 window inside one block.
-        Color const* px = lookup(c.ix - 1, c.iy - 1);
+        // The 4 x 4 window inside p's block.
+        Color const* px = p - 1 - TILE_SIZE_X;
         for (int j = 0; j < 4; ++j, px += TILE_SIZE_X)
             rows[j] = weigh4(lanes(px[0]), lanes(px[1]), lanes(px[2]), lanes(px[3]), wx);
     } else {
@@ -263,7 +321,7 @@ inline Color PxMitchellSampler::atCell(Cell const& c) const {
                              lanes(pixel(c.ix + 1, y)), lanes(pixel(c.ix + 2, y)), wx);
         }
     }
-    return unpremultiply(weigh4(rows[0], rows[1], rows[2], rows[3], wy));
+    return colour(weigh4(rows[0], rows[1], rows[2], rows[3], wy));
 }
 
 Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<double> const&) const {
@@ -276,7 +334,9 @@ Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float>
 
 void PxMitchellSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                   GeLinearMatrix2<float> const&, Color* out) const {
-    eachCell(p, step, n, out, [this](Cell const& c) { return atCell(c); });
+    eachCellInCache(p, step, n, out,
+                    [this](Cell const& c, Color const* px) { return premultipliedAt(c, px); });
+    unpremultiplyRow(out, n);
 }
 
 } // namespace Vn

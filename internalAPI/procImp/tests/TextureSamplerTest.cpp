@@ -2,6 +2,7 @@
 #include "EngineTestSupport.h"
 #include "ExBase.h"
 #include "ImageTestGraph.h"
+#include "IxConvertUtil.h"
 #include "IxPixelUtil.h"
 #include "PxConfig.h"
 #include "PxEWASampler.h"
@@ -123,6 +124,14 @@ SdTextureParams pixelParams(GeRectangle<int> const& r, int filter, int wrapS, in
     return p;
 }
 
+// The vector paths this processor has, the best last so that it stays in force.
+std::vector<IxConvertUtil::VectorPath> vectorPaths() {
+    std::vector<IxConvertUtil::VectorPath> paths{IxConvertUtil::VectorPath::SSE2};
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
+        paths.push_back(IxConvertUtil::VectorPath::AVX2);
+    return paths;
+}
+
 } // namespace
 
 TEST_F(TextureSampler, PlainFiltersMatchACachelessReferenceBitForBit) {
@@ -173,20 +182,57 @@ TEST_F(TextureSampler, PlainFiltersMatchACachelessReferenceBitForBit) {
                                 << want.a;
                             ++compared;
                         }
-                        // A row call reads its positions as the point form does.
+                        // A row call reads its positions as the point form does, on each
+                        // vector path the processor has.
                         GePoint<double> const start{px(rng), py(rng)};
                         GeVector2<double> const step{double(int(rng() % 7) - 3) * 0.37,
                                                      double(int(rng() % 5) - 2) * 0.61};
-                        Color row[67]; // crosses a chunk of positions
-                        s->sampleRow(start, step, 67, GeLinearMatrix2<float>(), row);
-                        for (int i = 0; i < 67; ++i)
-                            ASSERT_TRUE(
-                                sameBits(row[i], referenceSample(ref, SdTextureSampler::rowPosition(
-                                                                          start, step, i))))
-                                << "row position " << i << " filter " << filter;
+                        for (auto path : vectorPaths()) {
+                            IxConvertUtil::limitVectorPath(path);
+                            ASSERT_EQ(IxConvertUtil::getVectorPath(), path);
+                            Color row[67]; // crosses a chunk of positions
+                            s->sampleRow(start, step, 67, GeLinearMatrix2<float>(), row);
+                            for (int i = 0; i < 67; ++i)
+                                ASSERT_TRUE(sameBits(
+                                    row[i], referenceSample(ref, SdTextureSampler::rowPosition(
+                                                                     start, step, i))))
+                                    << "row position " << i << " filter " << filter << " path "
+                                    << int(path);
+                        }
                     }
             }
     EXPECT_EQ(compared, 4L * 9 * 3 * 4 * 60);
+}
+
+TEST_F(TextureSampler, RowsDivideOutEveryAlphaAsThePointFormDoes) {
+    // Alphas about the divisor rule's threshold, signed zeros, subnormals and non-finite ones,
+    // divided four at a time in rows and one at a time at points.
+    float const inf = std::numeric_limits<float>::infinity();
+    float const nan = std::numeric_limits<float>::quiet_NaN();
+    float const alphas[] = {0.0f, -0.0f, 1e-9f, -1e-9f, 1e-8f,  -1e-8f, 1.0f,  0.5f, -0.25f,
+                            inf,  -inf,  nan,   1e30f,  3e-39f, 2.0f,   1e-7f, 0.3f, 7.0f};
+    int const n = int(std::size(alphas));
+    GeRectangle<int> const r{0, n, 0, 2};
+    TestImage const img = makeImage(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32), r,
+                                    5, [&](int x, int y) {
+                                        float const a = alphas[(x + y) % n];
+                                        return Color{0.25f, -0.75f, float(y), a};
+                                    });
+    for (int filter : {1, 3})
+        for (auto path : vectorPaths()) {
+            IxConvertUtil::limitVectorPath(path);
+            auto const s = makeSampler(img, pixelParams(r, filter, 1, 1));
+            std::vector<Color> row(static_cast<std::size_t>(2 * n));
+            GePoint<double> const start{-0.25, 0.75};
+            GeVector2<double> const step{0.5, 0.0};
+            s->sampleRow(start, step, 2 * n, GeLinearMatrix2<float>(), row.data());
+            for (int i = 0; i < 2 * n; ++i) {
+                Color const want = s->sample(SdTextureSampler::rowPosition(start, step, i),
+                                             GeLinearMatrix2<double>());
+                ASSERT_TRUE(sameBits(row[i], want))
+                    << "filter " << filter << " path " << int(path) << " position " << i;
+            }
+        }
 }
 
 TEST_F(TextureSampler, EdgesFormatsAndBadPositions) {

@@ -1,5 +1,6 @@
 #include "../../procImp/tests/ImageTestGraph.h"
 
+#include "IxConvertUtil.h"
 #include "PiPixelLoop.h"
 #include "PxEx.h"
 
@@ -139,6 +140,63 @@ TEST_F(PixelLoops, EachSourceReadsItsPixelsAndItsFillColourOutsideThem) {
         checkLoop<3>(region);
         checkLoop<4>(region);
         checkLoop<5>(region);
+    }
+}
+
+TEST_F(PixelLoops, ResultsReadAndWrittenInPlaceMatchTheCopies) {
+    // Each pixel takes its left neighbour's value, so a result written over its source would
+    // smear the first column across the row if the source were read where it is written.
+    struct ShiftRight final : PiPixelLoopOneSource {
+        using PiPixelLoopOneSource::PiPixelLoopOneSource;
+        void processScanline(Line& dst, Line const& s) override {
+            for (int x = dst.getX0(); x < dst.getX1(); ++x)
+                dst[x] = s[x > dst.getX0() ? x - 1 : x];
+        }
+        Color processFillColor(Color const& f) override { return f; }
+    };
+    GeRectangle<int> const whole(0, 12, 0, 6);
+    auto value = [](int x, int y) {
+        return float(x + 16 * y) / 255.0f;
+    };
+    IxTile const src(kRGBA32, whole, {});
+    {
+        IxWriteGuard w(src);
+        for (int y = whole.ymin; y < whole.ymax; ++y)
+            for (int x = whole.xmin; x < whole.xmax; ++x)
+                *w.getPixel<Color>(x, y) = {value(x, y), 0.0f, 1.0f, value(x, y)};
+    }
+    struct Case {
+        char const* name;
+        IxPixelFormat format;
+        GeRectangle<int> region;
+        bool overSource;
+    };
+    for (Case const& c : {Case{"float inside", kRGBA32, {2, 10, 1, 5}, false},
+                          Case{"8-bit inside",
+                               IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8),
+                               {2, 10, 1, 5},
+                               false},
+                          Case{"over its source", kRGBA32, whole, true}}) {
+        IxTile const result = c.overSource ? src : IxTile(c.format, c.region, {});
+        // The source as it was, since the last case writes over it.
+        std::vector<float> before;
+        for (int y = c.region.ymin; y < c.region.ymax; ++y)
+            for (int x = c.region.xmin; x < c.region.xmax; ++x)
+                before.push_back(value(x, y));
+        IxWriteGuard guard(result);
+        ShiftRight loop(guard, PiImageModifierTypes::AFFECT_RGBA);
+        loop.process(IxReadGuard(src));
+        IxReadGuard const out(result);
+        std::size_t k = 0;
+        for (int y = c.region.ymin; y < c.region.ymax; ++y)
+            for (int x = c.region.xmin; x < c.region.xmax; ++x, ++k) {
+                float const want = before[x > c.region.xmin ? k - 1 : k];
+                Color got;
+                IxConvertUtil::readFrom(&got, out.getAddress(x, y), 1,
+                                        ImPixelFormat(4, c.format.getDepth()));
+                ASSERT_EQ(got, (Color{want, 0.0f, 1.0f, want}))
+                    << c.name << " at " << x << "," << y;
+            }
     }
 }
 

@@ -49,8 +49,9 @@ public:
     static void writeTo(std::byte* dst, std::complex<float> const* src, int count,
                         ImPixelFormat const& format);
 
-    // The vector code the RGBA 8-bit lines run: the best the processor has unless limited. Every
-    // path gives the same bits; tests and benchmarks limit it to compare them.
+    // The vector code the RGBA 8-bit lines and the samplers' positions run: the best the
+    // processor has unless limited. Every path gives the same bits; tests and benchmarks limit it
+    // to compare them. AVX2 needs FMA.
     enum class VectorPath : int { SSE2 = 0, AVX2 = 1 };
     static VectorPath getVectorPath() noexcept;
     // Never above what the processor has.

@@ -110,34 +110,42 @@ void writeRgbaU8(std::uint8_t* s, Rgba const* p, int n) {
         s[k] = IxConvertUtil::floatToUint8(in[k]);
 }
 
-// The same conversions eight components at a time; they return how many pixels they did.
-__attribute__((target("avx2"))) int readRgbaU8Avx2(Rgba* d, std::uint8_t const* s, int n) {
-    __m256 const k255 = _mm256_set1_ps(255.0f);
+// The same conversions eight components at a time; they return how many pixels they did. The
+// processors with AVX2 all have FMA, which the path needs too.
+
+// i / 255 without a division: 1/255 split in two floats, the fused product rounds once a value
+// within 2^-48 of the quotient. Its bits repeat i every 8, so none lies that close to a half
+// step of float and the rounding is the division's, as every byte value confirms.
+__attribute__((target("avx2,fma"), always_inline)) inline __m256 div255Avx2(__m256i i) {
+    __m256 const x = _mm256_cvtepi32_ps(i);
+    return _mm256_fmadd_ps(x, _mm256_set1_ps(1.0f / 255.0f),
+                           _mm256_mul_ps(x, _mm256_set1_ps(-0x1.fdfdfep-33f)));
+}
+
+__attribute__((target("avx2,fma"))) int readRgbaU8Avx2(Rgba* d, std::uint8_t const* s, int n) {
     auto* out = reinterpret_cast<float*>(d);
     int i = 0;
     for (; i + 4 <= n; i += 4) {
         __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(s + 4 * i));
-        __m256i const lo = _mm256_cvtepu8_epi32(bytes);
-        __m256i const hi = _mm256_cvtepu8_epi32(_mm_unpackhi_epi64(bytes, bytes));
-        _mm256_storeu_ps(out + 4 * i, _mm256_div_ps(_mm256_cvtepi32_ps(lo), k255));
-        _mm256_storeu_ps(out + 4 * i + 8, _mm256_div_ps(_mm256_cvtepi32_ps(hi), k255));
+        _mm256_storeu_ps(out + 4 * i, div255Avx2(_mm256_cvtepu8_epi32(bytes)));
+        _mm256_storeu_ps(out + 4 * i + 8,
+                         div255Avx2(_mm256_cvtepu8_epi32(_mm_unpackhi_epi64(bytes, bytes))));
     }
     return i;
 }
 
-// As the SSE2 path's rounding; see there.
-__attribute__((target("avx2"), always_inline)) inline __m256i toUint8Avx2(float const* f) {
-    __m256 const half = _mm256_set1_ps(0.5f);
-    __m256 const v =
-        _mm256_min_ps(_mm256_max_ps(_mm256_loadu_ps(f), _mm256_setzero_ps()), _mm256_set1_ps(1.0f));
-    __m256i const k =
-        _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(v, _mm256_set1_ps(255.0f)), half));
-    __m256 const d = _mm256_sub_ps(_mm256_mul_ps(v, _mm256_set1_ps(256.0f)),
-                                   _mm256_sub_ps(_mm256_cvtepi32_ps(k), half));
-    return _mm256_add_epi32(k, _mm256_castps_si256(_mm256_cmp_ps(d, v, _CMP_LT_OQ)));
+// The same rounding in one step: adding 2^23 within the fused product rounds v 255 once to the
+// nearest integer, which lands in the low bits. Ties go to even, not up, but the only float
+// with v 255 on a half step is 1/2, whose even neighbour 128 is also the one above. Above 1
+// (infinity too) the bits only grow and the packs saturate them to 255; the maximum sends NaN
+// and negatives to 0.
+__attribute__((target("avx2,fma"), always_inline)) inline __m256i toUint8Avx2(float const* f) {
+    __m256 const v = _mm256_max_ps(_mm256_loadu_ps(f), _mm256_setzero_ps());
+    __m256 const t = _mm256_fmadd_ps(v, _mm256_set1_ps(255.0f), _mm256_set1_ps(0x1p23f));
+    return _mm256_sub_epi32(_mm256_castps_si256(t), _mm256_set1_epi32(0x4b000000));
 }
 
-__attribute__((target("avx2"))) int writeRgbaU8Avx2(std::uint8_t* s, Rgba const* p, int n) {
+__attribute__((target("avx2,fma"))) int writeRgbaU8Avx2(std::uint8_t* s, Rgba const* p, int n) {
     auto const* in = reinterpret_cast<float const*>(p);
     int i = 0;
     for (; i + 8 <= n; i += 8) {
@@ -155,7 +163,7 @@ __attribute__((target("avx2"))) int writeRgbaU8Avx2(std::uint8_t* s, Rgba const*
 std::atomic<int> gVectorLimit{int(IxConvertUtil::VectorPath::AVX2)};
 
 IxConvertUtil::VectorPath bestVectorPath() noexcept {
-    static bool const avx2 = __builtin_cpu_supports("avx2");
+    static bool const avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
     return avx2 ? IxConvertUtil::VectorPath::AVX2 : IxConvertUtil::VectorPath::SSE2;
 }
 
@@ -169,6 +177,10 @@ void readRgba(Rgba* d, std::byte const* src, int n) {
         auto const* bytes = reinterpret_cast<std::uint8_t const*>(src);
         int const done = useAvx2() ? readRgbaU8Avx2(d, bytes, n) : 0;
         return readRgbaU8(d + done, bytes + 4 * done, n - done);
+    }
+    if constexpr (C == 4 && std::is_same_v<S, float>) {
+        std::memcpy(static_cast<void*>(d), src, static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
     }
     auto const* s = reinterpret_cast<S const*>(src);
     for (int i = 0; i < n; ++i, s += C) {
@@ -191,6 +203,10 @@ void writeRgba(std::byte* dst, Rgba const* p, int n) {
         auto* bytes = reinterpret_cast<std::uint8_t*>(dst);
         int const done = useAvx2() ? writeRgbaU8Avx2(bytes, p, n) : 0;
         return writeRgbaU8(bytes + 4 * done, p + done, n - done);
+    }
+    if constexpr (C == 4 && std::is_same_v<S, float>) {
+        std::memcpy(dst, static_cast<void const*>(p), static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
     }
     auto* s = reinterpret_cast<S*>(dst);
     for (int i = 0; i < n; ++i, s += C) {

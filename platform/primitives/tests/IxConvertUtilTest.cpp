@@ -156,7 +156,8 @@ template <class F>
 void forEachVectorPath(F const& check) {
     using Path = IxConvertUtil::VectorPath;
     for (Path path : {Path::SSE2, Path::AVX2}) {
-        if (path == Path::AVX2 && !__builtin_cpu_supports("avx2"))
+        if (path == Path::AVX2 &&
+            !(__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")))
             continue;
         IxConvertUtil::limitVectorPath(path);
         EXPECT_EQ(IxConvertUtil::getVectorPath(), path);

@@ -3,6 +3,7 @@
 #include "PxRequestMgr.h"
 
 #include <array>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -14,6 +15,86 @@ using Color = PiPixelLoop::Color;
 
 // The destination line writes everything it holds: no padding is ever read from it.
 IxPaddingPolicy<Color> const kDestinationPadding(IxPaddingPolicy<Color>::NOOP, {0, 0, 0, 1});
+
+bool holdsLines(IxGuardBase const& g) {
+    return g.holdsMemory() && g.getFirst() && g.getPixelFormat() == Line::PIXEL_FORMAT;
+}
+
+// The bytes a guard's pixels span, empty when it holds none.
+std::pair<std::uintptr_t, std::uintptr_t> spanOf(IxGuardBase const& g) {
+    GeRectangle<int> const& r = g.getPixelRegion();
+    if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
+        return {0, 0};
+    auto const first = reinterpret_cast<std::uintptr_t>(g.getFirst());
+    return {first, first + static_cast<std::uintptr_t>(g.getLineStride()) * (r.height() - 1) +
+                       static_cast<std::uintptr_t>(r.width()) * g.getPixelSize()};
+}
+
+// The result's row y: the tile's own memory when it holds float RGBA, else a line of its own
+// that is written to the tile after.
+class DestinationRow {
+public:
+    DestinationRow(IxWriteGuard& result, GeRectangle<int> const& r)
+        : _result(result), _x0(r.xmin), _x1(r.xmax), _inPlace(holdsLines(result)),
+          _view(nullptr, r.xmin, r.xmin, kDestinationPadding) {
+        if (!_inPlace)
+            _own.emplace(r.xmin, r.xmax, kDestinationPadding);
+    }
+    Line& at(int y) {
+        if (!_inPlace)
+            return *_own;
+        _view.rebuild(_result.getPixel<Color>(_x0, y), _x0, _x1);
+        return _view;
+    }
+    void finish(int y) const {
+        if (!_inPlace)
+            _own->writeTo(_result, y);
+    }
+
+private:
+    IxWriteGuard& _result;
+    int _x0;
+    int _x1;
+    bool _inPlace;
+    Line _view;
+    std::optional<Line> _own;
+};
+
+// A source's row y over [x0, x1): its own memory when it holds float RGBA over the whole row
+// and the result is not written over it, else a copy padded with its fill colour.
+class SourceRow {
+public:
+    SourceRow(IxReadGuard const& source, GeRectangle<int> const& r,
+              std::pair<std::uintptr_t, std::uintptr_t> result)
+        : _source(source), _x0(r.xmin), _x1(r.xmax),
+          _padding(IxPaddingPolicy<Color>::CONSTANT, source.getTile().getFillColor()),
+          _view(nullptr, r.xmin, r.xmin, _padding) {
+        GeRectangle<int> const& s = source.getPixelRegion();
+        auto const span = spanOf(source);
+        _inPlace = holdsLines(source) && s.xmin <= _x0 && _x1 <= s.xmax &&
+                   (span.second <= result.first || result.second <= span.first);
+    }
+    Line& at(int y) {
+        GeRectangle<int> const& s = _source.getPixelRegion();
+        if (_inPlace && s.ymin <= y && y < s.ymax) {
+            _view.rebuild(const_cast<Color*>(_source.getPixel<Color>(_x0, y)), _x0, _x1);
+            return _view;
+        }
+        if (!_own)
+            _own.emplace(_x0, _x1, _padding);
+        _own->readFrom(_source, y);
+        return *_own;
+    }
+
+private:
+    IxReadGuard const& _source;
+    int _x0;
+    int _x1;
+    IxPaddingPolicy<Color> _padding;
+    bool _inPlace;
+    Line _view;
+    std::optional<Line> _own;
+};
 
 template <class Loop, int N>
 PiPixelLoop::Imp* create(Loop& loop, IxWriteGuard& result, PiImageModifierTypes::AffectType a) {
@@ -34,13 +115,13 @@ void PiPixelGeneratorLoopImp::process(IxReadGuard const* const*) {
     GeRectangle<int> const r = getTilePixelizedROD();
     if (r.isEmpty())
         return;
-    Line dst(r.xmin, r.xmax, kDestinationPadding);
+    DestinationRow dst(getResultTile(), r);
     PxRequestMgr const& mgr = PxRequestMgr::getInstance();
     for (int y = r.ymin; y < r.ymax; ++y) {
         mgr.checkCancelled();
         setGlobalScanlineIndex(y);
-        _loop.processScanline(dst);
-        dst.writeTo(getResultTile(), y);
+        _loop.processScanline(dst.at(y));
+        dst.finish(y);
     }
 }
 
@@ -49,21 +130,19 @@ void PiPixelLoopSourcesImp<Loop, N>::process(IxReadGuard const* const* sources) 
     GeRectangle<int> const r = getTilePixelizedROD();
     [&]<std::size_t... I>(std::index_sequence<I...>) {
         if (!r.isEmpty()) {
-            Line dst(r.xmin, r.xmax, kDestinationPadding);
-            // Lines are made once per tile; sources outside their region read as their fill.
-            std::array<std::optional<Line>, N> lines;
-            ((lines[I].emplace(r.xmin, r.xmax,
-                               IxPaddingPolicy<Color>(IxPaddingPolicy<Color>::CONSTANT,
-                                                      sources[I]->getTile().getFillColor()))),
-             ...);
+            DestinationRow dst(getResultTile(), r);
+            auto const result = spanOf(getResultTile());
+            std::array<std::optional<SourceRow>, N> rows;
+            (rows[I].emplace(*sources[I], r, result), ...);
             PxRequestMgr const& mgr = PxRequestMgr::getInstance();
             for (int y = r.ymin; y < r.ymax; ++y) {
                 mgr.checkCancelled();
                 setGlobalScanlineIndex(y);
-                (lines[I]->readFrom(*sources[I], y), ...);
-                _loop.processScanline(dst, *lines[I]...);
-                applyAffects(dst, *lines[0], y);
-                dst.writeTo(getResultTile(), y);
+                Line& out = dst.at(y);
+                std::array<Line*, N> const in{&rows[I]->at(y)...};
+                _loop.processScanline(out, *in[I]...);
+                applyAffects(out, *in[0], y);
+                dst.finish(y);
             }
         }
         getResultTile().setFillColor(
