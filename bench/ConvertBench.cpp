@@ -166,6 +166,15 @@ void BM_ipFormatChange_F32_F16(benchmark::State& st) {
 void BM_ipFormatChange_F32_U8(benchmark::State& st) {
     BM_ipFormatChange(st, IxPixelFormat::FLOAT32, IxPixelFormat::UINT8);
 }
+void BM_ipFormatChange_F32_F16_SSE2(benchmark::State& st) {
+    BM_ipFormatChange_SSE2(st, IxPixelFormat::FLOAT32, IxPixelFormat::FLOAT16);
+}
+void BM_ipFormatChange_F16_F32(benchmark::State& st) {
+    BM_ipFormatChange(st, IxPixelFormat::FLOAT16, IxPixelFormat::FLOAT32);
+}
+void BM_ipFormatChange_F16_F32_SSE2(benchmark::State& st) {
+    BM_ipFormatChange_SSE2(st, IxPixelFormat::FLOAT16, IxPixelFormat::FLOAT32);
+}
 
 void BM_Memcpy(benchmark::State& st, std::size_t bytesPerComponent) {
     std::size_t const bytes = std::size_t(kSide) * kSide * 4 * bytesPerComponent;
@@ -246,6 +255,9 @@ BENCHMARK(BM_Memcpy_F32);
 BENCHMARK(BM_OpenCV_U8_F32);
 BENCHMARK(BM_Format_F32_F16)->UseRealTime();
 BENCHMARK(BM_ipFormatChange_F32_F16);
+BENCHMARK(BM_ipFormatChange_F32_F16_SSE2);
+BENCHMARK(BM_ipFormatChange_F16_F32);
+BENCHMARK(BM_ipFormatChange_F16_F32_SSE2);
 BENCHMARK(BM_Memcpy_F16);
 BENCHMARK(BM_OpenCV_F32_F16);
 BENCHMARK(BM_Format_F32_U8)->UseRealTime();
@@ -286,6 +298,10 @@ int main(int argc, char** argv) {
           "BM_ipFormatChange_U8_F32_SSE2"},
          {"ipFormatChange FLOAT32->UINT8, best path / SSE2", "BM_ipFormatChange_F32_U8",
           "BM_ipFormatChange_F32_U8_SSE2"},
+         {"ipFormatChange FLOAT32->FLOAT16, best path / SSE2", "BM_ipFormatChange_F32_F16",
+          "BM_ipFormatChange_F32_F16_SSE2"},
+         {"ipFormatChange FLOAT16->FLOAT32, best path / SSE2", "BM_ipFormatChange_F16_F32",
+          "BM_ipFormatChange_F16_F32_SSE2"},
          {"AspectConverter halving FLOAT32 / vips reduceh lanczos3", "BM_Aspect_F32_Halve",
           "BM_Vips_Reduceh_Halve"}});
     InInitMgr::getInstance().finalize();

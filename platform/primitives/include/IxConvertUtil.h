@@ -37,6 +37,9 @@ public:
     }
     static float halfToFloat(std::uint16_t bits) noexcept;
     static std::uint16_t floatToHalf(float v) noexcept;
+    // Runs of components, the same bits as one by one, in hardware on the AVX2 path.
+    static void floatsToHalves(std::uint16_t* dst, float const* src, int count) noexcept;
+    static void halvesToFloats(float* dst, std::uint16_t const* src, int count) noexcept;
 
     static void readFrom(CoRgbaColorTyped<float>* dst, std::byte const* src, int count,
                          ImPixelFormat const& format);
@@ -49,7 +52,7 @@ public:
     static void writeTo(std::byte* dst, std::complex<float> const* src, int count,
                         ImPixelFormat const& format);
 
-    // The vector code the RGBA 8-bit lines and the samplers' positions run: the best the
+    // The vector code the RGBA 8-bit and half lines and the samplers' positions run: the best the
     // processor has unless limited. Every path gives the same bits; tests and benchmarks limit it
     // to compare them. AVX2 needs FMA.
     enum class VectorPath : int { SSE2 = 0, AVX2 = 1 };

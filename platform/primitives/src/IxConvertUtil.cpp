@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cmath>
 #include <cstring>
 #include <type_traits>
 
@@ -171,6 +172,53 @@ bool useAvx2() noexcept {
     return IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2;
 }
 
+// Half conversions in hardware, eight components at a time. A group holding a NaN takes the
+// scalar code, which keeps a signalling NaN's bits where the hardware would quiet it; finite
+// floats beyond the half range are clamped first so that they saturate instead of overflowing.
+__attribute__((target("avx2,f16c"))) int floatsToHalvesF16c(std::uint16_t* d, float const* s,
+                                                            int n) {
+    __m256 const limit = _mm256_set1_ps(65504.0f);
+    __m256 const negLimit = _mm256_set1_ps(-65504.0f);
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m256 const v = _mm256_loadu_ps(s + i);
+        if (_mm256_movemask_ps(_mm256_cmp_ps(v, v, _CMP_UNORD_Q)) != 0)
+            for (int k = i; k < i + 8; ++k)
+                d[k] = IxConvertUtil::floatToHalf(s[k]);
+        else
+            // Clamping leaves the infinities where they are: min and max keep them out of range.
+            _mm_storeu_si128(
+                reinterpret_cast<__m128i*>(d + i),
+                _mm256_cvtps_ph(
+                    _mm256_blendv_ps(_mm256_min_ps(_mm256_max_ps(v, negLimit), limit), v,
+                                     _mm256_cmp_ps(_mm256_andnot_ps(_mm256_set1_ps(-0.0f), v),
+                                                   _mm256_set1_ps(HUGE_VALF), _CMP_EQ_OQ)),
+                    _MM_FROUND_TO_NEAREST_INT));
+    }
+    return i;
+}
+
+__attribute__((target("avx2,f16c"))) int halvesToFloatsF16c(float* d, std::uint16_t const* s,
+                                                            int n) {
+    __m128i const magnitude = _mm_set1_epi16(0x7fff);
+    __m128i const infinity = _mm_set1_epi16(0x7c00);
+    int i = 0;
+    for (; i + 8 <= n; i += 8) {
+        __m128i const h = _mm_loadu_si128(reinterpret_cast<__m128i const*>(s + i));
+        if (_mm_movemask_epi8(_mm_cmpgt_epi16(_mm_and_si128(h, magnitude), infinity)) != 0)
+            for (int k = i; k < i + 8; ++k)
+                d[k] = IxConvertUtil::halfToFloat(s[k]);
+        else
+            _mm256_storeu_ps(d + i, _mm256_cvtph_ps(h));
+    }
+    return i;
+}
+
+bool useF16c() noexcept {
+    static bool const f16c = __builtin_cpu_supports("f16c");
+    return f16c && useAvx2();
+}
+
 template <int C, class S>
 void readRgba(Rgba* d, std::byte const* src, int n) {
     if constexpr (C == 4 && std::is_same_v<S, std::uint8_t>) {
@@ -180,6 +228,10 @@ void readRgba(Rgba* d, std::byte const* src, int n) {
     }
     if constexpr (C == 4 && std::is_same_v<S, float>) {
         std::memcpy(static_cast<void*>(d), src, static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
+    }
+    if constexpr (C == 4 && std::is_same_v<S, half>) {
+        IxConvertUtil::halvesToFloats(&d->r, reinterpret_cast<std::uint16_t const*>(src), 4 * n);
         return;
     }
     auto const* s = reinterpret_cast<S const*>(src);
@@ -206,6 +258,10 @@ void writeRgba(std::byte* dst, Rgba const* p, int n) {
     }
     if constexpr (C == 4 && std::is_same_v<S, float>) {
         std::memcpy(dst, static_cast<void const*>(p), static_cast<std::size_t>(n) * sizeof(Rgba));
+        return;
+    }
+    if constexpr (C == 4 && std::is_same_v<S, half>) {
+        IxConvertUtil::floatsToHalves(reinterpret_cast<std::uint16_t*>(dst), &p->r, 4 * n);
         return;
     }
     auto* s = reinterpret_cast<S*>(dst);
@@ -296,6 +352,18 @@ std::uint16_t IxConvertUtil::floatToHalf(float v) noexcept {
     if (magnitude > 0x477fefffu && magnitude < 0x7f800000u)
         return static_cast<std::uint16_t>(((u >> 16) & 0x8000u) | 0x7bffu);
     return imath_float_to_half(v);
+}
+
+void IxConvertUtil::floatsToHalves(std::uint16_t* dst, float const* src, int count) noexcept {
+    int i = useF16c() ? floatsToHalvesF16c(dst, src, count) : 0;
+    for (; i < count; ++i)
+        dst[i] = floatToHalf(src[i]);
+}
+
+void IxConvertUtil::halvesToFloats(float* dst, std::uint16_t const* src, int count) noexcept {
+    int i = useF16c() ? halvesToFloatsF16c(dst, src, count) : 0;
+    for (; i < count; ++i)
+        dst[i] = halfToFloat(src[i]);
 }
 
 void IxConvertUtil::readFrom(CoRgbaColorTyped<float>* dst, std::byte const* src, int count,

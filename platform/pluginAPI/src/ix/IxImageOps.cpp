@@ -4,11 +4,8 @@
 #include "IxGuardBase.h"
 #include "PxRequestMgr.h"
 
-#include <immintrin.h>
-
 #include <algorithm>
 #include <cmath>
-#include <cpuid.h>
 #include <cstdint>
 
 namespace Vn {
@@ -48,47 +45,6 @@ void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
 
 namespace Vn {
 
-namespace {
-// Float to half in hardware, eight components at a time, with the library's rules: finite
-// values beyond the half range saturate to +-65504, infinities and NaN stay.
-__attribute__((target("avx,f16c"))) void floatsToHalves(std::uint16_t* d, float const* s, int n) {
-    __m256 const limit = _mm256_set1_ps(65504.0f);
-    __m256 const negLimit = _mm256_set1_ps(-65504.0f);
-    __m256 const inf = _mm256_set1_ps(HUGE_VALF);
-    __m256 const absMask = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
-    int i = 0;
-    for (; i + 8 <= n; i += 8) {
-        __m256 const v = _mm256_loadu_ps(s + i);
-        __m256 const finite = _mm256_cmp_ps(_mm256_and_ps(v, absMask), inf, _CMP_LT_OQ);
-        __m256 const clamped = _mm256_min_ps(_mm256_max_ps(v, negLimit), limit);
-        __m128i const h = _mm256_cvtps_ph(
-            _mm256_or_ps(_mm256_and_ps(finite, clamped), _mm256_andnot_ps(finite, v)),
-            _MM_FROUND_TO_NEAREST_INT);
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(d + i), h);
-    }
-    for (; i < n; ++i)
-        d[i] = IxConvertUtil::floatToHalf(s[i]);
-}
-
-bool hasF16C() {
-    // F16C and AVX from cpuid leaf 1, and the system saving the AVX registers (OSXSAVE, XCR0).
-    static bool const has = [] {
-        unsigned a = 0, b = 0, c = 0, d = 0;
-        if (!__get_cpuid(1, &a, &b, &c, &d))
-            return false;
-        bool const osxsave = (c & (1u << 27)) != 0;
-        bool const avx = (c & (1u << 28)) != 0;
-        bool const f16c = (c & (1u << 29)) != 0;
-        if (!(osxsave && avx && f16c))
-            return false;
-        unsigned lo = 0, hi = 0;
-        __asm__("xgetbv" : "=a"(lo), "=d"(hi) : "c"(0));
-        return (lo & 0x6u) == 0x6u;
-    }();
-    return has;
-}
-} // namespace
-
 void ipFormatChange(IxWriteGuard const& dst, IxReadGuard const& src,
                     GeRectangle<int> const* region) {
     GeRectangle<int> const r = (region ? *region : src.getPixelRegion())
@@ -103,10 +59,11 @@ void ipFormatChange(IxWriteGuard const& dst, IxReadGuard const& src,
     int const w = r.width();
     // Float to half keeping the components is the one conversion the float lines make slow.
     if (sf.getDepth() == IxPixelFormat::FLOAT32 && df.getDepth() == IxPixelFormat::FLOAT16 &&
-        sf.getComps() == df.getComps() && hasF16C()) {
+        sf.getComps() == df.getComps()) {
         for (int y = r.ymin; y < r.ymax; ++y)
-            floatsToHalves(reinterpret_cast<std::uint16_t*>(d.address(r.xmin, y)),
-                           reinterpret_cast<float const*>(s.address(r.xmin, y)), w * sf.getComps());
+            IxConvertUtil::floatsToHalves(reinterpret_cast<std::uint16_t*>(d.address(r.xmin, y)),
+                                          reinterpret_cast<float const*>(s.address(r.xmin, y)),
+                                          w * sf.getComps());
         return;
     }
     // RGBA float is the lines' own layout: one pass, no line in between.
