@@ -147,7 +147,8 @@ private:
     LkLock _externalRequestsLock{"PxRequestMgr::_externalRequestsLock"};
     std::deque<PxRequest*> _externalRequests;
     std::int32_t _nbExternalRequestsTotal = 0;
-    std::int32_t _nbExternalWaits = 0;
+    // Counted without the lock: an outside thread about to sleep takes no lock for it.
+    std::atomic<std::int32_t> _nbExternalWaits{0};
     PriorityRelation _priorityRelation{"PxRequestMgr", 2};
     std::uint32_t _nbThreads = kMaxThreads;
     bool _shutDown = false;

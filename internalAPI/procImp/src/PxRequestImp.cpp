@@ -15,6 +15,7 @@
 #include <pthread.h>
 #include <string>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 namespace Vn {
@@ -113,6 +114,33 @@ bool isUnreferenced(RS const& s) noexcept {
     return s._nbReferences == 0 && s._nbHolds == 0;
 }
 
+// Spins a few microseconds for a signal on the entry; true when it came.
+bool spinForSignal(LkWaitEntry& me) noexcept {
+    constexpr int kSpins = 256;
+    for (int i = 0; i < kSpins; ++i) {
+        if (me.tryWait())
+            return true;
+#if defined(__x86_64__) || defined(__i386__)
+        __builtin_ia32_pause();
+#elif defined(__aarch64__)
+        asm volatile("yield");
+#endif
+    }
+    return me.tryWait();
+}
+
+// Whether a request's children may go now. Nobody walks the list of a finished request but a
+// helper holding a reference of its own, so a finished request held only by its place in its
+// parent's list lets its children go at once: memory then follows the running requests instead
+// of the whole tree.
+bool childrenMayGo(RS const& s) noexcept {
+    if (s._nbReferences == 0)
+        return true;
+    RS::Status const st = s.getStatus();
+    return s._nbReferences == 1 && s.has(RS::IN_CHILD_LIST) && st != RS::QUEUED &&
+           st != RS::EXECUTING && st != RS::PENDING;
+}
+
 // A graph too deep fails at every level on its way up: the caller alone is told.
 bool isSilent(ExBase const* e) {
     return dynamic_cast<PxEx::ExRequestCancelled const*>(e) ||
@@ -198,20 +226,27 @@ void RequestEngine::signalAll(LkWaitEntry* waiters) noexcept {
 
 // ---- roots held by their descendants ----
 
-void RequestEngine::holdRoot(PxRequest* root) {
-    StateGuard g(root->getStateObj());
-    do {
-        ++g->_nbHolds;
-    } while (!g.commit());
-}
+namespace {
 
-void RequestEngine::dropHold(PxRequest* root) noexcept {
+// A worker takes holds on a root in batches and keeps the spare ones, and the holds of the
+// descendants it deletes, for the next requests of the same tree: a root's state is then
+// committed once per batch instead of twice per descendant. The spares go back when the worker
+// turns to another tree or parks.
+constexpr std::int32_t kHoldBatch = 64;
+struct HoldCache {
+    PxRequest* root;
+    std::int32_t spare;
+};
+constinit thread_local HoldCache t_holds{nullptr, 0};
+
+// Takes n holds off the root, deleting it when they were the last thing keeping it.
+void releaseHolds(PxRequest* root, std::int32_t n) noexcept {
     bool destroy = false;
     {
         StateGuard g(root->getStateObj());
         do {
             destroy = false;
-            --g->_nbHolds;
+            g->_nbHolds -= n;
             RS::Status const st = g->getStatus();
             if (isUnreferenced(*g) && g->has(RS::DEQUEUED) && g->has(RS::RELEASED) &&
                 (st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED)) {
@@ -222,6 +257,41 @@ void RequestEngine::dropHold(PxRequest* root) noexcept {
     }
     if (destroy)
         delete root;
+}
+
+} // namespace
+
+void RequestEngine::holdRoot(PxRequest* root) {
+    HoldCache& c = t_holds;
+    if (c.root == root && c.spare > 0) {
+        --c.spare;
+        return;
+    }
+    flushHolds();
+    StateGuard g(root->getStateObj());
+    do {
+        g->_nbHolds += kHoldBatch;
+    } while (!g.commit());
+    c.root = root;
+    c.spare = kHoldBatch - 1;
+}
+
+void RequestEngine::dropHold(PxRequest* root) noexcept {
+    // Only workers keep spares: they give them back when they park.
+    HoldCache& c = t_holds;
+    if (c.root == root && workerTLS()._isWorker) {
+        ++c.spare;
+        return;
+    }
+    releaseHolds(root, 1);
+}
+
+void RequestEngine::flushHolds() noexcept {
+    HoldCache& c = t_holds;
+    std::int32_t const n = std::exchange(c.spare, 0);
+    PxRequest* const root = std::exchange(c.root, nullptr);
+    if (n > 0)
+        releaseHolds(root, n);
 }
 
 void RequestEngine::disposeState(PxRequest& request) noexcept {
@@ -402,7 +472,7 @@ void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pendi
             children = nullptr;
             waiters = nullptr;
             g->setStatus(ex ? RS::FAILED : pending ? RS::PENDING : RS::DONE);
-            if (g->_nbReferences == 0) {
+            if (childrenMayGo(*g)) {
                 children = g->_firstChild;
                 g->_firstChild = nullptr;
             }
@@ -587,6 +657,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                 destroy = false;
                 noticed = true;
                 --g->_nbReferences;
+                g->clear(RS::IN_CHILD_LIST);
                 if (g->_nbReferences == 0) {
                     grandChildren = g->_firstChild;
                     g->_firstChild = nullptr;
@@ -651,7 +722,8 @@ bool RequestEngine::helpWithChildren(PxRequest* list) {
             StateGuard g(c->getStateObj());
             do {
                 detach = nullptr;
-                if (--g->_nbReferences == 0) {
+                --g->_nbReferences;
+                if (childrenMayGo(*g)) {
                     detach = g->_firstChild;
                     g->_firstChild = nullptr;
                 }
@@ -787,7 +859,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     g->set(RS::RESULT_QUERIED);
                     waiters = g->_waiters;
                     g->_waiters = nullptr;
-                    if (g->_nbReferences == 0) {
+                    if (childrenMayGo(*g)) {
                         children = g->_firstChild;
                         g->_firstChild = nullptr;
                     }
@@ -833,7 +905,8 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                             action = SLEEP;
                         }
                     } else {
-                        if (--g->_nbReferences == 0) {
+                        --g->_nbReferences;
+                        if (childrenMayGo(*g)) {
                             detach = g->_firstChild;
                             g->_firstChild = nullptr;
                         }
@@ -871,14 +944,15 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
 
         if (action == SLEEP) {
             if (isWorker) {
-                mgr().workerBlocked();
-                me.wait();
-                mgr().workerUnblocked();
-            } else {
-                {
-                    LkGuard lock(mgr()._externalRequestsLock);
-                    ++mgr()._nbExternalWaits;
+                // A short wait is spent spinning, still counted as running: giving the running
+                // slot away and taking it back costs two engine commits and, often, a wake-up.
+                if (!spinForSignal(me)) {
+                    mgr().workerBlocked();
+                    me.wait();
+                    mgr().workerUnblocked();
                 }
+            } else {
+                mgr()._nbExternalWaits.fetch_add(1, std::memory_order_relaxed);
                 me.wait();
             }
             continue; // take the result
@@ -903,6 +977,13 @@ void RequestMgrImp::waitRequest(PxRequest* request) {
 void RequestMgrImp::releaseRequest(PxRequest* request) {
     VN_ASSERT(request != nullptr);
     bool const unwinding = std::uncaught_exceptions() > 0;
+    // A request already post-executed is the owner's alone to clean up: doing it before the
+    // release lets one commit both release it and record the clean-up.
+    bool cleanedUp = false;
+    if (request->getStateObj().load().getStatus() == RS::POST_EXECUTED) {
+        request->performCleanUp();
+        cleanedUp = true;
+    }
     for (;;) {
         enum { NOTHING, WAIT, CLEAN_UP, CLEAN_UP_AND_DESTROY, DESTROY } action = NOTHING;
         bool noticed = true;
@@ -936,7 +1017,19 @@ void RequestMgrImp::releaseRequest(PxRequest* request) {
                     break;
                 case RS::POST_EXECUTED:
                     guard->set(RS::RELEASED);
-                    if (!dequeued || referenced) {
+                    if (cleanedUp) {
+                        // As when the clean-up follows the release: the check only for a
+                        // request that something still holds.
+                        if (dequeued && !referenced) {
+                            guard->setStatus(RS::DESTROYED);
+                            action = DESTROY;
+                        } else {
+                            if (dequeued)
+                                noticed = guard->isResultQueried() || guard->isCancelled() ||
+                                          guard->isUnwinded();
+                            guard->setStatus(RS::CLEANED_UP);
+                        }
+                    } else if (!dequeued || referenced) {
                         action = CLEAN_UP;
                     } else {
                         guard->setStatus(RS::DESTROYED);

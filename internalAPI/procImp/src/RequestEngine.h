@@ -83,6 +83,8 @@ struct RequestEngine {
     // A descendant's hold keeps its root alive; the last one to go may delete it.
     static void holdRoot(PxRequest* root);
     static void dropHold(PxRequest* root) noexcept;
+    // Gives back the holds the calling worker keeps for later descendants; before it parks.
+    static void flushHolds() noexcept;
     // Frees what a dying request still owns; also when the engine is already gone.
     static void disposeState(PxRequest& request) noexcept;
     static bool helpWithChildren(PxRequest* list);

@@ -284,6 +284,8 @@ void RequestMgrImp::main(int threadIndex) {
         }
         if (d.wake)
             d.wake->signal();
+        if (d.stop || d.exit)
+            RequestEngine::flushHolds();
         if (d.exit)
             break;
         if (d.stop)
@@ -328,8 +330,9 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
                     return false;
                 if (g->_nbExternalRequests < 1)
                     return false;
-                --g->_nbExternalRequests;
+                // Taken below, under the queue's lock, with one commit.
                 external = true;
+                break;
             }
             if (g.commit())
                 break;
@@ -338,36 +341,45 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
 
     if (external) {
         LkGuard lock(m._externalRequestsLock);
-        VN_ASSERT(!m._externalRequests.empty());
-        PxRequest* front = m._externalRequests.front();
-        bool const sequential = front->getExecutionMode() == PxRequest::SEQUENTIAL;
-        enum { TAKE, TAKE_SEQUENTIAL, LEAVE } action = TAKE;
+        // The front cannot change while the lock is held, nor can the queue be shorter than the
+        // count of entries not taken.
+        PxRequest* const front =
+            m._externalRequests.empty() ? nullptr : m._externalRequests.front();
+        bool const sequential = front && front->getExecutionMode() == PxRequest::SEQUENTIAL;
+        enum { NOTHING, INTERNAL, TAKE, TAKE_SEQUENTIAL } action = NOTHING;
         EngineGuard g(m._engine);
-        do {
-            switch (g->_state) {
-            case RequestMgrImp::IDLE:
-            case RequestMgrImp::RUNNING:
+        for (;;) {
+            action = NOTHING;
+            // A child pushed meanwhile still goes first.
+            request = g->_internalRequests[res].pop();
+            if (request) {
+                action = INTERNAL;
+            } else if ((g->_state == RequestMgrImp::IDLE || g->_state == RequestMgrImp::RUNNING) &&
+                       g->_nbExternalRequests > 0) {
+                VN_ASSERT(front != nullptr);
+                --g->_nbExternalRequests;
                 action = sequential ? TAKE_SEQUENTIAL : TAKE;
                 if (sequential) {
                     g->_state = RequestMgrImp::DRAINING;
                     g->_pendingSeqRequest = front;
                 }
-                break;
-            case RequestMgrImp::DRAINING:
-            case RequestMgrImp::SEQUENTIAL:
-                action = LEAVE;
-                ++g->_nbExternalRequests;
-                break;
-            default:
-                VN_ABORT("An external request taken while the engine shuts down");
             }
-        } while (!g.commit());
-        if (action != LEAVE)
-            m._externalRequests.pop_front();
-        if (action != TAKE)
+            if (action == NOTHING || g.commit())
+                break;
+        }
+        if (action == NOTHING)
             return false;
-        request = front;
+        if (action != INTERNAL) {
+            m._externalRequests.pop_front();
+            if (action == TAKE_SEQUENTIAL)
+                return false;
+            request = front;
+        }
     }
+    // Turning to another tree: the holds kept for the last one go back, so that a worker kept
+    // busy by a stream of trees does not keep their roots alive.
+    if (external)
+        flushHolds();
 
     if (res == CPU && request->getResourceType() == GFX) {
         // GFX requests run on the GFX worker alone: one taken from the external queue or met at
@@ -484,8 +496,12 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
     // clang-format on
     int const res = request->getResourceType();
 
+    PxRequest* const parent = isExternal ? nullptr : tls._currentRequest;
+    if (!isExternal && tls._currentExternalRequest)
+        RequestEngine::holdRoot(tls._currentExternalRequest);
     {
-        // Nobody else holds the request yet: this commit cannot lose.
+        // Nobody else sees the request before its parent's commit lists it, so its state is
+        // written in one commit that cannot lose, redone only when the parent's commit loses.
         LkAtomicWrGuard<RS> g(request->getStateObj());
         VN_ASSERT(g->getStatus() == RS::NEW);
         if (executeManually)
@@ -495,15 +511,6 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
         else
             g->_rootRequest = tls._currentExternalRequest;
         g->setStatus(RS::QUEUED);
-        if (!isExternal && g->_rootRequest)
-            RequestEngine::holdRoot(g->_rootRequest);
-        if (!isExternal)
-            g->_nbReferences = 1;
-        VN_ASSERT(g.commit());
-    }
-
-    if (!isExternal) {
-        PxRequest* parent = tls._currentRequest;
         bool joined = false;
         if (parent) {
             LkAtomicWrGuard<RS> pg(parent->getStateObj());
@@ -511,11 +518,10 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
                 RS::Status const st = pg->getStatus();
                 if (st != RS::EXECUTING && st != RS::PENDING)
                     break;
-                {
-                    LkAtomicWrGuard<RS> cg(request->getStateObj());
-                    cg->_nextSibling = pg->_firstChild;
-                    VN_ASSERT(cg.commit());
-                }
+                g->_nextSibling = pg->_firstChild;
+                g->_nbReferences = 1;
+                g->set(RS::IN_CHILD_LIST);
+                VN_ASSERT(g.commit());
                 pg->_firstChild = request;
                 if (pg.commit()) {
                     joined = true;
@@ -525,10 +531,14 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
         }
         if (!joined) {
             // No child list holds it: its owner's release alone decides its end.
-            LkAtomicWrGuard<RS> g(request->getStateObj());
+            g->_nextSibling = nullptr;
             g->_nbReferences = 0;
+            g->clear(RS::IN_CHILD_LIST);
             VN_ASSERT(g.commit());
         }
+    }
+
+    if (!isExternal) {
         if (executeManually)
             return;
         LkWaitEntry* wake = nullptr;
@@ -601,13 +611,19 @@ void RequestMgrImp::workerBlocked() {
     do {
         wake = nullptr;
         ++g->_nbBlockedWorkers;
+        // While running, a parked worker with nothing queued for it would only park again and
+        // pass the slot on: the slot goes straight to one that has work, or is left free.
+        bool const running = g->_state == RUNNING;
+        bool const gfxWork = !running || !g->_internalRequests[GFX].isEmpty();
+        bool const cpuWork =
+            !running || !g->_internalRequests[CPU].isEmpty() || g->_nbExternalRequests > 0;
         if (g->_nbRunningWorkers > g->_maxRunningWorkers) {
             --g->_nbRunningWorkers;
         } else if (!g->_unBlockedWorkers.isEmpty()) {
             wake = g->_unBlockedWorkers.popFront();
-        } else if (!g->_stoppedWorkers[GFX].isEmpty()) {
+        } else if (gfxWork && !g->_stoppedWorkers[GFX].isEmpty()) {
             wake = g->_stoppedWorkers[GFX].pop();
-        } else if (!g->_stoppedWorkers[CPU].isEmpty()) {
+        } else if (cpuWork && !g->_stoppedWorkers[CPU].isEmpty()) {
             wake = g->_stoppedWorkers[CPU].pop();
         } else {
             --g->_nbRunningWorkers;
@@ -692,7 +708,7 @@ void RequestMgrImp::recordStatistics() {
     {
         LkGuard lock(_externalRequestsLock);
         total = _nbExternalRequestsTotal;
-        waits = _nbExternalWaits;
+        waits = _nbExternalWaits.load(std::memory_order_relaxed);
     }
     scalar.setScalar(total, StatTypes::getExternalPxRequestsId());
     scalar.setScalar(waits, StatTypes::getExternalPxWaitsId());

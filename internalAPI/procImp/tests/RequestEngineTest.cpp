@@ -450,6 +450,136 @@ TEST_F(RequestEngine, ADeepFinishedTreeIsLetGoWithoutRecursion) {
     EXPECT_EQ(ran.load(), kLinks);
 }
 
+// A finished child that only its place in its parent's list holds lets its own children go at
+// once, whether a worker ran it or its waiter ran it inline.
+TEST_F(RequestEngine, AFinishedChildLetsItsChildrenGoBeforeItsParentEnds) {
+    engine().setMaxRunningWorkers(2); // the parent and its child at once
+    for (bool const inline_ : {false, true}) {
+        SCOPED_TRACE(inline_ ? "run inline" : "run by a worker");
+        std::atomic<bool> grandChildGone{false}, goneBeforeParentEnd{false}, started{false};
+        runAndWait(new FnRequest([&] {
+            PxRequestPtr<PxRequest> child(new FnRequest([&] {
+                started = true;
+                PxRequestPtr<PxRequest> g(new MortalRequest([] {}, grandChildGone));
+                engine().executeRequest(g.get(), true);
+                engine().waitRequest(g.get());
+            }));
+            engine().executeRequest(child.get(), inline_);
+            if (!inline_) {
+                ASSERT_TRUE(eventually([&] { return started.load(); }));
+            }
+            engine().waitRequest(child.get());
+            goneBeforeParentEnd = eventually([&] { return grandChildGone.load(); }, 2.0);
+        }));
+        EXPECT_TRUE(goneBeforeParentEnd.load());
+    }
+}
+
+namespace {
+
+// Counts its clean-ups and tells when it dies.
+class CleanUpCount final : public FnRequest {
+public:
+    CleanUpCount(std::function<void()> fn, std::atomic<int>& cleanUps, std::atomic<bool>& gone)
+        : FnRequest(std::move(fn)), _cleanUps(cleanUps), _gone(gone) {}
+    ~CleanUpCount() override { _gone = true; }
+    void performCleanUp() override {
+        EXPECT_FALSE(_gone.load());
+        ++_cleanUps;
+    }
+
+private:
+    std::atomic<int>& _cleanUps;
+    std::atomic<bool>& _gone;
+};
+
+} // namespace
+
+// However the release meets the request, a success is cleaned up once and a failure never, and
+// the request is freed afterwards.
+TEST_F(RequestEngine, CleanUpRunsOnceOnSuccessWhereverTheReleaseFallsAndNeverOnFailure) {
+    enum When { AFTER_POST_EXECUTE, UNWAITED, WHILE_RUNNING, FAILED, CHILD_STILL_LISTED };
+    struct Case {
+        When when;
+        int cleanUps;
+    };
+    for (Case c : {Case{AFTER_POST_EXECUTE, 1}, Case{UNWAITED, 1}, Case{WHILE_RUNNING, 1},
+                   Case{FAILED, 0}, Case{CHILD_STILL_LISTED, 1}}) {
+        SCOPED_TRACE(c.when);
+        std::atomic<int> cleanUps{0};
+        std::atomic<bool> gone{false};
+        Gate gate;
+        auto body = [&] {
+            if (c.when == WHILE_RUNNING)
+                gate.pass();
+            if (c.when == FAILED)
+                throw ExBadPixel(__FILE__, __LINE__, 1);
+        };
+        if (c.when == CHILD_STILL_LISTED) {
+            runAndWait(new FnRequest([&] {
+                auto* child = new CleanUpCount(body, cleanUps, gone);
+                engine().executeRequest(child, true);
+                engine().waitRequest(child);
+                engine().releaseRequest(child);
+                EXPECT_EQ(cleanUps.load(), 1);
+                EXPECT_FALSE(gone.load()); // its place in this request's list holds it
+            }));
+        } else {
+            auto* r = new CleanUpCount(body, cleanUps, gone);
+            engine().executeRequest(r, false);
+            if (c.when == WHILE_RUNNING) {
+                ASSERT_TRUE(eventually([&] { return gate.entered.load(); }));
+                engine().releaseRequest(r);
+                gate.open = true;
+            } else {
+                try {
+                    if (c.when != UNWAITED)
+                        engine().waitRequest(r);
+                } catch (ExBadPixel const&) {
+                }
+                ASSERT_TRUE(eventually([&] {
+                    RS::Status const st = statusOf(r);
+                    return st == RS::POST_EXECUTED || st == RS::FAILED_POST_EXECUTED;
+                }));
+                engine().releaseRequest(r);
+            }
+        }
+        EXPECT_TRUE(eventually([&] { return gone.load(); }));
+        EXPECT_EQ(cleanUps.load(), c.cleanUps);
+    }
+}
+
+// The worker that ran a tree may keep holds on its root for the tree's later requests; taking
+// another tree's request lets them go, so a stream of work does not keep the root alive.
+TEST_F(RequestEngine, AFinishedRootIsFreedWhileItsWorkerGoesOnWithOtherTrees) {
+    constexpr int kStream = 400;
+    std::atomic<bool> rootGone{false};
+    std::atomic<int> ran{0};
+    PxRequestPtr<PxRequest> root(new MortalRequest(
+        [] {
+            PxRequestPtr<PxRequest> child(new FnRequest([] {}));
+            engine().executeRequest(child.get(), false);
+            engine().waitRequest(child.get());
+        },
+        rootGone));
+    engine().executeRequest(root.get(), false);
+    std::vector<PxRequestPtr<PxRequest>> stream;
+    for (int i = 0; i < kStream; ++i) {
+        stream.emplace_back(new FnRequest([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            ++ran;
+        }));
+        engine().executeRequest(stream.back().get(), false);
+    }
+    engine().waitRequest(root.get());
+    root.reset();
+    ASSERT_TRUE(eventually([&] { return rootGone.load() || ran.load() == kStream; }, 60.0));
+    EXPECT_TRUE(rootGone.load());
+    EXPECT_LT(ran.load(), kStream);
+    for (auto& r : stream)
+        engine().waitRequest(r.get());
+}
+
 namespace {
 
 // Its death waits, up to a deadline, for the outside waiter of its root to have returned.

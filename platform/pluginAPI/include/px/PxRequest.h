@@ -36,6 +36,8 @@ struct PxRequestState {
         CANCELLED = 0x80,
         UNWINDED = 0x100,
         EXTERNAL = 0x200,
+        // The engine's own: one of the references is a place in a parent's child list.
+        IN_CHILD_LIST = 0x400,
     };
 
     PxRequest* _firstChild;
@@ -55,6 +57,7 @@ struct PxRequestState {
     void setStatus(Status s) noexcept { _statusAndFlags = (_statusAndFlags & ~0xFu) | s; }
     bool has(Flag f) const noexcept { return (_statusAndFlags & f) != 0; }
     void set(Flag f) noexcept { _statusAndFlags |= f; }
+    void clear(Flag f) noexcept { _statusAndFlags &= ~std::uint32_t(f); }
     bool isResultQueried() const noexcept { return has(RESULT_QUERIED); }
     bool isCancelled() const noexcept { return has(CANCELLED); }
     bool isUnwinded() const noexcept { return has(UNWINDED); }
