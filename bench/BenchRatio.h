@@ -54,9 +54,10 @@ inline int runWithRatios(int argc, char** argv, std::vector<RatioPair> const& pa
         auto ref = reporter._nsPerIteration.find({p.reference, p.threads});
         if (ours == reporter._nsPerIteration.end() || ref == reporter._nsPerIteration.end())
             continue;
-        std::printf("ratio %s (threads=%lld): %s %.4g / %s %.4g = %.2f\n", p.label,
-                    static_cast<long long>(p.threads), p.ours, ours->second, p.reference,
-                    ref->second, ours->second / ref->second);
+        std::string const threads =
+            p.threads == 1 ? "" : " (threads=" + std::to_string(p.threads) + ")";
+        std::printf("ratio %s%s: %s %.4g / %s %.4g = %.2f\n", p.label, threads.c_str(), p.ours,
+                    ours->second, p.reference, ref->second, ours->second / ref->second);
     }
     benchmark::Shutdown();
     return 0;
