@@ -1,5 +1,6 @@
 #include "PiPixelLoopImp.h"
 #include "Assertions.h"
+#include "IxImageOps.h"
 #include "PxRequestMgr.h"
 
 #include <array>
@@ -18,16 +19,6 @@ IxPaddingPolicy<Color> const kDestinationPadding(IxPaddingPolicy<Color>::NOOP, {
 
 bool holdsLines(IxGuardBase const& g) {
     return g.holdsMemory() && g.getFirst() && g.getPixelFormat() == Line::PIXEL_FORMAT;
-}
-
-// The bytes a guard's pixels span, empty when it holds none.
-std::pair<std::uintptr_t, std::uintptr_t> spanOf(IxGuardBase const& g) {
-    GeRectangle<int> const& r = g.getPixelRegion();
-    if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
-        return {0, 0};
-    auto const first = reinterpret_cast<std::uintptr_t>(g.getFirst());
-    return {first, first + static_cast<std::uintptr_t>(g.getLineStride()) * (r.height() - 1) +
-                       static_cast<std::uintptr_t>(r.width()) * g.getPixelSize()};
 }
 
 // The result's row y: the tile's own memory when it holds float RGBA, else a line of its own
@@ -70,7 +61,7 @@ public:
           _padding(IxPaddingPolicy<Color>::CONSTANT, source.getTile().getFillColor()),
           _view(nullptr, r.xmin, r.xmin, _padding) {
         GeRectangle<int> const& s = source.getPixelRegion();
-        auto const span = spanOf(source);
+        auto const span = ipByteSpan(source);
         _inPlace = holdsLines(source) && s.xmin <= _x0 && _x1 <= s.xmax &&
                    (span.second <= result.first || result.second <= span.first);
     }
@@ -131,7 +122,7 @@ void PiPixelLoopSourcesImp<Loop, N>::process(IxReadGuard const* const* sources) 
     [&]<std::size_t... I>(std::index_sequence<I...>) {
         if (!r.isEmpty()) {
             DestinationRow dst(getResultTile(), r);
-            auto const result = spanOf(getResultTile());
+            auto const result = ipByteSpan(getResultTile());
             std::array<std::optional<SourceRow>, N> rows;
             (rows[I].emplace(*sources[I], r, result), ...);
             PxRequestMgr const& mgr = PxRequestMgr::getInstance();

@@ -7,6 +7,9 @@
 #include "Vector.h"
 #include "VnExport.h"
 
+#include <cstdint>
+#include <utility>
+
 namespace Vn {
 
 class IxGuardBase;
@@ -15,6 +18,9 @@ class IxWriteGuard;
 
 // The pixels a guard holds, for the operations of the primitives library.
 VN_EXPORT IpPixels ipPixelsOf(IxGuardBase const& guard);
+// The bytes a guard's pixels span, [first, last), or {0, 0} when it holds none: two guards
+// whose spans meet may share memory.
+VN_EXPORT std::pair<std::uintptr_t, std::uintptr_t> ipByteSpan(IxGuardBase const& guard);
 
 // The pixel operations of the primitives library over tiles.
 

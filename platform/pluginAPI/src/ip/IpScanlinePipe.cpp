@@ -1,4 +1,5 @@
 #include "IpScanlinePipe.h"
+#include "IxImageOps.h"
 
 #include "Assertions.h"
 #include "IxGuardBase.h"
@@ -36,16 +37,6 @@ IxScanline<T> const* findRow(Vector<OPtr<IxScanline<T>>> const& rows, Vector<int
     int const s = slotOf(y, y0, static_cast<int>(rows.size()));
     return rowOf[static_cast<std::size_t>(s)] == y ? rows[static_cast<std::size_t>(s)].get()
                                                    : nullptr;
-}
-
-// The bytes a guard's pixels span, empty when it holds none.
-std::pair<std::uintptr_t, std::uintptr_t> spanOf(IxGuardBase const& g) {
-    GeRectangle<int> const& r = g.getPixelRegion();
-    if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
-        return {0, 0};
-    auto const first = reinterpret_cast<std::uintptr_t>(g.getFirst());
-    return {first, first + static_cast<std::uintptr_t>(g.getLineStride()) * (r.height() - 1) +
-                       static_cast<std::uintptr_t>(r.width()) * g.getPixelSize()};
 }
 
 } // namespace
@@ -503,10 +494,10 @@ void IpDestNode::process(IxWriteGuard& dst, Vector<IxReadGuard> const& sources) 
     int tLast = INT_MIN;
     // A result written over its own sources must not be read from them in place: rows still
     // to be read would be overwritten.
-    auto const target = spanOf(dst);
+    auto const target = ipByteSpan(dst);
     bool inPlace = true;
     for (IxReadGuard const& g : sources) {
-        auto const span = spanOf(g);
+        auto const span = ipByteSpan(g);
         inPlace = inPlace && (span.second <= target.first || target.second <= span.first);
     }
     for (IpScanlinePipe* n : _order) {

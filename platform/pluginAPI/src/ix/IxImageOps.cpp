@@ -39,6 +39,15 @@ void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
     ipSet(pixelsOf(dst, dst.getFirst()), region, color);
 }
 
+std::pair<std::uintptr_t, std::uintptr_t> ipByteSpan(IxGuardBase const& g) {
+    GeRectangle<int> const& r = g.getPixelRegion();
+    if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
+        return {0, 0};
+    auto const first = reinterpret_cast<std::uintptr_t>(g.getFirst());
+    return {first, first + static_cast<std::uintptr_t>(g.getLineStride()) * (r.height() - 1) +
+                       static_cast<std::uintptr_t>(r.width()) * g.getPixelSize()};
+}
+
 } // namespace Vn
 
 // ---- conversions ----
