@@ -21,6 +21,9 @@ struct VN_EXPORT HoCompositionOutput {
     std::string socket = "Output";
     // With a frame pattern ('#' runs or "%04d") when the range holds more than one frame.
     std::string file;
+    // The file's compression by the image library's name ("none", "zip", "piz", "dwaa", "lzw"
+    // and the rest of HoComposition::compressions()); empty for the format's own default.
+    std::string compression = {};
 };
 
 // A composition: one tool graph and what a render of it needs (frames, rate, output depth,
@@ -40,6 +43,8 @@ public:
 
     // A composition with an empty graph named `name`.
     static HoComposition create(std::string const& name);
+    // The compressions an output may name. A format without the one named writes its default.
+    static std::vector<std::string> const& compressions();
     // Reads the text into a new graph, as one undoable edit. Raises HoRenderError naming
     // `origin`: malformed XML (with line and column), a newer version, an unknown tool (with
     // the registered ones), a bad connection, a value outside its input's range, a cycle.

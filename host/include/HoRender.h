@@ -97,7 +97,9 @@ public:
     // Writes under a temporary name beside the final one and renames it, so that a failure
     // leaves no file under the final name. The file's format follows the extension; the data
     // type is the image's depth where the file format has it, else the nearest it has.
-    static void write(HoImage const& image, std::string const& path);
+    // `compression` names the image library's compression, empty for the format's default.
+    static void write(HoImage const& image, std::string const& path,
+                      std::string const& compression = {});
     // Reads a file as float RGBA.
     static HoImage read(std::string const& path);
 

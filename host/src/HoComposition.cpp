@@ -212,9 +212,18 @@ HoComposition HoComposition::parse(std::string_view text, std::string const& ori
     c.depth = depth->second;
     for (XmlElement const& o : render.getChildren("Output")) {
         HoCompositionOutput out{o.getAttribute("node"), o.getAttribute("socket"),
-                                o.getAttribute("file")};
+                                o.getAttribute("file"), o.getAttribute("compression")};
         if (out.socket.empty())
             out.socket = "Output";
+        auto const& known = compressions();
+        if (!out.compression.empty() &&
+            std::find(known.begin(), known.end(), out.compression) == known.end()) {
+            std::string names;
+            for (std::string const& k : known)
+                names += (names.empty() ? "" : ", ") + k;
+            HO_FAIL(origin + ": the compression \"" + out.compression.substr(0, 64) +
+                    "\" of the output \"" + out.file.substr(0, 256) + "\" is not one of " + names);
+        }
         c.outputs.push_back(out);
     }
 
@@ -265,6 +274,8 @@ std::string HoComposition::toXml() const {
         e.setAttribute("node", o.node);
         e.setAttribute("socket", o.socket);
         e.setAttribute("file", o.file);
+        if (!o.compression.empty())
+            e.setAttribute("compression", o.compression);
     }
     std::vector<RCShdPtr<PiNode>> nodes;
     for (auto it = graph->getRootNode()->getNodes(); !it.atEnd(); it.next())
@@ -343,8 +354,15 @@ std::string HoComposition::describe() const {
         }
     }
     for (HoCompositionOutput const& o : outputs)
-        os << "output " << o.node << "." << o.socket << " -> " << o.file << "\n";
+        os << "output " << o.node << "." << o.socket << " -> " << o.file
+           << (o.compression.empty() ? "" : " (compression " + o.compression + ")") << "\n";
     return os.str();
+}
+
+std::vector<std::string> const& HoComposition::compressions() {
+    static std::vector<std::string> const names{"none", "rle",  "zip",  "zips", "piz", "pxr24",
+                                                "b44",  "b44a", "dwaa", "dwab", "lzw", "packbits"};
+    return names;
 }
 
 PxStrongHndl<PxImageProtocol const> HoComposition::imageOf(HoCompositionOutput const& o) const {
@@ -385,22 +403,22 @@ HoCompositionRender::run(HoComposition const& composition,
         HoCompositionOutput const what = c.outputs.front();
         c.outputs.clear();
         for (std::string const& f : files)
-            c.outputs.push_back({what.node, what.socket, f});
+            c.outputs.push_back({what.node, what.socket, f, what.compression});
     }
     c.validate();
     if (threads > 0)
         PxRequestMgr::getInstance().setMaxRunningWorkers(threads);
 
     // One image node per distinct socket: files of the same socket share a render.
-    std::vector<std::pair<HoCompositionOutput, std::vector<std::string>>> renders;
+    std::vector<std::pair<HoCompositionOutput, std::vector<HoCompositionOutput>>> renders;
     for (HoCompositionOutput const& o : c.outputs) {
         auto it = std::find_if(renders.begin(), renders.end(), [&](auto const& r) {
             return r.first.node == o.node && r.first.socket == o.socket;
         });
         if (it == renders.end())
-            renders.push_back({o, {o.file}});
+            renders.push_back({o, {o}});
         else
-            it->second.push_back(o.file);
+            it->second.push_back(o);
     }
     auto const fileOf = [&](std::string const& pattern, int f) {
         return c.first == c.last && !HoImageFile::hasFramePattern(pattern)
@@ -421,7 +439,7 @@ HoCompositionRender::run(HoComposition const& composition,
         }
         try {
             double const time = static_cast<double>(f) / c.rate.toDouble();
-            for (auto const& [output, names] : renders) {
+            for (auto const& [output, writes] : renders) {
                 HoImage const image = toDepth(
                     HoRenderer::renderFrame(c.imageOf(output), time,
                                             [&](int done, int tiles) {
@@ -429,8 +447,8 @@ HoCompositionRender::run(HoComposition const& composition,
                                                     progress({f, done, tiles, f - c.first, total});
                                             }),
                     c.depth);
-                for (std::string const& name : names)
-                    HoImageFile::write(image, fileOf(name, f));
+                for (HoCompositionOutput const& file : writes)
+                    HoImageFile::write(image, fileOf(file.file, f), file.compression);
             }
             result.rendered.push_back(f);
         } catch (ExBase const& e) {

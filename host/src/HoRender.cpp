@@ -303,7 +303,8 @@ bool HoGraphDump::renderPng(std::string const& dotPath, std::string const& pngPa
     return true;
 }
 
-void HoImageFile::write(HoImage const& image, std::string const& path) {
+void HoImageFile::write(HoImage const& image, std::string const& path,
+                        std::string const& compression) {
     namespace fs = std::filesystem;
     fs::path const final(path);
     if (final.has_parent_path()) {
@@ -321,6 +322,8 @@ void HoImageFile::write(HoImage const& image, std::string const& path) {
                          typeOf(image.format.getDepth()));
     if (image.format.getComps() == IxPixelFormat::RGBA)
         desc.alpha_channel = 3;
+    if (!compression.empty())
+        desc.attribute("compression", compression);
     bool ok = out->open(tmp.string(), desc);
     if (ok)
         ok = out->write_image(typeOf(image.format.getDepth()), image.pixels.data());

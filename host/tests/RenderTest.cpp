@@ -11,6 +11,7 @@
 #include "InPackageInit.h"
 #include "PxRequestMgr.h"
 
+#include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -401,6 +402,8 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
               "<Value name=\"Value\" type=\"1\">1.5</Value>"),
          "the value 1.5 of \"Background.Opacity\" is outside its range 0 to 1"},
         {edit("depth=\"float\"", "depth=\"deep\""), "the depth \"deep\" is not uint8"},
+        {edit("f.####.exr\"", "f.####.exr\" compression=\"zap\""),
+         "the compression \"zap\" of the output"},
         {edit("node=\"Over\"", "node=\"Under\""), "names the node \"Under\""},
         {edit("input=\"Front\" outputNode", "input=\"Width\" outputNode"), "archive: "},
         {edit("inputNode=\"4\" input=\"Source\" outputNode=\"1\"",
@@ -424,9 +427,21 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
 // Every frame on its own: written files are skipped while newer than the composition, a
 // missing one is made again, and a frame that fails leaves the others written.
 TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
+    // A second output of the same socket, without compression: its own files, the same pixels.
+    comp.outputs.push_back({comp.outputs[0].node, "Output", dir / "g.####.exr", "none"});
+    comp = HoComposition::parse(comp.toXml(), "comp.xml");
+    ASSERT_EQ(comp.outputs.at(1).compression, "none");
     HoCompositionRender render;
     HoCompositionRender::Result r = render.run(comp);
     EXPECT_EQ(r.rendered, (std::vector<int>{1, 2, 3}));
+    for (auto [file, compression] : {std::pair{"f.0002.exr", "zip"}, {"g.0002.exr", "none"}}) {
+        auto in = OIIO::ImageInput::open(dir / file);
+        ASSERT_TRUE(in) << file;
+        EXPECT_EQ(in->spec().get_string_attribute("compression"), compression) << file;
+    }
+    EXPECT_EQ(HoImageFile::read(dir / "g.0002.exr").pixels,
+              HoImageFile::read(dir / "f.0002.exr").pixels);
+    comp.outputs.pop_back();
     HoImage const second = HoImageFile::read(dir / "f.0002.exr");
     HoImage const want = frame(comp, 2);
     ASSERT_EQ(second.width, want.width);
