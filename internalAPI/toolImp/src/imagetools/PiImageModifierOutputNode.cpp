@@ -29,23 +29,27 @@ struct ShareKey {
     bool operator==(ShareKey const&) const = default;
 };
 
-// One value kept for the next to ask for it, without a lock: whoever finds the slot busy
-// does without it, which only means asking the graph below again.
+// One value kept for the next to ask for it, without a lock. Readers that leave the value in
+// place share the slot, so a whole frame read for every tile of it at once is asked once; a
+// writer, or a reader that takes the value, has it alone, and whoever finds it so does without
+// it, which only means asking the graph below again.
 template <class Value>
 class ShareSlot {
 public:
     void put(ShareKey const& key, Value const& value) {
         int state = _state.load(std::memory_order_relaxed);
-        if (state == BUSY ||
+        if ((state != EMPTY && state != FULL) ||
             !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
             return;
         _key = key;
         _value = value;
         _state.store(FULL, std::memory_order_release);
     }
-    // The value kept under the key; taken, it leaves the slot. A value of an older generation
-    // goes in any case.
+    // The value kept under the key; taken, it leaves the slot. A taker also clears a value of
+    // an older generation.
     std::optional<Value> get(ShareKey const& key, bool take) {
+        if (!take)
+            return read(key);
         int full = FULL;
         if (!_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
             return std::nullopt;
@@ -56,10 +60,8 @@ public:
         }
         std::optional<Value> r;
         if (!stale)
-            r = take ? std::move(_value) : _value;
-        if (take || stale)
-            return clear(), r;
-        _state.store(FULL, std::memory_order_release);
+            r = std::move(_value);
+        clear();
         return r;
     }
     void drop() {
@@ -69,7 +71,21 @@ public:
     }
 
 private:
-    enum { EMPTY, BUSY, FULL };
+    // FULL + n while n readers copy the value.
+    enum : int { BUSY = -1, EMPTY = 0, FULL = 1 };
+    std::optional<Value> read(ShareKey const& key) {
+        int state = _state.load(std::memory_order_relaxed);
+        do {
+            if (state < FULL)
+                return std::nullopt;
+        } while (!_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                               std::memory_order_relaxed));
+        std::optional<Value> r;
+        if (_key == key)
+            r = _value;
+        _state.fetch_sub(1, std::memory_order_release);
+        return r;
+    }
     void clear() {
         _value = {};
         _state.store(EMPTY, std::memory_order_release);
