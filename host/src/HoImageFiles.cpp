@@ -126,10 +126,10 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
     OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
     Imp& imp = *file->_imp;
     refuseTruncatedPng(path);
-    imp.in = OIIO::ImageInput::open(path);
-    if (!imp.in)
-        refuse("read", path, firstLine(OIIO::geterror()));
-    imp.header = imp.in->spec();
+    // Opened with a header to fill: the reader's own copy stays with it.
+    imp.in = OIIO::ImageInput::create(path);
+    if (!imp.in || !imp.in->open(path, imp.header))
+        refuse("read", path, firstLine(imp.in ? imp.in->geterror() : OIIO::geterror()));
     OIIO::ImageSpec const& s = imp.header;
     if (s.width < 1 || s.height < 1 || s.nchannels < 1 || s.depth != 1 ||
         s.width > getMaxRect().xmax || s.height > getMaxRect().ymax)

@@ -342,10 +342,10 @@ void HoImageFile::write(HoImage const& image, std::string const& path,
 }
 
 HoImage HoImageFile::read(std::string const& path) {
-    auto in = OIIO::ImageInput::open(path);
-    if (!in)
-        HO_FAIL("cannot read '" + path + "': " + firstLine(OIIO::geterror()));
-    OIIO::ImageSpec const& desc = in->spec();
+    auto in = OIIO::ImageInput::create(path);
+    OIIO::ImageSpec desc;
+    if (!in || !in->open(path, desc))
+        HO_FAIL("cannot read '" + path + "': " + firstLine(in ? in->geterror() : OIIO::geterror()));
     HoImage image;
     image.width = desc.width;
     image.height = desc.height;

@@ -11,6 +11,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 namespace Vn {
 
@@ -59,26 +60,25 @@ std::string PiFile::getPathText() const {
     return WideStringUtil::narrowMB(_path);
 }
 
-void PiFile::closeStreamQuietly() noexcept {
-    if (!_stream)
-        return;
+namespace {
+// Closes the stream once; the system's error number when the close failed, else 0.
+int closeOnce(std::FILE*& stream) noexcept {
+    if (!stream)
+        return 0;
     OsFile::FileDescriptorManipGuard const guard;
-    int const rc = std::fclose(_stream);
-    int const error = errno;
-    _stream = nullptr;
-    if (rc != 0)
+    int const rc = std::fclose(std::exchange(stream, nullptr));
+    return rc != 0 ? errno : 0;
+}
+} // namespace
+
+void PiFile::closeStreamQuietly() noexcept {
+    if (int const error = closeOnce(_stream))
         VN_LOG(logGroup(), 0,
                "closing \"" << getPathText() << "\" failed: " << std::strerror(error));
 }
 
 void PiFile::closeStream() {
-    if (!_stream)
-        return;
-    OsFile::FileDescriptorManipGuard const guard;
-    int const rc = std::fclose(_stream);
-    int const error = errno;
-    _stream = nullptr;
-    if (rc != 0)
+    if (int const error = closeOnce(_stream))
         throw OsFileError(__FILE__, __LINE__, "close", getPathText(), error);
 }
 
