@@ -86,6 +86,32 @@ private:
     bool _fullFrame;
 };
 
+// Its source's pixels over a region moved right, for the regions a modifier unites.
+class ShiftNode final : public PxImageNode {
+public:
+    ShiftNode(Image const& source, float dx)
+        : PxNode(PxNode::Init{"shift"}), PxImageNode(PxNode::Init{"shift"}, source), _dx(dx) {}
+    PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
+        PxRODResult const r = getPrimary()->getImageROD(context);
+        GeRectangle<float> rod = r.getROD();
+        rod.xmin += _dx;
+        rod.xmax += _dx;
+        return {rod, r.getValidityInterval()};
+    }
+    PxImageResult getImageResult(PxImageContext const& context) const override {
+        return getPrimary()->getImageResult(context);
+    }
+
+protected:
+    void init() override {
+        PxImageNode::init();
+        registerChild(getPrimary());
+    }
+
+private:
+    float _dx;
+};
+
 Image finish(PxImageNode* n) {
     PxStrongHndl<PxImageNode> h(n);
     PxNode::init(PxStrongHndl<PxNode>(h));
@@ -122,7 +148,8 @@ public:
 // input that follows the primary's components and depth.
 class ProbeController final : public HoToolController, public PiImageModifier {
 public:
-    ProbeController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
+    ProbeController(Counter* c, bool fullFrame, float shift = 0)
+        : _c(c), _fullFrame(fullFrame), _shift(shift) {}
     PiToolTopologyInterface::Node
     createInputProcNode(RCShdPtr<PiInput> const& in,
                         PiToolTopologyInterface::Node const& child) override {
@@ -133,6 +160,8 @@ public:
         createModifierProcNode(p);
     }
     Image createFrontNode(PiToolTopologyInterface::OutputPublisher&, Image const& back) override {
+        if (_shift != 0)
+            return finish(new ShiftNode(back, _shift));
         return finish(new CountNode(back, _c, _fullFrame));
     }
 
@@ -140,13 +169,16 @@ private:
     void valueChanged(RCShdPtr<PiValue> const& value) override { storedValueChanged(value); }
     Counter* _c;
     bool _fullFrame;
+    float _shift;
 };
 
 class ProbeProtocol final : public PiImageModifierProtocol {
 public:
-    ProbeProtocol(Counter* c, bool fullFrame, bool layers = false)
+    ProbeProtocol(Counter* c, bool fullFrame, bool layers = false, float shift = 0)
         : PiImageModifierProtocol("Probe", "Test", "1.0"), _c(c), _fullFrame(fullFrame),
-          _layers(layers) {}
+          _layers(layers), _shift(shift) {}
+    bool supportsAffectRgb() const override { return _shift != 0; }
+    bool supportsAffectAlpha() const override { return _shift != 0; }
     void describe(PiToolPolicyDescriptor& d) const override {
         d.require("Source", PiSocketType::IMAGE,
                   PiImageInputPolicy::createPrimary(PiImageInputPolicy::RGBA_COMPONENTS,
@@ -161,11 +193,12 @@ public:
     std::string getPrimaryInput() const override { return _layers ? "Layers" : "Source"; }
     std::string getPrimaryOutput() const override { return "Output"; }
     RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new ProbeController(_c, _fullFrame));
+        return RCShdPtr<PiNodeController>(new ProbeController(_c, _fullFrame, _shift));
     }
     Counter* _c;
     bool _fullFrame;
     bool _layers;
+    float _shift;
 };
 
 template <class P, class... A>
@@ -529,4 +562,51 @@ TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
             << depth;
     }
     m->removeConversionHandler(&events);
+}
+
+// Where the tool leaves components or pixels to the back, its region covers the back's, the
+// front's and, masking, the mask's; changing every component unmasked, it is the front's alone.
+TEST_F(ImageModifierTest, RegionUnitesWhatShowsThrough) {
+    using Affect = PiImageModifierTypes::AffectType;
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
+    RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern", 8, 60);
+    RCShdPtr<PiToolNode> const probe =
+        add(tool<ProbeProtocol>(nullptr, false, false, 10.0f), "Probe");
+    connect(src, probe, "Source");
+    renderTool(probe);
+    RCShdPtr<PiImageModifier> const m = modifier(probe);
+    using R = GeRectangle<float>;
+    R const back(0, kW, 0, kH), front(10, kW + 10, 0, kH), mask(0, 8, 0, 60);
+    // The rows without a mask come first: it stays connected once connected.
+    struct Case {
+        char const* name;
+        Affect affect;
+        bool masked, active, mute;
+        R want;
+    };
+    Case const cases[] = {
+        {"all components", PiImageModifierTypes::AFFECT_RGBA, false, true, false, front},
+        {"colour", PiImageModifierTypes::AFFECT_RGB, false, true, false, back.unite(front)},
+        {"alpha", PiImageModifierTypes::AFFECT_ALPHA, false, true, false, back.unite(front)},
+        {"masked", PiImageModifierTypes::AFFECT_RGBA, true, true, false,
+         back.unite(front).unite(mask)},
+        {"mask off", PiImageModifierTypes::AFFECT_RGBA, true, false, false, front},
+        {"muted", PiImageModifierTypes::AFFECT_RGB, true, true, true, back},
+    };
+    for (Case const& c : cases) {
+        {
+            PiUndoGuard guard(*graph, c.name);
+            m->setAffect(c.affect);
+            m->setMute(c.mute);
+        }
+        set<bool>(probe, "Mask Active", c.active);
+        if (c.masked && !probe->findInput("Mask")->getConnectedOutput())
+            connect(maskSrc, probe, "Mask");
+        renderTool(probe);
+        R const got = m->getOutputNode()->getImageROD(PxTimeStreamContext(0.0, 0)).getROD();
+        EXPECT_EQ(got.xmin, c.want.xmin) << c.name;
+        EXPECT_EQ(got.xmax, c.want.xmax) << c.name;
+        EXPECT_EQ(got.ymin, c.want.ymin) << c.name;
+        EXPECT_EQ(got.ymax, c.want.ymax) << c.name;
+    }
 }
