@@ -264,16 +264,20 @@ int main(int argc, char** argv) {
     }
     // The sampler's vector paths against their SSE2 forms: blocked walks weigh pixels, scanline
     // walks mostly refill blocks.
-    for (bool const blocked : {true, false}) {
-        std::string const walk = blocked ? "Blocked" : "Scanline";
-        std::string const mine = "Ours_Bilinear_1to1_" + walk;
-        benchmark::RegisterBenchmark(name(mine + "_SSE2"), [blocked](benchmark::State& s) {
+    struct PathPair {
+        int filter;
+        bool blocked;
+    };
+    for (PathPair const pp : {PathPair{1, true}, PathPair{1, false}, PathPair{3, true}}) {
+        std::string const mine = "Ours_" + std::string(filterNames[pp.filter]) + "_1to1_" +
+                                 (pp.blocked ? "Blocked" : "Scanline");
+        benchmark::RegisterBenchmark(name(mine + "_SSE2"), [pp](benchmark::State& s) {
             IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
-            ours(s, 1, kTransforms[0], blocked);
+            ours(s, pp.filter, kTransforms[0], pp.blocked);
             IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
         })->Unit(benchmark::kMillisecond);
-        pairs.push_back({name("bilinear 1to1 " + walk + ", vector path / SSE2"), name(mine),
-                         name(mine + "_SSE2")});
+        pairs.push_back(
+            {name(mine.substr(5) + ", vector path / SSE2"), name(mine), name(mine + "_SSE2")});
     }
     int const rc = VnBench::runWithRatios(argc, argv, pairs);
     std::filesystem::remove(source().exrPath);
