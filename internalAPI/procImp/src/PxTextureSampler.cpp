@@ -319,6 +319,13 @@ void PxTextureSampler::refillTile(Color* block, int x, int y) const {
                 held = whole ? &g : nullptr;
             }
             if (held) {
+                // The rows below are most likely next: ask for them while this one is copied.
+                if (sy + 2 < held->getPixelRegion().ymax) {
+                    auto const* next =
+                        reinterpret_cast<char const*>(held->getPixel<float>(x, sy + 2));
+                    for (int k = 0; k < TILE_SIZE_X * 16; k += 64)
+                        _mm_prefetch(next + k, _MM_HINT_T0);
+                }
                 passRow(f, held->getPixel<float>(x, sy), pass);
                 continue;
             }
