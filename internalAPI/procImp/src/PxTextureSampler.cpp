@@ -313,9 +313,11 @@ void PxTextureSampler::refillTile(Color* block, int x, int y) const {
             if (!held || sy < held->getPixelRegion().ymin || sy >= held->getPixelRegion().ymax) {
                 IxReadGuard const& g = _fetcher->getGuard(x, sy);
                 IxPixelFormat const& gf = g.getPixelFormat();
+                GeRectangle<int> const& gr = g.getPixelRegion();
+                // A tile that does not hold the row is left to the row copy, which refuses it.
                 bool const whole = gf.getComps() == IxPixelFormat::RGBA &&
-                                   gf.getDepth() == IxPixelFormat::FLOAT32 &&
-                                   x + TILE_SIZE_X <= g.getPixelRegion().xmax;
+                                   gf.getDepth() == IxPixelFormat::FLOAT32 && gr.xmin <= x &&
+                                   x + TILE_SIZE_X <= gr.xmax && gr.ymin <= sy && sy < gr.ymax;
                 held = whole ? &g : nullptr;
             }
             if (held) {
@@ -346,9 +348,10 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
     // allow. A tile may reach past the region; what it holds there is not the image's.
     auto copy = [&](int c, int px) {
         IxReadGuard const& g = _fetcher->getGuard(px, sy);
+        // A guard that does not hold px would be read outside its memory, or leave c where it
+        // is for ever.
+        VN_ASSERT(g.getPixelRegion().contains(px, sy));
         int const n = std::min(std::min(g.getPixelRegion().xmax, x1) - px, end - c);
-        // A guard that does not hold px would leave c where it is for ever.
-        VN_ASSERT(n > 0);
         IxConvertUtil::readFrom(row + (c - x), g.getAddress(px, sy), n,
                                 imFormat(g.getPixelFormat()));
         return c + n;
@@ -382,8 +385,8 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
                 break;
             }
             IxReadGuard const& g = _fetcher->getGuard(px, sy);
+            VN_ASSERT(g.getPixelRegion().contains(px, sy));
             int const n = std::min(px - std::max(g.getPixelRegion().xmin, x0) + 1, end - c);
-            VN_ASSERT(n > 0);
             Color* out = row + (c - x);
             IxConvertUtil::readFrom(out, g.getAddress(px - n + 1, sy), n,
                                     imFormat(g.getPixelFormat()));

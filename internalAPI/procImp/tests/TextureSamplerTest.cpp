@@ -449,16 +449,23 @@ TEST_F(TextureSampler, TilesWiderThanTheRegionAreReadOnlyInsideIt) {
                         << "filter " << filter << " wrap " << wrap << " at " << x << "," << y;
                 }
         }
-    // A fetcher whose tile does not hold the pixel asked is a failed check, not an endless loop.
-    IxReadGuard const first(img.tiles[0]);
-    for (int wrap = 0; wrap < 4; ++wrap) {
-        auto* wrong = new CountingFetcher(img.fetcher(), r);
-        wrong->fixed = &first;
-        OPtr<SdTextureSampler> const s =
-            makeSampler(img, pixelParams(r, 0, wrap, wrap), OPtr<PxImageFetcherBase>(wrong));
-        EXPECT_THROW(s->sample(GePoint<double>{35.0, 3.0}, GeLinearMatrix2<double>()), ExBase)
-            << wrap;
-    }
+    // A fetcher whose tile does not hold the pixel asked is a failed check, not an endless loop
+    // (the tile ends before the pixel) nor a read outside the tile (it starts after it).
+    struct Wrong {
+        int tile;
+        GePoint<double> at;
+    };
+    for (Wrong const w : {Wrong{0, {35.0, 3.0}}, Wrong{1, {3.0, 3.0}}})
+        for (int wrap = 0; wrap < 4; ++wrap) {
+            IxReadGuard const tile(img.tiles[w.tile]);
+            ASSERT_FALSE(tile.getPixelRegion().contains(int(w.at.x), int(w.at.y)));
+            auto* wrong = new CountingFetcher(img.fetcher(), r);
+            wrong->fixed = &tile;
+            OPtr<SdTextureSampler> const s =
+                makeSampler(img, pixelParams(r, 0, wrap, wrap), OPtr<PxImageFetcherBase>(wrong));
+            EXPECT_THROW(s->sample(w.at, GeLinearMatrix2<double>()), ExBase)
+                << "tile " << w.tile << " wrap " << wrap;
+        }
 }
 
 TEST_F(TextureSampler, ANullFetcherIsRefused) {
