@@ -262,14 +262,23 @@ int main(int argc, char** argv) {
                          name("Ours_EWAGauss_" + tn + "_Scanline"),
                          name("Magick_distort_EWAGauss_" + tn)});
     }
-    // The sampler's vector path against its SSE2 one.
-    benchmark::RegisterBenchmark("Ours_Bilinear_1to1_Blocked_SSE2", [](benchmark::State& s) {
-        IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
-        ours(s, 1, kTransforms[0], true);
-        IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
-    })->Unit(benchmark::kMillisecond);
-    pairs.push_back({"bilinear 1to1 blocked, vector path / SSE2", "Ours_Bilinear_1to1_Blocked",
-                     "Ours_Bilinear_1to1_Blocked_SSE2"});
+    // The sampler's vector paths against their SSE2 forms: blocked walks weigh pixels, scanline
+    // walks mostly refill blocks.
+    struct PathPair {
+        int filter;
+        bool blocked;
+    };
+    for (PathPair const pp : {PathPair{1, true}, PathPair{1, false}, PathPair{3, true}}) {
+        std::string const mine = "Ours_" + std::string(filterNames[pp.filter]) + "_1to1_" +
+                                 (pp.blocked ? "Blocked" : "Scanline");
+        benchmark::RegisterBenchmark(name(mine + "_SSE2"), [pp](benchmark::State& s) {
+            IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
+            ours(s, pp.filter, kTransforms[0], pp.blocked);
+            IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
+        })->Unit(benchmark::kMillisecond);
+        pairs.push_back(
+            {name(mine.substr(5) + ", vector path / SSE2"), name(mine), name(mine + "_SSE2")});
+    }
     int const rc = VnBench::runWithRatios(argc, argv, pairs);
     std::filesystem::remove(source().exrPath);
     MagickCoreTerminus();

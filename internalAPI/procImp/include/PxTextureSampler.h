@@ -90,6 +90,13 @@ protected:
     template <class F>
     void eachCellInCache(GePoint<double> const& p, GeVector2<double> const& step, int n, Color* out,
                          F const& f) const;
+    // eachCellInCache two cells at a time for the AVX2 path: two neighbouring cells whose
+    // windows (Lo pixels before to Hi after the cell on each axis) lie inside the remembered
+    // block go to pair(fx, fy, first pixels, out) together; the others go to one as in
+    // eachCellInCache.
+    template <int Lo, int Hi, class Pair, class One>
+    void eachCellPairInCache(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                             Color* out, Pair const& pair, One const& one) const;
     // An integer pixel position kept inside the clamp box.
     int clampX(int x) const noexcept;
     int clampY(int y) const noexcept;

@@ -2,7 +2,9 @@
 
 #include "IpFastMath.h"
 
-#include <emmintrin.h>
+#include "IxConvertUtil.h"
+
+#include <immintrin.h>
 
 namespace Vn {
 
@@ -40,7 +42,14 @@ inline Color unpremultiply(__m128 v) noexcept {
 
 // The same on n colours in place, the reciprocals of four alphas at once. The division is
 // IEEE's in either form; the estimate's cut only clears bits, as 1/d is never NaN here.
+int unpremultiplyRowAvx2(Color* c, int n) noexcept;
+
 void unpremultiplyRow(Color* c, int n) noexcept {
+    if (IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2) {
+        int const done = unpremultiplyRowAvx2(c, n);
+        c += done;
+        n -= done;
+    }
     __m128 const abs = _mm_castsi128_ps(_mm_set1_epi32(0x7fffffff));
     __m128 const cut = _mm_castsi128_ps(_mm_set1_epi32(static_cast<int>(0xfffff800u)));
     __m128 const rgb = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
@@ -69,6 +78,41 @@ void unpremultiplyRow(Color* c, int n) noexcept {
     }
     for (; i < n; ++i)
         c[i] = unpremultiply(lanes(c[i]));
+}
+
+// unpremultiplyRow eight colours at a time, the reciprocals of eight alphas in one division and
+// the same operations lane by lane. Returns how many it did, a multiple of 8.
+__attribute__((target("avx2"))) int unpremultiplyRowAvx2(Color* c, int n) noexcept {
+    __m256 const abs = _mm256_castsi256_ps(_mm256_set1_epi32(0x7fffffff));
+    __m256 const cut = _mm256_castsi256_ps(_mm256_set1_epi32(static_cast<int>(0xfffff800u)));
+    __m256 const alpha = _mm256_setr_ps(0.0f, 0.0f, 0.0f, kAlphaRcp, 0.0f, 0.0f, 0.0f, kAlphaRcp);
+    __m256 const zero = _mm256_setzero_ps();
+    auto* f = reinterpret_cast<float*>(c);
+    int i = 0;
+    for (; i + 8 <= n; i += 8, f += 32) {
+        __m256 const c0 = _mm256_loadu_ps(f); // colours 0 and 1
+        __m256 const c1 = _mm256_loadu_ps(f + 8);
+        __m256 const c2 = _mm256_loadu_ps(f + 16);
+        __m256 const c3 = _mm256_loadu_ps(f + 24);
+        // Alphas of colours 0 2 4 6 | 1 3 5 7.
+        __m256 const a = _mm256_shuffle_ps(_mm256_unpackhi_ps(c0, c1), _mm256_unpackhi_ps(c2, c3),
+                                           _MM_SHUFFLE(3, 2, 3, 2));
+        __m256 const d = _mm256_and_ps(
+            a, _mm256_cmp_ps(_mm256_and_ps(a, abs), _mm256_set1_ps(1e-8f), _CMP_GE_OQ));
+        __m256 const est = _mm256_and_ps(_mm256_div_ps(_mm256_set1_ps(1.0f), d), cut);
+        __m256 const e = _mm256_sub_ps(_mm256_mul_ps(_mm256_set1_ps(2.0f), est),
+                                       _mm256_mul_ps(_mm256_mul_ps(d, est), est));
+        auto one = [&](__m256 v, __m256 ek, float* out) __attribute__((target("avx2"))) {
+            __m256 const q = _mm256_mul_ps(v, _mm256_blend_ps(ek, alpha, 0x88));
+            _mm256_storeu_ps(
+                out, _mm256_and_ps(q, _mm256_cmp_ps(_mm256_sub_ps(q, q), zero, _CMP_EQ_OQ)));
+        };
+        one(c0, _mm256_permute_ps(e, _MM_SHUFFLE(0, 0, 0, 0)), f);
+        one(c1, _mm256_permute_ps(e, _MM_SHUFFLE(1, 1, 1, 1)), f + 8);
+        one(c2, _mm256_permute_ps(e, _MM_SHUFFLE(2, 2, 2, 2)), f + 16);
+        one(c3, _mm256_permute_ps(e, _MM_SHUFFLE(3, 3, 3, 3)), f + 24);
+    }
+    return i;
 }
 
 using Cell = PxTextureSampler::Cell;
@@ -108,6 +152,66 @@ void PxTextureSampler::eachCellInCache(GePoint<double> const& p, GeVector2<doubl
         }
     }
 }
+
+template <int Lo, int Hi, class Pair, class One>
+__attribute__((target("avx2"))) void
+PxTextureSampler::eachCellPairInCache(GePoint<double> const& p, GeVector2<double> const& step,
+                                      int n, Color* out, Pair const& pair, One const& one) const {
+    alignas(16) int ix[ROW_CHUNK];
+    alignas(16) int iy[ROW_CHUNK];
+    alignas(16) float fx[ROW_CHUNK];
+    alignas(16) float fy[ROW_CHUNK];
+    constexpr int kMask = TILE_SIZE_X - 1;
+    int bx = 0; // no block's key, as in eachCellInCache
+    int by = 0;
+    Color const* origin = nullptr;
+    auto inBlock = [&](int x, int y) {
+        return ((x - Lo) | kMask) == bx && ((x + Hi) | kMask) == bx && ((y - Lo) | kMask) == by &&
+               ((y + Hi) | kMask) == by;
+    };
+    auto at = [&](int x, int y) {
+        return origin + (y & kMask) * TILE_SIZE_X + (x & kMask);
+    };
+    for (int first = 0; first < n; first += ROW_CHUNK) {
+        int const m = std::min(ROW_CHUNK, n - first);
+        mapRow(p, step, first, m, ix, iy, fx, fy);
+        int i = 0;
+        while (i < m) {
+            if (i + 1 < m && inBlock(ix[i], iy[i]) && inBlock(ix[i + 1], iy[i + 1])) {
+                pair(fx + i, fy + i, at(ix[i], iy[i]), at(ix[i + 1], iy[i + 1]), out + first + i);
+                i += 2;
+                continue;
+            }
+            int const x = ix[i];
+            int const y = iy[i];
+            if ((x | kMask) != bx || (y | kMask) != by) {
+                bx = x | kMask;
+                by = y | kMask;
+                origin = lookup(x, y) - (x & kMask) - (y & kMask) * TILE_SIZE_X;
+            }
+            out[first + i] = one(Cell{x, y, fx[i], fy[i]}, at(x, y));
+            ++i;
+        }
+    }
+}
+
+namespace {
+
+// Two colours as the halves of a register.
+__attribute__((target("avx2"), always_inline)) inline __m256 halves(Color const& lo,
+                                                                    Color const& hi) noexcept {
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(lanes(lo)), lanes(hi), 1);
+}
+
+__attribute__((target("avx2"), always_inline)) inline __m256 halves(float lo, float hi) noexcept {
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_set1_ps(lo)), _mm_set1_ps(hi), 1);
+}
+
+bool avx2() noexcept {
+    return IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2;
+}
+
+} // namespace
 
 // ---- nearest ----
 
@@ -179,6 +283,25 @@ __attribute__((always_inline)) inline __m128 bilinear(Cell const& c, Color const
     return lerp(top, bottom, c.fy);
 }
 
+// bilinear for two cells at once, one per half, lane by lane as the single form.
+struct BilinearPair {
+    __attribute__((target("avx2"))) void operator()(float const* fx, float const* fy,
+                                                    Color const* p0, Color const* p1,
+                                                    Color* out) const noexcept {
+        constexpr int kRow = PxTextureSampler::TILE_SIZE_X;
+        __m256 const c00 = halves(p0[0], p1[0]);
+        __m256 const c10 = halves(p0[1], p1[1]);
+        __m256 const c01 = halves(p0[kRow], p1[kRow]);
+        __m256 const c11 = halves(p0[kRow + 1], p1[kRow + 1]);
+        __m256 const tx = halves(fx[0], fx[1]);
+        __m256 const ty = halves(fy[0], fy[1]);
+        __m256 const top = _mm256_add_ps(c00, _mm256_mul_ps(tx, _mm256_sub_ps(c10, c00)));
+        __m256 const bottom = _mm256_add_ps(c01, _mm256_mul_ps(tx, _mm256_sub_ps(c11, c01)));
+        _mm256_storeu_ps(&out->r,
+                         _mm256_add_ps(top, _mm256_mul_ps(ty, _mm256_sub_ps(bottom, top))));
+    }
+};
+
 } // namespace
 
 PxBilinearSampler::PxBilinearSampler(PxNodePtr<PxImageProtocol const> const& node,
@@ -211,8 +334,13 @@ void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> co
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    eachCellInCache(p, step, n, out,
-                    [&](Cell const& c, Color const* px) { return colour(bilinear(c, px, read)); });
+    auto one = [&](Cell const& c, Color const* px) {
+        return colour(bilinear(c, px, read));
+    };
+    if (avx2())
+        eachCellPairInCache<0, 1>(p, step, n, out, BilinearPair{}, one);
+    else
+        eachCellInCache(p, step, n, out, one);
     unpremultiplyRow(out, n);
 }
 
@@ -248,8 +376,13 @@ void PxBilinearRGBSampler::sampleRow(GePoint<double> const& p, GeVector2<double>
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
-    eachCellInCache(p, step, n, out,
-                    [&](Cell const& c, Color const* px) { return colour(bilinear(c, px, read)); });
+    auto one = [&](Cell const& c, Color const* px) {
+        return colour(bilinear(c, px, read));
+    };
+    if (avx2())
+        eachCellPairInCache<0, 1>(p, step, n, out, BilinearPair{}, one);
+    else
+        eachCellInCache(p, step, n, out, one);
 }
 
 // ---- Mitchell ----
@@ -289,6 +422,54 @@ inline __m128 weigh4(__m128 p0, __m128 p1, __m128 p2, __m128 p3, __m128 w) noexc
     return _mm_add_ps(_mm_add_ps(_mm_mul_ps(p0, lane<0>(w)), _mm_mul_ps(p1, lane<1>(w))),
                       _mm_add_ps(_mm_mul_ps(p2, lane<2>(w)), _mm_mul_ps(p3, lane<3>(w))));
 }
+
+// mitchellWeights of two fractions, one per half.
+__attribute__((target("avx2"), always_inline)) inline __m256 mitchellWeights(float t0,
+                                                                             float t1) noexcept {
+    __m256 const c3 =
+        _mm256_setr_ps(float(-7.0 / 18.0), float(7.0 / 6.0), float(-7.0 / 6.0), float(7.0 / 18.0),
+                       float(-7.0 / 18.0), float(7.0 / 6.0), float(-7.0 / 6.0), float(7.0 / 18.0));
+    __m256 const c2 = _mm256_setr_ps(2.0f, -2.0f, -2.0f, 2.0f, 2.0f, -2.0f, -2.0f, 2.0f);
+    __m256 const c1 = _mm256_setr_ps(float(-10.0 / 3.0), 0.0f, 0.0f, float(10.0 / 3.0),
+                                     float(-10.0 / 3.0), 0.0f, 0.0f, float(10.0 / 3.0));
+    __m256 const c0 =
+        _mm256_setr_ps(float(16.0 / 9.0), float(8.0 / 9.0), float(8.0 / 9.0), float(16.0 / 9.0),
+                       float(16.0 / 9.0), float(8.0 / 9.0), float(8.0 / 9.0), float(16.0 / 9.0));
+    __m256 const u = _mm256_add_ps(
+        halves(t0, t1), _mm256_setr_ps(1.0f, 0.0f, -1.0f, -2.0f, 1.0f, 0.0f, -1.0f, -2.0f));
+    return _mm256_add_ps(
+        _mm256_mul_ps(_mm256_add_ps(_mm256_mul_ps(_mm256_add_ps(_mm256_mul_ps(c3, u), c2), u), c1),
+                      u),
+        c0);
+}
+
+// weigh4 on two colours a register, each half with the weights of its half.
+__attribute__((target("avx2"), always_inline)) inline __m256 weigh4(__m256 p0, __m256 p1, __m256 p2,
+                                                                    __m256 p3, __m256 w) noexcept {
+    return _mm256_add_ps(
+        _mm256_add_ps(_mm256_mul_ps(p0, _mm256_permute_ps(w, _MM_SHUFFLE(0, 0, 0, 0))),
+                      _mm256_mul_ps(p1, _mm256_permute_ps(w, _MM_SHUFFLE(1, 1, 1, 1)))),
+        _mm256_add_ps(_mm256_mul_ps(p2, _mm256_permute_ps(w, _MM_SHUFFLE(2, 2, 2, 2))),
+                      _mm256_mul_ps(p3, _mm256_permute_ps(w, _MM_SHUFFLE(3, 3, 3, 3)))));
+}
+
+// The Mitchell sum before the division for two cells at once, one per half.
+struct MitchellPair {
+    __attribute__((target("avx2"))) void operator()(float const* fx, float const* fy,
+                                                    Color const* p0, Color const* p1,
+                                                    Color* out) const noexcept {
+        constexpr int kRow = PxTextureSampler::TILE_SIZE_X;
+        __m256 const wx = mitchellWeights(fx[0], fx[1]);
+        __m256 const wy = mitchellWeights(fy[0], fy[1]);
+        __m256 rows[4];
+        Color const* a = p0 - 1 - kRow;
+        Color const* b = p1 - 1 - kRow;
+        for (int j = 0; j < 4; ++j, a += kRow, b += kRow)
+            rows[j] = weigh4(halves(a[0], b[0]), halves(a[1], b[1]), halves(a[2], b[2]),
+                             halves(a[3], b[3]), wx);
+        _mm256_storeu_ps(&out->r, weigh4(rows[0], rows[1], rows[2], rows[3], wy));
+    }
+};
 
 } // namespace
 
@@ -334,8 +515,13 @@ Color PxMitchellSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float>
 
 void PxMitchellSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                   GeLinearMatrix2<float> const&, Color* out) const {
-    eachCellInCache(p, step, n, out,
-                    [this](Cell const& c, Color const* px) { return premultipliedAt(c, px); });
+    auto one = [this](Cell const& c, Color const* px) {
+        return premultipliedAt(c, px);
+    };
+    if (avx2())
+        eachCellPairInCache<1, 2>(p, step, n, out, MitchellPair{}, one);
+    else
+        eachCellInCache(p, step, n, out, one);
     unpremultiplyRow(out, n);
 }
 

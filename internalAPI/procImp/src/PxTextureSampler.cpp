@@ -235,17 +235,73 @@ int PxTextureSampler::clampY(int y) const noexcept {
     return static_cast<int>(std::min(_clamp[3], std::max(_clamp[2], static_cast<double>(y))));
 }
 
+namespace {
+
+enum class RowPass { COPY, PREMULTIPLY, SPREAD };
+
+// A block row of 32 float RGBA pixels from in to out with the block's pass folded in: copied,
+// premultiplied (rgb times alpha, alpha kept) or alpha spread over the four components. Lane by
+// lane as the scalar forms, so every path gives the same bits.
+void passRowSse2(float* out, float const* in, RowPass pass) noexcept {
+    __m128 const rgb = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+    for (int i = 0; i < 4 * PxTextureSampler::TILE_SIZE_X; i += 4) {
+        __m128 const c = _mm_loadu_ps(in + i);
+        __m128 const a = _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 3, 3));
+        __m128 v = c;
+        if (pass == RowPass::PREMULTIPLY)
+            v = _mm_or_ps(_mm_and_ps(_mm_mul_ps(c, a), rgb), _mm_andnot_ps(rgb, c));
+        else if (pass == RowPass::SPREAD)
+            v = a;
+        _mm_storeu_ps(out + i, v);
+    }
+}
+
+// The same two pixels a register, the row a loop of eight wide loads.
+__attribute__((target("avx2"))) void passRowAvx2(float* out, float const* in,
+                                                 RowPass pass) noexcept {
+    for (int i = 0; i < 4 * PxTextureSampler::TILE_SIZE_X; i += 16) {
+        __m256 const c0 = _mm256_loadu_ps(in + i);
+        __m256 const c1 = _mm256_loadu_ps(in + i + 8);
+        __m256 v0 = c0;
+        __m256 v1 = c1;
+        if (pass != RowPass::COPY) {
+            __m256 const a0 = _mm256_permute_ps(c0, _MM_SHUFFLE(3, 3, 3, 3));
+            __m256 const a1 = _mm256_permute_ps(c1, _MM_SHUFFLE(3, 3, 3, 3));
+            if (pass == RowPass::PREMULTIPLY) {
+                v0 = _mm256_blend_ps(_mm256_mul_ps(c0, a0), c0, 0x88);
+                v1 = _mm256_blend_ps(_mm256_mul_ps(c1, a1), c1, 0x88);
+            } else {
+                v0 = a0;
+                v1 = a1;
+            }
+        }
+        _mm256_storeu_ps(out + i, v0);
+        _mm256_storeu_ps(out + i + 8, v1);
+    }
+}
+
+} // namespace
+
 void PxTextureSampler::refillTile(Color* block, int x, int y) const {
     // Alpha images spread their alpha over the four components; straight RGBA is premultiplied.
-    // Both are done on each row while it is at hand, lane by lane as the scalar forms.
+    // Both are done on each row while it is at hand.
     bool const spread = _format.getComps() == IxPixelFormat::ALPHA;
     bool const premultiply =
         !spread && _alpha == ALPHA_PREMULTIPLY && _format.getComps() == IxPixelFormat::RGBA;
-    __m128 const rgb = _mm_castsi128_ps(_mm_setr_epi32(-1, -1, -1, 0));
+    RowPass const pass =
+        spread ? RowPass::SPREAD : (premultiply ? RowPass::PREMULTIPLY : RowPass::COPY);
+    auto const passRow = IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2
+                             ? &passRowAvx2
+                             : &passRowSse2;
+    // Rows of float RGBA tiles that hold the block's whole width are read in place, in one
+    // pass; the tile of the last such row serves the next rows it holds without asking the
+    // fetcher again (no other fetch comes between, so the reference stays good).
+    IxReadGuard const* held = nullptr;
     for (int r = 0; r < TILE_SIZE_Y; ++r) {
         Color* row = block + r * TILE_SIZE_X;
         int const yy = y + r;
         GeRectangle<int> const region = _fetcher->getImageRegion();
+        bool const inside = region.xmin <= x && x + TILE_SIZE_X <= region.xmax;
         if (region.isEmpty() || (_wrapT == WRAP_BLACK && (yy < region.ymin || yy >= region.ymax))) {
             // Black stays black through either pass.
             std::fill(row, row + TILE_SIZE_X, Color{});
@@ -253,34 +309,33 @@ void PxTextureSampler::refillTile(Color* block, int x, int y) const {
         }
         int const sy = wrapRow(_wrapT, yy, region.ymin, region.ymax);
         auto* f = reinterpret_cast<float*>(row);
-        if (premultiply && region.xmin <= x && x + TILE_SIZE_X <= region.xmax) {
-            // The usual row: inside the region, from one float RGBA tile, premultiplied as it
-            // is copied.
-            IxReadGuard const& g = _fetcher->getGuard(x, sy);
-            if (g.getPixelFormat() == IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32) &&
-                x + TILE_SIZE_X <= g.getPixelRegion().xmax) {
-                auto const* in = g.getPixel<float>(x, sy);
-                for (int i = 0; i < TILE_SIZE_X; ++i) {
-                    __m128 const c = _mm_loadu_ps(in + 4 * i);
-                    __m128 const q = _mm_mul_ps(c, _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 3, 3)));
-                    _mm_storeu_ps(f + 4 * i, _mm_or_ps(_mm_and_ps(q, rgb), _mm_andnot_ps(rgb, c)));
+        if (inside) {
+            if (!held || sy < held->getPixelRegion().ymin || sy >= held->getPixelRegion().ymax) {
+                IxReadGuard const& g = _fetcher->getGuard(x, sy);
+                IxPixelFormat const& gf = g.getPixelFormat();
+                GeRectangle<int> const& gr = g.getPixelRegion();
+                // A tile that does not hold the row is left to the row copy, which refuses it.
+                bool const whole = gf.getComps() == IxPixelFormat::RGBA &&
+                                   gf.getDepth() == IxPixelFormat::FLOAT32 && gr.xmin <= x &&
+                                   x + TILE_SIZE_X <= gr.xmax && gr.ymin <= sy && sy < gr.ymax;
+                held = whole ? &g : nullptr;
+            }
+            if (held) {
+                // The rows below are most likely next: ask for them while this one is copied.
+                if (sy + 2 < held->getPixelRegion().ymax) {
+                    auto const* next =
+                        reinterpret_cast<char const*>(held->getPixel<float>(x, sy + 2));
+                    for (int k = 0; k < TILE_SIZE_X * 16; k += 64)
+                        _mm_prefetch(next + k, _MM_HINT_T0);
                 }
+                passRow(f, held->getPixel<float>(x, sy), pass);
                 continue;
             }
         }
+        held = nullptr;
         fillRow(row, x, sy, region);
-        if (spread) {
-            for (int i = 0; i < TILE_SIZE_X; ++i) {
-                __m128 const c = _mm_loadu_ps(f + 4 * i);
-                _mm_storeu_ps(f + 4 * i, _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 3, 3)));
-            }
-        } else if (premultiply) {
-            for (int i = 0; i < TILE_SIZE_X; ++i) {
-                __m128 const c = _mm_loadu_ps(f + 4 * i);
-                __m128 const q = _mm_mul_ps(c, _mm_shuffle_ps(c, c, _MM_SHUFFLE(3, 3, 3, 3)));
-                _mm_storeu_ps(f + 4 * i, _mm_or_ps(_mm_and_ps(q, rgb), _mm_andnot_ps(rgb, c)));
-            }
-        }
+        if (pass != RowPass::COPY)
+            passRow(f, f, pass);
     }
 }
 
@@ -293,9 +348,10 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
     // allow. A tile may reach past the region; what it holds there is not the image's.
     auto copy = [&](int c, int px) {
         IxReadGuard const& g = _fetcher->getGuard(px, sy);
+        // A guard that does not hold px would be read outside its memory, or leave c where it
+        // is for ever.
+        VN_ASSERT(g.getPixelRegion().contains(px, sy));
         int const n = std::min(std::min(g.getPixelRegion().xmax, x1) - px, end - c);
-        // A guard that does not hold px would leave c where it is for ever.
-        VN_ASSERT(n > 0);
         IxConvertUtil::readFrom(row + (c - x), g.getAddress(px, sy), n,
                                 imFormat(g.getPixelFormat()));
         return c + n;
@@ -329,8 +385,8 @@ void PxTextureSampler::fillRow(Color* row, int x, int sy, GeRectangle<int> const
                 break;
             }
             IxReadGuard const& g = _fetcher->getGuard(px, sy);
+            VN_ASSERT(g.getPixelRegion().contains(px, sy));
             int const n = std::min(px - std::max(g.getPixelRegion().xmin, x0) + 1, end - c);
-            VN_ASSERT(n > 0);
             Color* out = row + (c - x);
             IxConvertUtil::readFrom(out, g.getAddress(px - n + 1, sy), n,
                                     imFormat(g.getPixelFormat()));

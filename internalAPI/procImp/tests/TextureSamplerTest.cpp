@@ -162,34 +162,37 @@ TEST_F(TextureSampler, PlainFiltersMatchACachelessReferenceBitForBit) {
                         SdTextureParams const params = pixelParams(c.region, filter, wrap, wrapT);
                         bool const premult = filter != 0 && !(filter == 1 && comp == 3);
                         ReferenceSampler const ref(img, params, premult);
-                        OPtr<SdTextureSampler> const s = makeSampler(img, params);
                         std::uniform_real_distribution<double> px(c.region.xmin - 45.0,
                                                                   c.region.xmax + 45.0);
                         std::uniform_real_distribution<double> py(c.region.ymin - 45.0,
                                                                   c.region.ymax + 45.0);
+                        GePoint<double> points[60];
                         for (int i = 0; i < 60; ++i) {
-                            GePoint<double> p{px(rng), py(rng)};
+                            points[i] = {px(rng), py(rng)};
                             if (i % 6 == 0) // exact integers, negative ones included
-                                p = {std::floor(p.x) + (filter ? 0.5 : 0.0),
-                                     std::floor(p.y) + (filter ? 0.5 : 0.0)};
-                            Color const got = s->sample(p, GeLinearMatrix2<double>());
-                            Color const want = referenceSample(ref, p);
-                            ASSERT_TRUE(sameBits(got, want))
-                                << "filter " << filter << " wrap " << wrap << "/" << wrapT
-                                << " format " << comp << "x" << depth << " at " << p.x << "," << p.y
-                                << ": " << got.r << " " << got.g << " " << got.b << " " << got.a
-                                << " vs " << want.r << " " << want.g << " " << want.b << " "
-                                << want.a;
-                            ++compared;
+                                points[i] = {std::floor(points[i].x) + (filter ? 0.5 : 0.0),
+                                             std::floor(points[i].y) + (filter ? 0.5 : 0.0)};
                         }
-                        // A row call reads its positions as the point form does, on each
-                        // vector path the processor has.
                         GePoint<double> const start{px(rng), py(rng)};
                         GeVector2<double> const step{double(int(rng() % 7) - 3) * 0.37,
                                                      double(int(rng() % 5) - 2) * 0.61};
+                        // Points and a row on each vector path the processor has, each path
+                        // filling its own cache; the row reads its positions as points do.
                         for (auto path : vectorPaths()) {
                             IxConvertUtil::limitVectorPath(path);
                             ASSERT_EQ(IxConvertUtil::getVectorPath(), path);
+                            OPtr<SdTextureSampler> const s = makeSampler(img, params);
+                            for (GePoint<double> const& p : points) {
+                                Color const got = s->sample(p, GeLinearMatrix2<double>());
+                                Color const want = referenceSample(ref, p);
+                                ASSERT_TRUE(sameBits(got, want))
+                                    << "filter " << filter << " wrap " << wrap << "/" << wrapT
+                                    << " format " << comp << "x" << depth << " path " << int(path)
+                                    << " at " << p.x << "," << p.y << ": " << got.r << " " << got.g
+                                    << " " << got.b << " " << got.a << " vs " << want.r << " "
+                                    << want.g << " " << want.b << " " << want.a;
+                                ++compared;
+                            }
                             Color row[67]; // crosses a chunk of positions
                             s->sampleRow(start, step, 67, GeLinearMatrix2<float>(), row);
                             for (int i = 0; i < 67; ++i)
@@ -201,7 +204,7 @@ TEST_F(TextureSampler, PlainFiltersMatchACachelessReferenceBitForBit) {
                         }
                     }
             }
-    EXPECT_EQ(compared, 4L * 9 * 3 * 4 * 60);
+    EXPECT_EQ(compared, 4L * 9 * 3 * 4 * 60 * long(vectorPaths().size()));
 }
 
 TEST_F(TextureSampler, RowsDivideOutEveryAlphaAsThePointFormDoes) {
@@ -446,16 +449,23 @@ TEST_F(TextureSampler, TilesWiderThanTheRegionAreReadOnlyInsideIt) {
                         << "filter " << filter << " wrap " << wrap << " at " << x << "," << y;
                 }
         }
-    // A fetcher whose tile does not hold the pixel asked is a failed check, not an endless loop.
-    IxReadGuard const first(img.tiles[0]);
-    for (int wrap = 0; wrap < 4; ++wrap) {
-        auto* wrong = new CountingFetcher(img.fetcher(), r);
-        wrong->fixed = &first;
-        OPtr<SdTextureSampler> const s =
-            makeSampler(img, pixelParams(r, 0, wrap, wrap), OPtr<PxImageFetcherBase>(wrong));
-        EXPECT_THROW(s->sample(GePoint<double>{35.0, 3.0}, GeLinearMatrix2<double>()), ExBase)
-            << wrap;
-    }
+    // A fetcher whose tile does not hold the pixel asked is a failed check, not an endless loop
+    // (the tile ends before the pixel) nor a read outside the tile (it starts after it).
+    struct Wrong {
+        int tile;
+        GePoint<double> at;
+    };
+    for (Wrong const w : {Wrong{0, {35.0, 3.0}}, Wrong{1, {3.0, 3.0}}})
+        for (int wrap = 0; wrap < 4; ++wrap) {
+            IxReadGuard const tile(img.tiles[w.tile]);
+            ASSERT_FALSE(tile.getPixelRegion().contains(int(w.at.x), int(w.at.y)));
+            auto* wrong = new CountingFetcher(img.fetcher(), r);
+            wrong->fixed = &tile;
+            OPtr<SdTextureSampler> const s =
+                makeSampler(img, pixelParams(r, 0, wrap, wrap), OPtr<PxImageFetcherBase>(wrong));
+            EXPECT_THROW(s->sample(w.at, GeLinearMatrix2<double>()), ExBase)
+                << "tile " << w.tile << " wrap " << wrap;
+        }
 }
 
 TEST_F(TextureSampler, ANullFetcherIsRefused) {

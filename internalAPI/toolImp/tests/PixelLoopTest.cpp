@@ -63,8 +63,10 @@ struct Source {
 Source source(int k) {
     GeRectangle<int> const region(-2 + 2 * k, 3 + 2 * k, 10 + k % 3, 14 + k);
     Color const fill{0.0f, 0.0f, 0.5f * k, 0.125f * (k + 1)};
-    if (k == 1)
-        return {solid(kRGB8, region, {0, 1, 0, 0.3f}, fill), {0, 1, 0, 1}, fill};
+    if (k == 1) // wider than the result: its rows are whole, but it starts a row late
+        return {solid(kRGB8, {-4, 12, region.ymin, region.ymax}, {0, 1, 0, 0.3f}, fill),
+                {0, 1, 0, 1},
+                fill};
     Color const c{float(k + 1), 0.0f, 0.25f, float(k % 2)};
     return {solid(kRGBA32, region, c, fill), c, fill};
 }
@@ -158,25 +160,29 @@ TEST_F(PixelLoops, ResultsReadAndWrittenInPlaceMatchTheCopies) {
     auto value = [](int x, int y) {
         return float(x + 16 * y) / 255.0f;
     };
-    IxTile const src(kRGBA32, whole, {});
-    {
-        IxWriteGuard w(src);
+    IxPixelFormat const rgba8(IxPixelFormat::RGBA, IxPixelFormat::UINT8);
+    auto makeSource = [&](IxPixelFormat const& f) {
+        IxTile const t(f, whole, {});
+        IxWriteGuard w(t);
         for (int y = whole.ymin; y < whole.ymax; ++y)
-            for (int x = whole.xmin; x < whole.xmax; ++x)
-                *w.getPixel<Color>(x, y) = {value(x, y), 0.0f, 1.0f, value(x, y)};
-    }
+            for (int x = whole.xmin; x < whole.xmax; ++x) {
+                Color const c{value(x, y), 0.0f, 1.0f, value(x, y)};
+                IxConvertUtil::writeTo(w.getAddress(x, y), &c, 1, ImPixelFormat(4, f.getDepth()));
+            }
+        return t;
+    };
     struct Case {
         char const* name;
+        IxPixelFormat source;
         IxPixelFormat format;
         GeRectangle<int> region;
         bool overSource;
     };
-    for (Case const& c : {Case{"float inside", kRGBA32, {2, 10, 1, 5}, false},
-                          Case{"8-bit inside",
-                               IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8),
-                               {2, 10, 1, 5},
-                               false},
-                          Case{"over its source", kRGBA32, whole, true}}) {
+    for (Case const& c : {Case{"float inside", kRGBA32, kRGBA32, {2, 10, 1, 5}, false},
+                          Case{"8-bit inside", kRGBA32, rgba8, {2, 10, 1, 5}, false},
+                          Case{"from 8-bit", rgba8, kRGBA32, {2, 10, 1, 5}, false},
+                          Case{"over its source", kRGBA32, kRGBA32, whole, true}}) {
+        IxTile const src = makeSource(c.source);
         IxTile const result = c.overSource ? src : IxTile(c.format, c.region, {});
         // The source as it was, since the last case writes over it.
         std::vector<float> before;

@@ -1,5 +1,6 @@
 #include "PiPixelLoopImp.h"
 #include "Assertions.h"
+#include "IxConvertUtil.h"
 #include "IxImageOps.h"
 #include "PxRequestMgr.h"
 
@@ -21,13 +22,17 @@ bool holdsLines(IxGuardBase const& g) {
     return g.holdsMemory() && g.getFirst() && g.getPixelFormat() == Line::PIXEL_FORMAT;
 }
 
+ImPixelFormat imFormat(IxGuardBase const& g) {
+    return ImPixelFormat(g.getPixelFormat().getComps(), g.getPixelFormat().getDepth());
+}
+
 // The result's row y: the tile's own memory when it holds float RGBA, else a line of its own
 // that is written to the tile after.
 class DestinationRow {
 public:
     DestinationRow(IxWriteGuard& result, GeRectangle<int> const& r)
         : _result(result), _x0(r.xmin), _x1(r.xmax), _inPlace(holdsLines(result)),
-          _view(nullptr, r.xmin, r.xmin, kDestinationPadding) {
+          _format(imFormat(result)), _view(nullptr, r.xmin, r.xmin, kDestinationPadding) {
         if (!_inPlace)
             _own.emplace(r.xmin, r.xmax, kDestinationPadding);
     }
@@ -37,9 +42,10 @@ public:
         _view.rebuild(_result.getPixel<Color>(_x0, y), _x0, _x1);
         return _view;
     }
+    // The line spans the result's row: converted straight into it.
     void finish(int y) const {
-        if (!_inPlace)
-            _own->writeTo(_result, y);
+        if (!_inPlace && _result.holdsMemory())
+            IxConvertUtil::writeTo(_result.getAddress(_x0, y), _own->getData(), _x1 - _x0, _format);
     }
 
 private:
@@ -47,6 +53,7 @@ private:
     int _x0;
     int _x1;
     bool _inPlace;
+    ImPixelFormat _format;
     Line _view;
     std::optional<Line> _own;
 };
@@ -62,18 +69,27 @@ public:
           _view(nullptr, r.xmin, r.xmin, _padding) {
         GeRectangle<int> const& s = source.getPixelRegion();
         auto const span = ipByteSpan(source);
-        _inPlace = holdsLines(source) && s.xmin <= _x0 && _x1 <= s.xmax &&
+        bool const covers = source.holdsMemory() && s.xmin <= _x0 && _x1 <= s.xmax;
+        _inPlace = covers && holdsLines(source) &&
                    (span.second <= result.first || result.second <= span.first);
+        // Rows of other formats that the source holds whole convert in one call, without
+        // the padding walk.
+        _convert = covers && !holdsLines(source);
     }
     Line& at(int y) {
         GeRectangle<int> const& s = _source.getPixelRegion();
-        if (_inPlace && s.ymin <= y && y < s.ymax) {
+        bool const held = s.ymin <= y && y < s.ymax;
+        if (_inPlace && held) {
             _view.rebuild(const_cast<Color*>(_source.getPixel<Color>(_x0, y)), _x0, _x1);
             return _view;
         }
         if (!_own)
             _own.emplace(_x0, _x1, _padding);
-        _own->readFrom(_source, y);
+        if (_convert && held)
+            IxConvertUtil::readFrom(_own->getData(), _source.getAddress(_x0, y), _x1 - _x0,
+                                    imFormat(_source));
+        else
+            _own->readFrom(_source, y);
         return *_own;
     }
 
@@ -83,6 +99,7 @@ private:
     int _x1;
     IxPaddingPolicy<Color> _padding;
     bool _inPlace;
+    bool _convert;
     Line _view;
     std::optional<Line> _own;
 };
