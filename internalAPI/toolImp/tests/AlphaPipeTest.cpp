@@ -590,28 +590,6 @@ private:
 };
 } // namespace
 
-TEST_F(AlphaPipes, CancellingStopsTheRunBetweenRows) {
-    Image const im = blobs({0, 40, 0, 30}, 0.0f, 3);
-    IxTile const src = alphaTile(im);
-    IxTile const out(kAlpha, im.region, {});
-    IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
-    // Cancelled while the feather takes in rows: its cache is let go unflushed and untouched.
-    RCShdPtr<CancelAfter> const cancel(new CancelAfter(s, 6));
-    RCShdPtr<IpDestNode> const dest =
-        IpScanlinePipeUtils::createAlphaDest(IpScanlinePipeUtils::createBlurAlpha(cancel, 2, 2),
-                                             IxPixelFormat::ALPHA, im.region, nullptr);
-    auto* r = new FnRequest([&] {
-        IxWriteGuard g(out);
-        dest->process(g, {IxReadGuard(src)});
-    });
-    PxRequestPtr<FnRequest> const p(r);
-    cancel->request = r;
-    engine().executeRequest(r, false);
-    EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
-    // The feather reads 3 rows above the region: rows -3 to 6, then the check stops it.
-    EXPECT_EQ(cancel->rows, 10);
-}
-
 namespace {
 // Stands between the feather and the engine's scanline cache: counts flushes, and cancels the
 // request running the graph when the given column is handed out.
@@ -693,8 +671,15 @@ TEST_F(AlphaPipes, ACancelledFeatherNeitherFlushesNorWrites) {
         int cancelRow;    // in the rows coming in, or -100
         int cancelColumn; // in the columns handed out, or -1
         int flushes;
+        int rows; // the source rows made before the stop, or -1 when not told
     };
-    Case const cases[] = {{6, -1, 0}, {29 + 3, -1, 0}, {-100, 0, 0}, {-100, 17, 0}, {-100, -1, 1}};
+    // The feather reads 3 rows above and below the region: rows -3 to 32, or to 6 when the check
+    // stops it there.
+    Case const cases[] = {{6, -1, 0, 10},
+                          {29 + 3, -1, 0, 36},
+                          {-100, 0, 0, -1},
+                          {-100, 17, 0, -1},
+                          {-100, -1, 1, 36}};
     for (Case const& c : cases) {
         CacheSpy const spy;
         CacheSpy::cancelAt = c.cancelColumn;
@@ -718,6 +703,9 @@ TEST_F(AlphaPipes, ACancelledFeatherNeitherFlushesNorWrites) {
         } else {
             EXPECT_THROW(engine().waitRequest(r), PxEx::ExRequestCancelled);
             EXPECT_EQ(pixel(out, 0, 0), -1.0f) << "row " << c.cancelRow;
+        }
+        if (c.rows >= 0) {
+            EXPECT_EQ(cancel->rows, c.rows) << "row " << c.cancelRow;
         }
         dest.reset(); // the graph goes after the run, nothing flushed then either
         EXPECT_EQ(CacheSpy::flushes, c.flushes)
