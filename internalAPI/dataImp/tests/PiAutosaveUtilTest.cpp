@@ -43,6 +43,19 @@ private:
 
 class AutosaveTest : public VnTest::TempFolderTest {
 protected:
+    // The registry lives as long as the process: once, however often the tests run. Two
+    // extensions of one type, told in the order of registration, and one of each other type.
+    static void SetUpTestSuite() {
+        static bool const registered = [] {
+            PiAutosaveUtil::registerAutosaveExtension("cmp", makeRC<Recorder>("first"));
+            PiAutosaveUtil::registerAutosaveExtension("other", makeRC<Recorder>("other"));
+            PiAutosaveUtil::registerAutosaveExtension("CMP", makeRC<Recorder>("second"));
+            PiAutosaveUtil::registerAutosaveExtension("rmv", makeRC<Recorder>("x"));
+            PiAutosaveUtil::registerAutosaveExtension("flt", makeRC<Recorder>("f"));
+            return true;
+        }();
+        (void)registered;
+    }
     void SetUp() override {
         TempFolderTest::SetUp();
         journal.clear();
@@ -87,14 +100,6 @@ TEST_F(AutosaveTest, NamesAreFormedOnTheWholePath) {
 // autosave is gone; two extensions of the type are told in the order of registration, those
 // of other types not at all.
 TEST_F(AutosaveTest, RevertKeepsTheOldFileAsTheBackup) {
-    // The registry lives as long as the process: once, however often the test runs.
-    static bool const registered = [] {
-        PiAutosaveUtil::registerAutosaveExtension("cmp", makeRC<Recorder>("first"));
-        PiAutosaveUtil::registerAutosaveExtension("other", makeRC<Recorder>("other"));
-        PiAutosaveUtil::registerAutosaveExtension("CMP", makeRC<Recorder>("second"));
-        return true;
-    }();
-    (void)registered;
     for (bool withBackup : {false, true}) {
         SCOPED_TRACE(withBackup ? "over a backup" : "no backup");
         fs::remove_all(_dir);
@@ -122,11 +127,6 @@ TEST_F(AutosaveTest, RevertKeepsTheOldFileAsTheBackup) {
 }
 
 TEST_F(AutosaveTest, RemovalsTellOnlyWhenAFileWentAway) {
-    static bool const registered = [] {
-        PiAutosaveUtil::registerAutosaveExtension("rmv", makeRC<Recorder>("x"));
-        return true;
-    }();
-    (void)registered;
     put("b.rmv", "saved");
     PiAutosaveUtil::removeBackupFileOf(at("b.rmv"));
     PiAutosaveUtil::removeAutosavedFileOf(at("b.rmv"));
@@ -193,11 +193,6 @@ void expectNothingLost(std::vector<std::pair<std::string, std::string>> const& f
 // Each step of a revert fails in turn with each error: afterwards the folder is exactly as
 // before (nothing done, no temporary left), and the extensions were not told.
 TEST_F(AutosaveTest, AFailingStepUndoesTheRevert) {
-    static bool const registered = [] {
-        PiAutosaveUtil::registerAutosaveExtension("flt", makeRC<Recorder>("f"));
-        return true;
-    }();
-    (void)registered;
     for (bool copied : {false, true}) {
         for (int kind : {0, 1, 2}) {
             bool const withBackup = kind == 1;

@@ -2,7 +2,6 @@
 
 #include "EvEventManager.h"
 #include "ExBase.h"
-#include "LgLog.h"
 #include "PxDAGMonitorImp.h"
 #include "PxImageSourceNodes.h"
 #include "PxPassThroughNode.h"
@@ -66,6 +65,12 @@ std::vector<std::string> splitLines(std::string const& text) {
     for (std::string l; std::getline(s, l);)
         lines.push_back(l);
     return lines;
+}
+
+void writeLines(fs::path const& p, std::vector<std::string> const& lines) {
+    std::ofstream out(p);
+    for (auto const& l : lines)
+        out << l << "\n";
 }
 
 std::string readFile(fs::path const& p) {
@@ -340,11 +345,7 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
         indexOf(lines, "\t" + dot(value, "PxAnimValueNode<int>") + "->" + dot(source, "ImageNode")),
         -1);
     EXPECT_EQ(lines.size(), 2u + 6u + 1u);
-    {
-        std::ofstream out("whole.dot");
-        for (auto const& l : lines)
-            out << l << "\n";
-    }
+    writeLines("whole.dot", lines);
 
     // Pruned, the chain between the two image nodes goes, and so does the value leaf.
     PxDAGMonitorImp::setPruning(true);
@@ -360,11 +361,7 @@ TEST_F(DAGMonitor, APassThroughChainIsDumpedWholeUnprunedAndVanishesPruned) {
                                           dot(sink, "ImageNode")};
     std::sort(expected.begin(), expected.end());
     EXPECT_EQ(nodes, expected);
-    {
-        std::ofstream out("pruned.dot");
-        for (auto const& l : lines)
-            out << l << "\n";
-    }
+    writeLines("pruned.dot", lines);
     expectGraphvizAcceptsAll();
 }
 
@@ -464,23 +461,13 @@ TEST_F(DAGMonitor, AFileThatCannotBeOpenedFailsTheDumpAndTheNextOneTriesAgain) {
     }
 
     // Asynchronous: the failure ends in the log, nothing else happens.
-    std::mutex m;
-    std::vector<std::string> logged;
-    auto previous = LgLog::setOutput([&](LgEntry const& e) {
-        std::lock_guard g(m);
-        logged.push_back(e.format());
-    });
-    monitor().dump(PxDAGMonitor::ASYNCHRONOUS, PxDAGMonitor::DOT_FILE);
-    EvEventManager::getInstance().flush();
-    engine().sync();
-    EXPECT_TRUE(eventually([&] {
-        std::lock_guard g(m);
-        return std::any_of(logged.begin(), logged.end(), [](std::string const& l) {
-            return l.find("The DAG dump failed") != std::string::npos &&
-                   l.find("f != 0") != std::string::npos;
-        });
-    }));
-    LgLog::setOutput(std::move(previous));
+    {
+        LogCapture log;
+        monitor().dump(PxDAGMonitor::ASYNCHRONOUS, PxDAGMonitor::DOT_FILE);
+        EvEventManager::getInstance().flush();
+        engine().sync();
+        EXPECT_TRUE(eventually([&] { return log.count({"The DAG dump failed", "f != 0"}) > 0; }));
+    }
 
     fs::remove("PxDAG_A_000001.dot");
     monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::DOT_FILE);
@@ -627,7 +614,6 @@ TEST_F(DAGMonitor, ANodeLetGoDuringADumpIsShownWholeAndGoesAfter) {
         if (line.find(" nodes.") != std::string::npos && !walking.exchange(true))
             eventually([&] { return letGo.load(); }, 5.0);
     });
-    PxDAGMonitorImp::setPruning(false);
     std::thread dumper(
         [] { monitor().dump(PxDAGMonitor::SYNCHRONOUS, PxDAGMonitor::TREE_IN_TRACE); });
     ASSERT_TRUE(eventually([&] { return walking.load(); }));

@@ -70,6 +70,14 @@ inline void runAndWait(PxRequest* r) {
     engine().waitRequest(r);
 }
 
+// Submits from the calling thread; the owner reads (and so waits for) its results.
+template <class R>
+PxRequestPtr<R> submitted(R* r) {
+    PxRequestPtr<R> owner(r);
+    engine().executeRequest(r, false);
+    return owner;
+}
+
 // Polls until cond holds; false after the deadline.
 template <class Cond>
 bool eventually(Cond cond, double seconds = 10.0) {

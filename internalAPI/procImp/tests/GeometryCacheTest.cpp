@@ -5,6 +5,7 @@
 #include "PxGeometryCacheNode.h"
 #include "PxPassThroughProtocol.h"
 
+#include <array>
 #include <cmath>
 #include <limits>
 #include <optional>
@@ -95,6 +96,15 @@ protected:
         engine().sync();
     }
     static int blocked() { return engineImp().getSnapshot().nbBlockedWorkers; }
+    // With the gate shut, three asks for one mesh: the first makes it, the other two wait.
+    std::array<Ask, 3> threeAsksWhileShut() {
+        _mesher->_open = false;
+        Ask const first = ask(0.5);
+        EXPECT_TRUE(eventually([&] { return _mesher->_entered.load() == 1; }));
+        std::array<Ask, 3> const asks{first, ask(0.5), ask(0.5)};
+        EXPECT_TRUE(eventually([&] { return blocked() == 2; }));
+        return asks;
+    }
     PxGeometryCacheNode::CacheCounts counts() const { return _cache->getCacheCounts(); }
 
     PxStrongHndl<Mesher> _mesher;
@@ -105,12 +115,7 @@ protected:
 } // namespace
 
 TEST_F(GeometryCaching, ConcurrentAsksForOneMeshMakeItOnce) {
-    _mesher->_open = false;
-    Ask first = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return _mesher->_entered.load() == 1; }));
-    Ask second = ask(0.5);
-    Ask third = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return blocked() == 2; }));
+    auto const [first, second, third] = threeAsksWhileShut();
     _mesher->_open = true;
     SdMesh const* mesh = first->getGeometry().getValue().get();
     EXPECT_EQ(second->getGeometry().getValue().get(), mesh);
@@ -143,12 +148,7 @@ TEST_F(GeometryCaching, OnlyTimesWithinTheToleranceWaitForAMeshBeingMade) {
 }
 
 TEST_F(GeometryCaching, ACancelledWorkerHandsItsWorkToOneWaiter) {
-    _mesher->_open = false;
-    Ask first = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return _mesher->_entered.load() == 1; }));
-    Ask second = ask(0.5);
-    Ask third = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return blocked() == 2; }));
+    auto const [first, second, third] = threeAsksWhileShut();
     engine().cancelRequest(first);
     EXPECT_THROW(first->getGeometry(), PxEx::ExRequestCancelled);
     // One waiter took over; the other still waits, now for it.
@@ -177,13 +177,8 @@ TEST_F(GeometryCaching, ACancelledWorkerWithNobodyWaitingLeavesNothingBehind) {
 }
 
 TEST_F(GeometryCaching, AFailureReachesEveryWaiterAndTheNextAskStartsAfresh) {
-    _mesher->_open = false;
     _mesher->_failNext = true;
-    Ask first = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return _mesher->_entered.load() == 1; }));
-    Ask second = ask(0.5);
-    Ask third = ask(0.5);
-    ASSERT_TRUE(eventually([&] { return blocked() == 2; }));
+    auto const [first, second, third] = threeAsksWhileShut();
     _mesher->_open = true;
     try {
         first->getGeometry();

@@ -5,8 +5,8 @@
 #include "PxConfig.h"
 #include "PxEx.h"
 
-#include <functional>
 #include <limits>
+#include <optional>
 
 using namespace VnTest;
 using namespace Vn;
@@ -99,29 +99,6 @@ TEST_F(ImageServices, AllocateTileCutsTheRegionToTheContextsTile) {
     EXPECT_EQ(out.getFillColor(), kFill);
 }
 
-TEST(ImageCoordinates, PixelizingRoundsOutwardsAndTilesConvertBothWays) {
-    GeRectangle<float> const rod{0.0f, 1920.0f, 0.0f, 1080.0f};
-    EXPECT_EQ(PxImageProtocol::nominalToPixelized(rod, 1.0f, 1.0f),
-              (GeRectangle<int>{0, 1920, 0, 1080}));
-    EXPECT_EQ(PxImageProtocol::nominalToPixelized(rod, 2.0f, 0.25f),
-              (GeRectangle<int>{0, 240, 0, 270}));
-    EXPECT_EQ(PxImageProtocol::nominalToPixelized({-0.5f, 2.5f, -1.25f, 0.75f}, 1.0f, 1.0f),
-              (GeRectangle<int>{-1, 3, -2, 1}));
-    EXPECT_EQ(PxImageProtocol::pixelizedToNominal({0, 240, 0, 270}, 2.0f, 0.25f), rod);
-
-    // Tile indices and pixels, both ways, at the tile size the packages set.
-    InInitMgr::getInstance().initialize();
-    int const w = PxConfig::getTileSizeX();
-    int const h = PxConfig::getTileSizeY();
-    EXPECT_EQ(PxImageProtocol::convertTilesToPixels({-1, 2, 0, 1}),
-              (GeRectangle<int>{-w, 2 * w, 0, h}));
-    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-1, w + 1, 0, h}),
-              (GeRectangle<int>{-1, 2, 0, 1}));
-    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-w, 0, h - 1, h}),
-              (GeRectangle<int>{-1, 0, 0, 1}));
-    InInitMgr::getInstance().finalize();
-}
-
 using ImageSources = EngineTest;
 
 TEST_F(ImageSources, BlackSourceHasNoPixelsAndFullValidity) {
@@ -133,9 +110,8 @@ TEST_F(ImageSources, BlackSourceHasNoPixelsAndFullValidity) {
               IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8));
     EXPECT_EQ(r.getFillColor(), (Color{0, 0, 0, 0}));
     EXPECT_TRUE(r.getValidityInterval().isFull());
-    PxRequestPtr<PxImageRODRequest> rod(
+    auto const rod = submitted(
         new PxImageRODRequest(PxUPtr<PxImageProtocol const>(black), PxTimeStreamContext(0.0, 0)));
-    engine().executeRequest(rod.get(), false);
     EXPECT_TRUE(rod->getImageROD().getROD().isEmpty());
     EXPECT_TRUE(rod->getImageROD().getValidityInterval().isFull());
 }
@@ -191,9 +167,8 @@ TEST_F(ImageSources, MultiTileRequestGathersTheTilesOfEachForm) {
     source.height = h + 1;
     auto node = colorSource(source);
     for (int param : {0, 1}) {
-        PxRequestPtr<PxImageMultiTileRequest> whole(new PxImageMultiTileRequest(
+        auto const whole = submitted(new PxImageMultiTileRequest(
             PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
-        engine().executeRequest(whole.get(), false);
         auto results = whole->getResults();
         ASSERT_EQ(results->size(), 6u);
         GeRectangle<int> const all{0, 2 * w + 3, 0, h + 1};
@@ -201,22 +176,19 @@ TEST_F(ImageSources, MultiTileRequestGathersTheTilesOfEachForm) {
         IxTile const joined = PxImageMultiTileRequest::assembleTiles(*results, all);
         EXPECT_EQ(pixelAt(joined, 2 * w + 2, h), (Color{0.25f, 0.5f, 0.75f, 1.0f}));
     }
-    PxRequestPtr<PxImageMultiTileRequest> rect(
-        new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(node),
-                                    GeRectangle<int>{w - 1, w + 1, 0, 2}, 0, PxTimeInfo(0.0), 0));
-    engine().executeRequest(rect.get(), false);
+    auto const rect = submitted(new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(node),
+                                                            GeRectangle<int>{w - 1, w + 1, 0, 2}, 0,
+                                                            PxTimeInfo(0.0), 0));
     EXPECT_EQ(rect->getResults()->size(), 2u);
     EXPECT_EQ(rect->getPixelRegion(), (GeRectangle<int>{w - 1, w + 1, 0, 2}));
-    PxRequestPtr<PxImageMultiTileRequest> tile(new PxImageMultiTileRequest(
+    auto const tile = submitted(new PxImageMultiTileRequest(
         PxUPtr<PxImageProtocol const>(node), GeVector2<int>{2, 1}, 0, PxTimeInfo(0.0), 0));
-    engine().executeRequest(tile.get(), false);
     ASSERT_EQ(tile->getResults()->size(), 1u);
     EXPECT_EQ(tile->getResults()->front().getPixelRegion(),
               (GeRectangle<int>{2 * w, 2 * w + 3, h, h + 1}));
     // Outside the frame: nothing to gather.
-    PxRequestPtr<PxImageMultiTileRequest> none(new PxImageMultiTileRequest(
+    auto const none = submitted(new PxImageMultiTileRequest(
         PxUPtr<PxImageProtocol const>(node), GeVector2<int>{7, 7}, 0, PxTimeInfo(0.0), 0));
-    engine().executeRequest(none.get(), false);
     EXPECT_TRUE(none->getResults()->empty());
 }
 
@@ -245,9 +217,8 @@ TEST_F(ImageSources, FormatSetRequestChangesTheFormatAndInvalidatesTheParents) {
     PxImageFormat const half = imageFormat(IxPixelFormat::RGB, IxPixelFormat::FLOAT16);
     PxMutationRequest::submit(
         new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(formatNode), half));
-    PxRequestPtr<PxImageFormatRequest> q(
-        new PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const>(watcher)));
-    engine().executeRequest(q.get(), false);
+    auto const q =
+        submitted(new PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const>(watcher)));
     EXPECT_EQ(q->getImageFormat(), half);
     EXPECT_EQ(invalidated, 1);
 }
@@ -292,9 +263,8 @@ TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
     source.width = 3 * w;
     PxStrongHndl<PxImageProtocol const> node = makeNode(new FailingTile(colorSource(source)));
     for (int param : {0, 1}) {
-        PxRequestPtr<PxImageMultiTileRequest> r(new PxImageMultiTileRequest(
-            PxUPtr<PxImageProtocol const>(node), 0, PxTimeInfo(0.0), 0, param));
-        engine().executeRequest(r.get(), false);
+        auto const r = submitted(new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(node), 0,
+                                                             PxTimeInfo(0.0), 0, param));
         try {
             r->getResults();
             ADD_FAILURE() << "no failure";
@@ -312,91 +282,86 @@ TEST_F(ImageSources, TilesInARegionCarryTheChildsFillAndValidity) {
     source.fillOpacity = 1.0;
     source.colorVI = {0.0, 2.0};
     auto node = colorSource(source);
-    PxRequestPtr<RegionRequest> r(new RegionRequest(node, {w - 2, w + 2, 0, 1}));
-    engine().executeRequest(r.get(), false);
+    auto const r = submitted(new RegionRequest(node, {w - 2, w + 2, 0, 1}));
     ASSERT_EQ(r->get().size(), 2u);
     EXPECT_EQ(PxImageProtocol::computePixelRegion(r->get()), (GeRectangle<int>{0, 2 * w, 0, 30}));
     EXPECT_EQ(r->fill, (Color{0, 1, 0, 1}));
     EXPECT_EQ(r->vi, source.colorVI);
     // Outside the child: no tiles, and the fill colour is asked for alone.
-    PxRequestPtr<RegionRequest> none(new RegionRequest(node, {-9, -1, 0, 1}));
-    engine().executeRequest(none.get(), false);
+    auto const none = submitted(new RegionRequest(node, {-9, -1, 0, 1}));
     EXPECT_TRUE(none->get().empty());
     EXPECT_EQ(none->fill, (Color{0, 1, 0, 1}));
     EXPECT_EQ(none->vi, source.colorVI);
 }
 
-// Coordinates no image can hold are refused with a reason, never turned into wrapped integers.
-TEST_F(ImageSources, CoordinatesBeyondAnyImageAreRefused) {
+// Nominal rectangles become pixels rounded outwards and tiles become pixels and back; coordinates
+// no image can hold are refused with a reason, never turned into wrapped integers.
+TEST_F(ImageSources, CoordinatesConvertExactlyAndThoseBeyondAnyImageAreRefused) {
     float const nan = std::numeric_limits<float>::quiet_NaN();
     int const big = 1 << 22; // tiles of at least 2^5 pixels: at least 2^27 pixels away
-    struct Case {
+    int const w = PxConfig::getTileSizeX();
+    int const h = PxConfig::getTileSizeY();
+    using Pixels = std::optional<GeRectangle<int>>; // none: refused
+    struct Nominal {
         char const* name;
-        std::function<void()> convert;
-        bool refused;
+        GeRectangle<float> rod;
+        float aspect, scale;
+        Pixels want;
     };
-    Case const cases[] = {
-        {"a NaN side",
-         [&] {
-             PxImageProtocol::nominalToPixelized({nan, 1, 0, 1}, 1, 1);
-         },
-         true},
-        {"a far side",
-         [] {
-             PxImageProtocol::nominalToPixelized({0, 1e12f, 0, 1}, 1, 1);
-         },
-         true},
-        {"far below",
-         [] {
-             PxImageProtocol::nominalToPixelized({0, 1, -3e9f, 0}, 1, 1);
-         },
-         true},
-        {"a narrow pixel aspect",
-         [] {
-             PxImageProtocol::nominalToPixelized({0, 2e6f, 0, 1}, 1e-3f, 1);
-         },
-         true},
-        {"an ordinary frame",
-         [] {
-             PxImageProtocol::nominalToPixelized({-960, 960, -540, 540}, 1, 1);
-         },
-         false},
-        {"far tiles",
-         [&] {
-             PxImageProtocol::convertTilesToPixels({0, big * 64, 0, 1});
-         },
-         true},
-        {"far tiles below",
-         [&] {
-             PxImageProtocol::convertTilesToPixels({0, 1, -big * 64, 0});
-         },
-         true},
-        {"near tiles",
-         [] {
-             PxImageProtocol::convertTilesToPixels({-3, 4, -2, 1});
-         },
-         false},
+    Nominal const nominals[] = {
+        {"a frame", {0, 1920, 0, 1080}, 1, 1, GeRectangle<int>{0, 1920, 0, 1080}},
+        {"a scaled frame", {0, 1920, 0, 1080}, 2, 0.25f, GeRectangle<int>{0, 240, 0, 270}},
+        {"fractions", {-0.5f, 2.5f, -1.25f, 0.75f}, 1, 1, GeRectangle<int>{-1, 3, -2, 1}},
+        {"a fraction", {-0.5f, 10.2f, 0, 3}, 1, 1, GeRectangle<int>{-1, 11, 0, 3}},
+        {"a centred frame", {-960, 960, -540, 540}, 1, 1, GeRectangle<int>{-960, 960, -540, 540}},
+        {"a NaN side", {nan, 1, 0, 1}, 1, 1, std::nullopt},
+        {"a far side", {0, 1e12f, 0, 1}, 1, 1, std::nullopt},
+        {"far below", {0, 1, -3e9f, 0}, 1, 1, std::nullopt},
+        {"a narrow pixel aspect", {0, 2e6f, 0, 1}, 1e-3f, 1, std::nullopt},
     };
-    for (Case const& c : cases) {
+    for (Nominal const& c : nominals) {
         SCOPED_TRACE(c.name);
-        if (c.refused)
-            EXPECT_THROW(c.convert(), PxEx::ExInvalidParameter);
-        else
-            EXPECT_NO_THROW(c.convert());
+        if (c.want) {
+            EXPECT_EQ(PxImageProtocol::nominalToPixelized(c.rod, c.aspect, c.scale), *c.want);
+        } else {
+            EXPECT_THROW(PxImageProtocol::nominalToPixelized(c.rod, c.aspect, c.scale),
+                         PxEx::ExInvalidParameter);
+        }
     }
-    GeRectangle<int> const px = PxImageProtocol::nominalToPixelized({-0.5f, 10.2f, 0, 3}, 1, 1);
-    EXPECT_EQ(px, GeRectangle<int>(-1, 11, 0, 3));
-    EXPECT_EQ(PxImageProtocol::convertTilesToPixels({1, 2, -1, 0}),
-              GeRectangle<int>(PxConfig::getTileSizeX(), 2 * PxConfig::getTileSizeX(),
-                               -PxConfig::getTileSizeY(), 0));
+    EXPECT_EQ(PxImageProtocol::pixelizedToNominal({0, 240, 0, 270}, 2.0f, 0.25f),
+              (GeRectangle<float>{0.0f, 1920.0f, 0.0f, 1080.0f}));
+
+    struct Tiles {
+        char const* name;
+        GeRectangle<int> tiles;
+        Pixels want;
+    };
+    Tiles const tiles[] = {
+        {"tiles about the origin", {-1, 2, 0, 1}, GeRectangle<int>{-w, 2 * w, 0, h}},
+        {"a tile above", {1, 2, -1, 0}, GeRectangle<int>{w, 2 * w, -h, 0}},
+        {"near tiles", {-3, 4, -2, 1}, GeRectangle<int>{-3 * w, 4 * w, -2 * h, h}},
+        {"far tiles", {0, big * 64, 0, 1}, std::nullopt},
+        {"far tiles below", {0, 1, -big * 64, 0}, std::nullopt},
+    };
+    for (Tiles const& c : tiles) {
+        SCOPED_TRACE(c.name);
+        if (c.want) {
+            EXPECT_EQ(PxImageProtocol::convertTilesToPixels(c.tiles), *c.want);
+        } else {
+            EXPECT_THROW(PxImageProtocol::convertTilesToPixels(c.tiles), PxEx::ExInvalidParameter);
+        }
+    }
+    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-1, w + 1, 0, h}),
+              (GeRectangle<int>{-1, 2, 0, 1}));
+    EXPECT_EQ(PxImageProtocol::convertPixelsToTiles({-w, 0, h - 1, h}),
+              (GeRectangle<int>{-1, 0, 0, 1}));
 
     // A whole image of a billion pixels a side is more tiles than one request makes.
     ColorSourceSpec huge;
     huge.width = 1 << 29;
     huge.height = 1 << 29;
     auto const source = colorSource(huge);
-    PxRequestPtr<PxImageMultiTileRequest> all(
+    auto const all = submitted(
         new PxImageMultiTileRequest(PxUPtr<PxImageProtocol const>(source), 0, PxTimeInfo(0.0), 0));
-    engine().executeRequest(all.get(), false);
     EXPECT_THROW(all->getResults(), PxEx::ExInvalidParameter);
 }

@@ -153,32 +153,43 @@ TEST_F(InvalidationWaves, AParentLetGoDuringAWaveIsReachedWhole) {
     EXPECT_TRUE(g_topGone.load());
 }
 
-TEST_F(InvalidationWaves, PassThroughSubscriptionIgnoresNullAndDuplicates) {
+// A pass-through tells each live handler of a wave once, with its stream: a null handler is
+// ignored, one added twice is kept once, and one that died or was removed is told no more.
+TEST_F(InvalidationWaves, PassThroughHandlersAreToldOnceWhileTheyLive) {
     auto value = makeNode(new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
     auto through =
         makeNode(new PxPassThroughNode<PxAnimValueProtocol<int>>(PxNode::Init{"pass"}, value));
     using Info = PxPassThroughProtocol::InvalidationInfo const;
     using Handler = PxPassThroughProtocol::InvalidationHandler;
-    std::atomic<int> calls{0};
-    auto handler = makeRCCbHandler<Info>([&](Info&) { ++calls; });
-    auto subscribe = [&](RCWeakPtr<Handler> const& h) {
+    std::atomic<int> keptCalls{0}, goneCalls{0};
+    auto kept = makeRCCbHandler<Info>([&](Info& info) {
+        EXPECT_EQ(info.stream, 4);
+        ++keptCalls;
+    });
+    auto gone = makeRCCbHandler<Info>([&](Info&) { ++goneCalls; });
+    for (RCWeakPtr<Handler> const& h : {RCWeakPtr<Handler>(), RCWeakPtr<Handler>(kept),
+                                        RCWeakPtr<Handler>(kept), RCWeakPtr<Handler>(gone)})
         PxMutationRequest::submit(
             new PxAddInvalidateCbRequest(PxUPtr<PxPassThroughProtocol>(through), h));
+    auto wave = [&] {
+        PxMutationRequest::submit(
+            new PxInvalidationRequest(PxUPtr<PxNode const>(through), PxValidityInterval::FULL, 4));
+        engine().sync();
     };
-    subscribe(RCWeakPtr<Handler>());
-    subscribe(RCWeakPtr<Handler>(handler));
-    subscribe(RCWeakPtr<Handler>(handler));
-    PxMutationRequest::submit(
-        new PxInvalidationRequest(PxUPtr<PxNode const>(through), PxValidityInterval::FULL, 0));
-    engine().sync();
-    EXPECT_EQ(calls.load(), 1);
+    wave();
+    EXPECT_EQ(keptCalls.load(), 1);
+    EXPECT_EQ(goneCalls.load(), 1);
+    gone.reset();
+    wave();
+    EXPECT_EQ(keptCalls.load(), 2);
+    EXPECT_EQ(goneCalls.load(), 1);
     // Removed once, it is gone.
     PxPassThroughProtocol* raw = through.get();
     runAndWait(new FnRequest(
         [&] {
-            raw->removeInvalidateCb(RCWeakPtr<Handler>(handler));
-            raw->invalidate(PxValidityInterval::FULL, 0);
+            raw->removeInvalidateCb(RCWeakPtr<Handler>(kept));
+            raw->invalidate(PxValidityInterval::FULL, 4);
         },
         PxRequest::RequestType(PxRequest::SEQUENTIAL)));
-    EXPECT_EQ(calls.load(), 1);
+    EXPECT_EQ(keptCalls.load(), 2);
 }

@@ -51,9 +51,8 @@ void expectNear(GeVector2<float> const& p, float x, float y) {
 
 PxResult<GeAffineMatrix3<float>> matrixOf(PxStrongHndl<PxAffineMatrixProtocol const> const& n,
                                           double t = 0.0) {
-    auto* q = new PxAffineMatrixRequest(PxUPtr<PxAffineMatrixProtocol const>(n), PxTimeContext(t));
-    PxRequestPtr<PxAffineMatrixRequest> p(q);
-    engine().executeRequest(q, false);
+    auto const q = submitted(
+        new PxAffineMatrixRequest(PxUPtr<PxAffineMatrixProtocol const>(n), PxTimeContext(t)));
     return q->getMatrix();
 }
 
@@ -150,10 +149,8 @@ TEST_F(MatrixNodes, NodesReadTheirInputsAndNarrowTheValidity) {
     auto node2 =
         makeNode(new PxAffineMatrix2Node(PxNode::Init{"m2"}, zero, zero, input(45, {-5, 3}), zero,
                                          zero, input(2, {1, 8}), one, zero, zero));
-    auto* q =
-        new PxAffineMatrix2Request(PxUPtr<PxAffineMatrix2Protocol const>(node2), PxTimeContext(0));
-    PxRequestPtr<PxAffineMatrix2Request> p(q);
-    engine().executeRequest(q, false);
+    auto const q = submitted(
+        new PxAffineMatrix2Request(PxUPtr<PxAffineMatrix2Protocol const>(node2), PxTimeContext(0)));
     EXPECT_EQ(q->getMatrix().getValidityInterval(), PxValidityInterval(1, 3));
     EXPECT_EQ(q->getMatrix().getValue(),
               PxAffineMatrix2Node::computeMatrix({}, static_cast<float>(M_PI / 4), {}, {2, 1}, {}));
@@ -342,9 +339,7 @@ TEST_F(MatrixNodes, ACompositeWithoutHandlesKeepsItsSidesAndIgnoresLateChanges) 
         engine().sync();
     }
     EXPECT_EQ(late.node->getNbParents(), 0);
-    auto* q = new PxAffineMatrixRequest(PxUPtr<PxAffineMatrixProtocol const>::unchecked(raw),
-                                        PxTimeContext(0.0));
-    PxRequestPtr<PxAffineMatrixRequest> p(q);
-    engine().executeRequest(q, false);
+    auto const q = submitted(new PxAffineMatrixRequest(
+        PxUPtr<PxAffineMatrixProtocol const>::unchecked(raw), PxTimeContext(0.0)));
     expectNear(q->getMatrix().getValue().transformPoint({}), 11, 0, 0);
 }

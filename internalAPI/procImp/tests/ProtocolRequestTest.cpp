@@ -26,9 +26,9 @@ using namespace Vn;
 
 namespace {
 
-// A node of every pointer, camera and interactive protocol. Its results are made once and tagged
-// with n: n scene objects, shininess n, n shape points, a curve through (0, n), a field of view of
-// n.
+// A node of every pointer, camera and interactive protocol. Its results are
+// made once and tagged with n: n scene objects, shininess n, n shape points, a
+// curve through (0, n), a field of view of n.
 class Giver final : public PxObject3dProtocol,
                     public PxMaterialProtocol,
                     public PxGeometryProtocol,
@@ -104,8 +104,9 @@ public:
     mutable float threshold = -1;
 };
 
-// Runs f on a worker, inside a request that outlives the requests f makes: a child request that
-// f releases is cleaned up at once but its memory stays until f's request ends.
+// Runs f on a worker, inside a request that outlives the requests f makes: a
+// child request that f releases is cleaned up at once but its memory stays
+// until f's request ends.
 void onWorker(std::function<void()> f) {
     runAndWait(new FnRequest(std::move(f)));
 }
@@ -122,9 +123,10 @@ R* runChild(R* r) {
 
 using ProtocolRequests = EngineTest;
 
-// Each pointer query gives the node's own object and interval; a second read gives the same
-// result object without asking the engine again (a wait on a cleaned-up request is a fault); its
-// release lets the object go. Nothing reads a request after its release.
+// Each pointer query gives the node's own object and interval; a second read
+// gives the same result object without asking the engine again (a wait on a
+// cleaned-up request is a fault); its release lets the object go. Nothing reads
+// a request after its release.
 TEST_F(ProtocolRequests, PointerQueriesGiveTheResultThenAnEmptyOneOnceReleased) {
     auto giver = makeNode(new Giver(3));
     GeAffineMatrix3<float> const placement(1, 0, 0, 0, 1, 0, 0, 0, 1, 5, 6, 7);
@@ -204,74 +206,60 @@ TEST_F(ProtocolRequests, AFailedQueryRaisesAtEveryRead) {
                       [](auto* r) { r->getInteractiveResult(); });
 }
 
+// A camera request calls its handler once, with itself, if the handler still
+// lives when the request has run; a handler's failure stays with the handler:
+// the request ends and is freed.
 TEST_F(ProtocolRequests, ACameraRequestCallsItsHandlerOnlyWhileItLives) {
     auto giver = makeNode(new Giver(30, PxValidityInterval(0, 2)));
-    using Handler = PxCameraRequest::Handler;
-    std::mutex m;
-    std::vector<std::pair<PxCameraRequest const*, double>> calls;
-    auto record = [&](PxCameraRequest const& r) {
-        double const fov = r.getCamera().getValue().fieldOfView;
-        std::lock_guard g(m);
-        calls.push_back({&r, fov});
+    struct Case {
+        char const* name;
+        bool gone;   // the handler is let go before the request runs
+        bool throws; // the handler fails
+        int calls;
     };
-
-    // A handler gone before the request ran: the request ends without a call.
-    auto gone = makeRCCbHandler<PxCameraRequest const>(record);
-    RCWeakPtr<Handler> weakGone(gone);
-    gone.reset();
-    {
-        auto* q = new PxCameraRequest(giver, PxTimeContext(1.0), weakGone);
-        PxRequestPtr<PxCameraRequest> owner(q);
-        engine().executeRequest(q, false);
-        EXPECT_EQ(q->getCamera().getValue().fieldOfView, 30);
-        EXPECT_EQ(q->getCamera().getValidityInterval(), PxValidityInterval(0, 2));
+    Case const cases[] = {{"a handler gone", true, false, 0},
+                          {"a live handler", false, false, 1},
+                          {"a failing handler", false, true, 1}};
+    for (Case const& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::mutex m;
+        std::vector<std::pair<PxCameraRequest const*, double>> calls;
+        auto count = [&] {
+            std::lock_guard g(m);
+            return static_cast<int>(calls.size());
+        };
+        auto handler = makeRCCbHandler<PxCameraRequest const>([&](PxCameraRequest const& r) {
+            double const fov = r.getCamera().getValue().fieldOfView;
+            {
+                std::lock_guard g(m);
+                calls.push_back({&r, fov});
+            }
+            if (c.throws)
+                throw PxEx::ExRequestFailed(__FILE__, __LINE__);
+        });
+        RCWeakPtr<PxCameraRequest::Handler> const weak(handler);
+        if (c.gone)
+            handler.reset();
+        {
+            auto const q = submitted(new PxCameraRequest(giver, PxTimeContext(1.0), weak));
+            EXPECT_EQ(q->getCamera().getValue().fieldOfView, 30);
+            EXPECT_EQ(q->getCamera().getValidityInterval(), PxValidityInterval(0, 2));
+            ASSERT_TRUE(eventually([&] { return count() == c.calls; }));
+            if (c.calls) { // compared while the request lives
+                std::lock_guard g(m);
+                EXPECT_EQ(calls[0].first, q.get());
+                EXPECT_EQ(calls[0].second, 30);
+            }
+        }
         engine().sync();
+        EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
+        EXPECT_EQ(count(), c.calls);
     }
-    EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
-    EXPECT_TRUE(calls.empty());
-
-    // A live handler is called once, with the request, and reads the camera there.
-    auto kept = makeRCCbHandler<PxCameraRequest const>(record);
-    auto* q = new PxCameraRequest(giver, PxTimeContext(1.0), RCWeakPtr<Handler>(kept));
-    engine().executeRequest(q, false);
-    ASSERT_TRUE(eventually([&] {
-        std::lock_guard g(m);
-        return !calls.empty();
-    }));
-    {
-        std::lock_guard g(m);
-        ASSERT_EQ(calls.size(), 1u);
-        EXPECT_EQ(calls[0].first, q); // compared while the request lives
-        EXPECT_EQ(calls[0].second, 30);
-    }
-    engine().releaseRequest(q);
-    engine().sync();
-    std::lock_guard g(m);
-    EXPECT_EQ(calls.size(), 1u);
 }
 
-// A handler's failure stays with the handler: the request ends and is freed as usual.
-TEST_F(ProtocolRequests, AFailingCameraHandlerDoesNotStopItsRequest) {
-    auto giver = makeNode(new Giver(30, PxValidityInterval(0, 2)));
-    std::atomic<int> calls{0};
-    auto throwing = makeRCCbHandler<PxCameraRequest const>([&](PxCameraRequest const&) {
-        ++calls;
-        throw PxEx::ExRequestFailed(__FILE__, __LINE__);
-    });
-    for (int i = 0; i < 3; ++i) {
-        auto* q = new PxCameraRequest(giver, PxTimeContext(1.0),
-                                      RCWeakPtr<PxCameraRequest::Handler>(throwing));
-        PxRequestPtr<PxCameraRequest> owner(q);
-        engine().executeRequest(q, false);
-        EXPECT_EQ(q->getCamera().getValue().fieldOfView, 30);
-    }
-    engine().sync();
-    EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }));
-    EXPECT_EQ(calls.load(), 3);
-}
-
-// The options are the caller's as they were when the request was made; the result comes whole,
-// with its interval; releasing the request destroys it, and with it the drawing it held.
+// The options are the caller's as they were when the request was made; the
+// result comes whole, with its interval; releasing the request destroys it, and
+// with it the drawing it held.
 TEST_F(ProtocolRequests, InteractiveQueriesCarryTheOptionsAsGiven) {
     auto giver = makeNode(new Giver(1, PxValidityInterval(2, 3)));
     auto options = makeRC<PxInteractiveOptions>();
@@ -307,7 +295,8 @@ TEST_F(ProtocolRequests, InteractiveQueriesCarryTheOptionsAsGiven) {
 
 namespace {
 
-// Logs what it is told, in order, and whether a state came while nothing else ran.
+// Logs what it is told, in order, and whether a state came while nothing else
+// ran.
 class ResultNode final : public PxResultProtocol {
 public:
     ResultNode() : PxNode(PxNode::Init{"result"}) {}
@@ -374,16 +363,9 @@ void setChild(PxStrongHndl<PxPassThroughProtocol> const& through,
     engine().sync();
 }
 
-template <class R>
-auto query(R* r) {
-    PxRequestPtr<R> owner(r);
-    engine().executeRequest(r, false);
-    engine().waitRequest(r);
-    return owner;
-}
-
-// Both kinds of pass-through of Protocol answer what their child answers, and follow a new child.
-// tagOf(node) asks a node through the engine and gives its tag.
+// Both kinds of pass-through of Protocol answer what their child answers, and
+// follow a new child. tagOf(node) asks a node through the engine and gives its
+// tag.
 template <class Protocol, class Child, class TagOf>
 void checkPassThrough(TagOf tagOf, int a, int b) {
     auto childA = makeNode(new Child(a));
@@ -410,7 +392,7 @@ TEST_F(ProtocolRequests, PassThroughsOfEveryProtocolForwardAndFollowTheirChild) 
     PxTimeContext const t(0.0);
     checkPassThrough<PxObject3dProtocol, Giver>(
         [&](auto n) {
-            return query(new PxObject3dRequest(n, PxObject3dContext()))
+            return submitted(new PxObject3dRequest(n, PxObject3dContext()))
                 ->getScene()
                 .getValue()
                 ->getNbObjects();
@@ -419,30 +401,31 @@ TEST_F(ProtocolRequests, PassThroughsOfEveryProtocolForwardAndFollowTheirChild) 
     checkPassThrough<PxMaterialProtocol, Giver>(
         [&](auto n) {
             return int(
-                query(new PxMaterialRequest(n, t))->getMaterial().getValue()->getShininess());
+                submitted(new PxMaterialRequest(n, t))->getMaterial().getValue()->getShininess());
         },
         2, 5);
     checkPassThrough<PxShape2dProtocol, Giver>(
         [&](auto n) {
-            return query(new PxShape2dRequest(n, t))->getShape().getValue()->getNbCtrlPoints();
+            return submitted(new PxShape2dRequest(n, t))->getShape().getValue()->getNbCtrlPoints();
         },
         2, 5);
     checkPassThrough<PxCameraProtocol, Giver>(
         [&](auto n) {
-            return int(query(new PxCameraRequest(n, t))->getCamera().getValue().fieldOfView);
+            return int(submitted(new PxCameraRequest(n, t))->getCamera().getValue().fieldOfView);
         },
         2, 5);
     // Every operation of the image protocol is forwarded.
     checkPassThrough<PxImageProtocol, TaggedImage>(
         [&](PxUPtr<PxImageProtocol const> n) {
-            int const rate =
-                int(query(new PxImageFormatRequest(n))->getImageFormat().getFrameRate().toDouble());
+            int const rate = int(
+                submitted(new PxImageFormatRequest(n))->getImageFormat().getFrameRate().toDouble());
             int const rod =
-                int(query(new PxImageRODRequest(n, {0.0, 0}))->getImageROD().getROD().xmax);
-            int const tile = int(query(new PxImageTileRequest(n, PxImageContext(0.0, {0, 0}, 0, 0)))
-                                     ->getResult()
-                                     .getValidityInterval()
-                                     .getHigh());
+                int(submitted(new PxImageRODRequest(n, {0.0, 0}))->getImageROD().getROD().xmax);
+            int const tile =
+                int(submitted(new PxImageTileRequest(n, PxImageContext(0.0, {0, 0}, 0, 0)))
+                        ->getResult()
+                        .getValidityInterval()
+                        .getHigh());
             bool const odd = n->isChainConnected() && !n->producesFullFrames();
             EXPECT_EQ(rate, rod);
             EXPECT_EQ(rate, tile);

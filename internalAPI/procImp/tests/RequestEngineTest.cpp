@@ -320,36 +320,6 @@ TEST_F(RequestEngine, AGfxRequestWakesTheGfxWorkerAtTheLimit) {
     EXPECT_EQ(runningSeen.load(), 2);
 }
 
-TEST_F(RequestEngine, GfxRequestsRunBothHalvesOnTheGfxWorker) {
-    std::vector<int> performIndex, completeIndex;
-    std::mutex m;
-    auto index = [] {
-        auto const* info = MtThreadMgr::getInstance().findCurrentThread();
-        return info ? info->getIndex() : -1;
-    };
-    runAndWait(new FnRequest([&] {
-        std::vector<PxRequestPtr<PxRequest>> gfx;
-        for (int i = 0; i < 3; ++i) {
-            auto* g = new FnRequest(
-                [&] {
-                    std::lock_guard l(m);
-                    performIndex.push_back(index());
-                },
-                kGfx);
-            g->_complete = [&] {
-                std::lock_guard l(m);
-                completeIndex.push_back(index());
-            };
-            gfx.emplace_back(g);
-            engine().executeRequest(g, false);
-        }
-        for (auto& g : gfx)
-            engine().waitRequest(g.get());
-    }));
-    EXPECT_EQ(performIndex, (std::vector<int>{0, 0, 0}));
-    EXPECT_EQ(completeIndex, (std::vector<int>{0, 0, 0}));
-}
-
 TEST(RequestEngineLife, AnUnusedEngineStopsWithoutStarting) {
     InInitMgr::getInstance().initialize();
     EXPECT_FALSE(engineImp().areWorkersStarted());
@@ -683,29 +653,42 @@ TEST_F(GfxEngine, GfxRequestsRunOnTheGfxWorkerWhoeverSubmitsThem) {
     GfxInitCount init, fin;
     PxRequestImp::registerGFXInitialize(&init);
     PxRequestImp::registerGFXFinalize(&fin);
-    std::atomic<int> wrongThread{0};
+    std::atomic<int> wrongThread{0}, halves{0};
     auto check = [&] {
+        ++halves;
         auto const* info = MtThreadMgr::getInstance().findCurrentThread();
         if (!info || info->getIndex() != 0)
             ++wrongThread;
     };
-    // From outside threads, several at once, then from a worker.
+    auto gfx = [&] {
+        auto* g = new FnRequest(check, kGfx);
+        g->_complete = check;
+        return g;
+    };
+    // From outside threads, several at once, then from a worker, several queued at once.
     std::vector<std::thread> outside;
     for (int t = 0; t < 3; ++t)
         outside.emplace_back([&] {
-            for (int i = 0; i < 20; ++i) {
-                auto* g = new FnRequest(check, kGfx);
-                g->_complete = check;
-                runAndWait(g);
-            }
+            for (int i = 0; i < 20; ++i)
+                runAndWait(gfx());
         });
     for (auto& t : outside)
         t.join();
-    runAndWait(new FnRequest([&] { runAndWait(new FnRequest(check, kGfx)); }));
-    EXPECT_EQ(wrongThread.load(), 0);
+    runAndWait(new FnRequest([&] {
+        std::vector<PxRequestPtr<PxRequest>> queued;
+        for (int i = 0; i < 3; ++i) {
+            queued.emplace_back(gfx());
+            engine().executeRequest(queued.back().get(), false);
+        }
+        for (auto& g : queued)
+            engine().waitRequest(g.get());
+    }));
     EXPECT_EQ(init.calls.load(), 1);
     EXPECT_EQ(init.thread.load(), 0);
     engine().sync();
+    // Both halves of every request ran, all on the GFX worker.
+    EXPECT_TRUE(eventually([&] { return halves.load() == 2 * (3 * 20 + 3); })) << halves.load();
+    EXPECT_EQ(wrongThread.load(), 0);
     InInitMgr::getInstance().finalize(); // the GFX worker ends: its finaliser runs there
     EXPECT_EQ(fin.calls.load(), 1);
     EXPECT_EQ(fin.thread.load(), 0);

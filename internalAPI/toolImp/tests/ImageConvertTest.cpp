@@ -399,9 +399,7 @@ TEST_F(ImageConvertTest, InputFollowsTheTargetFormat) {
     EXPECT_EQ(tileOf(input, tile(0)).getTile().getPixelFormat().getDepth(), IxPixelFormat::UINT8);
     PxMutationRequest::submit(new PxImageFormatSetRequest(PxUPtr<PxImageFormatNode>(target),
                                                           fmt(IxPixelFormat::FLOAT32)));
-    PxRequestPtr<PxImageFormatRequest> q(
-        new PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const>(input)));
-    engine().executeRequest(q.get(), false);
+    auto const q = submitted(new PxImageFormatRequest(PxUPtr<PxImageFormatProtocol const>(input)));
     EXPECT_EQ(q->getImageFormat(), fmt(IxPixelFormat::FLOAT32));
     EXPECT_STREQ(input->getConverter()->getTypeName(), "NoOpConverter");
     EXPECT_EQ(tileOf(input, tile(0)).getTile().getPixelFormat().getDepth(), IxPixelFormat::FLOAT32);

@@ -5,6 +5,7 @@
 #include "PxEx.h"
 
 #include <atomic>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -71,28 +72,14 @@ Source source(int k) {
     return {solid(kRGBA32, region, c, fill), c, fill};
 }
 
+// The loop of N sources.
 template <std::size_t N>
-struct LoopOf;
-template <>
-struct LoopOf<1> {
-    using type = WeightedSum<PiPixelLoopOneSource, Line>;
-};
-template <>
-struct LoopOf<2> {
-    using type = WeightedSum<PiPixelLoopTwoSources, Line, Line>;
-};
-template <>
-struct LoopOf<3> {
-    using type = WeightedSum<PiPixelLoopThreeSources, Line, Line, Line>;
-};
-template <>
-struct LoopOf<4> {
-    using type = WeightedSum<PiPixelLoopFourSources, Line, Line, Line, Line>;
-};
-template <>
-struct LoopOf<5> {
-    using type = WeightedSum<PiPixelLoopFiveSources, Line, Line, Line, Line, Line>;
-};
+using LoopOf = std::tuple_element_t<
+    N - 1, std::tuple<WeightedSum<PiPixelLoopOneSource, Line>,
+                      WeightedSum<PiPixelLoopTwoSources, Line, Line>,
+                      WeightedSum<PiPixelLoopThreeSources, Line, Line, Line>,
+                      WeightedSum<PiPixelLoopFourSources, Line, Line, Line, Line>,
+                      WeightedSum<PiPixelLoopFiveSources, Line, Line, Line, Line, Line>>>;
 
 template <class Loop, std::size_t... I>
 void runLoop(Loop& loop, std::vector<Source> const& src, std::index_sequence<I...>) {
@@ -106,7 +93,7 @@ void checkLoop(GeRectangle<int> const& region) {
         src.push_back(source(k));
     IxTile const result(kRGBA32, region, {});
     IxWriteGuard guard(result);
-    using Loop = typename LoopOf<N>::type;
+    using Loop = LoopOf<N>;
     Loop loop(guard, PiImageModifierTypes::AFFECT_RGB);
     EXPECT_EQ(loop.affects(), PiImageModifierTypes::AFFECT_RGB);
     runLoop(loop, src, std::make_index_sequence<N>());

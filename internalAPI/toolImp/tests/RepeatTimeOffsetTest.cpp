@@ -256,9 +256,8 @@ TEST_F(RepeatNodeTest, LockedNoRepeatIsEmptyOutsideTheRangeUpToInfinity) {
     EXPECT_EQ(before.getValidityInterval(), PxValidityInterval(kNegInf, 2.0 - kEps));
     PxImageResult const after = at(g.repeat, 8.0);
     EXPECT_EQ(after.getValidityInterval(), PxValidityInterval(5.0 + kEps, kPosInf));
-    PxRequestPtr<PxImageRODRequest> rod(
+    auto const rod = submitted(
         new PxImageRODRequest(PxUPtr<PxImageProtocol const>(g.repeat), PxTimeStreamContext(8, 0)));
-    engine().executeRequest(rod.get(), false);
     EXPECT_TRUE(rod->getImageROD().getROD().isEmpty());
 }
 

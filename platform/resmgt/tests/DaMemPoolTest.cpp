@@ -1,7 +1,6 @@
 #include "DaMemPool.h"
 #include "ExBase.h"
 #include "MbAlignment.h"
-#include "MbBuffer.h"
 
 #include <gtest/gtest.h>
 
@@ -34,38 +33,6 @@ bool intact(Block const& b, unsigned seed) {
 }
 
 } // namespace
-
-TEST(MbAlignment, Arithmetic) {
-    EXPECT_TRUE(MbAlignment::isPowerOfTwo(64));
-    EXPECT_FALSE(MbAlignment::isPowerOfTwo(48));
-    EXPECT_FALSE(MbAlignment::isPowerOfTwo(0));
-    EXPECT_EQ(MbAlignment::roundUp(65, 64), 128u);
-    EXPECT_EQ(MbAlignment::roundUp(64, 64), 64u);
-    EXPECT_EQ(MbAlignment::roundDown(127, 64), 64u);
-    EXPECT_EQ(MbAlignment::naturalAlignment(96), 32u);
-    EXPECT_EQ(MbAlignment::naturalAlignment(8), 16u);
-    EXPECT_EQ(MbAlignment::naturalAlignment(3 * 8192), 4096u);
-    EXPECT_EQ(MbAlignment::naturalAlignment(0), 16u);
-    alignas(64) char buf[128];
-    EXPECT_TRUE(MbAlignment::isAligned(buf, 64));
-    EXPECT_FALSE(MbAlignment::isAligned(buf + 8, 16));
-    EXPECT_EQ(MbAlignment::alignUp(buf + 1, 64), buf + 64);
-}
-
-TEST(MbBuffer, OwnsAZeroedAlignedBuffer) {
-    MbBuffer b(1000, 256);
-    ASSERT_EQ(b.getSize(), 1000u);
-    EXPECT_EQ(b.getAlignment(), 256u);
-    EXPECT_TRUE(MbAlignment::isAligned(b.getData(), 256));
-    EXPECT_TRUE(std::all_of(b.getData(), b.getData() + 1000,
-                            [](std::byte x) { return x == std::byte{0}; }));
-    std::byte* data = b.getData();
-    MbBuffer moved(std::move(b));
-    EXPECT_TRUE(b.isEmpty());
-    EXPECT_EQ(b.getData(), nullptr);
-    EXPECT_EQ(moved.getData(), data);
-    EXPECT_THROW(MbBuffer(10, 24), ExAssertionFailed);
-}
 
 TEST(DaMemPool, EverySizeIsAlignedDistinctAndKeepsItsContents) {
     DaMemPool pool("test", 16384, 0x20000, 1024);

@@ -64,23 +64,6 @@ TEST(LkAtomicObj, LoserTakesNewSnapshotAndDecidesAgain) {
     EXPECT_EQ(winner->a, 11);
 }
 
-TEST(LkAtomicObj, RetryLoopAppliesEditOnceOnLatestValue) {
-    LkAtomicObj<Pair> obj(Pair{0, 0});
-    LkAtomicWrGuard<Pair> g(obj);
-    {
-        LkAtomicWrGuard<Pair> other(obj);
-        other->a = 5;
-        ASSERT_TRUE(other.commit());
-    }
-    int attempts = 0;
-    do {
-        ++attempts;
-        g->a += 1;
-    } while (!g.commit());
-    EXPECT_EQ(attempts, 2);
-    EXPECT_EQ(obj.load().a, 6);
-}
-
 TEST(LkAtomicObj, ReadGuardKeepsItsSnapshotUntilRefreshed) {
     LkAtomicObj<Pair> obj(Pair{1, 1});
     LkAtomicRdGuard<Pair> rd(obj);

@@ -8,59 +8,43 @@
 
 using namespace Vn;
 
-TEST(LkCondVar, SignalWakesASleepingWaiter) {
-    LkLock lock("test");
-    LkCondVar cv("test");
-    bool ready = false;
-    bool waiting = false;
-    bool seen = false;
-    std::thread waiter([&] {
-        LkGuard g(lock);
-        waiting = true;
-        while (!ready)
-            cv.wait(g);
-        seen = true;
-    });
-    // Once the waiter has released the lock inside wait, the signal below must reach it.
-    for (;;) {
-        LkGuard g(lock);
-        if (waiting) {
-            ready = true;
-            break;
-        }
-    }
-    cv.signal();
-    waiter.join();
-    EXPECT_TRUE(seen);
-}
-
-TEST(LkCondVar, BroadcastWakesEveryWaiter) {
-    LkLock lock("test");
-    LkCondVar cv("test");
-    int waiting = 0;
-    int woken = 0;
-    bool go = false;
-    constexpr int kThreads = 4;
-    std::vector<std::thread> threads;
-    for (int i = 0; i < kThreads; ++i)
-        threads.emplace_back([&] {
+// A signal wakes a sleeping waiter, a broadcast every one: the wake-up comes once every waiter
+// has released the lock inside wait, and must reach them there.
+TEST(LkCondVar, SignalWakesAWaiterAndBroadcastEveryOne) {
+    struct Case {
+        char const* name;
+        int waiters;
+        void (LkCondVar::*wake)();
+    };
+    for (Case const c :
+         {Case{"signal", 1, &LkCondVar::signal}, Case{"broadcast", 4, &LkCondVar::broadcast}}) {
+        SCOPED_TRACE(c.name);
+        LkLock lock("test");
+        LkCondVar cv("test");
+        int waiting = 0;
+        int woken = 0;
+        bool go = false;
+        std::vector<std::thread> threads;
+        for (int i = 0; i < c.waiters; ++i)
+            threads.emplace_back([&] {
+                LkGuard g(lock);
+                ++waiting;
+                while (!go)
+                    cv.wait(g);
+                ++woken;
+            });
+        for (;;) {
             LkGuard g(lock);
-            ++waiting;
-            while (!go)
-                cv.wait(g);
-            ++woken;
-        });
-    for (;;) {
-        LkGuard g(lock);
-        if (waiting == kThreads) {
-            go = true;
-            break;
+            if (waiting == c.waiters) {
+                go = true;
+                break;
+            }
         }
+        (cv.*c.wake)();
+        for (auto& t : threads)
+            t.join();
+        EXPECT_EQ(woken, c.waiters);
     }
-    cv.broadcast();
-    for (auto& t : threads)
-        t.join();
-    EXPECT_EQ(woken, kThreads);
 }
 
 TEST(LkCondVar, WaitRequiresTheLock) {

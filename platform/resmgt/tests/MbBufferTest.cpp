@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <set>
 #include <thread>
@@ -49,7 +50,22 @@ public:
 
 } // namespace
 
-TEST(MbAlignment, MaskAndOffset) {
+TEST(MbAlignment, ArithmeticMaskAndOffset) {
+    EXPECT_TRUE(MbAlignment::isPowerOfTwo(64));
+    EXPECT_FALSE(MbAlignment::isPowerOfTwo(48));
+    EXPECT_FALSE(MbAlignment::isPowerOfTwo(0));
+    EXPECT_EQ(MbAlignment::roundUp(65, 64), 128u);
+    EXPECT_EQ(MbAlignment::roundUp(64, 64), 64u);
+    EXPECT_EQ(MbAlignment::roundDown(127, 64), 64u);
+    EXPECT_EQ(MbAlignment::naturalAlignment(96), 32u);
+    EXPECT_EQ(MbAlignment::naturalAlignment(8), 16u);
+    EXPECT_EQ(MbAlignment::naturalAlignment(3 * 8192), 4096u);
+    EXPECT_EQ(MbAlignment::naturalAlignment(0), 16u);
+    alignas(64) char chars[128];
+    EXPECT_TRUE(MbAlignment::isAligned(chars, 64));
+    EXPECT_FALSE(MbAlignment::isAligned(chars + 8, 16));
+    EXPECT_EQ(MbAlignment::alignUp(chars + 1, 64), chars + 64);
+
     EXPECT_TRUE(MbAlignment::checkPow2Minus1(0));
     EXPECT_TRUE(MbAlignment::checkPow2Minus1(63));
     EXPECT_FALSE(MbAlignment::checkPow2Minus1(64));
@@ -67,10 +83,15 @@ TEST(MbAlignment, MaskAndOffset) {
     EXPECT_EQ(a.apply(p), p);
 }
 
-TEST(MbBuffer, CopiesShareTheBufferAndTheLastOneFreesIt) {
+TEST(MbBuffer, ANewBufferIsZeroedAlignedAndSharedByItsCopiesUntilTheLastFreesIt) {
     std::int64_t const live = MbHeapBufferFactory::getNbLiveBuffers();
     {
-        MbBuffer a(1000);
+        MbBuffer a(1000, 256);
+        ASSERT_EQ(a.getSize(), 1000u);
+        EXPECT_EQ(a.getAlignment(), 256u);
+        EXPECT_TRUE(MbAlignment::isAligned(a.getData(), 256));
+        EXPECT_TRUE(std::all_of(a.getData(), a.getData() + 1000,
+                                [](std::byte x) { return x == std::byte{0}; }));
         EXPECT_TRUE(a.isUniqueOwner());
         EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live + 1);
         {
@@ -83,12 +104,17 @@ TEST(MbBuffer, CopiesShareTheBufferAndTheLastOneFreesIt) {
         }
         EXPECT_TRUE(a.isUniqueOwner());
         EXPECT_EQ(a.getData()[999], std::byte{7});
+        std::byte const* data = a.getData();
         MbBuffer moved = std::move(a);
         EXPECT_TRUE(a.isNull());
+        EXPECT_TRUE(a.isEmpty());
+        EXPECT_EQ(a.getData(), nullptr);
         EXPECT_FALSE(a.isUniqueOwner());
         EXPECT_TRUE(moved.isUniqueOwner());
+        EXPECT_EQ(moved.getData(), data);
     }
     EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
+    EXPECT_THROW(MbBuffer(10, 24), ExAssertionFailed);
     EXPECT_TRUE(MbBuffer().isLoaded());
     EXPECT_TRUE(MbBuffer(0).isNull());
 }

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <thread>
 #include <vector>
 
 using namespace Vn;
@@ -128,4 +129,23 @@ TEST(PrProcessTimes, CountsTheWorkOfEveryThread) {
     EXPECT_GE(poolWork, 0.05);
     // The pool's threads have ended, and their time still counts.
     EXPECT_GE(process, poolWork);
+}
+
+// The calling thread's clock counts its own work only: another thread's, done while this one
+// sleeps, is not in it.
+TEST(MtThreadTimes, CountsOnlyTheCallingThreadsCpuWork) {
+    LkSema done("done", 0);
+    double otherUsed = 0;
+    MtThreadTimes::Split const before = MtThreadTimes::timeSplit();
+    std::thread other([&] {
+        MtThreadTimes::Split const s = MtThreadTimes::timeSplit();
+        burnCpu(0.05);
+        otherUsed = MtThreadTimes::cpuTime(s, MtThreadTimes::timeSplit());
+        done.post();
+    });
+    done.wait();
+    double const mineWhileWaiting = MtThreadTimes::cpuTime(before, MtThreadTimes::timeSplit());
+    other.join();
+    EXPECT_GE(otherUsed, 0.05);
+    EXPECT_LT(mineWhileWaiting, otherUsed);
 }

@@ -4,13 +4,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <sys/stat.h>
-#include <unistd.h>
+
+#include "TempFolderTest.h"
 
 using namespace Vn;
-namespace fs = std::filesystem;
 
 TEST(OsFilePath, PartsOfAPath) {
     OsFilePath p("/presets/Looks/warm.grade.qnpreset");
@@ -34,19 +32,7 @@ TEST(OsFilePath, PartsOfAPath) {
     EXPECT_EQ(OsFilePath().append("b").getString(), "b");
 }
 
-class OsFsUtilsTest : public ::testing::Test {
-protected:
-    void SetUp() override {
-        _dir = fs::temp_directory_path() /
-               ("vn_osfs_" + std::to_string(::getpid()) + "_" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(_dir);
-        fs::create_directories(_dir);
-    }
-    void TearDown() override { fs::remove_all(_dir); }
-    OsFilePath at(std::string const& rel) const { return OsFilePath((_dir / rel).string()); }
-    fs::path _dir;
-};
+using OsFsUtilsTest = VnTest::TempFolderTest;
 
 TEST_F(OsFsUtilsTest, CreateFilePathMakesTheMissingFolders) {
     OsFilePath const file = at("a/b/c/preset.qnpreset");
@@ -58,7 +44,7 @@ TEST_F(OsFsUtilsTest, CreateFilePathMakesTheMissingFolders) {
     ASSERT_EQ(::stat(at("a/b").getString().c_str(), &st), 0);
     EXPECT_TRUE(st.st_mode & S_IXUSR);
     EXPECT_TRUE(st.st_mode & S_IWUSR);
-    std::ofstream(file.getString()) << "x";
+    put("a/b/c/preset.qnpreset", "x");
     EXPECT_TRUE(OsFsUtils::fileExists(file));
     // Again: nothing to do.
     OsFsUtils::createFilePath(file, OsFilePath(_dir.string()), OsFileTypes::Permissions(3, 0, 0));
@@ -67,7 +53,7 @@ TEST_F(OsFsUtilsTest, CreateFilePathMakesTheMissingFolders) {
 }
 
 TEST_F(OsFsUtilsTest, CreateFilePathRefusesWhatItCannotDo) {
-    std::ofstream(at("plain").getString()) << "x";
+    put("plain", "x");
     try {
         OsFilePath const f = at("plain/sub/p.qnpreset");
         OsFsUtils::createFilePath(f, f.getRoot(), OsFileTypes::Permissions(3, 3, 3));
@@ -87,9 +73,9 @@ TEST_F(OsFsUtilsTest, CreateFilePathRefusesWhatItCannotDo) {
 }
 
 TEST_F(OsFsUtilsTest, XmlDocumentLoadNamesTheFile) {
-    std::ofstream(at("good.xml").getString()) << "<R><A x='1'/></R>";
+    put("good.xml", "<R><A x='1'/></R>");
     EXPECT_EQ(XmlDocument::load(at("good.xml").getString()).getRoot().getChildren("A").size(), 1u);
-    std::ofstream(at("bad.xml").getString()) << "<R><A></R>";
+    put("bad.xml", "<R><A></R>");
     for (std::string const name : {"bad.xml", "missing.xml"}) {
         try {
             XmlDocument::load(at(name).getString());

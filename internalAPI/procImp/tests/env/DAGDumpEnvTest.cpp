@@ -1,15 +1,12 @@
-#include "InPackageInit.h"
+#include "../EngineTestSupport.h"
+
 #include "PxDAGMonitorImp.h"
 #include "PxValueNode.h"
 #include "Trace.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdlib>
-#include <mutex>
-#include <string>
-#include <vector>
 
+using namespace VnTest;
 using namespace Vn;
 
 // The run's environment sets VN_PX_PRUNED_DAG_DUMP and, in EXPECT_NODES, how many nodes a dump
@@ -20,10 +17,7 @@ TEST(DAGDumpEnv, PruningFromVariable) {
     InInitMgr::getInstance().initialize();
     {
         auto make = [] {
-            PxStrongHndl<PxAnimValueNode<int>> h(
-                new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
-            PxNode::init(PxStrongHndl<PxNode>(h));
-            return h;
+            return makeNode(new PxAnimValueNode<int>(PxNode::Init{"v"}, PxResult<int>(1)));
         };
         auto a = make(), b = make(), c = make();
         a->registerChild(PxNodePtr<PxNode const>(b));

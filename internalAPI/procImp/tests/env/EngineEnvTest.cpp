@@ -1,41 +1,13 @@
-#include "InPackageInit.h"
-#include "LgLog.h"
+#include "../EngineTestSupport.h"
+
 #include "MtThreadMgr.h"
 #include "MtThreadPool.h"
-#include "PxRequest.h"
-#include "PxRequestMgr.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-#include <chrono>
 #include <cstdlib>
-#include <functional>
-#include <mutex>
 #include <pthread.h>
-#include <thread>
-#include <vector>
 
+using namespace VnTest;
 using namespace Vn;
-
-namespace {
-
-class Fn final : public PxRequest {
-public:
-    explicit Fn(std::function<void()> f) : _f(std::move(f)) {}
-    void performExecute() override { _f(); }
-
-private:
-    std::function<void()> _f;
-};
-
-void runOnWorker(std::function<void()> f) {
-    PxRequestPtr<Fn> r(new Fn(std::move(f)));
-    PxRequestMgr::getInstance().executeRequest(r.get(), false);
-    PxRequestMgr::getInstance().waitRequest(r.get());
-}
-
-} // namespace
 
 // The run's environment sets the engine's variables and, in EXPECT_*, what must come of them.
 TEST(EngineEnv, PoolFromVariables) {
@@ -43,14 +15,7 @@ TEST(EngineEnv, PoolFromVariables) {
     char const* running = std::getenv("EXPECT_MAX_RUNNING");
     char const* logged = std::getenv("EXPECT_TOO_MANY_LOGGED");
     ASSERT_TRUE(threads && running && logged) << "run through ctest, which sets the expectations";
-    std::mutex m;
-    int tooMany = 0;
-    auto previous = LgLog::setOutput([&](LgEntry const& e) {
-        std::lock_guard g(m);
-        if (e.format() == "Pp.PxGraph[2]: Requested number of processing threads is too high "
-                          "(limit is 128).")
-            ++tooMany;
-    });
+    LogCapture log;
     InInitMgr::getInstance().initialize();
     PxRequestMgr::getInstance().sync();
     EXPECT_EQ(PxRequestMgr::getInstance().getThreadPool().getNbThreads(), std::atoi(threads));
@@ -61,17 +26,18 @@ TEST(EngineEnv, PoolFromVariables) {
     if (char const* stack = std::getenv("EXPECT_STACK_MB")) {
         // What a worker really got, not only what the pool was told.
         std::size_t workerStack = 0;
-        runOnWorker([&] {
+        runAndWait(new FnRequest([&] {
             pthread_attr_t attr;
             ASSERT_EQ(pthread_getattr_np(pthread_self(), &attr), 0);
             ASSERT_EQ(pthread_attr_getstacksize(&attr, &workerStack), 0);
             pthread_attr_destroy(&attr);
-        });
+        }));
         EXPECT_EQ(workerStack >> 20, static_cast<std::size_t>(std::atoi(stack)));
     }
     InInitMgr::getInstance().finalize();
-    LgLog::setOutput(std::move(previous));
-    EXPECT_EQ(tooMany, std::atoi(logged));
+    EXPECT_EQ(log.count({"Pp.PxGraph[2]: Requested number of processing threads is too high "
+                         "(limit is 128)."}),
+              std::atoi(logged));
 }
 
 // Without cooperation a worker that waits for a running request sleeps: it never runs that
@@ -85,12 +51,12 @@ TEST(EngineEnv, AWaitingWorkerSleepsWithoutCooperation) {
     std::mutex m;
     std::vector<std::thread::id> ranOn;
     std::thread::id waiter;
-    PxRequestPtr<PxRequest> root(new Fn([&] {
+    PxRequestPtr<PxRequest> root(new FnRequest([&] {
         waiter = std::this_thread::get_id();
-        PxRequestPtr<PxRequest> parent(new Fn([&] {
+        PxRequestPtr<PxRequest> parent(new FnRequest([&] {
             std::vector<PxRequestPtr<PxRequest>> children;
             for (int i = 0; i < 4; ++i) {
-                children.emplace_back(new Fn([&] {
+                children.emplace_back(new FnRequest([&] {
                     std::lock_guard g(m);
                     ranOn.push_back(std::this_thread::get_id());
                 }));

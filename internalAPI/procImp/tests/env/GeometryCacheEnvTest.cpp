@@ -1,13 +1,11 @@
-#include "InPackageInit.h"
+#include "../EngineTestSupport.h"
+
 #include "PxGeometryCacheNode.h"
-#include "PxRequestMgr.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
 #include <cmath>
 #include <cstdlib>
 
+using namespace VnTest;
 using namespace Vn;
 
 namespace {
@@ -34,16 +32,14 @@ TEST(GeometryCacheEnv, LruSizeFromVariable) {
     InInitMgr::getInstance().initialize();
     EXPECT_EQ(PxGeometryCacheNode::getLruSize(), lru);
     {
-        PxStrongHndl<Counting> child(new Counting);
-        PxNode::init(PxStrongHndl<PxNode>(child));
-        PxStrongHndl<PxGeometryCacheNode> cache(new PxGeometryCacheNode(
+        auto const child = makeNode(new Counting);
+        auto const cache = makeNode(new PxGeometryCacheNode(
             PxNode::Init{"cache"}, PxStrongHndl<PxGeometryProtocol const>(child)));
-        PxNode::init(PxStrongHndl<PxNode>(cache));
         auto const meshAt = [&](double t) {
-            PxRequestPtr<PxGeometryRequest> r(new PxGeometryRequest(
-                PxUPtr<PxGeometryProtocol const>(cache), PxGeometryContext(t)));
-            PxRequestMgr::getInstance().executeRequest(r.get(), false);
-            return r->getGeometry().getValue();
+            return submitted(new PxGeometryRequest(PxUPtr<PxGeometryProtocol const>(cache),
+                                                   PxGeometryContext(t)))
+                ->getGeometry()
+                .getValue();
         };
         for (double t : {0.5, 1.5, 2.5})
             meshAt(t);
@@ -55,6 +51,6 @@ TEST(GeometryCacheEnv, LruSizeFromVariable) {
         meshAt(0.75);
         EXPECT_EQ(child->_made.load(), lru < 3 ? 4 : 3);
     }
-    PxRequestMgr::getInstance().sync();
+    engine().sync();
     InInitMgr::getInstance().finalize();
 }
