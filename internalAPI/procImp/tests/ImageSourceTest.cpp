@@ -117,7 +117,7 @@ TEST_F(ImageSources, BlackSourceHasNoPixelsAndFullValidity) {
 }
 
 TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.fill = {1.0f, 0.0f, 0.0f};
     source.fillOpacity = 0.5;
     source.colorVI = {-1.0, 4.0};
@@ -145,7 +145,7 @@ TEST_F(ImageSources, ColorSourceFillsItsFrameAndNarrowsTheValidity) {
 }
 
 TEST_F(ImageSources, ColorSourceFrameFollowsScaleAndAspect) {
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 600;
     source.height = 20;
     source.format = imageFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(2));
@@ -162,7 +162,7 @@ TEST_F(ImageSources, ColorSourceFrameFollowsScaleAndAspect) {
 TEST_F(ImageSources, MultiTileRequestGathersTheTilesOfEachForm) {
     int const w = PxConfig::getTileSizeX();
     int const h = PxConfig::getTileSizeY();
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 2 * w + 3;
     source.height = h + 1;
     auto node = colorSource(source);
@@ -259,7 +259,7 @@ private:
 
 TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
     int const w = PxConfig::getTileSizeX();
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 3 * w;
     PxStrongHndl<PxImageProtocol const> node = makeNode(new FailingTile(colorSource(source)));
     for (int param : {0, 1}) {
@@ -276,7 +276,7 @@ TEST_F(ImageSources, AFailingTileFailsTheGatheringAndLeavesNothingBehind) {
 
 TEST_F(ImageSources, TilesInARegionCarryTheChildsFillAndValidity) {
     int const w = PxConfig::getTileSizeX();
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 2 * w;
     source.fill = {0.0f, 1.0f, 0.0f};
     source.fillOpacity = 1.0;
@@ -357,7 +357,7 @@ TEST_F(ImageSources, CoordinatesConvertExactlyAndThoseBeyondAnyImageAreRefused) 
               (GeRectangle<int>{-1, 0, 0, 1}));
 
     // A whole image of a billion pixels a side is more tiles than one request makes.
-    ColorSourceSpec huge;
+    ColorSourceDesc huge;
     huge.width = 1 << 29;
     huge.height = 1 << 29;
     auto const source = colorSource(huge);

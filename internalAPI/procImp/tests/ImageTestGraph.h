@@ -36,7 +36,7 @@ inline PxImageFormat imageFormat(int comps = IxPixelFormat::RGBA,
     return PxImageFormat(IxPixelFormat(comps, depth, aspect), Rational(25));
 }
 
-struct ColorSourceSpec {
+struct ColorSourceDesc {
     PxImageFormat format = imageFormat();
     int width = 40;
     int height = 30;
@@ -48,7 +48,7 @@ struct ColorSourceSpec {
     PxValidityInterval opacityVI = PxValidityInterval::FULL;
 };
 
-inline PxStrongHndl<PxImageProtocol const> colorSource(ColorSourceSpec const& s = {}) {
+inline PxStrongHndl<PxImageProtocol const> colorSource(ColorSourceDesc const& s = {}) {
     PxStrongHndl<PxImageFormatProtocol const> format =
         makeNode(new PxImageFormatNode(PxNode::Init{"format"}, s.format));
     return makeNode(new PxColorSourceNode(PxNode::Init{"color"}, format, animValue(s.width),

@@ -136,10 +136,10 @@ TEST_F(Panner, BadPansAndFiltersAreClearErrors) {
 
 TEST_F(Panner, ImageTexturesChooseTheirSamplerAndStandInForEmptyImages) {
     auto const rgba = ramp(64, 64);
-    ColorSourceSpec rgbSpec;
+    ColorSourceDesc rgbSpec;
     rgbSpec.format = imageFormat(IxPixelFormat::RGB);
     auto const rgb = colorSource(rgbSpec);
-    ColorSourceSpec alphaSpec;
+    ColorSourceDesc alphaSpec;
     alphaSpec.format = imageFormat(IxPixelFormat::ALPHA);
     auto const alpha = colorSource(alphaSpec);
     PxTimeScaleContext const ctx(0.0, 0);
@@ -164,7 +164,7 @@ TEST_F(Panner, ImageTexturesChooseTheirSamplerAndStandInForEmptyImages) {
     EXPECT_THROW(texture(PxStrongHndl<PxImageProtocol const>(), params), ExBase);
 
     // An empty frame, valid for a while: transparent black for as long.
-    ColorSourceSpec emptySpec;
+    ColorSourceDesc emptySpec;
     emptySpec.width = 0;
     auto const format = makeNode(new PxImageFormatNode(PxNode::Init{"format"}, imageFormat()));
     auto const empty = makeNode(new PxColorSourceNode(

@@ -391,7 +391,7 @@ TEST_F(TextureSampler, BlockedWalkFillsEachCacheBlockOnceAndAllocatesNothing) {
 }
 
 TEST_F(TextureSampler, ReadsAnImageNodeThroughTheEngineAndNarrowsValidity) {
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 100;
     source.height = 80;
     source.colorVI = PxValidityInterval(0.0, 2.0);

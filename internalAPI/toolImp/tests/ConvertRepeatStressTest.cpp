@@ -17,7 +17,7 @@ class ConvertRepeatStress : public EngineTest {};
 // Tiles are asked from several threads while the target format and the repeat mode change:
 // every tile comes whole, in one of the target formats, with the source's colour.
 TEST_F(ConvertRepeatStress, TilesStayWholeWhileFormatsAndModesChange) {
-    ColorSourceSpec frame;
+    ColorSourceDesc frame;
     frame.width = 700;
     frame.height = 20;
     PxStrongHndl<PxImageProtocol const> const source = colorSource(frame);

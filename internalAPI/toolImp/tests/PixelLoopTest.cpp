@@ -254,7 +254,7 @@ public:
 } // namespace
 
 TEST_F(PixelLoops, CancellingBetweenRowsRaisesAtTheWaiterAndReturnsNothing) {
-    ColorSourceSpec source;
+    ColorSourceDesc source;
     source.width = 8;
     source.height = 20;
     PxStrongHndl<PxImageProtocol const> node = makeNode(new CancellingNode(colorSource(source), 4));
