@@ -1,5 +1,7 @@
 #include "HoGraphImp.h"
 
+#include "HoAddressMap.h"
+
 #include "ExBase.h"
 #include "PiToolInterface.h"
 #include "PiToolRegistry.h"
@@ -84,11 +86,11 @@ public:
 
     // By outputs, so that each output's consumers come back in their order.
     void connections() {
-        std::unordered_set<HoNode const*> in(_written.begin(), _written.end());
+        HoAddressSet<HoNode const*> in(_written.begin(), _written.end());
         for (HoNode const* n : _written)
             for (auto const& o : n->_outputs)
                 for (HoInput const* t : o->_targets) {
-                    if (!in.count(t->_node))
+                    if (!in.contains(t->_node))
                         continue;
                     _w.startElement("Connection");
                     _w.addAttribute("inputNode", std::to_string(t->_node->getId()));
@@ -533,13 +535,14 @@ private:
 
 void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWriter& writer) const {
     std::vector<HoNode const*> list;
-    std::unordered_set<HoNode const*> listed;
+    HoAddressSet<HoNode const*> listed(nodes.size());
+    list.reserve(nodes.size());
     for (auto const& p : nodes) {
         HoNode const& n = hoNode(*p);
         if (n._graph != this || !n.isValid())
             VN_THROW_MSG(ExBase,
                          "the node \"" + n._name + "\" is not in the graph \"" + _name + "\"");
-        if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n).second)
+        if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n))
             list.push_back(&n);
     }
     writer.startElement("Graph");
@@ -548,7 +551,7 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
     for (HoNode const* n : list) {
         bool inner = false;
         for (HoNode const* a = n->_group; a && !inner; a = a->_group)
-            inner = listed.count(a) > 0;
+            inner = listed.contains(a);
         if (!inner)
             w.node(*n);
     }

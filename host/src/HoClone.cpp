@@ -1,9 +1,8 @@
 #include "HoGraphImp.h"
 
-#include "ExBase.h"
+#include "HoAddressMap.h"
 
-#include <unordered_map>
-#include <unordered_set>
+#include "ExBase.h"
 
 namespace Vn {
 
@@ -41,8 +40,8 @@ public:
                 for (HoInput* l : leaves) {
                     if (!l->_source)
                         continue;
-                    if (auto o = _outputs.find(l->_source); o != _outputs.end())
-                        result.emplace_back(_inputs.at(l), o->second);
+                    if (HoOutput* const* o = _outputs.find(l->_source))
+                        result.emplace_back(*_inputs.find(l), *o);
                 }
             }
         return result;
@@ -57,12 +56,12 @@ private:
         for (std::size_t i = 0; i < src._inputs.size(); ++i)
             mapInput(*src._inputs[i], *dst._inputs[i]);
         for (std::size_t i = 0; i < src._outputs.size(); ++i) {
-            _outputs[src._outputs[i].get()] = dst._outputs[i].get();
+            _outputs.insert(src._outputs[i].get(), dst._outputs[i].get());
             map(*src._outputs[i], *dst._outputs[i]);
         }
     }
     void mapInput(HoInput const& a, HoInput& b) {
-        _inputs[&a] = &b;
+        _inputs.insert(&a, &b);
         map(a, b);
         for (std::size_t i = 0; i < a._elements.size(); ++i)
             mapInput(*a._elements[i], *b._elements[i]);
@@ -112,24 +111,24 @@ private:
         return dst;
     }
     void copyChildren(HoGroupNode const& src, HoGroupNode& dst) {
-        std::unordered_map<HoNode const*, HoNode*> made;
+        HoAddressMap<HoNode const*, HoNode*> made(src._children.size());
         for (auto const& c : src._children) {
             RCShdPtr<HoNode> cc = copy(*c);
             cc->_group = &dst;
             cc->_attached = true;
-            made[c.get()] = cc.get();
+            made.insert(c.get(), cc.get());
             dst._children.push_back(cc);
         }
         for (HoBoundaryNode const* b : src._inBounds)
-            dst._inBounds.push_back(static_cast<HoBoundaryNode*>(made.at(b)));
+            dst._inBounds.push_back(static_cast<HoBoundaryNode*>(*made.find(b)));
         for (HoBoundaryNode const* b : src._outBounds)
-            dst._outBounds.push_back(static_cast<HoBoundaryNode*>(made.at(b)));
+            dst._outBounds.push_back(static_cast<HoBoundaryNode*>(*made.find(b)));
     }
 
     HoGraphImp& _g;
     std::map<int, int>* _idMap;
-    std::unordered_map<HoInput const*, HoInput*> _inputs;
-    std::unordered_map<HoOutput const*, HoOutput*> _outputs;
+    HoAddressMap<HoInput const*, HoInput*> _inputs;
+    HoAddressMap<HoOutput const*, HoOutput*> _outputs;
 };
 
 } // namespace
@@ -138,7 +137,8 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
                                                       std::map<int, int>* idMap) {
     requireValid("clone nodes");
     std::vector<HoNode*> list;
-    std::unordered_set<HoNode const*> listed;
+    HoAddressSet<HoNode const*> listed(nodes.size());
+    list.reserve(nodes.size());
     for (auto const& p : nodes) {
         HoNode& n = hoNode(*p);
         n.requireValid("clone a node");
@@ -146,7 +146,7 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
             VN_THROW_MSG(ExBase, "the root group is not cloned");
         if (n.getNodeKind() == BOUNDARY)
             VN_THROW_MSG(ExBase, "the boundary node \"" + n._name + "\" is not cloned alone");
-        if (listed.insert(&n).second)
+        if (listed.insert(&n))
             list.push_back(&n);
     }
     // A node inside a listed group comes with it.
@@ -154,16 +154,18 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
     for (HoNode* n : list) {
         bool inner = false;
         for (HoNode const* a = n->_group; a && !inner; a = a->_group)
-            inner = listed.count(a) > 0;
+            inner = listed.contains(a);
         if (!inner)
             tops.push_back(n);
     }
     PiUndoGuard guard(_graph->_stack, "Clone");
     Cloner cloner(*_graph, idMap);
     std::vector<RCShdPtr<HoNode>> copies;
+    copies.reserve(tops.size());
     for (HoNode* t : tops)
         copies.push_back(cloner.copy(*t));
     std::vector<RCShdPtr<PiNode>> result;
+    result.reserve(copies.size());
     for (auto const& c : copies) {
         HoEdit::attachNode(*this, c, true, false);
         result.emplace_back(c.get());
