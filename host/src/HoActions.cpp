@@ -54,17 +54,26 @@ void eraseItem(std::vector<T>& v, int& index, void const* p) {
 // comes back (undo of its removal, redo of its creation) or arrives with stored values from
 // elsewhere is loaded; only a node made by this edit is created.
 void announceEntered(HoGroupNode& group, HoNode& node, bool loaded) {
-    for (HoNode* n : node._graph->subtree(node))
+    auto tell = [loaded](HoNode* n) {
         if (PiNodeController* c = n->controller())
             loaded ? PiNodeControllerManip::nodeLoaded(*c) : PiNodeControllerManip::nodeCreated(*c);
+    };
+    // Most nodes hold none: they are told without listing a subtree.
+    if (node.getNodeKind() != PiNode::GROUP)
+        tell(&node);
+    else
+        for (HoNode* n : node.graph().subtree(node))
+            tell(n);
     if (PiGroupInterface* g = groupIf(&group))
         PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(&node));
 }
 
-void announceLeft(HoGroupNode& group, HoNode& node) {
+} // namespace
+
+void HoEdit::announceLeft(HoGroupNode& group, HoNode& node) {
     if (PiGroupInterface* g = groupIf(&group))
         PiGroupInterfaceManip::nodeRemovedFromGraph(*g, node.getId());
-    std::vector<HoNode*> nodes = node._graph->subtree(node);
+    std::vector<HoNode*> nodes = node.graph().subtree(node);
     for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
         if (PiNodeController* c = (*it)->controller())
             PiNodeControllerManip::nodeRemoved(*c);
@@ -75,7 +84,7 @@ void announceLeft(HoGroupNode& group, HoNode& node) {
 
 // A node entering or leaving a group, with everything inside it. Without `announce` entering
 // tells nothing: a NodeAnnounce tells it once the node's connections are made.
-class NodeAttach final : public PiAction {
+class HoEdit::NodeAttach final : public PiAction {
 public:
     NodeAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool attach, bool loaded,
                bool announce)
@@ -115,7 +124,7 @@ private:
 // Tells of a node's entry once its connections are made: after them when an edit makes the
 // node (`onApply`), and before them when an edit removes it, so that its undo tells of the
 // node after restoring them.
-class NodeAnnounce final : public PiAction {
+class HoEdit::NodeAnnounce final : public PiAction {
 public:
     NodeAnnounce(RCShdPtr<HoGroupNode> group, RCShdPtr<HoNode> node, bool loaded, bool onApply)
         : _group(std::move(group)), _node(std::move(node)), _loaded(loaded), _onApply(onApply) {}
@@ -138,7 +147,7 @@ private:
     int _entries = 0;
 };
 
-class Link final : public PiAction {
+class HoEdit::Link final : public PiAction {
 public:
     Link(RCShdPtr<HoInput> in, RCShdPtr<HoOutput> out, bool connect)
         : _in(std::move(in)), _out(std::move(out)), _connect(connect) {}
@@ -190,7 +199,7 @@ private:
     int _index = -1;
 };
 
-class Rename final : public PiAction {
+class HoEdit::Rename final : public PiAction {
 public:
     Rename(RCShdPtr<HoNode> node, std::string name)
         : _node(std::move(node)), _old(_node->_name), _new(std::move(name)) {}
@@ -210,7 +219,7 @@ private:
     std::string _old, _new;
 };
 
-class ResultState final : public PiAction {
+class HoEdit::ResultState final : public PiAction {
 public:
     ResultState(RCShdPtr<HoOutput> out, int state)
         : _out(std::move(out)), _old(_out->_resultState), _new(state) {}
@@ -229,6 +238,8 @@ private:
     int _old, _new;
 };
 
+namespace {
+
 // A dynamic socket of a node that is not a group; what differs between inputs and outputs is
 // the list that holds them and what is told.
 void tellSocket(HoNode* node, HoInput& in, bool added) {
@@ -240,7 +251,7 @@ void tellSocket(HoNode* node, HoInput& in, bool added) {
         signal(node, PiNodeEvent::InputAdded, &in, nullptr, -1);
     } else {
         if (t)
-            PiTopologyInterfaceManip::dynamicInputRemoved(*t, p, in._type.getCardinality());
+            PiTopologyInterfaceManip::dynamicInputRemoved(*t, p, in.type().getCardinality());
         signal(node, PiNodeEvent::InputRemoved, &in, nullptr);
     }
 }
@@ -255,15 +266,10 @@ void tellSocket(HoNode* node, HoOutput& out, bool added) {
     }
 }
 
-inline std::vector<RCShdPtr<HoInput>>& socketsOf(HoNode& n, HoInput*) {
-    return n._inputs;
-}
-inline std::vector<RCShdPtr<HoOutput>>& socketsOf(HoNode& n, HoOutput*) {
-    return n._outputs;
-}
+} // namespace
 
 template <class Socket>
-class SocketAttach final : public PiAction {
+class HoEdit::SocketAttach final : public PiAction {
 public:
     SocketAttach(RCShdPtr<HoNode> node, RCShdPtr<Socket> socket, bool attach)
         : _node(std::move(node)), _socket(std::move(socket)), _attach(attach) {}
@@ -273,6 +279,8 @@ public:
     void notifyReverted() override { tellSocket(_node.get(), *_socket, !_attach); }
 
 private:
+    static std::vector<RCShdPtr<HoInput>>& socketsOf(HoNode& n, HoInput*) { return n._inputs; }
+    static std::vector<RCShdPtr<HoOutput>>& socketsOf(HoNode& n, HoOutput*) { return n._outputs; }
     void put() {
         insertAt(socketsOf(*_node, _socket.get()), _index, _socket);
         _socket->_attached = true;
@@ -288,7 +296,7 @@ private:
 };
 
 // A group socket: its boundary node enters or leaves the group.
-class BoundaryAttach final : public PiAction {
+class HoEdit::BoundaryAttach final : public PiAction {
 public:
     BoundaryAttach(RCShdPtr<HoGroupNode> group, RCShdPtr<HoBoundaryNode> b, bool attach)
         : _group(std::move(group)), _b(std::move(b)), _attach(attach) {}
@@ -299,7 +307,7 @@ public:
 
 private:
     std::vector<HoBoundaryNode*>& bounds() {
-        return _b->_isInput ? _group->_inBounds : _group->_outBounds;
+        return _b->isInput() ? _group->_inBounds : _group->_outBounds;
     }
     void put() {
         insertAt(_group->_children, _childIndex, RCShdPtr<HoNode>(_b.get()));
@@ -326,18 +334,18 @@ private:
                 PiNodeControllerManip::nodeCreated(*bc);
             if (g)
                 PiGroupInterfaceManip::nodeAdded(*g, RCShdPtr<PiNode>(_b.get()));
-            if (t && _b->_isInput)
+            if (t && _b->isInput())
                 PiTopologyInterfaceManip::dynamicInputAdded(*t, in);
-            if (t && !_b->_isInput)
+            if (t && !_b->isInput())
                 PiTopologyInterfaceManip::dynamicOutputAdded(*t, out);
-            if (_b->_isInput)
+            if (_b->isInput())
                 signal(_group.get(), PiNodeEvent::InputAdded, _b->_inputs[0].get(), nullptr, -1);
         } else {
-            if (t && _b->_isInput)
+            if (t && _b->isInput())
                 PiTopologyInterfaceManip::dynamicInputRemoved(*t, in, PiSocketType::SINGLE);
-            if (t && !_b->_isInput)
+            if (t && !_b->isInput())
                 PiTopologyInterfaceManip::dynamicOutputRemoved(*t, out);
-            if (_b->_isInput)
+            if (_b->isInput())
                 signal(_group.get(), PiNodeEvent::InputRemoved, _b->_inputs[0].get(), nullptr);
             if (g)
                 PiGroupInterfaceManip::nodeRemovedFromGraph(*g, _b->getId());
@@ -354,7 +362,7 @@ private:
 };
 
 // An element of a composite or multi-valued input.
-class ElementAttach final : public PiAction {
+class HoEdit::ElementAttach final : public PiAction {
 public:
     ElementAttach(RCShdPtr<HoInput> list, RCShdPtr<HoInput> el, int index, bool attach)
         : _list(std::move(list)), _el(std::move(el)), _attach(attach), _index(index) {}
@@ -399,7 +407,7 @@ private:
     int _index;
 };
 
-class ElementMove final : public PiAction {
+class HoEdit::ElementMove final : public PiAction {
 public:
     ElementMove(RCShdPtr<HoInput> list, int from, int to)
         : _list(std::move(list)), _from(from), _to(to) {}
@@ -425,7 +433,7 @@ private:
     int _from, _to;
 };
 
-class ValueAttach final : public PiAction {
+class HoEdit::ValueAttach final : public PiAction {
 public:
     ValueAttach(RCShdPtr<HoNode> node, RCShdPtr<PiValue> v, bool attach)
         : _node(std::move(node)), _v(std::move(v)), _attach(attach) {}
@@ -458,7 +466,7 @@ private:
     int _index = -1;
 };
 
-class NodeMove final : public PiAction {
+class HoEdit::NodeMove final : public PiAction {
 public:
     NodeMove(RCShdPtr<HoNode> node, RCShdPtr<HoGroupNode> to)
         : _node(std::move(node)), _from(_node->_group), _to(std::move(to)) {}
@@ -482,7 +490,7 @@ private:
     int _fromIndex = -1, _toIndex = -1;
 };
 
-class SetTarget final : public PiAction {
+class HoEdit::SetTarget final : public PiAction {
 public:
     SetTarget(RCShdPtr<HoLinkNode> link, RCShdPtr<PiSocket> target)
         : _link(std::move(link)), _old(_link->_target), _new(std::move(target)),
@@ -509,7 +517,7 @@ private:
 };
 
 // A dynamic socket's new name; a group's socket renames its boundary node with it.
-class SocketRename final : public PiAction {
+class HoEdit::SocketRename final : public PiAction {
 public:
     SocketRename(RCShdPtr<HoNode> owner, RCShdPtr<HoInput> in, RCShdPtr<HoOutput> out,
                  std::string name)
@@ -551,10 +559,10 @@ private:
     std::string _old, _new;
 };
 
+namespace {
 HoGraphImp& graphOf(HoNode& n) {
     return n.graph();
 }
-
 } // namespace
 
 void HoEdit::attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded,
@@ -604,25 +612,22 @@ void HoEdit::setResultState(HoOutput& out, int state) {
     graphOf(*out._node).record(OPtr<PiAction>(new ResultState(RCShdPtr<HoOutput>(&out), state)));
 }
 
-void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
+template <class Socket>
+void HoEdit::attachSocket(HoNode& node, RCShdPtr<Socket> const& socket) {
     graphOf(node).record(
-        OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, true)));
+        OPtr<PiAction>(new SocketAttach<Socket>(RCShdPtr<HoNode>(&node), socket, true)));
 }
 
-void HoEdit::attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
+template <class Socket>
+void HoEdit::detachSocket(HoNode& node, RCShdPtr<Socket> const& socket) {
     graphOf(node).record(
-        OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, true)));
+        OPtr<PiAction>(new SocketAttach<Socket>(RCShdPtr<HoNode>(&node), socket, false)));
 }
 
-void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoInput> const& in) {
-    graphOf(node).record(
-        OPtr<PiAction>(new SocketAttach<HoInput>(RCShdPtr<HoNode>(&node), in, false)));
-}
-
-void HoEdit::detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out) {
-    graphOf(node).record(
-        OPtr<PiAction>(new SocketAttach<HoOutput>(RCShdPtr<HoNode>(&node), out, false)));
-}
+template void HoEdit::attachSocket(HoNode&, RCShdPtr<HoInput> const&);
+template void HoEdit::attachSocket(HoNode&, RCShdPtr<HoOutput> const&);
+template void HoEdit::detachSocket(HoNode&, RCShdPtr<HoInput> const&);
+template void HoEdit::detachSocket(HoNode&, RCShdPtr<HoOutput> const&);
 
 void HoEdit::attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b) {
     graphOf(group).record(
@@ -723,7 +728,7 @@ std::vector<HoNode*> HoGraphImp::subtree(HoNode& top) const {
     std::vector<HoNode*> result{&top};
     for (std::size_t i = 0; i < result.size(); ++i)
         if (result[i]->getNodeKind() == PiNode::GROUP)
-            for (auto const& c : static_cast<HoGroupNode*>(result[i])->_children)
+            for (auto const& c : static_cast<HoGroupNode*>(result[i])->children())
                 result.push_back(c.get());
     return result;
 }

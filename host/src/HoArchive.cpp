@@ -1,5 +1,7 @@
 #include "HoGraphImp.h"
 
+#include "HoAddressMap.h"
+
 #include "ExBase.h"
 #include "PiToolInterface.h"
 #include "PiToolRegistry.h"
@@ -51,20 +53,20 @@ public:
         _w.startElement("Node");
         _w.addAttribute("kind", kind(n));
         _w.addAttribute("id", std::to_string(n.getId()));
-        _w.addAttribute("name", n._name);
+        _w.addAttribute("name", n.name());
         switch (n.getNodeKind()) {
         case PiNode::TOOL:
-            tool(*static_cast<HoToolNode const&>(n)._tool);
+            tool(*static_cast<HoToolNode const&>(n).getTool());
             break;
         case PiNode::GROUP:
-            if (auto const& t = static_cast<HoGroupNode const&>(n)._tool)
+            if (auto const& t = static_cast<HoGroupNode const&>(n).getTool())
                 tool(*t);
             break;
         case PiNode::VALUE:
-            _w.addAttribute("type", std::to_string(n._inputs[0]->_type.getType()));
+            _w.addAttribute("type", std::to_string(n.inputs()[0]->type().getType()));
             break;
         case PiNode::LINK:
-            _w.addAttribute("type", std::to_string(n._outputs[0]->_type.getType()));
+            _w.addAttribute("type", std::to_string(n.outputs()[0]->type().getType()));
             break;
         case PiNode::BOUNDARY:
             break;
@@ -75,7 +77,7 @@ public:
             target(static_cast<HoLinkNode const&>(n));
         content(n);
         if (n.getNodeKind() == PiNode::GROUP)
-            for (auto const& c : static_cast<HoGroupNode const&>(n)._children)
+            for (auto const& c : static_cast<HoGroupNode const&>(n).children())
                 c->getNodeKind() == PiNode::BOUNDARY
                     ? boundary(static_cast<HoBoundaryNode const&>(*c))
                     : node(*c);
@@ -84,17 +86,17 @@ public:
 
     // By outputs, so that each output's consumers come back in their order.
     void connections() {
-        std::unordered_set<HoNode const*> in(_written.begin(), _written.end());
+        HoAddressSet<HoNode const*> in(_written.begin(), _written.end());
         for (HoNode const* n : _written)
-            for (auto const& o : n->_outputs)
-                for (HoInput const* t : o->_targets) {
-                    if (!in.count(t->_node))
+            for (auto const& o : n->outputs())
+                for (HoInput const* t : o->targets()) {
+                    if (!in.contains(t->node()))
                         continue;
                     _w.startElement("Connection");
-                    _w.addAttribute("inputNode", std::to_string(t->_node->getId()));
+                    _w.addAttribute("inputNode", std::to_string(t->node()->getId()));
                     _w.addAttribute("input", t->getDottedName());
                     _w.addAttribute("outputNode", std::to_string(n->getId()));
-                    _w.addAttribute("output", o->_name);
+                    _w.addAttribute("output", o->name());
                     _w.endElement();
                 }
     }
@@ -120,45 +122,45 @@ private:
         _w.addAttribute("version", t.getVersion());
     }
     void sockets(HoNode const& n) {
-        for (auto const& in : n._inputs)
-            if (in->_kind == PiSocket::DYNAMIC) {
+        for (auto const& in : n.inputs())
+            if (in->kind() == PiSocket::DYNAMIC) {
                 _w.startElement("DynamicInput");
-                _w.addAttribute("name", in->_name);
-                _w.addAttribute("type", std::to_string(in->_type.getType()));
-                _w.addAttribute("cardinality", std::to_string(in->_type.getCardinality()));
+                _w.addAttribute("name", in->name());
+                _w.addAttribute("type", std::to_string(in->type().getType()));
+                _w.addAttribute("cardinality", std::to_string(in->type().getCardinality()));
                 _w.endElement();
             }
-        for (auto const& o : n._outputs)
-            if (o->_kind == PiSocket::DYNAMIC) {
+        for (auto const& o : n.outputs())
+            if (o->kind() == PiSocket::DYNAMIC) {
                 _w.startElement("DynamicOutput");
-                _w.addAttribute("name", o->_name);
-                _w.addAttribute("type", std::to_string(o->_type.getType()));
+                _w.addAttribute("name", o->name());
+                _w.addAttribute("type", std::to_string(o->type().getType()));
                 _w.endElement();
             }
-        for (auto const& in : n._inputs)
+        for (auto const& in : n.inputs())
             elements(*in);
     }
     void elements(HoInput const& in) {
-        bool const list = in._type.getCardinality() != PiSocketType::SINGLE;
-        for (auto const& e : in._elements) {
+        bool const list = in.type().getCardinality() != PiSocketType::SINGLE;
+        for (auto const& e : in.elements()) {
             if (list) {
                 _w.startElement("Element");
                 _w.addAttribute("input", in.getDottedName());
-                _w.addAttribute("name", e->_name);
+                _w.addAttribute("name", e->name());
                 _w.endElement();
             }
             elements(*e);
         }
     }
     void content(HoNode const& n) {
-        for (auto const& o : n._outputs)
-            if (o->_resultState != 0) {
+        for (auto const& o : n.outputs())
+            if (o->resultState() != 0) {
                 _w.startElement("Result");
-                _w.addAttribute("output", o->_name);
-                _w.addAttribute("state", std::to_string(o->_resultState));
+                _w.addAttribute("output", o->name());
+                _w.addAttribute("state", std::to_string(o->resultState()));
                 _w.endElement();
             }
-        for (auto const& v : n._values) {
+        for (auto const& v : n.values()) {
             _w.startElement("Value");
             _w.addAttribute("name", v->getName());
             _w.addAttribute("type", std::to_string(static_cast<int>(v->getType())));
@@ -167,7 +169,7 @@ private:
         }
     }
     void target(HoLinkNode const& l) {
-        HoSocketRef ref = l._target ? HoSocketRef::describe(l._target.get()) : l._unresolved;
+        HoSocketRef ref = l.target() ? HoSocketRef::describe(l.target()) : l.unresolved();
         if (ref.empty())
             return;
         _w.startElement("Target");
@@ -184,12 +186,12 @@ private:
     void boundary(HoBoundaryNode const& b) {
         _written.push_back(&b);
         _w.startElement("Boundary");
-        _w.addAttribute("side", b._isInput ? "in" : "out");
-        _w.addAttribute("socket", b._inputs[0]->_name);
-        _w.addAttribute("type", std::to_string(b._inputs[0]->_type.getType()));
-        _w.addAttribute("static", b._kind == PiSocket::STATIC ? "1" : "0");
+        _w.addAttribute("side", b.isInput() ? "in" : "out");
+        _w.addAttribute("socket", b.inputs()[0]->name());
+        _w.addAttribute("type", std::to_string(b.inputs()[0]->type().getType()));
+        _w.addAttribute("static", b.kind() == PiSocket::STATIC ? "1" : "0");
         _w.addAttribute("id", std::to_string(b.getId()));
-        _w.addAttribute("name", b._name);
+        _w.addAttribute("name", b.name());
         content(b);
         _w.endElement();
     }
@@ -322,11 +324,7 @@ private:
         }
         return n;
     }
-    static void child(HoGroupNode& g, RCShdPtr<HoNode> const& c) {
-        c->_group = &g;
-        c->_attached = true;
-        g._children.push_back(c);
-    }
+    static void child(HoGroupNode& g, RCShdPtr<HoNode> const& c) { g.buildChild(c); }
     void value(XmlElement const& e, HoNode& n) {
         std::string const name = need(e, "name");
         if (name.empty())
@@ -342,7 +340,7 @@ private:
             fail("the stored value \"" + name + "\" has another type on its node");
         if (!v) {
             v = makeValue(&n, name, static_cast<PiValueType>(type));
-            n._values.push_back(v);
+            n.buildValue(v);
         } else if (_loadedValues.count(v.get())) {
             fail("the stored value \"" + name + "\" is given twice");
         }
@@ -356,17 +354,17 @@ private:
     static void result(XmlElement const& e, HoNode& n) {
         std::string const name = need(e, "output");
         long const state = number(e, "state", 0, 1);
-        for (auto const& o : n._outputs)
-            if (o->_name == name) {
-                o->_resultState = static_cast<int>(state);
+        for (auto const& o : n.outputs())
+            if (o->name() == name) {
+                o->buildResultState(static_cast<int>(state));
                 return;
             }
-        fail("the node \"" + n._name + "\" has no output \"" + name + "\"");
+        fail("the node \"" + n.name() + "\" has no output \"" + name + "\"");
     }
     // A target that is not found leaves the link unresolved, keeping where it pointed.
     static void target(XmlElement const& e, HoLinkNode& l) {
-        if (!l._unresolved.empty() || l._target)
-            fail("the link \"" + l._name + "\" has two targets");
+        if (!l.unresolved().empty() || l.target())
+            fail("the link \"" + l.name() + "\" has two targets");
         HoSocketRef ref;
         ref.graph = need(e, "graph");
         ref.socket = need(e, "socket");
@@ -381,28 +379,28 @@ private:
             ref.nodePath.push_back(need(step, "name"));
         }
         if (ref.graph.empty() || ref.nodePath.empty())
-            fail("the link \"" + l._name + "\" has a target without a graph or a node");
+            fail("the link \"" + l.name() + "\" has a target without a graph or a node");
         RCShdPtr<PiSocket> found = ref.resolve();
-        if (found && found->getType().getType() == l._outputs[0]->_type.getType())
-            l._target = found;
+        if (found && found->getType().getType() == l.outputs()[0]->type().getType())
+            l.buildTarget(found, {});
         else
-            l._unresolved = std::move(ref);
+            l.buildTarget({}, std::move(ref));
     }
     static void dynamicInput(XmlElement const& e, HoNode& n) {
         std::string const name = need(e, "name");
         checkName(name);
         PiSocketType const t = socketType(e, true);
         if (n.findInput(name, PiNode::ALL))
-            fail("the node \"" + n._name + "\" has the input \"" + name + "\" twice");
-        n._inputs.push_back(makeInput(&n, nullptr, name, t, PiSocket::DYNAMIC));
+            fail("the node \"" + n.name() + "\" has the input \"" + name + "\" twice");
+        n.buildInput(makeInput(&n, nullptr, name, t, PiSocket::DYNAMIC));
     }
     static void dynamicOutput(XmlElement const& e, HoNode& n) {
         std::string const name = need(e, "name");
         checkName(name);
         PiSocketType const t = socketType(e, false);
         if (n.findOutput(name, PiNode::ALL))
-            fail("the node \"" + n._name + "\" has the output \"" + name + "\" twice");
-        n._outputs.emplace_back(new HoOutput(&n, name, t, PiSocket::DYNAMIC));
+            fail("the node \"" + n.name() + "\" has the output \"" + name + "\" twice");
+        n.buildOutput(RCShdPtr<HoOutput>(new HoOutput(&n, name, t, PiSocket::DYNAMIC)));
     }
     static void element(XmlElement const& e, HoNode& n) {
         std::string const listName = need(e, "input");
@@ -410,12 +408,12 @@ private:
         checkName(name);
         RCShdPtr<PiInput> list = n.findInput(listName, PiNode::ALL);
         if (!list || !(list->isComposite() || list->isMultivalued()))
-            fail("the node \"" + n._name + "\" has no list input \"" + listName + "\"");
+            fail("the node \"" + n.name() + "\" has no list input \"" + listName + "\"");
         HoInput& l = hoInput(*list);
-        for (auto const& x : l._elements)
-            if (x->_name == name)
+        for (auto const& x : l.elements())
+            if (x->name() == name)
                 fail("the input \"" + listName + "\" holds \"" + name + "\" twice");
-        l._elements.push_back(makeElement(l, name));
+        l.buildElement(makeElement(l, name));
     }
     void boundary(XmlElement const& e, HoGroupNode& g) {
         std::string const side = need(e, "side");
@@ -426,27 +424,28 @@ private:
         checkName(socket);
         PiSocketType const t = socketType(e, false);
         bool const isStatic = number(e, "static", 0, 1) == 1;
-        auto& bounds = isInput ? g._inBounds : g._outBounds;
+        auto const& bounds = isInput ? g.inBounds() : g.outBounds();
         HoBoundaryNode* b = nullptr;
         for (HoBoundaryNode* x : bounds)
-            if (x->_inputs[0]->_name == socket)
+            if (x->inputs()[0]->name() == socket)
                 b = x;
         if (isStatic) {
-            if (!b || b->_kind != PiSocket::STATIC || b->_inputs[0]->_type.getType() != t.getType())
-                fail("the group \"" + g._name + "\" has no static socket \"" + socket + "\"");
+            if (!b || b->kind() != PiSocket::STATIC ||
+                b->inputs()[0]->type().getType() != t.getType())
+                fail("the group \"" + g.name() + "\" has no static socket \"" + socket + "\"");
             if (_byNode.count(b))
                 fail("the socket \"" + socket + "\" is given twice");
         } else {
             if (b)
-                fail("the group \"" + g._name + "\" has the socket \"" + socket + "\" twice");
+                fail("the group \"" + g.name() + "\" has the socket \"" + socket + "\" twice");
             RCShdPtr<HoBoundaryNode> nb(
                 new HoBoundaryNode(&_g, socket, t, isInput, PiSocket::DYNAMIC));
             child(g, nb);
-            bounds.push_back(nb.get());
+            g.buildBoundary(*nb);
             b = nb.get();
         }
         _byNode.insert(b);
-        b->_name = need(e, "name");
+        b->buildName(need(e, "name"));
         registerId(e, b);
         for (XmlElement const& c : e.getChildren()) {
             checkAttributes(c);
@@ -474,21 +473,21 @@ private:
         std::string const outName = need(e, "output");
         RCShdPtr<PiInput> pin = inNode->findInput(inName, PiNode::ALL);
         if (!pin)
-            fail("the node \"" + inNode->_name + "\" has no input \"" + inName + "\"");
+            fail("the node \"" + inNode->name() + "\" has no input \"" + inName + "\"");
         RCShdPtr<PiOutput> pout = outNode->findOutput(outName, PiNode::ALL);
         if (!pout)
-            fail("the node \"" + outNode->_name + "\" has no output \"" + outName + "\"");
+            fail("the node \"" + outNode->name() + "\" has no output \"" + outName + "\"");
         HoOutput* out = &hoOutput(*pout);
         HoInput& in = hoInput(*pin);
         // A group's sockets belong to its boundary nodes.
-        inNode = in._node;
-        outNode = out->_node;
+        inNode = in.node();
+        outNode = out->node();
         if (!in.isLeaf())
             fail("the input \"" + inName + "\" holds sub-inputs and takes no connection");
-        if (in._type.getType() != out->_type.getType())
+        if (in.type().getType() != out->type().getType())
             fail("the output \"" + outName + "\" cannot feed \"" + inName + "\": types differ");
         if (_laterInputs.count(&in))
-            fail("the input \"" + inName + "\" of \"" + inNode->_name + "\" is fed twice");
+            fail("the input \"" + inName + "\" of \"" + inNode->name() + "\" is fed twice");
         _edges.emplace_back(inNode, outNode);
         // Every connection is recorded once the nodes are in, in the archive's order.
         _later.emplace_back(&in, out);
@@ -533,13 +532,14 @@ private:
 
 void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWriter& writer) const {
     std::vector<HoNode const*> list;
-    std::unordered_set<HoNode const*> listed;
+    HoAddressSet<HoNode const*> listed(nodes.size());
+    list.reserve(nodes.size());
     for (auto const& p : nodes) {
         HoNode const& n = hoNode(*p);
-        if (n._graph != this || !n.isValid())
+        if (n.graphIfAny() != this || !n.isValid())
             VN_THROW_MSG(ExBase,
-                         "the node \"" + n._name + "\" is not in the graph \"" + _name + "\"");
-        if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n).second)
+                         "the node \"" + n.name() + "\" is not in the graph \"" + _name + "\"");
+        if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n))
             list.push_back(&n);
     }
     writer.startElement("Graph");
@@ -547,8 +547,8 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
     Writer w(writer);
     for (HoNode const* n : list) {
         bool inner = false;
-        for (HoNode const* a = n->_group; a && !inner; a = a->_group)
-            inner = listed.count(a) > 0;
+        for (HoNode const* a = n->group(); a && !inner; a = a->group())
+            inner = listed.contains(a);
         if (!inner)
             w.node(*n);
     }
@@ -560,14 +560,14 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
 // their controllers reset them to their defaults once the nodes are loaded.
 void HoGraphImp::feedInputsAddedSince(HoNode& top) {
     for (HoNode* n : subtree(top)) {
-        if (n->getNodeKind() != PiNode::TOOL || !n->_group)
+        if (n->getNodeKind() != PiNode::TOOL || !n->group())
             continue;
         std::vector<HoInput*> leaves;
         n->leafInputs(leaves);
         std::vector<RCShdPtr<PiInput>> added;
         for (HoInput* l : leaves)
-            if (l->_type.isValueType() && !l->_source) {
-                HoEdit::feedValueNodes(*n->_group, *n, *l);
+            if (l->type().isValueType() && !l->source()) {
+                HoEdit::feedValueNodes(*n->group(), *n, *l);
                 added.emplace_back(l);
             }
         auto* tool = dynamic_cast<PiToolInterface*>(n->controller());
@@ -579,7 +579,7 @@ void HoGraphImp::feedInputsAddedSince(HoNode& top) {
 std::vector<RCShdPtr<PiNode>> HoGraphImp::unarchiveNodes(XmlElement const& graphElement,
                                                          RCShdPtr<PiGroupNode> const& group) {
     HoNode& gn = hoNode(*group);
-    if (gn.getNodeKind() != PiNode::GROUP || gn._graph != this)
+    if (gn.getNodeKind() != PiNode::GROUP || gn.graphIfAny() != this)
         VN_THROW_MSG(ExBase, "nodes are read into a group of their graph");
     gn.requireValid("read nodes");
     if (graphElement.isNull())

@@ -1,9 +1,8 @@
 #include "HoGraphImp.h"
 
-#include "ExBase.h"
+#include "HoAddressMap.h"
 
-#include <unordered_map>
-#include <unordered_set>
+#include "ExBase.h"
 
 namespace Vn {
 
@@ -17,13 +16,13 @@ public:
     RCShdPtr<HoNode> copy(HoNode const& src) {
         RCShdPtr<HoNode> dst = make(src);
         map(src, *dst);
-        for (auto const& v : src._values) {
+        for (auto const& v : src.values()) {
             RCShdPtr<PiValue> nv = valueState(*v).copyFor(dst.get());
             map(*v, *nv);
-            dst->_values.push_back(nv);
+            dst->buildValue(nv);
         }
-        for (std::size_t i = 0; i < src._outputs.size(); ++i)
-            dst->_outputs[i]->_resultState = src._outputs[i]->_resultState;
+        for (std::size_t i = 0; i < src.outputs().size(); ++i)
+            dst->outputs()[i]->buildResultState(src.outputs()[i]->resultState());
         if (src.getNodeKind() == PiNode::GROUP)
             copyChildren(static_cast<HoGroupNode const&>(src), static_cast<HoGroupNode&>(*dst));
         return dst;
@@ -34,17 +33,19 @@ public:
     std::vector<std::pair<HoInput*, HoOutput*>> connections(std::vector<HoNode*> const& tops) {
         std::vector<std::pair<HoInput*, HoOutput*>> result;
         std::vector<HoInput*> leaves;
+        auto visit = [&](HoNode* m) {
+            leaves.clear();
+            m->leafInputs(leaves);
+            for (HoInput* l : leaves)
+                if (HoOutput* const* o = l->source() ? _outputs.find(l->source()) : nullptr)
+                    result.emplace_back(*_inputs.find(l), *o);
+        };
         for (HoNode* t : tops)
-            for (HoNode* m : t->graph().subtree(*t)) {
-                leaves.clear();
-                m->leafInputs(leaves);
-                for (HoInput* l : leaves) {
-                    if (!l->_source)
-                        continue;
-                    if (auto o = _outputs.find(l->_source); o != _outputs.end())
-                        result.emplace_back(_inputs.at(l), o->second);
-                }
-            }
+            if (t->getNodeKind() != PiNode::GROUP)
+                visit(t);
+            else
+                for (HoNode* m : t->graph().subtree(*t))
+                    visit(m);
         return result;
     }
 
@@ -54,24 +55,24 @@ private:
             (*_idMap)[a.getId()] = b.getId();
     }
     void mapSockets(HoNode const& src, HoNode& dst) {
-        for (std::size_t i = 0; i < src._inputs.size(); ++i)
-            mapInput(*src._inputs[i], *dst._inputs[i]);
-        for (std::size_t i = 0; i < src._outputs.size(); ++i) {
-            _outputs[src._outputs[i].get()] = dst._outputs[i].get();
-            map(*src._outputs[i], *dst._outputs[i]);
+        for (std::size_t i = 0; i < src.inputs().size(); ++i)
+            mapInput(*src.inputs()[i], *dst.inputs()[i]);
+        for (std::size_t i = 0; i < src.outputs().size(); ++i) {
+            _outputs.insert(src.outputs()[i].get(), dst.outputs()[i].get());
+            map(*src.outputs()[i], *dst.outputs()[i]);
         }
     }
     void mapInput(HoInput const& a, HoInput& b) {
-        _inputs[&a] = &b;
+        _inputs.insert(&a, &b);
         map(a, b);
-        for (std::size_t i = 0; i < a._elements.size(); ++i)
-            mapInput(*a._elements[i], *b._elements[i]);
+        for (std::size_t i = 0; i < a.elements().size(); ++i)
+            mapInput(*a.elements()[i], *b.elements()[i]);
     }
     RCShdPtr<HoInput> copyInput(HoInput const& s, HoNode* node, HoInput* owner) {
-        RCShdPtr<HoInput> in = makeInput(node, owner, s._name, s._type, s._kind);
-        in->_elementStructure = s._elementStructure;
-        for (auto const& e : s._elements)
-            in->_elements.push_back(copyInput(*e, node, in.get()));
+        RCShdPtr<HoInput> in = makeInput(node, owner, s.name(), s.type(), s.kind());
+        in->buildElementStructure(s.elementStructure());
+        for (auto const& e : s.elements())
+            in->buildElement(copyInput(*e, node, in.get()));
         return in;
     }
     RCShdPtr<HoNode> make(HoNode const& src) {
@@ -79,57 +80,55 @@ private:
         switch (src.getNodeKind()) {
         case PiNode::TOOL: {
             auto const& t = static_cast<HoToolNode const&>(src);
-            dst = RCShdPtr<HoNode>(new HoToolNode(&_g, src._name, t._tool));
-            for (auto const& in : src._inputs)
-                dst->_inputs.push_back(copyInput(*in, dst.get(), nullptr));
-            for (auto const& o : src._outputs)
-                dst->_outputs.emplace_back(new HoOutput(dst.get(), o->_name, o->_type, o->_kind));
+            dst = RCShdPtr<HoNode>(new HoToolNode(&_g, src.name(), t.getTool()));
+            for (auto const& in : src.inputs())
+                dst->buildInput(copyInput(*in, dst.get(), nullptr));
+            for (auto const& o : src.outputs())
+                dst->buildOutput(
+                    RCShdPtr<HoOutput>(new HoOutput(dst.get(), o->name(), o->type(), o->kind())));
             break;
         }
         case PiNode::VALUE:
-            dst = RCShdPtr<HoNode>(new HoValueNode(&_g, src._name, src._inputs[0]->_type));
+            dst = RCShdPtr<HoNode>(new HoValueNode(&_g, src.name(), src.inputs()[0]->type()));
             break;
         case PiNode::LINK: {
             auto const& l = static_cast<HoLinkNode const&>(src);
             auto link = RCShdPtr<HoLinkNode>(
-                new HoLinkNode(&_g, src._name, src._outputs[0]->_type, l._target));
-            link->_unresolved = l._unresolved;
+                new HoLinkNode(&_g, src.name(), src.outputs()[0]->type(), l.target()));
+            link->buildTarget(RCShdPtr<PiSocket>(l.target()), l.unresolved());
             dst = link;
             break;
         }
         case PiNode::BOUNDARY: {
             auto const& b = static_cast<HoBoundaryNode const&>(src);
-            dst = RCShdPtr<HoNode>(
-                new HoBoundaryNode(&_g, src._name, src._inputs[0]->_type, b._isInput, b._kind));
+            dst = RCShdPtr<HoNode>(new HoBoundaryNode(&_g, src.name(), src.inputs()[0]->type(),
+                                                      b.isInput(), b.kind()));
             break;
         }
         case PiNode::GROUP:
             dst = RCShdPtr<HoNode>(
-                new HoGroupNode(&_g, src._name, static_cast<HoGroupNode const&>(src)._tool));
+                new HoGroupNode(&_g, src.name(), static_cast<HoGroupNode const&>(src).getTool()));
             break;
         }
         mapSockets(src, *dst);
         return dst;
     }
     void copyChildren(HoGroupNode const& src, HoGroupNode& dst) {
-        std::unordered_map<HoNode const*, HoNode*> made;
-        for (auto const& c : src._children) {
+        HoAddressMap<HoNode const*, HoNode*> made(src.children().size());
+        for (auto const& c : src.children()) {
             RCShdPtr<HoNode> cc = copy(*c);
-            cc->_group = &dst;
-            cc->_attached = true;
-            made[c.get()] = cc.get();
-            dst._children.push_back(cc);
+            made.insert(c.get(), cc.get());
+            dst.buildChild(std::move(cc));
         }
-        for (HoBoundaryNode const* b : src._inBounds)
-            dst._inBounds.push_back(static_cast<HoBoundaryNode*>(made.at(b)));
-        for (HoBoundaryNode const* b : src._outBounds)
-            dst._outBounds.push_back(static_cast<HoBoundaryNode*>(made.at(b)));
+        for (auto const* bounds : {&src.inBounds(), &src.outBounds()})
+            for (HoBoundaryNode const* b : *bounds)
+                dst.buildBoundary(*static_cast<HoBoundaryNode*>(*made.find(b)));
     }
 
     HoGraphImp& _g;
     std::map<int, int>* _idMap;
-    std::unordered_map<HoInput const*, HoInput*> _inputs;
-    std::unordered_map<HoOutput const*, HoOutput*> _outputs;
+    HoAddressMap<HoInput const*, HoInput*> _inputs;
+    HoAddressMap<HoOutput const*, HoOutput*> _outputs;
 };
 
 } // namespace
@@ -138,32 +137,35 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
                                                       std::map<int, int>* idMap) {
     requireValid("clone nodes");
     std::vector<HoNode*> list;
-    std::unordered_set<HoNode const*> listed;
+    HoAddressSet<HoNode const*> listed(nodes.size());
+    list.reserve(nodes.size());
     for (auto const& p : nodes) {
         HoNode& n = hoNode(*p);
         n.requireValid("clone a node");
-        if (!n._group)
+        if (!n.group())
             VN_THROW_MSG(ExBase, "the root group is not cloned");
         if (n.getNodeKind() == BOUNDARY)
-            VN_THROW_MSG(ExBase, "the boundary node \"" + n._name + "\" is not cloned alone");
-        if (listed.insert(&n).second)
+            VN_THROW_MSG(ExBase, "the boundary node \"" + n.name() + "\" is not cloned alone");
+        if (listed.insert(&n))
             list.push_back(&n);
     }
     // A node inside a listed group comes with it.
     std::vector<HoNode*> tops;
     for (HoNode* n : list) {
         bool inner = false;
-        for (HoNode const* a = n->_group; a && !inner; a = a->_group)
-            inner = listed.count(a) > 0;
+        for (HoNode const* a = n->group(); a && !inner; a = a->group())
+            inner = listed.contains(a);
         if (!inner)
             tops.push_back(n);
     }
-    PiUndoGuard guard(_graph->_stack, "Clone");
+    PiUndoGuard guard(_graph->stack(), "Clone");
     Cloner cloner(*_graph, idMap);
     std::vector<RCShdPtr<HoNode>> copies;
+    copies.reserve(tops.size());
     for (HoNode* t : tops)
         copies.push_back(cloner.copy(*t));
     std::vector<RCShdPtr<PiNode>> result;
+    result.reserve(copies.size());
     for (auto const& c : copies) {
         HoEdit::attachNode(*this, c, true, false);
         result.emplace_back(c.get());

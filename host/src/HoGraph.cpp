@@ -55,22 +55,22 @@ HoSocketRef HoSocketRef::describe(PiSocket const* socket) {
         return ref;
     auto const* in = dynamic_cast<HoInput const*>(socket);
     auto const* out = dynamic_cast<HoOutput const*>(socket);
-    HoNode const* n = in ? in->_node : out ? out->_node : nullptr;
-    if (!n || !n->_graph)
+    HoNode const* n = in ? in->node() : out ? out->node() : nullptr;
+    if (!n || !n->graphIfAny())
         return ref;
     ref.isInput = in != nullptr;
-    ref.socket = in ? in->getDottedName() : out->_name;
-    for (; n && n->_group; n = n->_group)
-        ref.nodePath.insert(ref.nodePath.begin(), n->_name);
-    ref.graph = n->_graph->_name;
+    ref.socket = in ? in->getDottedName() : out->name();
+    for (; n && n->group(); n = n->group())
+        ref.nodePath.insert(ref.nodePath.begin(), n->name());
+    ref.graph = n->graphIfAny()->name();
     return ref;
 }
 
 RCShdPtr<PiSocket> HoSocketRef::resolve() const {
     for (HoGraphImp* g : HoGraphImp::liveGraphs()) {
-        if (g->_name != graph)
+        if (g->name() != graph)
             continue;
-        RCShdPtr<PiNode> n(g->_root.get());
+        RCShdPtr<PiNode> n(&g->root());
         for (std::size_t i = 0; n && i < nodePath.size(); ++i) {
             auto* group = dynamic_cast<PiGroupNode*>(n.get());
             n = group ? group->findNode(nodePath[i]) : RCShdPtr<PiNode>();
@@ -95,7 +95,7 @@ RCShdPtr<PiGraph> HoGraph::create(std::string const& name, std::string const& ro
         RCShdPtr<PiNodeController> c = controller(*graph);
         if (!c)
             VN_THROW_MSG(ExBase, "the graph \"" + name + "\" was given no controller");
-        graph->_root->setController(std::move(c));
+        graph->root().setController(std::move(c));
     }
     return RCShdPtr<PiGraph>(graph.get());
 }
@@ -125,7 +125,7 @@ public:
     Dumper(HoGroupNode const& top, bool withIds) : _top(top), _ids(withIds) {}
 
     std::string run() {
-        for (auto const& c : _top._children)
+        for (auto const& c : _top.children())
             node(*c, 0);
         return _os.str();
     }
@@ -137,66 +137,66 @@ private:
     // The node's names from below the dumped group, joined by "/".
     std::string path(HoNode const* n) const {
         std::string p;
-        for (; n && n != &_top; n = n->_group)
-            p = p.empty() ? n->_name : n->_name + "/" + p;
+        for (; n && n != &_top; n = n->group())
+            p = p.empty() ? n->name() : n->name() + "/" + p;
         return n ? p : "<outside>/" + p;
     }
     void input(HoInput const& in, int depth) {
         _os << std::string(depth * 2, ' ') << "in " << in.getDottedName()
-            << " type=" << in._type.getType() << "/" << in._type.getCardinality()
-            << " kind=" << in._kind << id(in);
-        if (in._source)
-            _os << " <- " << path(in._source->_node) << ":" << in._source->_name << id(*in._source);
+            << " type=" << in.type().getType() << "/" << in.type().getCardinality()
+            << " kind=" << in.kind() << id(in);
+        if (in.source())
+            _os << " <- " << path(in.source()->node()) << ":" << in.source()->name()
+                << id(*in.source());
         _os << "\n";
-        for (auto const& e : in._elements)
+        for (auto const& e : in.elements())
             input(*e, depth + 1);
     }
     void node(HoNode const& n, int depth) {
         std::string ind(depth * 2, ' ');
-        _os << ind << kindName(n.getNodeKind()) << " \"" << n._name << "\"" << id(n);
+        _os << ind << kindName(n.getNodeKind()) << " \"" << n.name() << "\"" << id(n);
         if (n.getNodeKind() == PiNode::TOOL) {
-            auto const& t = static_cast<HoToolNode const&>(n)._tool;
+            auto const& t = static_cast<HoToolNode const&>(n).getTool();
             _os << " tool=" << t->getFullName() << "@" << t->getVersion();
         }
         if (n.getNodeKind() == PiNode::BOUNDARY) {
             auto const& b = static_cast<HoBoundaryNode const&>(n);
-            _os << (b._isInput ? " side=in" : " side=out") << " kind=" << b._kind;
+            _os << (b.isInput() ? " side=in" : " side=out") << " kind=" << b.kind();
         }
         if (n.getNodeKind() == PiNode::LINK) {
             auto const& l = static_cast<HoLinkNode const&>(n);
-            HoSocketRef const r =
-                l._target ? HoSocketRef::describe(l._target.get()) : l._unresolved;
+            HoSocketRef const r = l.target() ? HoSocketRef::describe(l.target()) : l.unresolved();
             if (!r.empty()) {
                 _os << " target=" << r.graph;
                 for (auto const& step : r.nodePath)
                     _os << "/" << step;
                 _os << (r.isInput ? ":in:" : ":out:") << r.socket
-                    << (l._target ? "" : " (unresolved)");
+                    << (l.target() ? "" : " (unresolved)");
             }
         }
         _os << "\n";
-        for (auto const& in : n._inputs)
+        for (auto const& in : n.inputs())
             input(*in, depth + 1);
-        for (auto const& o : n._outputs) {
-            _os << ind << "  out " << o->_name << " type=" << o->_type.getType()
-                << " kind=" << o->_kind << " result=" << o->_resultState << id(*o) << " ->";
-            for (HoInput const* t : o->_targets)
-                _os << " " << path(t->_node) << ":" << t->getDottedName();
+        for (auto const& o : n.outputs()) {
+            _os << ind << "  out " << o->name() << " type=" << o->type().getType()
+                << " kind=" << o->kind() << " result=" << o->resultState() << id(*o) << " ->";
+            for (HoInput const* t : o->targets())
+                _os << " " << path(t->node()) << ":" << t->getDottedName();
             _os << "\n";
         }
-        for (auto const& v : n._values)
+        for (auto const& v : n.values())
             _os << ind << "  val " << v->getName() << " " << PiValue::getTypeName(v->getType())
                 << " = \"" << v->toString() << "\"" << id(*v) << "\n";
         if (n.getNodeKind() == PiNode::GROUP) {
             auto const& g = static_cast<HoGroupNode const&>(n);
             _os << ind << "  sockets in:";
-            for (HoBoundaryNode const* b : g._inBounds)
-                _os << " " << b->_name;
+            for (HoBoundaryNode const* b : g.inBounds())
+                _os << " " << b->name();
             _os << " out:";
-            for (HoBoundaryNode const* b : g._outBounds)
-                _os << " " << b->_name;
+            for (HoBoundaryNode const* b : g.outBounds())
+                _os << " " << b->name();
             _os << "\n";
-            for (auto const& c : g._children)
+            for (auto const& c : g.children())
                 node(*c, depth + 1);
         }
     }
@@ -211,9 +211,9 @@ public:
     explicit Checker(HoGraphImp const& g) : _g(g) {}
 
     std::vector<std::string> run() {
-        if (_g._root->_group || !_g._root->_attached)
+        if (_g.root().group() || !_g.root().attached())
             fail("the root group is not the root");
-        node(*_g._root, nullptr);
+        node(_g.root(), nullptr);
         return std::move(_problems);
     }
 
@@ -224,64 +224,66 @@ private:
             fail("the id " + std::to_string(o.getId()) + " is used twice (" + what + ")");
     }
     void input(HoInput const& in, HoNode const& n, HoInput const* owner) {
-        std::string name = n._name + ":" + in.getDottedName();
+        std::string name = n.name() + ":" + in.getDottedName();
         id(in, name);
-        if (in._node != &n || in._owner != owner || !in._attached)
+        if (in.node() != &n || in.owner() != owner || !in.attached())
             fail(name + " does not know its node or owner");
-        if (in._source) {
+        if (in.source()) {
             if (!in.isLeaf())
                 fail(name + " holds sub-inputs and is connected");
-            auto const& t = in._source->_targets;
+            auto const& t = in.source()->targets();
             if (std::count(t.begin(), t.end(), &in) != 1)
                 fail(name + " is not listed once by its source");
-            if (!in._source->_node || in._source->_node->_graph != &_g || !in._source->isValid())
+            if (!in.source()->node() || in.source()->node()->graphIfAny() != &_g ||
+                !in.source()->isValid())
                 fail(name + " is fed by an output not in the graph");
         }
-        for (auto const& e : in._elements)
+        for (auto const& e : in.elements())
             input(*e, n, &in);
     }
     void node(HoNode const& n, HoGroupNode const* parent) {
-        id(n, n._name);
-        if (n._group != parent || !n._attached || n._graph != &_g)
-            fail("the node \"" + n._name + "\" does not know its group or graph");
-        for (auto const& in : n._inputs)
+        id(n, n.name());
+        if (n.group() != parent || !n.attached() || n.graphIfAny() != &_g)
+            fail("the node \"" + n.name() + "\" does not know its group or graph");
+        for (auto const& in : n.inputs())
             input(*in, n, nullptr);
-        for (auto const& o : n._outputs) {
-            id(*o, n._name + ":" + o->_name);
-            if (o->_node != &n || !o->_attached)
-                fail("the output \"" + o->_name + "\" does not know its node");
-            for (HoInput const* t : o->_targets)
-                if (t->_source != o.get() || !t->isValid())
-                    fail("the output \"" + o->_name + "\" of \"" + n._name +
+        for (auto const& o : n.outputs()) {
+            id(*o, n.name() + ":" + o->name());
+            if (o->node() != &n || !o->attached())
+                fail("the output \"" + o->name() + "\" does not know its node");
+            for (HoInput const* t : o->targets())
+                if (t->source() != o.get() || !t->isValid())
+                    fail("the output \"" + o->name() + "\" of \"" + n.name() +
                          "\" lists an input it does not feed");
-            if (o->_resultState != 0 && o->_resultState != 1)
-                fail("the output \"" + o->_name + "\" has result state " +
-                     std::to_string(o->_resultState));
+            if (o->resultState() != 0 && o->resultState() != 1)
+                fail("the output \"" + o->name() + "\" has result state " +
+                     std::to_string(o->resultState()));
         }
-        for (auto const& v : n._values) {
-            id(*v, n._name + ":" + v->getName());
-            if (valueState(*v)._node != &n || !valueState(*v)._attached)
+        for (auto const& v : n.values()) {
+            id(*v, n.name() + ":" + v->getName());
+            if (valueState(*v).node() != &n || !valueState(*v).attached())
                 fail("the value \"" + v->getName() + "\" does not know its node");
         }
         if (n.getNodeKind() != PiNode::GROUP)
             return;
         auto const& g = static_cast<HoGroupNode const&>(n);
         std::size_t boundaries = 0;
-        for (auto const& c : g._children) {
+        for (auto const& c : g.children()) {
             node(*c, &g);
             if (c->getNodeKind() == PiNode::BOUNDARY)
                 ++boundaries;
         }
         std::set<HoBoundaryNode const*> seen;
-        for (auto const* list : {&g._inBounds, &g._outBounds})
+        for (auto const* list : {&g.inBounds(), &g.outBounds()})
             for (HoBoundaryNode const* b : *list) {
-                bool inChildren = std::any_of(g._children.begin(), g._children.end(),
+                bool inChildren = std::any_of(g.children().begin(), g.children().end(),
                                               [&](auto const& c) { return c.get() == b; });
-                if (!inChildren || !seen.insert(b).second || b->_isInput != (list == &g._inBounds))
-                    fail("the group \"" + g._name + "\" has a socket without its own boundary");
+                if (!inChildren || !seen.insert(b).second ||
+                    b->isInput() != (list == &g.inBounds()))
+                    fail("the group \"" + g.name() + "\" has a socket without its own boundary");
             }
         if (seen.size() != boundaries)
-            fail("the group \"" + g._name + "\" has " + std::to_string(boundaries) +
+            fail("the group \"" + g.name() + "\" has " + std::to_string(boundaries) +
                  " boundary nodes for " + std::to_string(seen.size()) + " sockets");
     }
 

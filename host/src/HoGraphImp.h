@@ -44,6 +44,22 @@ public:
     void connect(RCShdPtr<PiOutput> const& output) override;
     void disconnect() override;
 
+    HoNode* node() const noexcept { return _node; }
+    HoInput* owner() const noexcept { return _owner; }
+    std::string const& name() const noexcept { return _name; }
+    PiSocketType type() const noexcept { return _type; }
+    Kind kind() const noexcept { return _kind; }
+    HoOutput* source() const noexcept { return _source; }
+    bool attached() const noexcept { return _attached; }
+    std::vector<RCShdPtr<HoInput>> const& elements() const noexcept { return _elements; }
+    // For a list of structures, the description of each element.
+    std::shared_ptr<PiStructuredPolicyDescriptor const> const& elementStructure() const noexcept {
+        return _elementStructure;
+    }
+    // Building an input that is in no graph yet: its elements' description and its elements.
+    void buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d);
+    void buildElement(RCShdPtr<HoInput> el);
+
     // Inputs that hold sub-inputs never connect.
     bool isLeaf() const noexcept {
         return _type.getType() != PiSocketType::NONE &&
@@ -53,7 +69,22 @@ public:
     void collectLeaves(std::vector<HoInput*>& out) const;
     // This input, or with `leaves` the leaves under it.
     void collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const;
-    HoNode* node() const noexcept;
+
+protected:
+    int listCardinality() const { return static_cast<int>(_elements.size()); }
+    RCShdPtr<PiInput> listInput(int i) const;
+    int listIndexOf(PiInput const& in) const;
+
+private:
+    // Whether the input is reached from its graph's root: one being made is not, even when it
+    // already knows its node and its list.
+    bool inGraph() const;
+
+    // The edits change the state; the other end of a connection and the node clear the
+    // pointers they hold on it when they go.
+    friend class HoEdit;
+    friend class HoOutput;
+    friend class HoNode;
 
     HoNode* _node;
     HoInput* _owner;
@@ -63,13 +94,7 @@ public:
     HoOutput* _source = nullptr;
     bool _attached = true;
     std::vector<RCShdPtr<HoInput>> _elements;
-    // For a list of structures, the description of each element.
     std::shared_ptr<PiStructuredPolicyDescriptor const> _elementStructure;
-
-protected:
-    int listCardinality() const { return static_cast<int>(_elements.size()); }
-    RCShdPtr<PiInput> listInput(int i) const;
-    int listIndexOf(PiInput const& in) const;
 };
 
 class HoCompositeInput final : public PiCompositeInput, public HoInput {
@@ -118,6 +143,23 @@ public:
     int getResultState() const override { return _resultState; }
     void setResultState(int state) override;
 
+    HoNode* node() const noexcept { return _node; }
+    std::string const& name() const noexcept { return _name; }
+    PiSocketType type() const noexcept { return _type; }
+    Kind kind() const noexcept { return _kind; }
+    int resultState() const noexcept { return _resultState; }
+    bool attached() const noexcept { return _attached; }
+    std::vector<HoInput*> const& targets() const noexcept { return _targets; }
+    // The state an archive or a copy gives an output that is in no graph yet.
+    void buildResultState(int state);
+
+private:
+    // The edits change the state; the inputs it feeds and its node clear the pointers they
+    // hold on it when they go.
+    friend class HoEdit;
+    friend class HoInput;
+    friend class HoNode;
+
     HoNode* _node;
     std::string _name;
     PiSocketType _type;
@@ -149,6 +191,18 @@ public:
     virtual RCShdPtr<PiValue> copyFor(HoNode* node) const = 0;
     // Sets the content from its archived text without any undo; for values not in a graph yet.
     virtual void load(std::string const& text) = 0;
+    HoNode* node() const noexcept { return _node; }
+    std::string const& name() const noexcept { return _name; }
+    bool attached() const noexcept { return _attached; }
+
+protected:
+    HoValueState(HoNode* node, std::string name) : _node(node), _name(std::move(name)) {}
+
+private:
+    // The edits attach and detach the value; its node clears the pointer when it goes.
+    friend class HoEdit;
+    friend class HoNode;
+
     HoNode* _node = nullptr;
     std::string _name;
     bool _attached = true;
@@ -207,6 +261,37 @@ public:
     void requireValid(char const* what) const;
     PiNodeController* controller() const noexcept { return _controller.get(); }
     void setController(RCShdPtr<PiNodeController> c);
+    PiTopologyInterface* topology() const noexcept { return _topology; }
+    PiGroupInterface* groupInterface() const noexcept { return _groupInterface; }
+    PiValueChangeInterface* valueInterface() const noexcept { return _valueInterface; }
+
+    // Null once the graph is gone.
+    HoGraphImp* graphIfAny() const noexcept { return _graph; }
+    HoGroupNode* group() const noexcept { return _group; }
+    bool attached() const noexcept { return _attached; }
+    std::string const& name() const noexcept { return _name; }
+    std::vector<RCShdPtr<HoInput>> const& inputs() const noexcept { return _inputs; }
+    std::vector<RCShdPtr<HoOutput>> const& outputs() const noexcept { return _outputs; }
+    std::vector<RCShdPtr<PiValue>> const& values() const noexcept { return _values; }
+
+    // Building a node that is in no graph yet (made from a description, an archive or a copy):
+    // its name, sockets and stored values.
+    void buildName(std::string name);
+    void buildInput(RCShdPtr<HoInput> in);
+    void buildOutput(RCShdPtr<HoOutput> out);
+    void buildValue(RCShdPtr<PiValue> v);
+
+protected:
+    // Only a node that is in no graph yet is built; the edits change the others.
+    void assertBuilding() const;
+
+private:
+    // The edits change the state; the graph keeps its list of nodes and the root's place, and
+    // a group its children's place.
+    friend class HoEdit;
+    friend class HoGraphImp;
+    friend class HoGroupNode;
+
     // The controller's mix-ins, found once when it is set: every edit tells them.
     PiTopologyInterface* _topology = nullptr;
     PiGroupInterface* _groupInterface = nullptr;
@@ -230,6 +315,8 @@ public:
     HoToolNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool const> tool);
     NodeKind getNodeKind() const override { return TOOL; }
     RCShdPtr<PiTool const> getTool() const override { return _tool; }
+
+private:
     RCShdPtr<PiTool const> _tool;
 };
 
@@ -240,9 +327,13 @@ public:
     NodeKind getNodeKind() const override { return BOUNDARY; }
     bool isInputNode() const override { return _isInput; }
     int getBoundaryKind() const override { return _kind; }
-    RCShdPtr<PiInput> getInput() const override { return _inputs[0]; }
-    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+    RCShdPtr<PiInput> getInput() const override { return inputs()[0]; }
+    RCShdPtr<PiOutput> getOutput() const override { return outputs()[0]; }
     RCShdPtr<PiSocket> getMatchingSocket(PiSocket const& socket) const override;
+    bool isInput() const noexcept { return _isInput; }
+    PiSocket::Kind kind() const noexcept { return _kind; }
+
+private:
     bool _isInput;
     PiSocket::Kind _kind;
 };
@@ -270,7 +361,17 @@ public:
     RCShdPtr<PiSocket> getTargetSocket() const override { return _target; }
     RCShdPtr<PiGraph> getLinkedGraph() const override;
     void setTargetSocket(RCShdPtr<PiSocket> const& target) override;
-    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+    RCShdPtr<PiOutput> getOutput() const override { return outputs()[0]; }
+    PiSocket* target() const noexcept { return _target.get(); }
+    // Where the target stood when it could not be found.
+    HoSocketRef const& unresolved() const noexcept { return _unresolved; }
+    // For a link that is in no graph yet: its target, or where the target stood when it could
+    // not be found.
+    void buildTarget(RCShdPtr<PiSocket> target, HoSocketRef unresolved);
+
+private:
+    friend class HoEdit;
+
     RCShdPtr<PiSocket> _target;
     HoSocketRef _unresolved;
 };
@@ -280,8 +381,8 @@ public:
     // The stored value "Value" has the type that matches the socket type, if one does.
     HoValueNode(HoGraphImp* graph, std::string name, PiSocketType type);
     NodeKind getNodeKind() const override { return VALUE; }
-    RCShdPtr<PiInput> getInput() const override { return _inputs[0]; }
-    RCShdPtr<PiOutput> getOutput() const override { return _outputs[0]; }
+    RCShdPtr<PiInput> getInput() const override { return inputs()[0]; }
+    RCShdPtr<PiOutput> getOutput() const override { return outputs()[0]; }
 };
 
 class HoGroupNode final : public PiGroupNode, public HoNode {
@@ -314,6 +415,17 @@ public:
     void listInputs(std::vector<HoInput*>& out) const override;
     void listOutputs(std::vector<HoOutput*>& out) const override;
     bool isAncestorOf(HoNode const* n) const;
+
+    std::vector<RCShdPtr<HoNode>> const& children() const noexcept { return _children; }
+    std::vector<HoBoundaryNode*> const& inBounds() const noexcept { return _inBounds; }
+    std::vector<HoBoundaryNode*> const& outBounds() const noexcept { return _outBounds; }
+    // Building a group that is in no graph yet: a node inside it, and a boundary node (already
+    // inside) as its next socket.
+    void buildChild(RCShdPtr<HoNode> child);
+    void buildBoundary(HoBoundaryNode& b);
+
+private:
+    friend class HoEdit;
 
     std::vector<RCShdPtr<HoNode>> _children;
     std::vector<HoBoundaryNode*> _inBounds;
@@ -348,6 +460,15 @@ public:
     void record(OPtr<PiAction> action) { _stack.record(std::move(action)); }
     std::vector<HoNode*> subtree(HoNode& top) const;
     void feedInputsAddedSince(HoNode& top);
+    HoGroupNode& root() const noexcept { return *_root; }
+    std::string const& name() const noexcept { return _name; }
+    PiCommandStack& stack() const noexcept { return _stack; }
+    // The graphs alive in the process, by which archived links find their targets.
+    static std::vector<HoGraphImp*>& liveGraphs();
+
+private:
+    // Nodes enter the list of the graph's nodes as they are made and leave it as they go.
+    friend class HoNode;
 
     RCShdPtr<HoGroupNode> _root;
     std::string _name;
@@ -361,10 +482,7 @@ public:
     // Every node made for this graph and still alive, linked through the nodes themselves, so
     // that the graph can tell them it is gone; making and freeing a node costs no allocation.
     HoNode* _firstNode = nullptr;
-    // The graphs alive in the process, by which archived links find their targets.
-    static std::vector<HoGraphImp*>& liveGraphs();
 
-private:
     void openCountChanged(int delta) override { _openCount += delta; }
     void commandProcessed(CbEmptyType const&);
     CbMethod<HoGraphImp, CbEmptyType> _processed;
@@ -373,7 +491,8 @@ private:
 // ---------------------------------------------------------------------------------------------
 // Edits, in HoActions.cpp. Each records its actions; callers hold an undo guard.
 
-struct HoEdit {
+class HoEdit {
+public:
     // Puts a made node into a group. `loaded` tells controllers the node came with stored
     // values from elsewhere (an archive, a clone). Without `announce` nothing is told until
     // announceNode, so that controllers hear of the node once its connections are made.
@@ -388,11 +507,11 @@ struct HoEdit {
     static void unlink(HoInput& in);
     static void rename(HoNode& node, std::string const& name);
     static void setResultState(HoOutput& out, int state);
-    // A dynamic socket of a node that is not a group.
-    static void attachSocket(HoNode& node, RCShdPtr<HoInput> const& in);
-    static void attachSocket(HoNode& node, RCShdPtr<HoOutput> const& out);
-    static void detachSocket(HoNode& node, RCShdPtr<HoInput> const& in);
-    static void detachSocket(HoNode& node, RCShdPtr<HoOutput> const& out);
+    // A dynamic input or output of a node that is not a group.
+    template <class Socket>
+    static void attachSocket(HoNode& node, RCShdPtr<Socket> const& socket);
+    template <class Socket>
+    static void detachSocket(HoNode& node, RCShdPtr<Socket> const& socket);
     // A group's socket, carried by its boundary node.
     static void attachBoundary(HoGroupNode& group, RCShdPtr<HoBoundaryNode> const& b);
     static void detachBoundary(HoGroupNode& group, HoBoundaryNode& b);
@@ -412,12 +531,34 @@ struct HoEdit {
     static void removeFeedingValueNodes(HoInput& in, HoNode& consumer);
     // A value node feeding each value-typed leaf under `in`.
     static void feedValueNodes(HoGroupNode& group, HoNode& node, HoInput& in);
+
+private:
+    // The actions, which alone change the state of nodes, sockets and values in a graph.
+    class NodeAttach;
+    class NodeAnnounce;
+    class Link;
+    class Rename;
+    class ResultState;
+    template <class Socket>
+    class SocketAttach;
+    class BoundaryAttach;
+    class ElementAttach;
+    class ElementMove;
+    class ValueAttach;
+    class NodeMove;
+    class SetTarget;
+    class SocketRename;
+    static void announceLeft(HoGroupNode& group, HoNode& node);
 };
 
 // Helpers shared by the files of the graph.
-// The controller's mix-ins, or null.
-PiGroupInterface* groupIf(HoGroupNode* g);
-PiTopologyInterface* topoIf(HoNode* n);
+// The controller's mix-ins of a node that may be null.
+inline PiGroupInterface* groupIf(HoNode const* n) {
+    return n ? n->groupInterface() : nullptr;
+}
+inline PiTopologyInterface* topoIf(HoNode const* n) {
+    return n ? n->topology() : nullptr;
+}
 HoNode& hoNode(PiNode const& n);
 HoInput& hoInput(PiInput const& in);
 HoOutput& hoOutput(PiOutput const& out);

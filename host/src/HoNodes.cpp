@@ -20,7 +20,7 @@ void requireName(std::string const& name) {
 }
 
 PiCommandStack& stackOf(HoNode const& n) {
-    return n.graph()._stack;
+    return n.graph().stack();
 }
 
 std::vector<std::string> splitDotted(std::string const& name) {
@@ -46,14 +46,6 @@ bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
 // ---------------------------------------------------------------------------------------------
 // Casts from the plug-in API's classes to ours.
 
-PiGroupInterface* groupIf(HoGroupNode* g) {
-    return g ? g->_groupInterface : nullptr;
-}
-
-PiTopologyInterface* topoIf(HoNode* n) {
-    return n ? n->_topology : nullptr;
-}
-
 HoNode& hoNode(PiNode const& n) {
     auto* h = dynamic_cast<HoNode const*>(&n);
     if (!h)
@@ -76,21 +68,21 @@ HoOutput& hoOutput(PiOutput const& out) {
 }
 
 HoGroupNode* wiringGroup(HoInput const& in) {
-    HoNode* n = in._node;
+    HoNode* n = in.node();
     if (!n)
         return nullptr;
-    if (n->getNodeKind() == PiNode::BOUNDARY && static_cast<HoBoundaryNode*>(n)->_isInput)
-        return n->_group ? n->_group->_group : nullptr;
-    return n->_group;
+    if (n->getNodeKind() == PiNode::BOUNDARY && static_cast<HoBoundaryNode*>(n)->isInput())
+        return n->group() ? n->group()->group() : nullptr;
+    return n->group();
 }
 
 HoGroupNode* wiringGroup(HoOutput const& out) {
-    HoNode* n = out._node;
+    HoNode* n = out.node();
     if (!n)
         return nullptr;
-    if (n->getNodeKind() == PiNode::BOUNDARY && !static_cast<HoBoundaryNode*>(n)->_isInput)
-        return n->_group ? n->_group->_group : nullptr;
-    return n->_group;
+    if (n->getNodeKind() == PiNode::BOUNDARY && !static_cast<HoBoundaryNode*>(n)->isInput())
+        return n->group() ? n->group()->group() : nullptr;
+    return n->group();
 }
 
 // Links that exist anywhere: without any, a graph's connections are all there is upstream.
@@ -98,9 +90,9 @@ std::atomic<int> gLinkNodes{0};
 
 HoNode const* nodeOf(PiSocket const* socket) {
     if (auto const* in = dynamic_cast<HoInput const*>(socket))
-        return in->_node;
+        return in->node();
     if (auto const* out = dynamic_cast<HoOutput const*>(socket))
-        return out->_node;
+        return out->node();
     return nullptr;
 }
 
@@ -121,14 +113,14 @@ bool reachesUpstream(HoNode const* start, HoNode const* goal) {
         HoNode const* n = todo.back();
         todo.pop_back();
         if (n->getNodeKind() == PiNode::LINK) {
-            if (visit(nodeOf(static_cast<HoLinkNode const*>(n)->_target.get())))
+            if (visit(nodeOf(static_cast<HoLinkNode const*>(n)->target())))
                 return true;
             continue;
         }
         leaves.clear();
         n->leafInputs(leaves);
         for (HoInput* l : leaves)
-            if (l->_source && visit(l->_source->_node))
+            if (l->source() && visit(l->source()->node()))
                 return true;
     }
     return false;
@@ -138,8 +130,8 @@ bool reachesUpstream(HoNode const* start, HoNode const* goal) {
 // searches run by turns, upstream from the output and downstream from the input; the first to
 // run dry proves there is none, so the cost is that of the smaller side.
 void checkNoCycle(HoInput const& in, HoOutput const& out) {
-    HoNode const* from = in._node;
-    HoNode const* to = out._node;
+    HoNode const* from = in.node();
+    HoNode const* to = out.node();
     std::vector<HoNode const*> up{to}, down{from};
     std::unordered_set<HoNode const*> seenUp{to}, seenDown{from};
     std::vector<HoInput*> leaves;
@@ -150,25 +142,25 @@ void checkNoCycle(HoInput const& in, HoOutput const& out) {
         leaves.clear();
         u->leafInputs(leaves);
         for (HoInput* l : leaves)
-            if (l->_source && seenUp.insert(l->_source->_node).second) {
-                cycle = cycle || l->_source->_node == from;
-                up.push_back(l->_source->_node);
+            if (l->source() && seenUp.insert(l->source()->node()).second) {
+                cycle = cycle || l->source()->node() == from;
+                up.push_back(l->source()->node());
             }
         HoNode const* d = down.back();
         down.pop_back();
-        for (auto const& o : d->_outputs)
-            for (HoInput* t : o->_targets)
-                if (seenDown.insert(t->_node).second) {
-                    cycle = cycle || t->_node == to;
-                    down.push_back(t->_node);
+        for (auto const& o : d->outputs())
+            for (HoInput* t : o->targets())
+                if (seenDown.insert(t->node()).second) {
+                    cycle = cycle || t->node() == to;
+                    down.push_back(t->node());
                 }
     }
     // Links lead upstream where the downstream search cannot follow: search again through them.
     if (!cycle && gLinkNodes.load(std::memory_order_relaxed) > 0)
         cycle = reachesUpstream(to, from);
     if (cycle)
-        VN_THROW_MSG(ExBase, "connecting \"" + in._name + "\" of \"" + from->_name + "\" to \"" +
-                                 out._name + "\" of \"" + to->_name + "\" would close a cycle");
+        VN_THROW_MSG(ExBase, "connecting \"" + in.name() + "\" of \"" + from->name() + "\" to \"" +
+                                 out.name() + "\" of \"" + to->name() + "\" would close a cycle");
 }
 
 // ---------------------------------------------------------------------------------------------
@@ -185,8 +177,23 @@ HoInput::~HoInput() {
             e->_owner = nullptr;
 }
 
-HoNode* HoInput::node() const noexcept {
-    return _node;
+bool HoInput::inGraph() const {
+    if (!isValid())
+        return false;
+    auto const& holder = _owner ? _owner->_elements : _node->inputs();
+    return std::any_of(holder.begin(), holder.end(),
+                       [&](auto const& i) { return i.get() == this; });
+}
+
+void HoInput::buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d) {
+    VN_ASSERT(!inGraph() && "only an input out of any graph is built");
+    _elementStructure = std::move(d);
+}
+
+void HoInput::buildElement(RCShdPtr<HoInput> el) {
+    VN_ASSERT(!inGraph() && "only an input out of any graph is built");
+    VN_ASSERT(el->owner() == this);
+    _elements.push_back(std::move(el));
 }
 
 bool HoInput::isValid() const {
@@ -239,18 +246,19 @@ void HoInput::connect(RCShdPtr<PiOutput> const& output) {
     HoOutput& out = hoOutput(*output);
     if (!_node || !isValid())
         VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
-    if (!out._node || !out.isValid())
-        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is not in a graph");
+    if (!out.node() || !out.isValid())
+        VN_THROW_MSG(ExBase, "the output \"" + out.name() + "\" is not in a graph");
     if (!isLeaf())
         VN_THROW_MSG(ExBase, "the input \"" + getDottedName() +
                                  "\" holds sub-inputs and takes no connection");
-    if (_node->_graph != out._node->_graph)
-        VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" and \"" + out._name +
+    if (_node->graphIfAny() != out.node()->graphIfAny())
+        VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" and \"" + out.name() +
                                  "\" are not in the same graph");
-    if (out._type.getType() != _type.getType())
-        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" of type " +
-                                 std::to_string(out._type.getType()) + " cannot feed the input \"" +
-                                 getDottedName() + "\" of type " + std::to_string(_type.getType()));
+    if (out.type().getType() != _type.getType())
+        VN_THROW_MSG(ExBase, "the output \"" + out.name() + "\" of type " +
+                                 std::to_string(out.type().getType()) +
+                                 " cannot feed the input \"" + getDottedName() + "\" of type " +
+                                 std::to_string(_type.getType()));
     if (_source == &out)
         return;
     // Whether the groups allow the connection is the editing verbs' question (their
@@ -292,37 +300,37 @@ RCShdPtr<HoInput> makeInput(HoNode* node, HoInput* owner, std::string const& nam
 
 RCShdPtr<PiInput> HoCompositeInput::insertInput(int index, std::string const& name) {
     VN_ASSERT(index >= 0 && index <= getCardinality());
-    if (!_node || !isValid())
-        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    if (!node() || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + HoInput::name() + "\" is not in a graph");
     requireName(name);
-    for (auto const& e : _elements)
-        if (e->_name == name)
+    for (auto const& e : elements())
+        if (e->name() == name)
             VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" already holds \"" + name + "\"");
     RCShdPtr<PiCompositeInput> self(this);
-    if (PiTopologyInterface* t = topoIf(_node); t && !t->canAddInputToComposite(self))
+    if (PiTopologyInterface* t = topoIf(node()); t && !t->canAddInputToComposite(self))
         VN_THROW_MSG(ExBase, "the node refuses a new input in \"" + getDottedName() + "\"");
-    PiUndoGuard guard(stackOf(*_node), "Insert Input");
+    PiUndoGuard guard(stackOf(*node()), "Insert Input");
     RCShdPtr<HoInput> el =
-        makeInput(_node, this, name, PiSocketType(_type.getType()), PiSocket::DYNAMIC);
+        makeInput(node(), this, name, PiSocketType(type().getType()), PiSocket::DYNAMIC);
     HoEdit::attachElement(*this, el, index);
-    if (_node->getNodeKind() == PiNode::TOOL && _node->_group)
-        HoEdit::feedValueNodes(*_node->_group, *_node, *el);
+    if (node()->getNodeKind() == PiNode::TOOL && node()->group())
+        HoEdit::feedValueNodes(*node()->group(), *node(), *el);
     return el;
 }
 
 void HoCompositeInput::removeInput(RCShdPtr<PiInput> const& input) {
     HoInput& el = hoInput(*input);
-    VN_ASSERT(el._owner == this);
-    if (!_node || !isValid())
-        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    VN_ASSERT(el.owner() == this);
+    if (!node() || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + name() + "\" is not in a graph");
     RCShdPtr<PiCompositeInput> self(this);
-    if (PiTopologyInterface* t = topoIf(_node); t && !t->canRemoveInputFromComposite(self, input))
+    if (PiTopologyInterface* t = topoIf(node()); t && !t->canRemoveInputFromComposite(self, input))
         VN_THROW_MSG(ExBase, "the node refuses to remove \"" + el.getDottedName() + "\"");
-    PiUndoGuard guard(stackOf(*_node), "Remove Input");
+    PiUndoGuard guard(stackOf(*node()), "Remove Input");
     std::vector<HoInput*> leaves;
     el.collectLeaves(leaves);
     for (HoInput* l : leaves)
-        HoEdit::removeFeedingValueNodes(*l, *_node);
+        HoEdit::removeFeedingValueNodes(*l, *node());
     HoEdit::detachElement(*this, el);
 }
 
@@ -337,12 +345,12 @@ void HoCompositeInput::moveBefore(RCShdPtr<PiInput> const& input, RCShdPtr<PiInp
     }
     if (from == to)
         return;
-    if (!_node || !isValid())
-        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
+    if (!node() || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + name() + "\" is not in a graph");
     RCShdPtr<PiCompositeInput> self(this);
-    if (PiTopologyInterface* t = topoIf(_node); t && !t->canMoveInputInComposite(self, input))
+    if (PiTopologyInterface* t = topoIf(node()); t && !t->canMoveInputInComposite(self, input))
         VN_THROW_MSG(ExBase, "the node refuses to move \"" + input->getDottedName() + "\"");
-    PiUndoGuard guard(stackOf(*_node), "Move Input");
+    PiUndoGuard guard(stackOf(*node()), "Move Input");
     HoEdit::moveElement(*this, from, to);
 }
 
@@ -352,22 +360,22 @@ RCShdPtr<HoInput> buildInput(HoNode* node, HoInput* owner,
 } // namespace
 
 RCShdPtr<HoInput> makeElement(HoInput& list, std::string const& name) {
-    if (!list._elementStructure)
-        return makeInput(list._node, &list, name, PiSocketType(list._type.getType()),
+    if (!list.elementStructure())
+        return makeInput(list.node(), &list, name, PiSocketType(list.type().getType()),
                          PiSocket::DYNAMIC);
     auto el =
-        makeInput(list._node, &list, name, PiSocketType(PiSocketType::NONE), PiSocket::DYNAMIC);
-    for (auto const& sub : list._elementStructure->getInputs())
-        el->_elements.push_back(buildInput(list._node, el.get(), sub, PiSocket::DYNAMIC));
+        makeInput(list.node(), &list, name, PiSocketType(PiSocketType::NONE), PiSocket::DYNAMIC);
+    for (auto const& sub : list.elementStructure()->getInputs())
+        el->buildElement(buildInput(list.node(), el.get(), sub, PiSocket::DYNAMIC));
     return el;
 }
 
 std::string nextElementName(HoInput const& list) {
     long next = 0;
-    for (auto const& e : list._elements) {
+    for (auto const& e : list.elements()) {
         char* end = nullptr;
-        long const n = std::strtol(e->_name.c_str(), &end, 10);
-        if (end && *end == '\0' && !e->_name.empty() && n >= next)
+        long const n = std::strtol(e->name().c_str(), &end, 10);
+        if (end && *end == '\0' && !e->name().empty() && n >= next)
             next = n + 1;
     }
     return std::to_string(next);
@@ -377,33 +385,33 @@ RCShdPtr<PiInput> HoMultivaluedInput::insertInput(int index) {
     if (index < 0 || index > getCardinality())
         VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" has no place " + std::to_string(index) +
                                  " for a new element");
-    if (!_node || !isValid())
-        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
-    PiUndoGuard guard(stackOf(*_node), "Insert Input");
+    if (!node() || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + name() + "\" is not in a graph");
+    PiUndoGuard guard(stackOf(*node()), "Insert Input");
     RCShdPtr<HoInput> el = makeElement(*this, nextElementName(*this));
     HoEdit::attachElement(*this, el, index);
-    if (_node->getNodeKind() == PiNode::TOOL && _node->_group)
-        HoEdit::feedValueNodes(*_node->_group, *_node, *el);
+    if (node()->getNodeKind() == PiNode::TOOL && node()->group())
+        HoEdit::feedValueNodes(*node()->group(), *node(), *el);
     return el;
 }
 
 void HoMultivaluedInput::removeInput(int index) {
     if (index < 0 || index >= getCardinality())
         VN_THROW_MSG(ExBase, "\"" + getDottedName() + "\" has no element " + std::to_string(index));
-    if (!_node || !isValid())
-        VN_THROW_MSG(ExBase, "the input \"" + _name + "\" is not in a graph");
-    PiUndoGuard guard(stackOf(*_node), "Remove Input");
-    HoInput& el = *_elements[static_cast<std::size_t>(index)];
+    if (!node() || !isValid())
+        VN_THROW_MSG(ExBase, "the input \"" + name() + "\" is not in a graph");
+    PiUndoGuard guard(stackOf(*node()), "Remove Input");
+    HoInput& el = *elements()[static_cast<std::size_t>(index)];
     std::vector<HoInput*> leaves;
     el.collectLeaves(leaves);
     for (HoInput* l : leaves)
-        HoEdit::removeFeedingValueNodes(*l, *_node);
+        HoEdit::removeFeedingValueNodes(*l, *node());
     HoEdit::detachElement(*this, el);
 }
 
 RCShdPtr<PiInput> HoStructuredInput::getInput(std::string const& name) const {
-    for (auto const& e : _elements)
-        if (e->_name == name)
+    for (auto const& e : elements())
+        if (e->name() == name)
             return e;
     return {};
 }
@@ -417,6 +425,11 @@ HoOutput::HoOutput(HoNode* node, std::string name, PiSocketType type, Kind kind)
 HoOutput::~HoOutput() {
     for (HoInput* t : _targets)
         t->_source = nullptr;
+}
+
+void HoOutput::buildResultState(int state) {
+    VN_ASSERT(!isValid() && "only an output out of any graph is built");
+    _resultState = state;
 }
 
 bool HoOutput::isValid() const {
@@ -490,6 +503,53 @@ void HoNode::setController(RCShdPtr<PiNodeController> c) {
     PiNodeControllerManip::setNode(*_controller, this);
 }
 
+void HoNode::assertBuilding() const {
+    VN_ASSERT(!isValid() && "only a node out of any graph is built");
+}
+
+void HoNode::buildName(std::string name) {
+    assertBuilding();
+    _name = std::move(name);
+}
+
+void HoNode::buildInput(RCShdPtr<HoInput> in) {
+    assertBuilding();
+    VN_ASSERT(in->node() == this && !in->owner());
+    _inputs.push_back(std::move(in));
+}
+
+void HoNode::buildOutput(RCShdPtr<HoOutput> out) {
+    assertBuilding();
+    VN_ASSERT(out->node() == this);
+    _outputs.push_back(std::move(out));
+}
+
+void HoNode::buildValue(RCShdPtr<PiValue> v) {
+    assertBuilding();
+    VN_ASSERT(valueState(*v).node() == this);
+    _values.push_back(std::move(v));
+}
+
+void HoLinkNode::buildTarget(RCShdPtr<PiSocket> target, HoSocketRef unresolved) {
+    assertBuilding();
+    _target = std::move(target);
+    _unresolved = std::move(unresolved);
+}
+
+void HoGroupNode::buildChild(RCShdPtr<HoNode> child) {
+    assertBuilding();
+    VN_ASSERT(!child->_group);
+    child->_group = this;
+    child->_attached = true;
+    _children.push_back(std::move(child));
+}
+
+void HoGroupNode::buildBoundary(HoBoundaryNode& b) {
+    assertBuilding();
+    VN_ASSERT(b.group() == this);
+    (b.isInput() ? _inBounds : _outBounds).push_back(&b);
+}
+
 HoGraphImp& HoNode::graph() const {
     if (!_graph)
         VN_THROW_MSG(ExBase, "the graph of \"" + _name + "\" is gone");
@@ -500,10 +560,10 @@ bool HoNode::isValid() const {
     if (!_graph)
         return false;
     HoNode const* n = this;
-    for (; n->_group; n = n->_group)
-        if (!n->_attached)
+    for (; n->group(); n = n->group())
+        if (!n->attached())
             return false;
-    return n->_attached && n == _graph->_root.get();
+    return n->attached() && n == _graph->_root.get();
 }
 
 void HoNode::requireValid(char const* what) const {
@@ -530,13 +590,13 @@ RCShdPtr<PiGroupNode> HoNode::retrieveGroupNode() const {
 
 void HoNode::listInputs(std::vector<HoInput*>& out) const {
     for (auto const& i : _inputs)
-        if (i->_attached)
+        if (i->attached())
             out.push_back(i.get());
 }
 
 void HoNode::listOutputs(std::vector<HoOutput*>& out) const {
     for (auto const& o : _outputs)
-        if (o->_attached)
+        if (o->attached())
             out.push_back(o.get());
 }
 
@@ -550,7 +610,7 @@ Iterator<RCShdPtr<PiInput>> HoNode::getInputs(LifeScope scope, int enterComposit
     listInputs(ins);
     std::vector<RCShdPtr<PiInput>> result;
     for (HoInput* i : ins)
-        if (inScope(i->_kind, scope))
+        if (inScope(i->kind(), scope))
             i->collect(result, enterComposites == 1);
     return Iterator<RCShdPtr<PiInput>>::overValues(std::move(result));
 }
@@ -560,7 +620,7 @@ Iterator<RCShdPtr<PiOutput>> HoNode::getOutputs(LifeScope scope) const {
     listOutputs(outs);
     std::vector<RCShdPtr<PiOutput>> result;
     for (HoOutput* o : outs)
-        if (inScope(o->_kind, scope))
+        if (inScope(o->kind(), scope))
             result.emplace_back(o);
     return Iterator<RCShdPtr<PiOutput>>::overValues(std::move(result));
 }
@@ -573,14 +633,14 @@ RCShdPtr<PiInput> HoNode::findInput(std::string const& name, LifeScope scope) co
     listInputs(ins);
     HoInput* cur = nullptr;
     for (HoInput* i : ins)
-        if (i->_name == parts[0] && inScope(i->_kind, scope)) {
+        if (i->name() == parts[0] && inScope(i->kind(), scope)) {
             cur = i;
             break;
         }
     for (std::size_t p = 1; cur && p < parts.size(); ++p) {
         HoInput* next = nullptr;
-        for (auto const& e : cur->_elements)
-            if (e->_name == parts[p]) {
+        for (auto const& e : cur->elements())
+            if (e->name() == parts[p]) {
                 next = e.get();
                 break;
             }
@@ -593,7 +653,7 @@ RCShdPtr<PiOutput> HoNode::findOutput(std::string const& name, LifeScope scope) 
     std::vector<HoOutput*> outs;
     listOutputs(outs);
     for (HoOutput* o : outs)
-        if (o->_name == name && inScope(o->_kind, scope))
+        if (o->name() == name && inScope(o->kind(), scope))
             return RCShdPtr<PiOutput>(o);
     return {};
 }
@@ -601,7 +661,7 @@ RCShdPtr<PiOutput> HoNode::findOutput(std::string const& name, LifeScope scope) 
 namespace {
 void requireDynamicSockets(HoNode const& n) {
     if (n.getNodeKind() != PiNode::TOOL && n.getNodeKind() != PiNode::GROUP)
-        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" takes no dynamic sockets");
+        VN_THROW_MSG(ExBase, "the node \"" + n.name() + "\" takes no dynamic sockets");
 }
 void requireSocketType(PiSocketType type, std::string const& name) {
     if (!PiSocketType::isKnownType(type.getType()) || type.getType() == PiSocketType::NONE)
@@ -612,7 +672,7 @@ void requireSocketType(PiSocketType type, std::string const& name) {
 template <class Ask>
 void requireConsent(HoNode& n, Ask const& ask, std::string const& what) {
     if (PiTopologyInterface* t = topoIf(&n); t && !ask(*t))
-        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" refuses to " + what);
+        VN_THROW_MSG(ExBase, "the node \"" + n.name() + "\" refuses to " + what);
 }
 } // namespace
 
@@ -654,13 +714,13 @@ RCShdPtr<PiOutput> HoNode::addDynamicOutput(std::string const& name, PiSocketTyp
 
 void HoNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
     HoInput& in = hoInput(*input);
-    VN_ASSERT(in._node == this && in._owner == nullptr);
+    VN_ASSERT(in.node() == this && in.owner() == nullptr);
     requireValid("remove an input");
-    if (in._kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the input \"" + in._name + "\" is static and stays");
+    if (in.kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the input \"" + in.name() + "\" is static and stays");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicInput(input); },
-        "remove the input \"" + in._name + "\"");
+        "remove the input \"" + in.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Input");
     std::vector<HoInput*> leaves;
     in.collectLeaves(leaves);
@@ -671,39 +731,39 @@ void HoNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
 
 void HoNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
     HoOutput& out = hoOutput(*output);
-    VN_ASSERT(out._node == this);
+    VN_ASSERT(out.node() == this);
     requireValid("remove an output");
-    if (out._kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is static and stays");
+    if (out.kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the output \"" + out.name() + "\" is static and stays");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicOutput(output); },
-        "remove the output \"" + out._name + "\"");
+        "remove the output \"" + out.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Output");
-    while (!out._targets.empty())
-        HoEdit::unlink(*out._targets.back());
+    while (!out.targets().empty())
+        HoEdit::unlink(*out.targets().back());
     HoEdit::detachSocket(*this, RCShdPtr<HoOutput>(&out));
 }
 
 void HoNode::renameDynamicInput(RCShdPtr<PiInput> const& input, std::string const& name) {
     HoInput& in = hoInput(*input);
     requireValid("rename an input");
-    HoNode* carrier = in._node;
-    bool const mine = carrier == this && !in._owner;
-    bool const bound = getNodeKind() == GROUP && carrier && carrier->_group == this &&
+    HoNode* carrier = in.node();
+    bool const mine = carrier == this && !in.owner();
+    bool const bound = getNodeKind() == GROUP && carrier && carrier->group() == this &&
                        carrier->getNodeKind() == BOUNDARY &&
-                       static_cast<HoBoundaryNode*>(carrier)->_isInput;
+                       static_cast<HoBoundaryNode*>(carrier)->isInput();
     if (!mine && !bound)
-        VN_THROW_MSG(ExBase, "\"" + in._name + "\" is no input of \"" + _name + "\"");
-    if (in._kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the input \"" + in._name + "\" is static and keeps its name");
+        VN_THROW_MSG(ExBase, "\"" + in.name() + "\" is no input of \"" + _name + "\"");
+    if (in.kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the input \"" + in.name() + "\" is static and keeps its name");
     requireName(name);
-    if (name == in._name)
+    if (name == in.name())
         return;
     if (findInput(name, ALL))
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an input \"" + name + "\"");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRenameDynamicInput(input, name); },
-        "rename the input \"" + in._name + "\"");
+        "rename the input \"" + in.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Rename Input");
     HoEdit::renameSocket(*this, &in, nullptr, name);
 }
@@ -711,23 +771,23 @@ void HoNode::renameDynamicInput(RCShdPtr<PiInput> const& input, std::string cons
 void HoNode::renameDynamicOutput(RCShdPtr<PiOutput> const& output, std::string const& name) {
     HoOutput& out = hoOutput(*output);
     requireValid("rename an output");
-    HoNode* carrier = out._node;
+    HoNode* carrier = out.node();
     bool const mine = carrier == this;
-    bool const bound = getNodeKind() == GROUP && carrier && carrier->_group == this &&
+    bool const bound = getNodeKind() == GROUP && carrier && carrier->group() == this &&
                        carrier->getNodeKind() == BOUNDARY &&
-                       !static_cast<HoBoundaryNode*>(carrier)->_isInput;
+                       !static_cast<HoBoundaryNode*>(carrier)->isInput();
     if (!mine && !bound)
-        VN_THROW_MSG(ExBase, "\"" + out._name + "\" is no output of \"" + _name + "\"");
-    if (out._kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the output \"" + out._name + "\" is static and keeps its name");
+        VN_THROW_MSG(ExBase, "\"" + out.name() + "\" is no output of \"" + _name + "\"");
+    if (out.kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the output \"" + out.name() + "\" is static and keeps its name");
     requireName(name);
-    if (name == out._name)
+    if (name == out.name())
         return;
     if (findOutput(name, ALL))
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" already has an output \"" + name + "\"");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRenameDynamicOutput(output, name); },
-        "rename the output \"" + out._name + "\"");
+        "rename the output \"" + out.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Rename Output");
     HoEdit::renameSocket(*this, nullptr, &out, name);
 }
@@ -785,23 +845,23 @@ HoToolNode::HoToolNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool cons
 HoBoundaryNode::HoBoundaryNode(HoGraphImp* graph, std::string const& name, PiSocketType type,
                                bool isInput, PiSocket::Kind kind)
     : HoNode(graph, name), _isInput(isInput), _kind(kind) {
-    _inputs.push_back(makeInput(this, nullptr, name, type, kind));
-    _outputs.emplace_back(new HoOutput(this, name, type, kind));
+    buildInput(makeInput(this, nullptr, name, type, kind));
+    buildOutput(RCShdPtr<HoOutput>(new HoOutput(this, name, type, kind)));
     setController(PiNodeControllerFactory::getInstance().createBoundaryController());
 }
 
 RCShdPtr<PiSocket> HoBoundaryNode::getMatchingSocket(PiSocket const& socket) const {
-    if (_inputs[0]->isSame(socket))
-        return RCShdPtr<PiSocket>(_outputs[0].get());
-    if (_outputs[0]->isSame(socket))
-        return RCShdPtr<PiSocket>(static_cast<PiInput*>(_inputs[0].get()));
+    if (inputs()[0]->isSame(socket))
+        return RCShdPtr<PiSocket>(outputs()[0].get());
+    if (outputs()[0]->isSame(socket))
+        return RCShdPtr<PiSocket>(static_cast<PiInput*>(inputs()[0].get()));
     return {};
 }
 
 HoLinkNode::HoLinkNode(HoGraphImp* graph, std::string name, PiSocketType type,
                        RCShdPtr<PiSocket> target)
     : HoNode(graph, std::move(name)), _target(std::move(target)) {
-    _outputs.emplace_back(new HoOutput(this, "Output", type, PiSocket::STATIC));
+    buildOutput(RCShdPtr<HoOutput>(new HoOutput(this, "Output", type, PiSocket::STATIC)));
     setController(PiNodeControllerFactory::getInstance().createLinkController());
     ++gLinkNodes;
 }
@@ -819,13 +879,13 @@ RCShdPtr<PiGraph> HoLinkNode::getLinkedGraph() const {
 
 void HoLinkNode::setTargetSocket(RCShdPtr<PiSocket> const& target) {
     requireValid("change a link");
-    if (target && target->getType().getType() != _outputs[0]->_type.getType())
-        VN_THROW_MSG(ExBase, "the link \"" + _name + "\" cannot stand for a socket of type " +
+    if (target && target->getType().getType() != outputs()[0]->type().getType())
+        VN_THROW_MSG(ExBase, "the link \"" + name() + "\" cannot stand for a socket of type " +
                                  std::to_string(target->getType().getType()));
     if (target == _target && _unresolved.empty())
         return;
     if (target && reachesUpstream(nodeOf(target.get()), this))
-        VN_THROW_MSG(ExBase, "the link \"" + _name + "\" cannot stand for \"" + target->getName() +
+        VN_THROW_MSG(ExBase, "the link \"" + name() + "\" cannot stand for \"" + target->getName() +
                                  "\": that socket reads the link itself");
     PiUndoGuard guard(stackOf(*this), "Set Link Target");
     HoEdit::setTarget(*this, target);
@@ -833,8 +893,8 @@ void HoLinkNode::setTargetSocket(RCShdPtr<PiSocket> const& target) {
 
 HoValueNode::HoValueNode(HoGraphImp* graph, std::string name, PiSocketType type)
     : HoNode(graph, std::move(name)) {
-    _inputs.push_back(makeInput(this, nullptr, "in", type, PiSocket::STATIC));
-    _outputs.emplace_back(new HoOutput(this, "out", type, PiSocket::STATIC));
+    buildInput(makeInput(this, nullptr, "in", type, PiSocket::STATIC));
+    buildOutput(RCShdPtr<HoOutput>(new HoOutput(this, "out", type, PiSocket::STATIC)));
     setController(PiNodeControllerFactory::getInstance().createValueController(type));
 }
 
@@ -845,7 +905,7 @@ HoGroupNode::HoGroupNode(HoGraphImp* graph, std::string name, RCShdPtr<PiTool co
 
 HoGroupNode::~HoGroupNode() {
     for (auto& c : _children)
-        if (c->_group == this)
+        if (c->group() == this)
             c->_group = nullptr;
 }
 
@@ -859,23 +919,23 @@ Iterator<RCShdPtr<PiNode>> HoGroupNode::getNodes() const {
 
 RCShdPtr<PiNode> HoGroupNode::findNode(std::string const& name) const {
     for (auto const& c : _children)
-        if (c->_name == name)
+        if (c->name() == name)
             return RCShdPtr<PiNode>(c.get());
     return {};
 }
 
 void HoGroupNode::listInputs(std::vector<HoInput*>& out) const {
     for (HoBoundaryNode* b : _inBounds)
-        out.push_back(b->_inputs[0].get());
+        out.push_back(b->inputs()[0].get());
 }
 
 void HoGroupNode::listOutputs(std::vector<HoOutput*>& out) const {
     for (HoBoundaryNode* b : _outBounds)
-        out.push_back(b->_outputs[0].get());
+        out.push_back(b->outputs()[0].get());
 }
 
 bool HoGroupNode::isAncestorOf(HoNode const* n) const {
-    for (; n; n = n->_group)
+    for (; n; n = n->group())
         if (n == this)
             return true;
     return false;
@@ -892,7 +952,7 @@ RCShdPtr<PiToolNode> HoGroupNode::createToolNode(RCShdPtr<PiTool const> const& t
     PiUndoGuard guard(stackOf(*this), "Create Node");
     RCShdPtr<HoToolNode> node = buildToolNode(graph(), tool, name);
     HoEdit::attachNode(*this, node, false, false);
-    for (auto const& in : node->_inputs)
+    for (auto const& in : node->inputs())
         HoEdit::feedValueNodes(*this, *node, *in);
     HoEdit::announceNode(*this, node, false);
     return node;
@@ -928,13 +988,13 @@ RCShdPtr<PiLinkNode> HoGroupNode::createLinkNode(std::string const& name, PiSock
 void HoGroupNode::removeNode(RCShdPtr<PiNode> const& node) {
     HoNode& n = hoNode(*node);
     requireValid("remove a node");
-    if (n._group != this || !n._attached)
-        VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" is not in the group \"" + _name + "\"");
+    if (n.group() != this || !n.attached())
+        VN_THROW_MSG(ExBase, "the node \"" + n.name() + "\" is not in the group \"" + _name + "\"");
     if (n.getNodeKind() == BOUNDARY)
-        VN_THROW_MSG(ExBase, "the boundary node \"" + n._name +
+        VN_THROW_MSG(ExBase, "the boundary node \"" + n.name() +
                                  "\" goes with its group socket, not on its own");
     if (PiGroupInterface* g = groupIf(this); g && !g->canRemoveNode(node))
-        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses to remove \"" + n._name + "\"");
+        VN_THROW_MSG(ExBase, "the group \"" + _name + "\" refuses to remove \"" + n.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Node");
     HoEdit::removeNode(RCShdPtr<HoNode>(&n));
 }
@@ -945,17 +1005,18 @@ PiGroupCrossings HoGroupNode::moveNodes(std::vector<RCShdPtr<PiNode>> const& nod
     for (auto const& p : nodes) {
         HoNode& n = hoNode(*p);
         n.requireValid("move a node");
-        if (n._graph != _graph)
-            VN_THROW_MSG(ExBase, "the node \"" + n._name + "\" is in another graph");
-        if (!n._group)
+        if (n.graphIfAny() != _graph)
+            VN_THROW_MSG(ExBase, "the node \"" + n.name() + "\" is in another graph");
+        if (!n.group())
             VN_THROW_MSG(ExBase, "the root group does not move");
         if (n.getNodeKind() == BOUNDARY)
-            VN_THROW_MSG(ExBase, "the boundary node \"" + n._name + "\" does not move");
+            VN_THROW_MSG(ExBase, "the boundary node \"" + n.name() + "\" does not move");
         if (n.getNodeKind() == GROUP && static_cast<HoGroupNode&>(n).isAncestorOf(this))
-            VN_THROW_MSG(ExBase, "the group \"" + n._name + "\" cannot move into itself");
-        if (PiGroupInterface* g = groupIf(n._group); g && !g->canMoveNode(p))
-            VN_THROW_MSG(ExBase, "the group \"" + n._group->_name + "\" keeps \"" + n._name + "\"");
-        if (n._group != this && std::find(moving.begin(), moving.end(), &n) == moving.end())
+            VN_THROW_MSG(ExBase, "the group \"" + n.name() + "\" cannot move into itself");
+        if (PiGroupInterface* g = groupIf(n.group()); g && !g->canMoveNode(p))
+            VN_THROW_MSG(ExBase,
+                         "the group \"" + n.group()->name() + "\" keeps \"" + n.name() + "\"");
+        if (n.group() != this && std::find(moving.begin(), moving.end(), &n) == moving.end())
             moving.push_back(&n);
     }
     // Value nodes go with the only node they feed.
@@ -966,15 +1027,15 @@ PiGroupCrossings HoGroupNode::moveNodes(std::vector<RCShdPtr<PiNode>> const& nod
         leaves.clear();
         n->leafInputs(leaves);
         for (HoInput* l : leaves) {
-            HoOutput* src = l->_source;
-            if (!src || src->_node->getNodeKind() != VALUE || movingSet.count(src->_node) ||
-                src->_node->_group != n->_group)
+            HoOutput* src = l->source();
+            if (!src || src->node()->getNodeKind() != VALUE || movingSet.count(src->node()) ||
+                src->node()->group() != n->group())
                 continue;
-            bool onlyMoved = std::all_of(src->_targets.begin(), src->_targets.end(),
-                                         [&](HoInput* t) { return movingSet.count(t->_node); });
+            bool onlyMoved = std::all_of(src->targets().begin(), src->targets().end(),
+                                         [&](HoInput* t) { return movingSet.count(t->node()); });
             if (onlyMoved) {
-                movingSet.insert(src->_node);
-                all.push_back(src->_node);
+                movingSet.insert(src->node());
+                all.push_back(src->node());
             }
         }
     }
@@ -989,12 +1050,12 @@ PiGroupCrossings HoGroupNode::moveNodes(std::vector<RCShdPtr<PiNode>> const& nod
         for (HoInput* i : ins)
             i->collectLeaves(leaves);
         for (HoInput* l : leaves)
-            if (l->_source && wiringGroup(*l->_source) != this)
-                crossings.inward.emplace_back(l, l->_source);
+            if (l->source() && wiringGroup(*l->source()) != this)
+                crossings.inward.emplace_back(l, l->source());
         std::vector<HoOutput*> outs;
         n->listOutputs(outs);
         for (HoOutput* o : outs)
-            for (HoInput* t : o->_targets)
+            for (HoInput* t : o->targets())
                 if (wiringGroup(*t) != this)
                     crossings.outward.emplace_back(t, o);
     }
@@ -1038,14 +1099,14 @@ RCShdPtr<PiOutput> HoGroupNode::addDynamicOutput(std::string const& name, PiSock
 void HoGroupNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
     HoInput& in = hoInput(*input);
     auto it = std::find_if(_inBounds.begin(), _inBounds.end(),
-                           [&](HoBoundaryNode* b) { return b->_inputs[0].get() == &in; });
+                           [&](HoBoundaryNode* b) { return b->inputs()[0].get() == &in; });
     VN_ASSERT(it != _inBounds.end());
     requireValid("remove an input");
-    if ((*it)->_kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the group input \"" + in._name + "\" is static and stays");
+    if ((*it)->kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the group input \"" + in.name() + "\" is static and stays");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicInput(input); },
-        "remove the input \"" + in._name + "\"");
+        "remove the input \"" + in.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Input");
     HoBoundaryNode& b = **it;
     HoEdit::cutAround(b);
@@ -1055,14 +1116,14 @@ void HoGroupNode::removeDynamicInput(RCShdPtr<PiInput> const& input) {
 void HoGroupNode::removeDynamicOutput(RCShdPtr<PiOutput> const& output) {
     HoOutput& out = hoOutput(*output);
     auto it = std::find_if(_outBounds.begin(), _outBounds.end(),
-                           [&](HoBoundaryNode* b) { return b->_outputs[0].get() == &out; });
+                           [&](HoBoundaryNode* b) { return b->outputs()[0].get() == &out; });
     VN_ASSERT(it != _outBounds.end());
     requireValid("remove an output");
-    if ((*it)->_kind != PiSocket::DYNAMIC)
-        VN_THROW_MSG(ExBase, "the group output \"" + out._name + "\" is static and stays");
+    if ((*it)->kind() != PiSocket::DYNAMIC)
+        VN_THROW_MSG(ExBase, "the group output \"" + out.name() + "\" is static and stays");
     requireConsent(
         *this, [&](PiTopologyInterface& t) { return t.canRemoveDynamicOutput(output); },
-        "remove the output \"" + out._name + "\"");
+        "remove the output \"" + out.name() + "\"");
     PiUndoGuard guard(stackOf(*this), "Remove Output");
     HoBoundaryNode& b = **it;
     HoEdit::cutAround(b);
@@ -1077,10 +1138,10 @@ RCShdPtr<HoInput> buildInput(HoNode* node, HoInput* owner,
                              PiStructuredPolicyDescriptor::Input const& d, PiSocket::Kind kind) {
     RCShdPtr<HoInput> in = makeInput(node, owner, d.name, d.type, kind);
     if (d.structure && d.type.getCardinality() == PiSocketType::MULTIVALUED)
-        in->_elementStructure = d.structure;
+        in->buildElementStructure(d.structure);
     else if (d.structure)
         for (auto const& sub : d.structure->getInputs())
-            in->_elements.push_back(buildInput(node, in.get(), sub, kind));
+            in->buildElement(buildInput(node, in.get(), sub, kind));
     return in;
 }
 } // namespace
@@ -1090,11 +1151,12 @@ RCShdPtr<HoToolNode> buildToolNode(HoGraphImp& g, RCShdPtr<PiTool const> const& 
     RCShdPtr<HoToolNode> node(new HoToolNode(&g, name, tool));
     PiToolPolicyDescriptor const& d = tool->getDescriptor();
     for (auto const& in : d.getInputs())
-        node->_inputs.push_back(buildInput(node.get(), nullptr, in, PiSocket::STATIC));
+        node->buildInput(buildInput(node.get(), nullptr, in, PiSocket::STATIC));
     for (auto const& out : d.getOutputs())
-        node->_outputs.emplace_back(new HoOutput(node.get(), out.name, out.type, PiSocket::STATIC));
+        node->buildOutput(
+            RCShdPtr<HoOutput>(new HoOutput(node.get(), out.name, out.type, PiSocket::STATIC)));
     for (auto const& v : d.getValues())
-        node->_values.push_back(makeValue(node.get(), v.name, v.type));
+        node->buildValue(makeValue(node.get(), v.name, v.type));
     return node;
 }
 
@@ -1102,7 +1164,7 @@ RCShdPtr<HoValueNode> buildValueNode(HoGraphImp& g, std::string const& name, PiS
     RCShdPtr<HoValueNode> node(new HoValueNode(&g, name, type));
     int const vt = valueTypeFor(type);
     if (vt >= 0)
-        node->_values.push_back(
+        node->buildValue(
             makeValue(node.get(), PiValueNode::VALUE_NAME, static_cast<PiValueType>(vt)));
     return node;
 }
@@ -1115,10 +1177,8 @@ RCShdPtr<HoGroupNode> buildGroupNode(HoGraphImp& g, std::string const& name,
     PiToolPolicyDescriptor const& d = tool->getDescriptor();
     auto addBoundary = [&](std::string const& n, PiSocketType type, bool isInput) {
         RCShdPtr<HoBoundaryNode> b(new HoBoundaryNode(&g, n, type, isInput, PiSocket::STATIC));
-        b->_group = group.get();
-        b->_attached = true;
-        group->_children.push_back(b);
-        (isInput ? group->_inBounds : group->_outBounds).push_back(b.get());
+        group->buildChild(b);
+        group->buildBoundary(*b);
     };
     for (auto const& in : d.getInputs()) {
         if (in.structure || in.type.getCardinality() != PiSocketType::SINGLE)
@@ -1129,7 +1189,7 @@ RCShdPtr<HoGroupNode> buildGroupNode(HoGraphImp& g, std::string const& name,
     for (auto const& out : d.getOutputs())
         addBoundary(out.name, out.type, false);
     for (auto const& v : d.getValues())
-        group->_values.push_back(makeValue(group.get(), v.name, v.type));
+        group->buildValue(makeValue(group.get(), v.name, v.type));
     return group;
 }
 

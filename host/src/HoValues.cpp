@@ -205,20 +205,17 @@ private:
 
 void requireInGraph(HoValueState const& s, PiValue const& v) {
     if (!v.isValid())
-        VN_THROW_MSG(ExBase, "the stored value \"" + s._name + "\" is not in a graph");
+        VN_THROW_MSG(ExBase, "the stored value \"" + s.name() + "\" is not in a graph");
 }
 
 template <class T>
 class HoTypedValue final : public PiTypedValue<T>, public HoValueState {
 public:
-    HoTypedValue(HoNode* node, std::string name) {
-        _node = node;
-        _name = std::move(name);
-    }
-    bool isValid() const override { return _attached && _node && _node->isValid(); }
-    std::string const& getName() const override { return _name; }
+    HoTypedValue(HoNode* node, std::string name) : HoValueState(node, std::move(name)) {}
+    bool isValid() const override { return attached() && node() && node()->isValid(); }
+    std::string const& getName() const override { return name(); }
     PiValueType getType() const override { return Codec<T>::type; }
-    RCShdPtr<PiNode> getNode() const override { return RCShdPtr<PiNode>(_node); }
+    RCShdPtr<PiNode> getNode() const override { return RCShdPtr<PiNode>(node()); }
     std::string toString() const override { return Codec<T>::format(_v); }
     void setFromString(std::string const& text) override { set(Codec<T>::parse(text)); }
     T get() const override { return _v; }
@@ -226,17 +223,19 @@ public:
         if (Codec<T>::same(v, _v))
             return;
         requireInGraph(*this, *this);
-        PiUndoGuard guard(_node->graph()._stack, "Set Value");
-        _node->graph().record(OPtr<PiAction>(new SetValue<HoTypedValue, T>(this, v)));
+        PiUndoGuard guard(node()->graph().stack(), "Set Value");
+        node()->graph().record(OPtr<PiAction>(new SetValue<HoTypedValue, T>(this, v)));
     }
     PiValue& value() override { return *this; }
     RCShdPtr<PiValue> copyFor(HoNode* node) const override {
-        auto* c = new HoTypedValue(node, _name);
+        auto* c = new HoTypedValue(node, name());
         c->_v = _v;
         return RCShdPtr<PiValue>(c);
     }
     void load(std::string const& text) override { _v = Codec<T>::parse(text); }
 
+private:
+    friend class SetValue<HoTypedValue, T>;
     T _v{};
 };
 
@@ -246,14 +245,12 @@ public:
     using ArrayPtr = typename PiTypedValueArray<T>::ArrayPtr;
     using Array = typename PiTypedValueArray<T>::Array;
 
-    HoTypedValueArray(HoNode* node, std::string name) : _v(std::make_shared<Array const>()) {
-        _node = node;
-        _name = std::move(name);
-    }
-    bool isValid() const override { return _attached && _node && _node->isValid(); }
-    std::string const& getName() const override { return _name; }
+    HoTypedValueArray(HoNode* node, std::string name)
+        : HoValueState(node, std::move(name)), _v(std::make_shared<Array const>()) {}
+    bool isValid() const override { return attached() && node() && node()->isValid(); }
+    std::string const& getName() const override { return name(); }
     PiValueType getType() const override { return ArrayCodec<T>::type; }
-    RCShdPtr<PiNode> getNode() const override { return RCShdPtr<PiNode>(_node); }
+    RCShdPtr<PiNode> getNode() const override { return RCShdPtr<PiNode>(node()); }
     std::string toString() const override { return ArrayCodec<T>::format(*_v); }
     void setFromString(std::string const& text) override { setArray(ArrayCodec<T>::parse(text)); }
     ArrayPtr getArray() const override { return _v; }
@@ -261,13 +258,13 @@ public:
         if (ArrayCodec<T>::same(values, *_v))
             return;
         requireInGraph(*this, *this);
-        PiUndoGuard guard(_node->graph()._stack, "Set Value");
-        _node->graph().record(OPtr<PiAction>(new SetValue<HoTypedValueArray, ArrayPtr>(
+        PiUndoGuard guard(node()->graph().stack(), "Set Value");
+        node()->graph().record(OPtr<PiAction>(new SetValue<HoTypedValueArray, ArrayPtr>(
             this, std::make_shared<Array const>(std::move(values)))));
     }
     PiValue& value() override { return *this; }
     RCShdPtr<PiValue> copyFor(HoNode* node) const override {
-        auto* c = new HoTypedValueArray(node, _name);
+        auto* c = new HoTypedValueArray(node, name());
         c->_v = _v;
         return RCShdPtr<PiValue>(c);
     }
@@ -275,6 +272,8 @@ public:
         _v = std::make_shared<Array const>(ArrayCodec<T>::parse(text));
     }
 
+private:
+    friend class SetValue<HoTypedValueArray, ArrayPtr>;
     ArrayPtr _v;
 };
 
@@ -311,10 +310,10 @@ HoValueState& valueState(PiValue const& v) {
 }
 
 void notifyValueChanged(PiValue& v) {
-    HoNode* node = valueState(v)._node;
+    HoNode* node = valueState(v).node();
     if (!node)
         return;
-    if (PiValueChangeInterface* c = node->_valueInterface)
+    if (PiValueChangeInterface* c = node->valueInterface())
         PiValueChangeInterfaceManip::valueChanged(*c, RCShdPtr<PiValue>(&v));
 }
 

@@ -1,0 +1,110 @@
+#pragma once
+
+// Sets and maps keyed by an object's address, held in one array. A clone or an archive puts
+// every node and socket it walks in one; node-based hash tables then spend their time in the
+// allocator and in cache misses, and those grew faster than the graph.
+
+#include "Assertions.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace Vn {
+
+template <class Key, class Value>
+class HoAddressMap {
+    static_assert(std::is_pointer_v<Key>);
+
+public:
+    explicit HoAddressMap(std::size_t expected = 0) { reserve(expected); }
+
+    // Room for `n` keys without growing.
+    void reserve(std::size_t n) {
+        std::size_t cap = 16;
+        while (cap < 2 * n)
+            cap *= 2;
+        if (cap > _slots.size())
+            rehash(cap);
+    }
+
+    // The value of `key`, made from `value` if the key is new; `second` tells whether it was.
+    std::pair<Value*, bool> insert(Key key, Value value = Value()) {
+        VN_ASSERT(key != nullptr);
+        if (2 * (_count + 1) > _slots.size())
+            rehash(_slots.size() * 2);
+        Slot& s = slotOf(key);
+        if (s.key == key)
+            return {&s.value, false};
+        s.key = key;
+        s.value = std::move(value);
+        ++_count;
+        return {&s.value, true};
+    }
+
+    Value* find(Key key) {
+        if (_slots.empty() || !key)
+            return nullptr;
+        Slot& s = slotOf(key);
+        return s.key == key ? &s.value : nullptr;
+    }
+    Value const* find(Key key) const { return const_cast<HoAddressMap*>(this)->find(key); }
+    bool contains(Key key) const { return find(key) != nullptr; }
+    std::size_t size() const noexcept { return _count; }
+
+private:
+    struct Slot {
+        Key key = nullptr;
+        [[no_unique_address]] Value value = Value();
+    };
+
+    // The slot holding `key`, or the empty slot where it goes: linear probing from a
+    // multiplicative hash of the address, whose low bits are alignment.
+    Slot& slotOf(Key key) {
+        std::size_t const mask = _slots.size() - 1;
+        auto const bits = reinterpret_cast<std::uintptr_t>(key);
+        std::size_t i = static_cast<std::size_t>((bits >> 4) * 0x9E3779B97F4A7C15ull) >> _shift;
+        while (_slots[i].key && _slots[i].key != key)
+            i = (i + 1) & mask;
+        return _slots[i];
+    }
+
+    void rehash(std::size_t cap) {
+        std::vector<Slot> old(cap);
+        old.swap(_slots);
+        _shift = 64;
+        for (std::size_t c = cap; c > 1; c /= 2)
+            --_shift;
+        for (Slot& s : old)
+            if (s.key)
+                slotOf(s.key) = std::move(s);
+    }
+
+    std::vector<Slot> _slots;
+    std::size_t _count = 0;
+    int _shift = 64;
+};
+
+// A set of addresses.
+template <class Key>
+class HoAddressSet {
+public:
+    explicit HoAddressSet(std::size_t expected = 0) : _map(expected) {}
+    template <class It>
+    HoAddressSet(It first, It last) : _map(static_cast<std::size_t>(last - first)) {
+        for (; first != last; ++first)
+            insert(*first);
+    }
+    // Whether `key` was new.
+    bool insert(Key key) { return _map.insert(key).second; }
+    bool contains(Key key) const { return _map.contains(key); }
+    std::size_t size() const noexcept { return _map.size(); }
+
+private:
+    struct Empty {};
+    HoAddressMap<Key, Empty> _map;
+};
+
+} // namespace Vn
