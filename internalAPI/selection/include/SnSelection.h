@@ -12,7 +12,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <list>
-#include <unordered_map>
+#include <vector>
 
 namespace Vn {
 
@@ -25,8 +25,9 @@ namespace Vn {
 // on a copy of its items. Not safe across threads.
 //
 // Lookups walk the list, except in a selection of some size known to hold no doubles: there
-// items that give an identity hash are also indexed by it, and a lookup compares only the items
-// of its hash. That keeps set operations on large selections near linear.
+// items that give an identity hash are also indexed by it, in one flat open-addressed table, and
+// a lookup compares only the items of its hash. That keeps set operations on large selections
+// near linear without a heap node per item.
 class VN_EXPORT SnSelection : public RCBase<int>, public virtual ObSubject<Sn> {
 public:
     using ItemPtr = RCShdPtr<SnItem const>;
@@ -123,6 +124,8 @@ private:
     template <class PerItem>
     void combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerItem perItem);
     void notifyChange();
+    // append without the notification: whether it changed anything.
+    bool appendQuietly(ItemPtr const& item);
 
     // Every change of the list goes through these, to keep the index in step.
     List::iterator putItem(List::const_iterator pos, ItemPtr const& item);
@@ -130,13 +133,27 @@ private:
     void setItem(List::iterator it, ItemPtr const& item);
     void indexAdd(List::iterator it);
     void indexRemove(List::iterator it);
+    // Makes room in the table for n entries without growing again.
+    void indexReserve(std::size_t n);
     void buildIndexIfWorthIt();
     // After the list was replaced whole: clean says whether it is known to hold no doubles.
     void resetIndex(bool clean);
     bool holdsNoDoubles() const;
 
+    // A slot of the index: tag 0 is free, else the item's hash with its low bit set.
+    struct Slot {
+        std::size_t tag = 0;
+        List::iterator it;
+    };
+    template <class Match>
+    List::iterator findIndexed(std::size_t hash, Match matches);
+    std::size_t slotOf(std::size_t tag) const noexcept;
+
     List _items;
-    std::unordered_multimap<std::size_t, List::iterator> _index;
+    // Linear probing over a power-of-two table, kept at most three quarters full.
+    std::vector<Slot> _index;
+    std::size_t _indexed = 0;
+    unsigned _indexShift = 64;
     // No two items are equal ignoring parts.
     bool _clean = true;
     bool _hasIndex = false;

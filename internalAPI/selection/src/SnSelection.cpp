@@ -2,7 +2,10 @@
 
 #include "ExBase.h"
 
+#include <algorithm>
+#include <bit>
 #include <ostream>
+#include <unordered_map>
 
 namespace Vn {
 
@@ -62,20 +65,38 @@ void SnSelection::notifyChange() {
 }
 
 namespace {
-// The item of the list that `matches` accepts: through the identity index when the selection
-// keeps one and the item gives a hash, else by walking the list.
-template <class List, class Index, class Match>
-typename List::iterator findMatching(List& items, Index const& index, bool hasIndex,
-                                     SnItem const& item, Match matches) {
-    if (hasIndex) {
-        if (auto hash = item.getIdentityHash()) {
-            auto [it, end] = index.equal_range(*hash);
-            for (; it != end; ++it)
-                if (matches(**it->second))
-                    return it->second;
-            return items.end();
-        }
+static_assert(sizeof(std::size_t) == 8, "the index spreads 64-bit hashes");
+constexpr std::size_t kSpread = 0x9e3779b97f4a7c15ULL;
+constexpr std::size_t kSmallestTable = 32;
+
+std::size_t tagOf(std::size_t hash) noexcept {
+    return hash | 1u;
+}
+} // namespace
+
+std::size_t SnSelection::slotOf(std::size_t tag) const noexcept {
+    // The high bits of the product, so that pointer hashes with empty low bits spread too.
+    return static_cast<std::size_t>((tag * kSpread) >> _indexShift);
+}
+
+template <class Match>
+SnSelection::List::iterator SnSelection::findIndexed(std::size_t hash, Match matches) {
+    std::size_t const tag = tagOf(hash);
+    std::size_t const mask = _index.size() - 1;
+    // The table is never full, so a free slot ends every probe.
+    for (std::size_t i = slotOf(tag);; i = (i + 1) & mask) {
+        Slot const& slot = _index[i];
+        if (slot.tag == 0)
+            return _items.end();
+        if (slot.tag == tag && matches(**slot.it))
+            return slot.it;
     }
+}
+
+namespace {
+// The item of the list that `matches` accepts, by walking the list.
+template <class List, class Match>
+typename List::iterator walkMatching(List& items, Match matches) {
     for (auto it = items.begin(); it != items.end(); ++it)
         if (*it && matches(**it))
             return it;
@@ -84,8 +105,13 @@ typename List::iterator findMatching(List& items, Index const& index, bool hasIn
 } // namespace
 
 SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item) {
-    return findMatching(_items, _index, _hasIndex, item,
-                        [&](SnItem const& other) { return item.isEqualIgnoreParts(other); });
+    auto matches = [&](SnItem const& other) {
+        return item.isEqualIgnoreParts(other);
+    };
+    if (_hasIndex)
+        if (auto hash = item.getIdentityHash())
+            return findIndexed(*hash, matches);
+    return walkMatching(_items, matches);
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& item) const {
@@ -94,8 +120,13 @@ SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& i
 
 SnSelection::List::iterator SnSelection::lookUpExact(SnItem const& item) {
     // Without doubles, the exact match is the one match ignoring parts.
-    return findMatching(_items, _index, _hasIndex, item,
-                        [&](SnItem const& other) { return item.isEqual(other); });
+    auto matches = [&](SnItem const& other) {
+        return item.isEqual(other);
+    };
+    if (_hasIndex)
+        if (auto hash = item.getIdentityHash())
+            return findIndexed(*hash, matches);
+    return walkMatching(_items, matches);
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpExact(SnItem const& item) const {
@@ -134,8 +165,17 @@ void SnSelection::setItem(List::iterator it, ItemPtr const& item) {
 void SnSelection::indexAdd(List::iterator it) {
     if (!_hasIndex || !*it)
         return;
-    if (auto hash = (*it)->getIdentityHash())
-        _index.emplace(*hash, it);
+    auto hash = (*it)->getIdentityHash();
+    if (!hash)
+        return;
+    indexReserve(_indexed + 1);
+    std::size_t const tag = tagOf(*hash);
+    std::size_t const mask = _index.size() - 1;
+    std::size_t i = slotOf(tag);
+    while (_index[i].tag != 0)
+        i = (i + 1) & mask;
+    _index[i] = {tag, it};
+    ++_indexed;
 }
 
 void SnSelection::indexRemove(List::iterator it) {
@@ -144,12 +184,41 @@ void SnSelection::indexRemove(List::iterator it) {
     auto hash = (*it)->getIdentityHash();
     if (!hash)
         return;
-    auto [entry, end] = _index.equal_range(*hash);
-    for (; entry != end; ++entry) {
-        if (entry->second == it) {
-            _index.erase(entry);
+    std::size_t const mask = _index.size() - 1;
+    std::size_t i = slotOf(tagOf(*hash));
+    for (; _index[i].tag == 0 || _index[i].it != it; i = (i + 1) & mask)
+        if (_index[i].tag == 0)
             return;
+    // Close the gap: later slots of the run move back unless their home lies after the gap.
+    for (std::size_t j = (i + 1) & mask; _index[j].tag != 0; j = (j + 1) & mask) {
+        std::size_t const home = slotOf(_index[j].tag);
+        bool const homeInGap = i <= j ? (i < home && home <= j) : (i < home || home <= j);
+        if (!homeInGap) {
+            _index[i] = _index[j];
+            i = j;
         }
+    }
+    _index[i] = Slot();
+    --_indexed;
+}
+
+void SnSelection::indexReserve(std::size_t n) {
+    std::size_t capacity = std::max(kSmallestTable, _index.size());
+    while (n * 4 > capacity * 3)
+        capacity *= 2;
+    if (capacity == _index.size())
+        return;
+    std::vector<Slot> old(capacity);
+    old.swap(_index);
+    _indexShift = 64 - static_cast<unsigned>(std::countr_zero(capacity));
+    std::size_t const mask = capacity - 1;
+    for (Slot const& slot : old) {
+        if (slot.tag == 0)
+            continue;
+        std::size_t i = slotOf(slot.tag);
+        while (_index[i].tag != 0)
+            i = (i + 1) & mask;
+        _index[i] = slot;
     }
 }
 
@@ -157,13 +226,15 @@ void SnSelection::buildIndexIfWorthIt() {
     if (_hasIndex || !_clean || _items.size() < kIndexFrom)
         return;
     _hasIndex = true;
-    _index.reserve(_items.size());
+    indexReserve(_items.size());
     for (auto it = _items.begin(); it != _items.end(); ++it)
         indexAdd(it);
 }
 
 void SnSelection::resetIndex(bool clean) {
     _index.clear();
+    _indexed = 0;
+    _indexShift = 64;
     _hasIndex = false;
     _clean = clean;
     buildIndexIfWorthIt();
@@ -204,18 +275,21 @@ RCShdPtr<SnSelection> SnSelection::clone() const {
     return RCShdPtr<SnSelection>(cloneRaw());
 }
 
-void SnSelection::append(ItemPtr const& item) {
+bool SnSelection::appendQuietly(ItemPtr const& item) {
     if (!item)
-        return;
+        return false;
     auto listed = lookUpIgnoreParts(*item);
-    bool changed = false;
     if (listed == _items.end()) {
         putItem(_items.end(), item);
-        changed = true;
-    } else if (!(*listed)->hasEqualParts(*item)) {
-        changed = changeListed(listed, [&](SnItem& c) { return c.unionWith(*item); });
+        return true;
     }
-    if (changed)
+    if (!(*listed)->hasEqualParts(*item))
+        return changeListed(listed, [&](SnItem& c) { return c.unionWith(*item); });
+    return false;
+}
+
+void SnSelection::append(ItemPtr const& item) {
+    if (appendQuietly(item))
         notifyChange();
 }
 
