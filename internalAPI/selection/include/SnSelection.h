@@ -48,7 +48,7 @@ public:
     private:
         friend class SnSelection;
         Snapshot() = default;
-        std::list<RCShdPtr<SnItem::Snapshot>> _items;
+        std::vector<RCShdPtr<SnItem::Snapshot>> _items;
     };
 
     // Tells observers with a SnSelectionDestroyHint while the items are still listed.

@@ -17,8 +17,10 @@ SnSelection::Snapshot::~Snapshot() = default;
 
 RCShdPtr<SnSelection> SnSelection::Snapshot::restore() const {
     auto selection = SnSelection::create();
+    // Nobody can watch the new selection yet, so its appends tell no one.
+    selection->indexReserve(_items.size());
     for (auto const& s : _items)
-        selection->append(s->restore());
+        selection->appendQuietly(s->restore());
     return selection;
 }
 
@@ -488,6 +490,7 @@ RCShdPtr<SnSelection> SnSelection::filter(Predicate const& predicate) {
 
 RCShdPtr<SnSelection::Snapshot> SnSelection::snapshot() const {
     RCShdPtr<Snapshot> s(new Snapshot());
+    s->_items.reserve(_items.size());
     for (auto const& item : _items)
         if (item)
             s->_items.push_back(item->snapshot());
