@@ -6,6 +6,7 @@
 #include "SnIsItem.h"
 #include "SnItem.h"
 #include "SnItemBasic.h"
+#include "SnMemPool.h"
 #include "SnSelectionHint.h"
 #include "VnExport.h"
 
@@ -31,7 +32,7 @@ namespace Vn {
 class VN_EXPORT SnSelection : public RCBase<int>, public virtual ObSubject<Sn> {
 public:
     using ItemPtr = RCShdPtr<SnItem const>;
-    using List = std::list<ItemPtr>;
+    using List = std::list<ItemPtr, SnPoolAllocator<ItemPtr>>;
     using const_iterator = List::const_iterator;
     using const_reverse_iterator = List::const_reverse_iterator;
     using Predicate = PrdPredicate<ItemPtr>;
