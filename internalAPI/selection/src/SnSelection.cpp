@@ -415,12 +415,33 @@ bool SnSelection::isEmpty() const {
 bool SnSelection::contains(RCShdPtr<SnSelection const> const& rhs) const {
     if (!rhs)
         return true;
-    for (auto const& e : rhs->_items) {
-        if (!e)
-            continue;
-        auto listed = lookUpIgnoreParts(*e);
-        if (listed == _items.end() || !(*listed)->contains(*e))
-            return false;
+    auto* self = const_cast<SnSelection*>(this);
+    // Hashes a run of rhs first and touches each home slot, so that the run's table misses
+    // overlap instead of following one another.
+    constexpr std::size_t kRun = 16;
+    SnItem const* items[kRun];
+    std::optional<std::size_t> hashes[kRun];
+    for (auto e = rhs->_items.begin(), end = rhs->_items.end(); e != end;) {
+        std::size_t n = 0;
+        for (; e != end && n < kRun; ++e) {
+            if (!*e)
+                continue;
+            items[n] = e->get();
+            hashes[n] = _hasIndex ? items[n]->getIdentityHash() : std::nullopt;
+            if (hashes[n])
+                __builtin_prefetch(&_index[slotOf(tagOf(*hashes[n]))]);
+            ++n;
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            SnItem const& item = *items[i];
+            auto matches = [&](SnItem const& other) {
+                return item.isEqualIgnoreParts(other);
+            };
+            auto listed = hashes[i] ? self->findIndexed(*hashes[i], matches)
+                                    : walkMatching(self->_items, matches);
+            if (listed == _items.end() || !(*listed)->contains(item))
+                return false;
+        }
     }
     return true;
 }
