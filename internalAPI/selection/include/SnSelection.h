@@ -13,6 +13,7 @@
 #include <cstddef>
 #include <iosfwd>
 #include <list>
+#include <optional>
 #include <vector>
 
 namespace Vn {
@@ -114,14 +115,17 @@ private:
     static constexpr std::size_t kIndexFrom = 16;
 
     List::iterator lookUpIgnoreParts(SnItem const& item);
+    // Also gives the hash it looked up by: none without an index or for an item without one.
+    List::iterator lookUpIgnoreParts(SnItem const& item, std::optional<std::size_t>& hash);
     List::const_iterator lookUpIgnoreParts(SnItem const& item) const;
     List::iterator lookUpExact(SnItem const& item);
     List::const_iterator lookUpExact(SnItem const& item) const;
     // Applies op to a clone of the listed item; the clone takes its place if op changed it.
     template <class Op>
     bool changeListed(List::iterator listed, Op op);
-    // Calls perItem(item of rhs, where it is listed here or end) for each non-null item of rhs
-    // (a copy when rhs is this selection), then notifies once if any call changed something.
+    // Calls perItem(item of rhs, where it is listed here or end, the hash it was looked up by)
+    // for each non-null item of rhs (a copy when rhs is this selection), then notifies once if
+    // any call changed something.
     template <class PerItem>
     void combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerItem perItem);
     void notifyChange();
@@ -130,9 +134,13 @@ private:
 
     // Every change of the list goes through these, to keep the index in step.
     List::iterator putItem(List::const_iterator pos, ItemPtr const& item);
+    // With the hash of a lookup just made, so that the index need not ask for it again.
+    List::iterator putItem(List::const_iterator pos, ItemPtr const& item,
+                           std::optional<std::size_t> hash);
     void eraseItem(List::iterator it);
     void setItem(List::iterator it, ItemPtr const& item);
     void indexAdd(List::iterator it);
+    void indexAdd(List::iterator it, std::size_t hash);
     void indexRemove(List::iterator it);
     // Makes room in the table for n entries without growing again.
     void indexReserve(std::size_t n);

@@ -107,12 +107,18 @@ typename List::iterator walkMatching(List& items, Match matches) {
 } // namespace
 
 SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item) {
+    std::optional<std::size_t> hash;
+    return lookUpIgnoreParts(item, hash);
+}
+
+SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item,
+                                                           std::optional<std::size_t>& hash) {
     auto matches = [&](SnItem const& other) {
         return item.isEqualIgnoreParts(other);
     };
-    if (_hasIndex)
-        if (auto hash = item.getIdentityHash())
-            return findIndexed(*hash, matches);
+    hash = _hasIndex ? item.getIdentityHash() : std::nullopt;
+    if (hash)
+        return findIndexed(*hash, matches);
     return walkMatching(_items, matches);
 }
 
@@ -153,6 +159,16 @@ SnSelection::List::iterator SnSelection::putItem(List::const_iterator pos, ItemP
     return it;
 }
 
+SnSelection::List::iterator SnSelection::putItem(List::const_iterator pos, ItemPtr const& item,
+                                                 std::optional<std::size_t> hash) {
+    if (!_hasIndex)
+        return putItem(pos, item);
+    auto it = _items.insert(pos, item);
+    if (hash)
+        indexAdd(it, *hash);
+    return it;
+}
+
 void SnSelection::eraseItem(List::iterator it) {
     indexRemove(it);
     _items.erase(it);
@@ -167,11 +183,13 @@ void SnSelection::setItem(List::iterator it, ItemPtr const& item) {
 void SnSelection::indexAdd(List::iterator it) {
     if (!_hasIndex || !*it)
         return;
-    auto hash = (*it)->getIdentityHash();
-    if (!hash)
-        return;
+    if (auto hash = (*it)->getIdentityHash())
+        indexAdd(it, *hash);
+}
+
+void SnSelection::indexAdd(List::iterator it, std::size_t hash) {
     indexReserve(_indexed + 1);
-    std::size_t const tag = tagOf(*hash);
+    std::size_t const tag = tagOf(hash);
     std::size_t const mask = _index.size() - 1;
     std::size_t i = slotOf(tag);
     while (_index[i].tag != 0)
@@ -280,9 +298,10 @@ RCShdPtr<SnSelection> SnSelection::clone() const {
 bool SnSelection::appendQuietly(ItemPtr const& item) {
     if (!item)
         return false;
-    auto listed = lookUpIgnoreParts(*item);
+    std::optional<std::size_t> hash;
+    auto listed = lookUpIgnoreParts(*item, hash);
     if (listed == _items.end()) {
-        putItem(_items.end(), item);
+        putItem(_items.end(), item, hash);
         return true;
     }
     if (!(*listed)->hasEqualParts(*item))
@@ -359,49 +378,53 @@ void SnSelection::combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerIt
     List const own = rhsItems.get() == this ? _items : List();
     List const& rhs = rhsItems.get() == this ? own : rhsItems->_items;
     bool changed = false;
+    std::optional<std::size_t> hash;
     for (auto const& e : rhs)
         if (e)
-            changed |= perItem(e, lookUpIgnoreParts(*e));
+            changed |= perItem(e, lookUpIgnoreParts(*e, hash), hash);
     if (changed)
         notifyChange();
 }
 
 void SnSelection::unionWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end()) {
-            putItem(_items.end(), e);
-            return true;
-        }
-        if (!(*listed)->hasEqualParts(*e))
-            return changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
-        return false;
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t> hash) {
+                    if (listed == _items.end()) {
+                        putItem(_items.end(), e, hash);
+                        return true;
+                    }
+                    if (!(*listed)->hasEqualParts(*e))
+                        return changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
+                    return false;
+                });
 }
 
 void SnSelection::differenceWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end())
-            return false;
-        if (!e->hasParts()) {
-            eraseItem(listed);
-            return true;
-        }
-        return changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t>) {
+                    if (listed == _items.end())
+                        return false;
+                    if (!e->hasParts()) {
+                        eraseItem(listed);
+                        return true;
+                    }
+                    return changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
+                });
 }
 
 void SnSelection::xorWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end()) {
-            putItem(_items.end(), e);
-            return true;
-        }
-        if (!e->hasParts()) {
-            eraseItem(listed);
-            return true;
-        }
-        return changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t> hash) {
+                    if (listed == _items.end()) {
+                        putItem(_items.end(), e, hash);
+                        return true;
+                    }
+                    if (!e->hasParts()) {
+                        eraseItem(listed);
+                        return true;
+                    }
+                    return changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
+                });
 }
 
 int SnSelection::getSize() const {
