@@ -24,14 +24,27 @@ public:
         ~Snapshot() override;
         // A new, independent item each time.
         RCShdPtr<SnItem> restore() const;
-        RCShdPtr<SnItem const> const& getItem() const noexcept { return *_item; }
+        RCShdPtr<SnItem const> const& getItem() const noexcept { return _item->item; }
+
+        static void* operator new(std::size_t size);
+        static void operator delete(void* block, std::size_t size) noexcept;
 
     private:
         explicit Snapshot(RCShdPtr<SnItem const> const& item);
-        OPtr<RCShdPtr<SnItem const>> _item;
+        // The held pointer, from the same pool as the snapshot.
+        struct Held {
+            RCShdPtr<SnItem const> item;
+            static void* operator new(std::size_t size);
+            static void operator delete(void* block, std::size_t size) noexcept;
+        };
+        OPtr<Held> _item;
     };
 
     ~SnItem() override;
+
+    // Items of every type come from the selection package's pool.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* block, std::size_t size) noexcept;
 
     // A new item with its own copy of the parts, not yet referenced.
     virtual SnItem* clone() const = 0;

@@ -6,13 +6,15 @@
 #include "SnIsItem.h"
 #include "SnItem.h"
 #include "SnItemBasic.h"
+#include "SnMemPool.h"
 #include "SnSelectionHint.h"
 #include "VnExport.h"
 
 #include <cstddef>
 #include <iosfwd>
 #include <list>
-#include <unordered_map>
+#include <optional>
+#include <vector>
 
 namespace Vn {
 
@@ -25,12 +27,13 @@ namespace Vn {
 // on a copy of its items. Not safe across threads.
 //
 // Lookups walk the list, except in a selection of some size known to hold no doubles: there
-// items that give an identity hash are also indexed by it, and a lookup compares only the items
-// of its hash. That keeps set operations on large selections near linear.
+// items that give an identity hash are also indexed by it, in one flat open-addressed table, and
+// a lookup compares only the items of its hash. That keeps set operations on large selections
+// near linear without a heap node per item.
 class VN_EXPORT SnSelection : public RCBase<int>, public virtual ObSubject<Sn> {
 public:
     using ItemPtr = RCShdPtr<SnItem const>;
-    using List = std::list<ItemPtr>;
+    using List = std::list<ItemPtr, SnPoolAllocator<ItemPtr>>;
     using const_iterator = List::const_iterator;
     using const_reverse_iterator = List::const_reverse_iterator;
     using Predicate = PrdPredicate<ItemPtr>;
@@ -47,7 +50,7 @@ public:
     private:
         friend class SnSelection;
         Snapshot() = default;
-        std::list<RCShdPtr<SnItem::Snapshot>> _items;
+        std::vector<RCShdPtr<SnItem::Snapshot>> _items;
     };
 
     // Tells observers with a SnSelectionDestroyHint while the items are still listed.
@@ -112,31 +115,54 @@ private:
     static constexpr std::size_t kIndexFrom = 16;
 
     List::iterator lookUpIgnoreParts(SnItem const& item);
+    // Also gives the hash it looked up by: none without an index or for an item without one.
+    List::iterator lookUpIgnoreParts(SnItem const& item, std::optional<std::size_t>& hash);
     List::const_iterator lookUpIgnoreParts(SnItem const& item) const;
     List::iterator lookUpExact(SnItem const& item);
     List::const_iterator lookUpExact(SnItem const& item) const;
     // Applies op to a clone of the listed item; the clone takes its place if op changed it.
     template <class Op>
     bool changeListed(List::iterator listed, Op op);
-    // Calls perItem(item of rhs, where it is listed here or end) for each non-null item of rhs
-    // (a copy when rhs is this selection), then notifies once if any call changed something.
+    // Calls perItem(item of rhs, where it is listed here or end, the hash it was looked up by)
+    // for each non-null item of rhs (a copy when rhs is this selection), then notifies once if
+    // any call changed something.
     template <class PerItem>
     void combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerItem perItem);
     void notifyChange();
+    // append without the notification: whether it changed anything.
+    bool appendQuietly(ItemPtr const& item);
 
     // Every change of the list goes through these, to keep the index in step.
     List::iterator putItem(List::const_iterator pos, ItemPtr const& item);
+    // With the hash of a lookup just made, so that the index need not ask for it again.
+    List::iterator putItem(List::const_iterator pos, ItemPtr const& item,
+                           std::optional<std::size_t> hash);
     void eraseItem(List::iterator it);
     void setItem(List::iterator it, ItemPtr const& item);
     void indexAdd(List::iterator it);
+    void indexAdd(List::iterator it, std::size_t hash);
     void indexRemove(List::iterator it);
+    // Makes room in the table for n entries without growing again.
+    void indexReserve(std::size_t n);
     void buildIndexIfWorthIt();
     // After the list was replaced whole: clean says whether it is known to hold no doubles.
     void resetIndex(bool clean);
     bool holdsNoDoubles() const;
 
+    // A slot of the index: tag 0 is free, else the item's hash with its low bit set.
+    struct Slot {
+        std::size_t tag = 0;
+        List::iterator it;
+    };
+    template <class Match>
+    List::iterator findIndexed(std::size_t hash, Match matches);
+    std::size_t slotOf(std::size_t tag) const noexcept;
+
     List _items;
-    std::unordered_multimap<std::size_t, List::iterator> _index;
+    // Linear probing over a power-of-two table, kept at most three quarters full.
+    std::vector<Slot> _index;
+    std::size_t _indexed = 0;
+    unsigned _indexShift = 64;
     // No two items are equal ignoring parts.
     bool _clean = true;
     bool _hasIndex = false;

@@ -1,5 +1,6 @@
 #include "SnItem.h"
 
+#include "SnMemPool.h"
 #include "SnTypeName.h"
 
 #include <ostream>
@@ -7,17 +8,40 @@
 
 namespace Vn {
 
-SnItem::Snapshot::Snapshot(RCShdPtr<SnItem const> const& item)
-    : _item(new RCShdPtr<SnItem const>(item)) {}
+SnItem::Snapshot::Snapshot(RCShdPtr<SnItem const> const& item) : _item(new Held{item}) {}
 
 SnItem::Snapshot::~Snapshot() = default;
+
+void* SnItem::Snapshot::operator new(std::size_t size) {
+    return SnMemPool::alloc(size);
+}
+
+void SnItem::Snapshot::operator delete(void* block, std::size_t size) noexcept {
+    SnMemPool::free(block, size);
+}
+
+void* SnItem::Snapshot::Held::operator new(std::size_t size) {
+    return SnMemPool::alloc(size);
+}
+
+void SnItem::Snapshot::Held::operator delete(void* block, std::size_t size) noexcept {
+    SnMemPool::free(block, size);
+}
+
+void* SnItem::operator new(std::size_t size) {
+    return SnMemPool::alloc(size);
+}
+
+void SnItem::operator delete(void* block, std::size_t size) noexcept {
+    SnMemPool::free(block, size);
+}
 
 RCShdPtr<SnItem::Snapshot> SnItem::Snapshot::create(RCShdPtr<SnItem const> const& item) {
     return RCShdPtr<Snapshot>(new Snapshot(item));
 }
 
 RCShdPtr<SnItem> SnItem::Snapshot::restore() const {
-    return (*_item)->restore();
+    return _item->item->restore();
 }
 
 SnItem::SnItem(RCShdPtr<SnParts> const& parts) : _parts(parts) {}

@@ -93,11 +93,11 @@ void SnItemBasic<T>::dump(std::ostream& os) const {
     os << '\n';
 }
 
+// The payload alone: items of two types with one payload only share a hash, and hashing the
+// type's name on every lookup cost more than those rare extra comparisons.
 template <class T>
 std::optional<std::size_t> SnItemBasic<T>::getIdentityHash() const {
-    std::size_t const type = typeid(*this).hash_code();
-    return type ^
-           (SnPayloadTraits<T>::hash(_data) + 0x9e3779b97f4a7c15ULL + (type << 6) + (type >> 2));
+    return SnPayloadTraits<T>::hash(_data);
 }
 
 template <class T>

@@ -2,7 +2,10 @@
 
 #include "ExBase.h"
 
+#include <algorithm>
+#include <bit>
 #include <ostream>
+#include <unordered_map>
 
 namespace Vn {
 
@@ -14,8 +17,10 @@ SnSelection::Snapshot::~Snapshot() = default;
 
 RCShdPtr<SnSelection> SnSelection::Snapshot::restore() const {
     auto selection = SnSelection::create();
+    // Nobody can watch the new selection yet, so its appends tell no one.
+    selection->indexReserve(_items.size());
     for (auto const& s : _items)
-        selection->append(s->restore());
+        selection->appendQuietly(s->restore());
     return selection;
 }
 
@@ -62,20 +67,38 @@ void SnSelection::notifyChange() {
 }
 
 namespace {
-// The item of the list that `matches` accepts: through the identity index when the selection
-// keeps one and the item gives a hash, else by walking the list.
-template <class List, class Index, class Match>
-typename List::iterator findMatching(List& items, Index const& index, bool hasIndex,
-                                     SnItem const& item, Match matches) {
-    if (hasIndex) {
-        if (auto hash = item.getIdentityHash()) {
-            auto [it, end] = index.equal_range(*hash);
-            for (; it != end; ++it)
-                if (matches(**it->second))
-                    return it->second;
-            return items.end();
-        }
+static_assert(sizeof(std::size_t) == 8, "the index spreads 64-bit hashes");
+constexpr std::size_t kSpread = 0x9e3779b97f4a7c15ULL;
+constexpr std::size_t kSmallestTable = 32;
+
+std::size_t tagOf(std::size_t hash) noexcept {
+    return hash | 1u;
+}
+} // namespace
+
+std::size_t SnSelection::slotOf(std::size_t tag) const noexcept {
+    // The high bits of the product, so that pointer hashes with empty low bits spread too.
+    return static_cast<std::size_t>((tag * kSpread) >> _indexShift);
+}
+
+template <class Match>
+SnSelection::List::iterator SnSelection::findIndexed(std::size_t hash, Match matches) {
+    std::size_t const tag = tagOf(hash);
+    std::size_t const mask = _index.size() - 1;
+    // The table is never full, so a free slot ends every probe.
+    for (std::size_t i = slotOf(tag);; i = (i + 1) & mask) {
+        Slot const& slot = _index[i];
+        if (slot.tag == 0)
+            return _items.end();
+        if (slot.tag == tag && matches(**slot.it))
+            return slot.it;
     }
+}
+
+namespace {
+// The item of the list that `matches` accepts, by walking the list.
+template <class List, class Match>
+typename List::iterator walkMatching(List& items, Match matches) {
     for (auto it = items.begin(); it != items.end(); ++it)
         if (*it && matches(**it))
             return it;
@@ -84,8 +107,19 @@ typename List::iterator findMatching(List& items, Index const& index, bool hasIn
 } // namespace
 
 SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item) {
-    return findMatching(_items, _index, _hasIndex, item,
-                        [&](SnItem const& other) { return item.isEqualIgnoreParts(other); });
+    std::optional<std::size_t> hash;
+    return lookUpIgnoreParts(item, hash);
+}
+
+SnSelection::List::iterator SnSelection::lookUpIgnoreParts(SnItem const& item,
+                                                           std::optional<std::size_t>& hash) {
+    auto matches = [&](SnItem const& other) {
+        return item.isEqualIgnoreParts(other);
+    };
+    hash = _hasIndex ? item.getIdentityHash() : std::nullopt;
+    if (hash)
+        return findIndexed(*hash, matches);
+    return walkMatching(_items, matches);
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& item) const {
@@ -94,8 +128,13 @@ SnSelection::List::const_iterator SnSelection::lookUpIgnoreParts(SnItem const& i
 
 SnSelection::List::iterator SnSelection::lookUpExact(SnItem const& item) {
     // Without doubles, the exact match is the one match ignoring parts.
-    return findMatching(_items, _index, _hasIndex, item,
-                        [&](SnItem const& other) { return item.isEqual(other); });
+    auto matches = [&](SnItem const& other) {
+        return item.isEqual(other);
+    };
+    if (_hasIndex)
+        if (auto hash = item.getIdentityHash())
+            return findIndexed(*hash, matches);
+    return walkMatching(_items, matches);
 }
 
 SnSelection::List::const_iterator SnSelection::lookUpExact(SnItem const& item) const {
@@ -120,6 +159,16 @@ SnSelection::List::iterator SnSelection::putItem(List::const_iterator pos, ItemP
     return it;
 }
 
+SnSelection::List::iterator SnSelection::putItem(List::const_iterator pos, ItemPtr const& item,
+                                                 std::optional<std::size_t> hash) {
+    if (!_hasIndex)
+        return putItem(pos, item);
+    auto it = _items.insert(pos, item);
+    if (hash)
+        indexAdd(it, *hash);
+    return it;
+}
+
 void SnSelection::eraseItem(List::iterator it) {
     indexRemove(it);
     _items.erase(it);
@@ -135,7 +184,18 @@ void SnSelection::indexAdd(List::iterator it) {
     if (!_hasIndex || !*it)
         return;
     if (auto hash = (*it)->getIdentityHash())
-        _index.emplace(*hash, it);
+        indexAdd(it, *hash);
+}
+
+void SnSelection::indexAdd(List::iterator it, std::size_t hash) {
+    indexReserve(_indexed + 1);
+    std::size_t const tag = tagOf(hash);
+    std::size_t const mask = _index.size() - 1;
+    std::size_t i = slotOf(tag);
+    while (_index[i].tag != 0)
+        i = (i + 1) & mask;
+    _index[i] = {tag, it};
+    ++_indexed;
 }
 
 void SnSelection::indexRemove(List::iterator it) {
@@ -144,12 +204,41 @@ void SnSelection::indexRemove(List::iterator it) {
     auto hash = (*it)->getIdentityHash();
     if (!hash)
         return;
-    auto [entry, end] = _index.equal_range(*hash);
-    for (; entry != end; ++entry) {
-        if (entry->second == it) {
-            _index.erase(entry);
+    std::size_t const mask = _index.size() - 1;
+    std::size_t i = slotOf(tagOf(*hash));
+    for (; _index[i].tag == 0 || _index[i].it != it; i = (i + 1) & mask)
+        if (_index[i].tag == 0)
             return;
+    // Close the gap: later slots of the run move back unless their home lies after the gap.
+    for (std::size_t j = (i + 1) & mask; _index[j].tag != 0; j = (j + 1) & mask) {
+        std::size_t const home = slotOf(_index[j].tag);
+        bool const homeInGap = i <= j ? (i < home && home <= j) : (i < home || home <= j);
+        if (!homeInGap) {
+            _index[i] = _index[j];
+            i = j;
         }
+    }
+    _index[i] = Slot();
+    --_indexed;
+}
+
+void SnSelection::indexReserve(std::size_t n) {
+    std::size_t capacity = std::max(kSmallestTable, _index.size());
+    while (n * 4 > capacity * 3)
+        capacity *= 2;
+    if (capacity == _index.size())
+        return;
+    std::vector<Slot> old(capacity);
+    old.swap(_index);
+    _indexShift = 64 - static_cast<unsigned>(std::countr_zero(capacity));
+    std::size_t const mask = capacity - 1;
+    for (Slot const& slot : old) {
+        if (slot.tag == 0)
+            continue;
+        std::size_t i = slotOf(slot.tag);
+        while (_index[i].tag != 0)
+            i = (i + 1) & mask;
+        _index[i] = slot;
     }
 }
 
@@ -157,13 +246,15 @@ void SnSelection::buildIndexIfWorthIt() {
     if (_hasIndex || !_clean || _items.size() < kIndexFrom)
         return;
     _hasIndex = true;
-    _index.reserve(_items.size());
+    indexReserve(_items.size());
     for (auto it = _items.begin(); it != _items.end(); ++it)
         indexAdd(it);
 }
 
 void SnSelection::resetIndex(bool clean) {
     _index.clear();
+    _indexed = 0;
+    _indexShift = 64;
     _hasIndex = false;
     _clean = clean;
     buildIndexIfWorthIt();
@@ -204,18 +295,22 @@ RCShdPtr<SnSelection> SnSelection::clone() const {
     return RCShdPtr<SnSelection>(cloneRaw());
 }
 
-void SnSelection::append(ItemPtr const& item) {
+bool SnSelection::appendQuietly(ItemPtr const& item) {
     if (!item)
-        return;
-    auto listed = lookUpIgnoreParts(*item);
-    bool changed = false;
+        return false;
+    std::optional<std::size_t> hash;
+    auto listed = lookUpIgnoreParts(*item, hash);
     if (listed == _items.end()) {
-        putItem(_items.end(), item);
-        changed = true;
-    } else if (!(*listed)->hasEqualParts(*item)) {
-        changed = changeListed(listed, [&](SnItem& c) { return c.unionWith(*item); });
+        putItem(_items.end(), item, hash);
+        return true;
     }
-    if (changed)
+    if (!(*listed)->hasEqualParts(*item))
+        return changeListed(listed, [&](SnItem& c) { return c.unionWith(*item); });
+    return false;
+}
+
+void SnSelection::append(ItemPtr const& item) {
+    if (appendQuietly(item))
         notifyChange();
 }
 
@@ -283,49 +378,53 @@ void SnSelection::combineWith(RCShdPtr<SnSelection const> const& rhsItems, PerIt
     List const own = rhsItems.get() == this ? _items : List();
     List const& rhs = rhsItems.get() == this ? own : rhsItems->_items;
     bool changed = false;
+    std::optional<std::size_t> hash;
     for (auto const& e : rhs)
         if (e)
-            changed |= perItem(e, lookUpIgnoreParts(*e));
+            changed |= perItem(e, lookUpIgnoreParts(*e, hash), hash);
     if (changed)
         notifyChange();
 }
 
 void SnSelection::unionWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end()) {
-            putItem(_items.end(), e);
-            return true;
-        }
-        if (!(*listed)->hasEqualParts(*e))
-            return changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
-        return false;
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t> hash) {
+                    if (listed == _items.end()) {
+                        putItem(_items.end(), e, hash);
+                        return true;
+                    }
+                    if (!(*listed)->hasEqualParts(*e))
+                        return changeListed(listed, [&](SnItem& c) { return c.unionWith(*e); });
+                    return false;
+                });
 }
 
 void SnSelection::differenceWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end())
-            return false;
-        if (!e->hasParts()) {
-            eraseItem(listed);
-            return true;
-        }
-        return changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t>) {
+                    if (listed == _items.end())
+                        return false;
+                    if (!e->hasParts()) {
+                        eraseItem(listed);
+                        return true;
+                    }
+                    return changeListed(listed, [&](SnItem& c) { return c.differenceWith(*e); });
+                });
 }
 
 void SnSelection::xorWith(RCShdPtr<SnSelection const> const& rhsItems) {
-    combineWith(rhsItems, [this](ItemPtr const& e, List::iterator listed) {
-        if (listed == _items.end()) {
-            putItem(_items.end(), e);
-            return true;
-        }
-        if (!e->hasParts()) {
-            eraseItem(listed);
-            return true;
-        }
-        return changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
-    });
+    combineWith(rhsItems,
+                [this](ItemPtr const& e, List::iterator listed, std::optional<std::size_t> hash) {
+                    if (listed == _items.end()) {
+                        putItem(_items.end(), e, hash);
+                        return true;
+                    }
+                    if (!e->hasParts()) {
+                        eraseItem(listed);
+                        return true;
+                    }
+                    return changeListed(listed, [&](SnItem& c) { return c.xorWith(*e); });
+                });
 }
 
 int SnSelection::getSize() const {
@@ -339,12 +438,33 @@ bool SnSelection::isEmpty() const {
 bool SnSelection::contains(RCShdPtr<SnSelection const> const& rhs) const {
     if (!rhs)
         return true;
-    for (auto const& e : rhs->_items) {
-        if (!e)
-            continue;
-        auto listed = lookUpIgnoreParts(*e);
-        if (listed == _items.end() || !(*listed)->contains(*e))
-            return false;
+    auto* self = const_cast<SnSelection*>(this);
+    // Hashes a run of rhs first and touches each home slot, so that the run's table misses
+    // overlap instead of following one another.
+    constexpr std::size_t kRun = 16;
+    SnItem const* items[kRun];
+    std::optional<std::size_t> hashes[kRun];
+    for (auto e = rhs->_items.begin(), end = rhs->_items.end(); e != end;) {
+        std::size_t n = 0;
+        for (; e != end && n < kRun; ++e) {
+            if (!*e)
+                continue;
+            items[n] = e->get();
+            hashes[n] = _hasIndex ? items[n]->getIdentityHash() : std::nullopt;
+            if (hashes[n])
+                __builtin_prefetch(&_index[slotOf(tagOf(*hashes[n]))]);
+            ++n;
+        }
+        for (std::size_t i = 0; i < n; ++i) {
+            SnItem const& item = *items[i];
+            auto matches = [&](SnItem const& other) {
+                return item.isEqualIgnoreParts(other);
+            };
+            auto listed = hashes[i] ? self->findIndexed(*hashes[i], matches)
+                                    : walkMatching(self->_items, matches);
+            if (listed == _items.end() || !(*listed)->contains(item))
+                return false;
+        }
     }
     return true;
 }
@@ -414,6 +534,7 @@ RCShdPtr<SnSelection> SnSelection::filter(Predicate const& predicate) {
 
 RCShdPtr<SnSelection::Snapshot> SnSelection::snapshot() const {
     RCShdPtr<Snapshot> s(new Snapshot());
+    s->_items.reserve(_items.size());
     for (auto const& item : _items)
         if (item)
             s->_items.push_back(item->snapshot());
