@@ -405,6 +405,8 @@ HoCompositionRender::run(HoComposition const& composition,
     };
     Result result;
     int const total = c.last - c.first + 1;
+    // One frame buffer per render, kept from frame to frame: its pages are faulted in once.
+    std::vector<HoImage> frames(renders.size());
     for (int f = c.first; f <= c.last; ++f) {
         if (skipExisting) {
             bool complete = true;
@@ -417,8 +419,9 @@ HoCompositionRender::run(HoComposition const& composition,
         }
         try {
             double const time = static_cast<double>(f) / c.rate.toDouble();
-            for (auto const& [output, writes] : renders) {
-                HoImage image;
+            for (std::size_t k = 0; k < renders.size(); ++k) {
+                auto const& [output, writes] = renders[k];
+                HoImage& image = frames[k];
                 HoRenderer::renderFrame(c.imageOf(output), time, c.depth, image,
                                         [&](int done, int tiles) {
                                             if (progress)
