@@ -5,8 +5,6 @@
 
 namespace Vn {
 
-class PiImageInputPolicy;
-
 // A pixel tool's node: it reads its primary in whatever depth it comes, raising it to float as
 // it reads, and gives the working format, float RGBA (HoToolController::workingPolicy()).
 class VN_EXPORT HoWorkingNode : public PxImageNode {
@@ -33,7 +31,7 @@ public:
 };
 
 // A premultiplied front image over a back image. The frame is the union of both; the format
-// and the other questions of the image are the back's.
+// (in float) and the other questions of the image are the back's.
 class VN_EXPORT HoOverNode final : public HoWorkingNode {
 public:
     // No handle may be null.
@@ -90,22 +88,16 @@ private:
     PxNodePtr<PxAnimValueProtocol<double> const> _gain;
 };
 
-// A tool's image input in the format its policy asks for: the source's own tiles when they are in
-// it already, converted ones otherwise. The format follows the source's as it changes.
-class VN_EXPORT HoWorkingImageNode final : public PxImageNode {
+// A tool's image input in the working format, for tools built on library nodes: the source's
+// own tiles when they are float RGBA already, converted ones otherwise.
+class VN_EXPORT HoWorkingImageNode final : public HoWorkingNode {
 public:
-    // Neither may be null.
-    HoWorkingImageNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
-                       RCShdPtr<PiImageInputPolicy const> policy);
-    ~HoWorkingImageNode() override;
-    PxImageFormat getImageFormat() const override;
+    HoWorkingImageNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source)
+        : PxNode(init), HoWorkingNode(init, source) {}
     PxImageResult getImageResult(PxImageContext const& context) const override;
 
 protected:
     void init() override;
-
-private:
-    RCShdPtr<PiImageInputPolicy const> _policy;
 };
 
 } // namespace Vn

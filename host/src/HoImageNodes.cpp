@@ -205,35 +205,14 @@ PxResult<CoRgbColorTyped<float>> HoColorNode::getValue(PxTimeContext const& cont
     return {color, vi};
 }
 
-HoWorkingImageNode::HoWorkingImageNode(PxNode::Init const& init,
-                                       PxStrongHndl<PxImageProtocol const> const& source,
-                                       RCShdPtr<PiImageInputPolicy const> policy)
-    : PxNode(init), PxImageNode(init, source), _policy(std::move(policy)) {
-    VN_ASSERT(_policy);
-}
-
-HoWorkingImageNode::~HoWorkingImageNode() = default;
-
 void HoWorkingImageNode::init() {
-    PxImageNode::init();
+    HoWorkingNode::init();
     registerChild(getPrimary());
-}
-
-PxImageFormat HoWorkingImageNode::getImageFormat() const {
-    return _policy->getTargetFormat(getPrimary()->getImageFormat());
 }
 
 PxImageResult HoWorkingImageNode::getImageResult(PxImageContext const& context) const {
     PxImageResult const in = getPrimary()->getImageResult(context);
-    PxImageFormat const format = getImageFormat();
-    IxPixelFormat const& target = format.getPixelFormat();
-    IxPixelFormat const& has = in.getTile().getPixelFormat();
-    if (in.getPixelRegion().isEmpty() ||
-        (has.getComps() == target.getComps() && has.getDepth() == target.getDepth()))
-        return in;
-    IxTile const tile = allocateImageBuffer(context, in.getFillColor(), in.getPixelRegion());
-    ipFormatChange(IxWriteGuard(tile), in.getTileGuard(), nullptr);
-    return {tile, in.getValidityInterval()};
+    return {working(context, in), in.getValidityInterval()};
 }
 
 } // namespace Vn

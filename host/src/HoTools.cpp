@@ -134,8 +134,8 @@ RCShdPtr<PiImageInputPolicy const> const& HoToolController::workingPolicy() {
 
 PxStrongHndl<PxImageProtocol const> HoToolController::workingInput(OutputPublisher& p,
                                                                    std::string const& name) {
-    PxStrongHndl<HoWorkingImageNode> const n(new HoWorkingImageNode(
-        PxNode::Init{"working input"}, imageInput(p, name), workingPolicy()));
+    PxStrongHndl<HoWorkingImageNode> const n(
+        new HoWorkingImageNode(PxNode::Init{"working input"}, imageInput(p, name)));
     PxNode::init(PxStrongHndl<PxNode>(n));
     return PxStrongHndl<PxImageProtocol const>(n.get());
 }
