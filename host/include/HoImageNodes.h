@@ -5,6 +5,19 @@
 
 namespace Vn {
 
+// A pixel tool's node: it reads its primary in whatever depth it comes, raising it to float as
+// it reads, and gives the working format, float RGBA (HoToolController::workingPolicy()).
+class VN_EXPORT HoWorkingNode : public PxImageNode {
+public:
+    HoWorkingNode(PxNode::Init const& init, PxNodePtr<PxImageProtocol const> const& primary)
+        : PxNode(init), PxImageNode(init, primary) {}
+    PxImageFormat getImageFormat() const override;
+
+protected:
+    // The result's tile in the working format: itself when it is float RGBA or holds no pixels.
+    IxTile working(PxImageContext const& context, PxImageResult const& result) const;
+};
+
 // The test pattern of the batch renderer: four horizontal bands, red, green, blue and grey
 // ramps from left to right, under an alpha that falls from 1 at the top to 0.25 at the bottom.
 // Pixels are premultiplied. The ramps move right by a quarter of the frame per second.
@@ -18,8 +31,8 @@ public:
 };
 
 // A premultiplied front image over a back image. The frame is the union of both; the format
-// and the other questions of the image are the back's.
-class VN_EXPORT HoOverNode final : public PxImageNode {
+// (in float) and the other questions of the image are the back's.
+class VN_EXPORT HoOverNode final : public HoWorkingNode {
 public:
     // No handle may be null.
     HoOverNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& front,
@@ -57,7 +70,7 @@ private:
 };
 
 // An image times a gain: premultiplied colour is scaled, alpha kept. The gain is animatable.
-class VN_EXPORT HoGainNode final : public PxImageNode {
+class VN_EXPORT HoGainNode final : public HoWorkingNode {
 public:
     // No handle may be null.
     HoGainNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
@@ -73,6 +86,18 @@ protected:
 
 private:
     PxNodePtr<PxAnimValueProtocol<double> const> _gain;
+};
+
+// A tool's image input in the working format, for tools built on library nodes: the source's
+// own tiles when they are float RGBA already, converted ones otherwise.
+class VN_EXPORT HoWorkingImageNode final : public HoWorkingNode {
+public:
+    HoWorkingImageNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source)
+        : PxNode(init), HoWorkingNode(init, source) {}
+    PxImageResult getImageResult(PxImageContext const& context) const override;
+
+protected:
+    void init() override;
 };
 
 } // namespace Vn

@@ -50,10 +50,11 @@ struct VN_EXPORT HoPan {
 
 // The renderer's built-in graph: the test pattern over an opaque dark grey background, both
 // width x height of the given format. The pattern is made in float and converted to the
-// format; with a loop, its frames [first, second) repeat. When keep is given, it receives
-// handles on the image and format nodes under the root: while they live, the graph stays whole
-// (invalidations and dumps reach every node), not only the root and its own children. With a
-// pan, a panner moves the pattern over the background.
+// format; the Over computes in float, so a frame in the format's depth is asked of the renderer;
+// with a loop, its frames [first, second) repeat. When keep is given, it receives handles on the
+// image and format nodes under the root: while they live, the graph stays whole (invalidations and
+// dumps reach every node), not only the root and its own children. With a pan, a panner moves the
+// pattern over the background.
 struct VN_EXPORT HoDefaultGraph {
     static PxStrongHndl<PxImageProtocol const>
     create(int width, int height, PxImageFormat const& format,
@@ -79,6 +80,11 @@ public:
     // raises what the engine raised.
     static HoImage renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
                                TileProgress const& progress = {});
+    // The same frame in `depth` (the node's own when 0), each tile converted as it is copied.
+    // `into` is filled in place: a frame of the same size and format as the last keeps its
+    // memory, so a render of many frames touches fresh pages once.
+    static void renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time, int depth,
+                            HoImage& into, TileProgress const& progress = {});
 };
 
 // The processing graph as pictures.

@@ -12,6 +12,7 @@
 namespace Vn {
 
 class HoToolRegistry;
+class PiImageInputPolicy;
 class PxImageProtocol;
 template <class T>
 class PxAnimValueProtocol;
@@ -27,6 +28,12 @@ public:
     // The node of an input, as the protocol it must have; raises ExBase naming the input.
     static PxStrongHndl<PxImageProtocol const> imageInput(OutputPublisher& p,
                                                           std::string const& name);
+    // The policy of the pixel tools' primary image input: RGBA float, so that a half or 8-bit
+    // plate is raised once, at the first tool, and stays float down the chain.
+    static RCShdPtr<PiImageInputPolicy const> const& workingPolicy();
+    // An image input brought to workingPolicy()'s format; raises ExBase as imageInput does.
+    static PxStrongHndl<PxImageProtocol const> workingInput(OutputPublisher& p,
+                                                            std::string const& name);
     static PxStrongHndl<PxAnimValueProtocol<double> const> doubleInput(OutputPublisher& p,
                                                                        std::string const& name);
     static PxStrongHndl<PxAnimValueProtocol<int> const> intInput(OutputPublisher& p,

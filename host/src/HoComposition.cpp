@@ -113,28 +113,6 @@ void checkValues(PiGroupNode const& group, std::string const& origin) {
     }
 }
 
-// The frame in the depth the files take.
-HoImage toDepth(HoImage image, IxPixelFormat::Depth depth) {
-    if (image.format.getDepth() == depth || image.width == 0)
-        return image;
-    IxPixelFormat const to(image.format.getComps(), depth, image.format.getAspectRatio());
-    HoImage out;
-    out.width = image.width;
-    out.height = image.height;
-    out.format = to;
-    out.pixels.resize(out.getLineSize() * static_cast<std::size_t>(image.height));
-    std::vector<CoRgbaColorTyped<float>> line(static_cast<std::size_t>(image.width));
-    ImPixelFormat const fromIm(image.format.getComps(), image.format.getDepth());
-    ImPixelFormat const toIm(to.getComps(), to.getDepth());
-    for (int y = 0; y < image.height; ++y) {
-        IxConvertUtil::readFrom(line.data(), image.pixels.data() + image.getLineSize() * y,
-                                image.width, fromIm);
-        IxConvertUtil::writeTo(out.pixels.data() + out.getLineSize() * y, line.data(), image.width,
-                               toIm);
-    }
-    return out;
-}
-
 // The archive names nodes by their ids in the running process; a file numbers them from 1 in
 // the order written, so that saving what was loaded gives the same text.
 void renumberIds(XmlElement const& graph) {
@@ -427,6 +405,8 @@ HoCompositionRender::run(HoComposition const& composition,
     };
     Result result;
     int const total = c.last - c.first + 1;
+    // One frame buffer per render, kept from frame to frame: its pages are faulted in once.
+    std::vector<HoImage> frames(renders.size());
     for (int f = c.first; f <= c.last; ++f) {
         if (skipExisting) {
             bool complete = true;
@@ -439,14 +419,14 @@ HoCompositionRender::run(HoComposition const& composition,
         }
         try {
             double const time = static_cast<double>(f) / c.rate.toDouble();
-            for (auto const& [output, writes] : renders) {
-                HoImage const image = toDepth(
-                    HoRenderer::renderFrame(c.imageOf(output), time,
-                                            [&](int done, int tiles) {
-                                                if (progress)
-                                                    progress({f, done, tiles, f - c.first, total});
-                                            }),
-                    c.depth);
+            for (std::size_t k = 0; k < renders.size(); ++k) {
+                auto const& [output, writes] = renders[k];
+                HoImage& image = frames[k];
+                HoRenderer::renderFrame(c.imageOf(output), time, c.depth, image,
+                                        [&](int done, int tiles) {
+                                            if (progress)
+                                                progress({f, done, tiles, f - c.first, total});
+                                        });
                 for (HoCompositionOutput const& file : writes)
                     HoImageFile::write(image, fileOf(file.file, f), file.compression);
             }

@@ -153,9 +153,7 @@ public:
     bool supportsAffectRgb() const override { return true; }
     bool supportsAffectAlpha() const override { return true; }
     void describe(PiToolPolicyDescriptor& d) const override {
-        d.require("Source", PiSocketType::IMAGE,
-                  PiImageInputPolicy::createPrimary(PiImageInputPolicy::RGBA_COMPONENTS,
-                                                    PiImageInputPolicy::ALL_DEPTHS));
+        d.require("Source", PiSocketType::IMAGE, HoToolController::workingPolicy());
         struct Range {
             double min, max, def;
         };

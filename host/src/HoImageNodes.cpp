@@ -1,5 +1,8 @@
 #include "HoImageNodes.h"
 #include "Assertions.h"
+#include "HoTools.h"
+#include "IxImageOps.h"
+#include "PiImageInputPolicy.h"
 #include "PiPixelLoop.h"
 
 #include <cmath>
@@ -101,9 +104,24 @@ PxImageResult HoTestPatternNode::getImageResult(PxImageContext const& context) c
     return {guard.getTile(), vi};
 }
 
+PxImageFormat HoWorkingNode::getImageFormat() const {
+    return HoToolController::workingPolicy()->getTargetFormat(getPrimary()->getImageFormat());
+}
+
+IxTile HoWorkingNode::working(PxImageContext const& context, PxImageResult const& result) const {
+    IxPixelFormat const& has = result.getTile().getPixelFormat();
+    if (result.getPixelRegion().isEmpty() ||
+        (has.getComps() == IxPixelFormat::RGBA && has.getDepth() == IxPixelFormat::FLOAT32))
+        return result.getTile();
+    IxTile const tile =
+        allocateImageBuffer(context, result.getFillColor(), result.getPixelRegion());
+    ipFormatChange(IxWriteGuard(tile), result.getTileGuard(), nullptr);
+    return tile;
+}
+
 HoOverNode::HoOverNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& front,
                        PxStrongHndl<PxImageProtocol const> const& back)
-    : PxNode(init), PxImageNode(init, back), _front(front) {
+    : PxNode(init), HoWorkingNode(init, back), _front(front) {
     VN_ASSERT(!_front.isNull());
 }
 
@@ -138,7 +156,7 @@ PxImageResult HoOverNode::getImageResult(PxImageContext const& context) const {
 
 HoGainNode::HoGainNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
                        PxStrongHndl<PxAnimValueProtocol<double> const> const& gain)
-    : PxNode(init), PxImageNode(init, source), _gain(gain) {
+    : PxNode(init), HoWorkingNode(init, source), _gain(gain) {
     VN_ASSERT(!_gain.isNull());
 }
 
@@ -185,6 +203,16 @@ PxResult<CoRgbColorTyped<float>> HoColorNode::getValue(PxTimeContext const& cont
     };
     CoRgbColorTyped<float> const color{read(_r), read(_g), read(_b)};
     return {color, vi};
+}
+
+void HoWorkingImageNode::init() {
+    HoWorkingNode::init();
+    registerChild(getPrimary());
+}
+
+PxImageResult HoWorkingImageNode::getImageResult(PxImageContext const& context) const {
+    PxImageResult const in = getPrimary()->getImageResult(context);
+    return {working(context, in), in.getValidityInterval()};
 }
 
 } // namespace Vn

@@ -211,6 +211,16 @@ PxStrongHndl<PxImageProtocol const> HoDefaultGraph::outputOf(PiToolNode& tool) {
 
 HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
                                 TileProgress const& progress) {
+    HoImage image;
+    renderFrame(node, time, 0, image, progress);
+    return image;
+}
+
+void HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node, double time,
+                             int depth, HoImage& into, TileProgress const& progress) {
+    if (depth != 0 && depth != IxPixelFormat::UINT8 && depth != IxPixelFormat::FLOAT16 &&
+        depth != IxPixelFormat::FLOAT32)
+        HO_FAIL("a frame cannot be made " + std::to_string(depth) + " bits deep: 8, 16 or 32 are");
     PxRequestMgr& mgr = PxRequestMgr::getInstance();
     PxUPtr<PxImageProtocol const> const n(node);
     PxRequestPtr<PxImageFormatRequest> formatRequest(new PxImageFormatRequest(n));
@@ -222,25 +232,38 @@ HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node,
     GeRectangle<int> const region = PxImageProtocol::nominalToPixelized(
         rodRequest->getImageROD().getROD(), format.getAspectRatio(), 1.0f);
 
-    HoImage image;
-    image.width = region.width();
-    image.height = region.height();
-    image.format = format.getPixelFormat();
-    image.pixels.resize(image.getLineSize() * image.height);
-    IpPixels const dst = pixelsOf(image, region);
+    IxPixelFormat const& own = format.getPixelFormat();
+    into.width = region.width();
+    into.height = region.height();
+    into.format = depth == 0 ? own : IxPixelFormat(own.getComps(), depth, own.getAspectRatio());
+    into.pixels.resize(into.getLineSize() * static_cast<std::size_t>(into.height));
+    IpPixels const dst = pixelsOf(into, region);
 
     // Every tile is submitted at once; they are collected in order, each let go once copied.
     GeRectangle<int> const tiles = PxImageProtocol::convertPixelsToTiles(region);
     std::vector<PxRequestPtr<PxImageMultiTileRequest>> requests;
+    std::vector<GeRectangle<int>> areas;
     for (int j = tiles.ymin; j < tiles.ymax; ++j)
         for (int i = tiles.xmin; i < tiles.xmax; ++i) {
             requests.emplace_back(
                 new PxImageMultiTileRequest(n, GeVector2<int>{i, j}, 0, PxTimeInfo(time), 0));
+            areas.push_back(
+                PxImageProtocol::convertTilesToPixels({i, i + 1, j, j + 1}).intersect(region));
             mgr.executeRequest(requests.back().get(), false);
         }
     int done = 0;
     try {
-        for (auto& r : requests) {
+        for (std::size_t k = 0; k < requests.size(); ++k) {
+            auto& r = requests[k];
+            // Pixels no tile holds are clear, as in a fresh frame, whatever the last one left.
+            long covered = 0;
+            for (PxImageResult const& result : *r->getResults()) {
+                GeRectangle<int> const c = result.getPixelRegion().intersect(areas[k]);
+                if (!c.isEmpty())
+                    covered += long(c.width()) * c.height();
+            }
+            if (covered != long(areas[k].width()) * areas[k].height())
+                ipSet(dst, areas[k], {0, 0, 0, 0});
             for (PxImageResult const& result : *r->getResults()) {
                 IxReadGuard const src = result.getTileGuard();
                 ipCopy(dst, ipPixelsOf(src), result.getPixelRegion());
@@ -264,7 +287,6 @@ HoImage HoRenderer::renderFrame(PxStrongHndl<PxImageProtocol const> const& node,
             }
         throw;
     }
-    return image;
 }
 
 void HoGraphDump::writeDot(PxStrongHndl<PxImageProtocol const> const& root,
@@ -458,9 +480,10 @@ void HoRenderJob::run(std::function<void(Progress const&)> const& progress) cons
         HoGraphDump::renderPng(dagFile,
                                std::filesystem::path(dagFile).replace_extension(".png").string());
     }
+    HoImage image;
     for (int f = first; f <= last; ++f) {
         double const time = static_cast<double>(f) / frameRate.toDouble();
-        HoImage const image = HoRenderer::renderFrame(graph, time, [&](int done, int total) {
+        HoRenderer::renderFrame(graph, time, depth, image, [&](int done, int total) {
             if (progress)
                 progress({done, total, f - first, nbFrames});
         });

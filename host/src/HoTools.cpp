@@ -5,6 +5,7 @@
 #include "HoImageNodes.h"
 #include "HoToolRegistry.h"
 #include "PiImageConvertNode.h"
+#include "PiImageInputPolicy.h"
 #include "PiImageRepeatNode.h"
 #include "PiInputPolicies.h"
 #include "PiInputPolicy.h"
@@ -125,6 +126,20 @@ PxStrongHndl<PxImageProtocol const> HoToolController::imageInput(OutputPublisher
     return inputAs<PxImageProtocol>(p, name);
 }
 
+RCShdPtr<PiImageInputPolicy const> const& HoToolController::workingPolicy() {
+    static RCShdPtr<PiImageInputPolicy const> const policy = PiImageInputPolicy::createPrimary(
+        PiImageInputPolicy::RGBA_COMPONENTS, PiImageInputPolicy::FLOAT32_DEPTH);
+    return policy;
+}
+
+PxStrongHndl<PxImageProtocol const> HoToolController::workingInput(OutputPublisher& p,
+                                                                   std::string const& name) {
+    PxStrongHndl<HoWorkingImageNode> const n(
+        new HoWorkingImageNode(PxNode::Init{"working input"}, imageInput(p, name)));
+    PxNode::init(PxStrongHndl<PxNode>(n));
+    return PxStrongHndl<PxImageProtocol const>(n.get());
+}
+
 PxStrongHndl<PxAnimValueProtocol<double> const>
 HoToolController::doubleInput(OutputPublisher& p, std::string const& name) {
     return inputAs<PxAnimValueProtocol<double>>(p, name);
@@ -174,7 +189,7 @@ RCShdPtr<PiTool const> HoTools::over() {
         "Over", "Merge",
         [](PiToolPolicyDescriptor& d) {
             d.require("Front", PiSocketType::IMAGE);
-            d.require("Back", PiSocketType::IMAGE);
+            d.require("Back", PiSocketType::IMAGE, HoToolController::workingPolicy());
             d.produces("Output", PiSocketType::IMAGE);
         },
         [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
@@ -189,7 +204,7 @@ RCShdPtr<PiTool const> HoTools::gain() {
     return makeTool(new Protocol(
         "Gain", "Color",
         [](PiToolPolicyDescriptor& d) {
-            d.require("Source", PiSocketType::IMAGE);
+            d.require("Source", PiSocketType::IMAGE, HoToolController::workingPolicy());
             d.require("Gain", PiSocketType::DOUBLE, PiRangeInputPolicy<double>::create(0, 1000, 1));
             d.produces("Output", PiSocketType::IMAGE);
         },
@@ -366,7 +381,7 @@ RCShdPtr<PiTool const> HoTools::pan() {
     return makeTool(new Protocol(
         "Pan", "Transform",
         [](PiToolPolicyDescriptor& d) {
-            d.require("Source", PiSocketType::IMAGE);
+            d.require("Source", PiSocketType::IMAGE, HoToolController::workingPolicy());
             d.require("X", PiSocketType::DOUBLE);
             d.require("Y", PiSocketType::DOUBLE);
             d.require("Filter", PiSocketType::INT, PiRangeInputPolicy<int>::create(0, 7, 2));
@@ -375,7 +390,7 @@ RCShdPtr<PiTool const> HoTools::pan() {
         [](HoToolController&, PiToolTopologyInterface::OutputPublisher& p) {
             p.publish("Output",
                       finished(new PxPannerNode(
-                          PxNode::Init{"pan"}, HoToolController::imageInput(p, "Source"),
+                          PxNode::Init{"pan"}, HoToolController::workingInput(p, "Source"),
                           HoToolController::doubleInput(p, "X"),
                           HoToolController::doubleInput(p, "Y"), constant(0.0), constant(0.0),
                           HoToolController::intInput(p, "Filter"), constant(1.0))));

@@ -8,6 +8,7 @@
 #include "IxConvertUtil.h"
 #include "IxImageOps.h"
 #include "IxWriteGuardProxy.h"
+#include "PiImageInputPolicy.h"
 #include "PiInputPolicy.h"
 #include "PxEx.h"
 #include "PxImageFetcher.h"
@@ -60,7 +61,7 @@ HoTransformNode::HoTransformNode(PxNode::Init const& init,
                                  PxStrongHndl<PxImageProtocol const> const& source,
                                  PiAffineNodeUtil::Params const& params,
                                  PxStrongHndl<PxAnimValueProtocol<int> const> const& filter)
-    : PxNode(init), PxImageNode(init, PxNodePtr<PxImageProtocol const>(source)), _params(params),
+    : PxNode(init), HoWorkingNode(init, PxNodePtr<PxImageProtocol const>(source)), _params(params),
       _filter(filter) {
     VN_ASSERT(!_filter.isNull());
 }
@@ -113,7 +114,7 @@ PxImageResult HoTransformNode::getImageResult(PxImageContext const& context) con
     if (backward.isIdentity()) { // untouched: the source's own pixels, free and exact
         PxImageResult const source = getPrimary()->getImageResult(context);
         source.reduceVI(vi);
-        return PxImageResult(source.getTile(), vi);
+        return PxImageResult(working(context, source), vi);
     }
     PxResult<int> const f = _filter->getValue(time);
     f.reduceVI(vi);
@@ -192,7 +193,8 @@ PxImageResult HoTransformNode::getImageResult(PxImageContext const& context) con
 
 HoCropNode::HoCropNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
                        PiCropNodeUtil::Params const& params)
-    : PxNode(init), PxImageNode(init, PxNodePtr<PxImageProtocol const>(source)), _params(params) {}
+    : PxNode(init), HoWorkingNode(init, PxNodePtr<PxImageProtocol const>(source)), _params(params) {
+}
 
 void HoCropNode::init() {
     PxImageNode::init();
@@ -216,7 +218,7 @@ PxImageResult HoCropNode::getImageResult(PxImageContext const& context) const {
     Color const& fill = child.getFillColor();
     if (kept == region && child.getPixelRegion() == region && fill.r == 0.0f && fill.g == 0.0f &&
         fill.b == 0.0f && fill.a == 0.0f)
-        return PxImageResult(child.getTile(), vi);
+        return PxImageResult(working(context, child), vi);
     IxTile const tile = allocateImageBuffer(context, {0, 0, 0, 0}, region);
     IxWriteGuard const out(tile);
     if (kept != region)
@@ -354,7 +356,7 @@ IxPixelFormat const& floatRgba() {
 
 HoBlurNode::HoBlurNode(PxNode::Init const& init, PxStrongHndl<PxImageProtocol const> const& source,
                        PxStrongHndl<PxAnimValueProtocol<double> const> const& size)
-    : PxNode(init), PxImageNode(init, PxNodePtr<PxImageProtocol const>(source)), _size(size) {
+    : PxNode(init), HoWorkingNode(init, PxNodePtr<PxImageProtocol const>(source)), _size(size) {
     VN_ASSERT(!_size.isNull());
 }
 
@@ -474,7 +476,7 @@ public:
         : PiToolProtocolImp(std::move(name), std::move(category), "1.0"), _describe(describer),
           _build(build) {}
     void describe(PiToolPolicyDescriptor& d) const override {
-        d.require("Source", PiSocketType::IMAGE);
+        d.require("Source", PiSocketType::IMAGE, HoToolController::workingPolicy());
         _describe(d);
         d.produces("Output", PiSocketType::IMAGE);
     }

@@ -4,6 +4,7 @@
 #include "HoRender.h"
 #include "HoToolRegistry.h"
 #include "HoTools.h"
+#include "IxConvertUtil.h"
 #include "PiCommandStack.h"
 #include "PiSockets.h"
 #include "SdTexture.h"
@@ -87,7 +88,7 @@ std::pair<int, std::string> runCommand(std::string const& command) {
 } // namespace
 
 // The renderer's picture made by tools is the one its processing graph makes, byte for byte,
-// with and without a loop and a pan, at every depth.
+// with and without a loop and a pan, at every depth the frame is asked in.
 TEST_F(Render, ToolGraphMakesTheSamePictureAsTheProcessingGraph) {
     struct Case {
         IxPixelFormat::Depth depth;
@@ -105,13 +106,16 @@ TEST_F(Render, ToolGraphMakesTheSamePictureAsTheProcessingGraph) {
         Case const& c = cases[i];
         PxImageFormat const format(IxPixelFormat(IxPixelFormat::RGBA, c.depth), Rational(25));
         std::vector<PxStrongHndl<PxNode const>> keep;
-        HoImage const nodes = HoRenderer::renderFrame(
-            HoDefaultGraph::create(150, 70, format, c.loop, &keep, c.pan), c.time);
+        // Both work in float; the frames come out in the format's depth.
+        HoImage nodes, tools;
+        HoRenderer::renderFrame(HoDefaultGraph::create(150, 70, format, c.loop, &keep, c.pan),
+                                c.time, c.depth, nodes);
         RCShdPtr<PiGraph> const graph = HoGraph::create("default");
         RCShdPtr<PiToolNode> const over =
             HoDefaultGraph::createTools(*graph->getRootNode(), 150, 70, format, c.loop, c.pan);
-        HoImage const tools = HoRenderer::renderFrame(HoDefaultGraph::outputOf(*over), c.time);
+        HoRenderer::renderFrame(HoDefaultGraph::outputOf(*over), c.time, c.depth, tools);
         EXPECT_EQ(tools.format, nodes.format) << i;
+        EXPECT_EQ(int(tools.format.getDepth()), int(c.depth)) << i;
         EXPECT_TRUE(tools.pixels == nodes.pixels) << i;
         EXPECT_EQ(graph->getCommandStack().getUndoCount(), 1) << i;
     }
@@ -501,20 +505,28 @@ TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
 // the program and compared, frame by frame, with the same steps computed here.
 TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     constexpr int kW = 32, kH = 16, kShift = 3;
+    // Half plates, as stored: the tools raise them to float once, so that the float output
+    // differs from the computation below only by float rounding.
     auto plate = [](int x, int y, int f) {
         float const a = 0.25f + 0.5f * float((x + y) % 2);
-        return Color{a * float(x) / kW, a * float(y) / kH, a * float(f) / 5.0f, a};
+        float c[4] = {a * float(x) / kW, a * float(y) / kH, a * float(f) / 5.0f, a};
+        std::uint16_t h[4];
+        IxConvertUtil::floatsToHalves(h, c, 4);
+        IxConvertUtil::halvesToFloats(c, h, 4);
+        return Color{c[0], c[1], c[2], c[3]};
     };
     for (int f = 1; f <= 5; ++f) {
         HoImage img;
         img.width = kW;
         img.height = kH;
-        img.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32);
+        img.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT16);
         img.pixels.resize(img.getLineSize() * kH);
-        auto* px = reinterpret_cast<Color*>(img.pixels.data());
+        auto* px = reinterpret_cast<std::uint16_t*>(img.pixels.data());
         for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x)
-                px[y * kW + x] = plate(x, y, f);
+            for (int x = 0; x < kW; ++x) {
+                Color const p = plate(x, y, f);
+                IxConvertUtil::floatsToHalves(px + 4 * (y * kW + x), &p.r, 4);
+            }
         HoImageFile::write(img, HoImageFile::expandFramePattern(dir / "plate.####.exr", f));
     }
     HoComposition c = HoComposition::create("plates");
@@ -593,7 +605,7 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
                         sum[0] += w * o.r, sum[1] += w * o.g, sum[2] += w * o.b, sum[3] += w * o.a;
                     }
                 Color const want{float(sum[0]), float(sum[1]), float(sum[2]), float(sum[3])};
-                expectNear(got.getColor(x, y), want, 2e-5f,
+                expectNear(got.getColor(x, y), want, 1e-6f,
                            "frame " + std::to_string(f) + " at " + std::to_string(x) + "," +
                                std::to_string(y));
             }
