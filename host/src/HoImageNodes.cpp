@@ -8,6 +8,8 @@
 #include <cmath>
 #include <limits>
 
+#include <immintrin.h>
+
 namespace Vn {
 
 namespace {
@@ -40,8 +42,13 @@ public:
         Color* d = dst.getData();
         Color const* f = front.getData();
         Color const* b = back.getData();
-        for (int i = 0, n = dst.getWidth(); i < n; ++i)
-            d[i] = HoOverNode::over(f[i], b[i]);
+        // A pixel a register, with the bits of over(): front + back (1 - front alpha).
+        __m128 const one = _mm_set1_ps(1.0f);
+        for (int i = 0, n = dst.getWidth(); i < n; ++i) {
+            __m128 const fv = _mm_loadu_ps(&f[i].r);
+            __m128 const k = _mm_sub_ps(one, _mm_shuffle_ps(fv, fv, _MM_SHUFFLE(3, 3, 3, 3)));
+            _mm_storeu_ps(&d[i].r, _mm_add_ps(fv, _mm_mul_ps(_mm_loadu_ps(&b[i].r), k)));
+        }
     }
     Color processFillColor(Color const& front, Color const& back) override {
         return HoOverNode::over(front, back);
