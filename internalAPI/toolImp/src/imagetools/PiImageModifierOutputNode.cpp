@@ -1,5 +1,6 @@
 #include "PiImageModifierOutputNode.h"
 #include "PiOnWorker.h"
+#include "PiShareSlot.h"
 
 #include "PiImageConvertNode.h"
 #include "PiPixelLoop.h"
@@ -15,87 +16,6 @@
 #include <optional>
 
 namespace Vn {
-
-namespace {
-
-// Where a tile, a frame or a region was asked, and in which generation of the node's
-// invalidations: the tile is (0, 0) for a frame or a region, and the scale 0 for a region.
-struct ShareKey {
-    double time = 0.0;
-    int scale = 0;
-    int stream = 0;
-    GePoint2<int> tile;
-    unsigned generation = 0;
-    bool operator==(ShareKey const&) const = default;
-};
-
-// One value kept for the next to ask for it, without a lock. Readers that leave the value in
-// place share the slot, so a whole frame read for every tile of it at once is asked once; a
-// writer, or a reader that takes the value, has it alone, and whoever finds it so does without
-// it, which only means asking the graph below again.
-template <class Value>
-class ShareSlot {
-public:
-    void put(ShareKey const& key, Value const& value) {
-        int state = _state.load(std::memory_order_relaxed);
-        if ((state != EMPTY && state != FULL) ||
-            !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
-            return;
-        _key = key;
-        _value = value;
-        _state.store(FULL, std::memory_order_release);
-    }
-    // The value kept under the key; taken, it leaves the slot. A taker also clears a value of
-    // an older generation.
-    std::optional<Value> get(ShareKey const& key, bool take) {
-        if (!take)
-            return read(key);
-        int full = FULL;
-        if (!_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
-            return std::nullopt;
-        bool const stale = _key.generation != key.generation;
-        if (!stale && !(_key == key)) {
-            _state.store(FULL, std::memory_order_release);
-            return std::nullopt;
-        }
-        std::optional<Value> r;
-        if (!stale)
-            r = std::move(_value);
-        clear();
-        return r;
-    }
-    void drop() {
-        int full = FULL;
-        if (_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
-            clear();
-    }
-
-private:
-    // FULL + n while n readers copy the value.
-    enum : int { BUSY = -1, EMPTY = 0, FULL = 1 };
-    std::optional<Value> read(ShareKey const& key) {
-        int state = _state.load(std::memory_order_relaxed);
-        do {
-            if (state < FULL)
-                return std::nullopt;
-        } while (!_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
-                                               std::memory_order_relaxed));
-        std::optional<Value> r;
-        if (_key == key)
-            r = _value;
-        _state.fetch_sub(1, std::memory_order_release);
-        return r;
-    }
-    void clear() {
-        _value = {};
-        _state.store(EMPTY, std::memory_order_release);
-    }
-    std::atomic<int> _state{EMPTY};
-    ShareKey _key;
-    Value _value;
-};
-
-} // namespace
 
 // The back as the tool's own node sees it. The output node asks the back for a tile it mixes and
 // then the front, which asks the back for the same tile: the output node leaves its tile (or
@@ -113,8 +33,8 @@ public:
     // Front and output node both ask it for each tile; along a chain of modifiers that would
     // double at each link.
     PxRODResult getImageROD(PxTimeStreamContext const& context) const override {
-        ShareKey const key{context.getTime(), 0, context.getStream(), {}, generation()};
-        ShareSlot<PxRODResult>& slot = perStream(_regions, context.getStream());
+        PiShareKey const key{context.getTime(), 0, context.getStream(), {}, generation()};
+        PiShareSlot<PxRODResult>& slot = perStream(_regions, context.getStream());
         if (std::optional<PxRODResult> kept = slot.get(key, false))
             return *kept;
         PxRODResult const r = getChild()->getImageROD(context);
@@ -165,13 +85,13 @@ private:
     // Neighbouring tiles, those that workers make at the same time, fall in different slots.
     static constexpr int kSide = 4;
 
-    static ShareKey tileKey(PxImageContext const& c, unsigned g) {
+    static PiShareKey tileKey(PxImageContext const& c, unsigned g) {
         return {c.getTime(), c.getScale(), c.getStream(), c.getTile(), g};
     }
-    static ShareKey frameKey(PxImageContext const& c, unsigned g) {
+    static PiShareKey frameKey(PxImageContext const& c, unsigned g) {
         return {c.getTime(), c.getScale(), c.getStream(), {}, g};
     }
-    ShareSlot<PxImageResult>& tileSlot(PxImageContext const& context) const {
+    PiShareSlot<PxImageResult>& tileSlot(PxImageContext const& context) const {
         GePoint2<int> const& t = context.getTile();
         return _tiles[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
     }
@@ -180,9 +100,9 @@ private:
         return slots[static_cast<unsigned>(stream) % slots.size()];
     }
 
-    mutable std::array<ShareSlot<PxImageResult>, kSide * kSide> _tiles;
-    mutable std::array<ShareSlot<PxImageResult>, 2> _frames;
-    mutable std::array<ShareSlot<PxRODResult>, 2> _regions;
+    mutable std::array<PiShareSlot<PxImageResult>, kSide * kSide> _tiles;
+    mutable std::array<PiShareSlot<PxImageResult>, 2> _frames;
+    mutable std::array<PiShareSlot<PxRODResult>, 2> _regions;
     mutable std::atomic<unsigned> _generation{0};
 };
 

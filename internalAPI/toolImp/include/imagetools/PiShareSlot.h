@@ -1,0 +1,87 @@
+#pragma once
+
+#include "GeRectangle.h"
+
+#include <atomic>
+#include <optional>
+
+namespace Vn {
+
+// Where a tile, a frame or a region was asked, and in which generation of the node's
+// invalidations: the tile is (0, 0) for a frame or a region, and the scale 0 for a region.
+struct PiShareKey {
+    double time = 0.0;
+    int scale = 0;
+    int stream = 0;
+    GePoint<int> tile;
+    unsigned generation = 0;
+    bool operator==(PiShareKey const&) const = default;
+};
+
+// One value kept for the next to ask for it, without a lock. Readers that leave the value in
+// place share the slot, so a whole frame read for every tile of it at once is asked once; a
+// writer, or a reader that takes the value, has it alone, and whoever finds it so does without
+// it, which only means asking the graph below again.
+template <class Value>
+class PiShareSlot {
+public:
+    void put(PiShareKey const& key, Value const& value) {
+        int state = _state.load(std::memory_order_relaxed);
+        if ((state != EMPTY && state != FULL) ||
+            !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
+            return;
+        _key = key;
+        _value = value;
+        _state.store(FULL, std::memory_order_release);
+    }
+    // The value kept under the key; taken, it leaves the slot. A taker also clears a value of
+    // an older generation.
+    std::optional<Value> get(PiShareKey const& key, bool take) {
+        if (!take)
+            return read(key);
+        int full = FULL;
+        if (!_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            return std::nullopt;
+        bool const stale = _key.generation != key.generation;
+        if (!stale && !(_key == key)) {
+            _state.store(FULL, std::memory_order_release);
+            return std::nullopt;
+        }
+        std::optional<Value> r;
+        if (!stale)
+            r = std::move(_value);
+        clear();
+        return r;
+    }
+    void drop() {
+        int full = FULL;
+        if (_state.compare_exchange_strong(full, BUSY, std::memory_order_acquire))
+            clear();
+    }
+
+private:
+    // FULL + n while n readers copy the value.
+    enum : int { BUSY = -1, EMPTY = 0, FULL = 1 };
+    std::optional<Value> read(PiShareKey const& key) {
+        int state = _state.load(std::memory_order_relaxed);
+        do {
+            if (state < FULL)
+                return std::nullopt;
+        } while (!_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                               std::memory_order_relaxed));
+        std::optional<Value> r;
+        if (_key == key)
+            r = _value;
+        _state.fetch_sub(1, std::memory_order_release);
+        return r;
+    }
+    void clear() {
+        _value = {};
+        _state.store(EMPTY, std::memory_order_release);
+    }
+    std::atomic<int> _state{EMPTY};
+    PiShareKey _key;
+    Value _value;
+};
+
+} // namespace Vn
