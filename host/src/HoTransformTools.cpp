@@ -10,6 +10,7 @@
 #include "IxWriteGuardProxy.h"
 #include "PiImageInputPolicy.h"
 #include "PiInputPolicy.h"
+#include "PiKeptTilesNode.h"
 #include "PxEx.h"
 #include "PxImageFetcher.h"
 #include "PxImageTexture.h"
@@ -547,8 +548,12 @@ RCShdPtr<PiTool const> HoTools::blur() {
                 PiRangeInputPolicy<double>::create(0.0, IpScanlinePipeUtils::MAX_RADIUS, 2.0));
         },
         [](PiToolTopologyInterface::OutputPublisher& p) {
+            // Each source tile serves up to nine of the blur's: kept, it is made once.
+            PxStrongHndl<PiKeptTilesNode> const kept(new PiKeptTilesNode(
+                PxNode::Init{"blur source"}, HoToolController::imageInput(p, "Source")));
+            PxNode::init(PxStrongHndl<PxNode>(kept));
             p.publish("Output", finished(new HoBlurNode(PxNode::Init{"blur"},
-                                                        HoToolController::imageInput(p, "Source"),
+                                                        PxStrongHndl<PxImageProtocol const>(kept),
                                                         HoToolController::doubleInput(p, "Size"))));
         }));
 }

@@ -15,6 +15,7 @@
 #include "PiSockets.h"
 #include "PiValueInterface.h"
 #include "PxConfig.h"
+#include "PxRequestMgr.h"
 
 #include "ToolGraphFixture.h"
 
@@ -609,4 +610,40 @@ TEST_F(ImageModifierTest, RegionUnitesWhatShowsThrough) {
         EXPECT_EQ(got.ymin, c.want.ymin) << c.name;
         EXPECT_EQ(got.ymax, c.want.ymax) << c.name;
     }
+}
+
+// Each tile of a blur's source serves up to nine of its tiles, yet is made once per frame; a new
+// size keeps it, while a new frame or an edit below asks for each tile again. One worker: two
+// that miss the same tile at once both make it.
+TEST_F(ImageModifierTest, BlurAsksEachSourceTileOncePerFrame) {
+    PxRequestMgr& mgr = PxRequestMgr::getInstance();
+    int const workers = mgr.getMaxRunningWorkers();
+    mgr.setMaxRunningWorkers(1);
+    struct Restore {
+        PxRequestMgr& mgr;
+        int workers;
+        ~Restore() { mgr.setMaxRunningWorkers(workers); }
+    } const restore{mgr, workers};
+    int const w = 3 * PxConfig::getTileSizeX() + 8, h = 3 * PxConfig::getTileSizeY() + 8;
+    RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern", w, h);
+    Counter count;
+    RCShdPtr<PiToolNode> const counted = add(tool<CountProtocol>(&count), "Count");
+    connect(src, counted, "Source");
+    RCShdPtr<PiToolNode> const blur = add(HoTools::blur(), "Blur");
+    connect(counted, blur, "Source");
+    auto asked = [&](int times) {
+        ASSERT_EQ(count.tiles.size(), 16u);
+        for (auto const& [t, n] : count.tiles)
+            EXPECT_EQ(n, times) << "tile " << t.first << "," << t.second;
+    };
+    renderTool(blur);
+    asked(1);
+    set<double>(blur, "Size", 3.0);
+    renderTool(blur);
+    asked(1);
+    renderTool(blur, 1.0);
+    asked(2);
+    set<int>(src, "Width", w - 1);
+    renderTool(blur, 1.0);
+    asked(3);
 }
