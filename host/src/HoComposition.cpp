@@ -17,7 +17,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <future>
 #include <map>
+#include <optional>
 #include <sstream>
 
 #include <sys/stat.h>
@@ -405,37 +407,87 @@ HoCompositionRender::run(HoComposition const& composition,
     };
     Result result;
     int const total = c.last - c.first + 1;
-    // One frame buffer per render, kept from frame to frame: its pages are faulted in once.
-    std::vector<HoImage> frames(renders.size());
-    for (int f = c.first; f <= c.last; ++f) {
-        if (skipExisting) {
-            bool complete = true;
-            for (HoCompositionOutput const& o : c.outputs)
-                complete = complete && modificationTime(fileOf(o.file, f)) > since;
-            if (complete) {
-                result.skipped.push_back(f);
-                continue;
-            }
-        }
-        try {
-            double const time = static_cast<double>(f) / c.rate.toDouble();
-            for (std::size_t k = 0; k < renders.size(); ++k) {
-                auto const& [output, writes] = renders[k];
-                HoImage& image = frames[k];
-                HoRenderer::renderFrame(c.imageOf(output), time, c.depth, image,
-                                        [&](int done, int tiles) {
-                                            if (progress)
-                                                progress({f, done, tiles, f - c.first, total});
-                                        });
-                for (HoCompositionOutput const& file : writes)
-                    HoImageFile::write(image, fileOf(file.file, f), file.compression);
-            }
+    // With more than one worker, a frame's files are written while the next frame renders; one
+    // worker means one thread at a time. Two sets of frame buffers, kept from frame to frame:
+    // their pages are faulted in once.
+    bool const overlap = threads != 1 && PxRequestMgr::getInstance().getMaxRunningWorkers() != 1;
+    std::vector<HoImage> frames[2] = {std::vector<HoImage>(renders.size()),
+                                      std::vector<HoImage>(renders.size())};
+    int slot = 0; // the set the next frame renders into
+    auto writeFrame = [&](int f, int from) {
+        for (std::size_t k = 0; k < renders.size(); ++k)
+            for (HoCompositionOutput const& file : renders[k].second)
+                HoImageFile::write(frames[from][k], fileOf(file.file, f), file.compression);
+    };
+    auto finished = [&](int f, std::string const* failure) {
+        if (failure)
+            result.failed.push_back({f, *failure});
+        else
             result.rendered.push_back(f);
-        } catch (ExBase const& e) {
-            result.failed.push_back({f, e.getReason()});
-        }
         if (progress)
             progress({f, 1, 1, f - c.first + 1, total});
+    };
+    std::future<void> writing;
+    int writingFrame = 0;
+    auto awaitWrite = [&] {
+        if (!writing.valid())
+            return;
+        try {
+            writing.get();
+            finished(writingFrame, nullptr);
+        } catch (ExBase const& e) {
+            std::string const reason = e.getReason();
+            finished(writingFrame, &reason);
+        }
+    };
+    try {
+        for (int f = c.first; f <= c.last; ++f) {
+            if (skipExisting) {
+                bool complete = true;
+                for (HoCompositionOutput const& o : c.outputs)
+                    complete = complete && modificationTime(fileOf(o.file, f)) > since;
+                if (complete) {
+                    result.skipped.push_back(f);
+                    continue;
+                }
+            }
+            std::optional<std::string> failure;
+            try {
+                double const time = static_cast<double>(f) / c.rate.toDouble();
+                for (std::size_t k = 0; k < renders.size(); ++k)
+                    HoRenderer::renderFrame(c.imageOf(renders[k].first), time, c.depth,
+                                            frames[slot][k], [&](int done, int tiles) {
+                                                if (progress)
+                                                    progress({f, done, tiles, f - c.first, total});
+                                            });
+            } catch (ExBase const& e) {
+                failure = e.getReason();
+            }
+            awaitWrite();
+            if (failure) {
+                finished(f, &*failure);
+                continue;
+            }
+            if (overlap) {
+                writingFrame = f;
+                writing = std::async(std::launch::async, writeFrame, f, slot);
+                slot ^= 1;
+                continue;
+            }
+            try {
+                writeFrame(f, slot);
+                finished(f, nullptr);
+            } catch (ExBase const& e) {
+                std::string const reason = e.getReason();
+                finished(f, &reason);
+            }
+        }
+        awaitWrite();
+    } catch (...) {
+        // Nothing may be left writing from buffers about to go.
+        if (writing.valid())
+            writing.wait();
+        throw;
     }
     return result;
 }

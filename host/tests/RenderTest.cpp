@@ -447,20 +447,26 @@ TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
     EXPECT_EQ(HoImageFile::read(dir / "g.0002.exr").pixels,
               HoImageFile::read(dir / "f.0002.exr").pixels);
     comp.outputs.pop_back();
-    HoImage const second = HoImageFile::read(dir / "f.0002.exr");
-    HoImage const want = frame(comp, 2);
-    ASSERT_EQ(second.width, want.width);
-    for (int y = 0; y < want.height; ++y)
-        for (int x = 0; x < want.width; ++x)
-            expectNear(second.getColor(x, y), want.getColor(x, y), 0.0f, "frame 2");
+    auto expectFrame = [&](char const* file, int f) {
+        HoImage const got = HoImageFile::read(dir / file);
+        HoImage const want = frame(comp, f);
+        ASSERT_EQ(got.width, want.width) << file;
+        for (int y = 0; y < want.height; ++y)
+            for (int x = 0; x < want.width; ++x)
+                expectNear(got.getColor(x, y), want.getColor(x, y), 0.0f, file);
+    };
+    expectFrame("f.0002.exr", 2);
 
     render.skipExisting = true;
     render.since = HoCompositionRender::modificationTime(dir / "f.0001.exr") - 1.0;
     EXPECT_EQ(render.run(comp).skipped, (std::vector<int>{1, 2, 3}));
-    fs::remove(dir / "f.0002.exr");
+    // Frame 1 is written while frame 3 renders, across the skipped frame 2.
+    fs::remove(dir / "f.0001.exr");
+    fs::remove(dir / "f.0003.exr");
     r = render.run(comp);
-    EXPECT_EQ(r.rendered, (std::vector<int>{2}));
-    EXPECT_EQ(r.skipped, (std::vector<int>{1, 3}));
+    EXPECT_EQ(r.rendered, (std::vector<int>{1, 3}));
+    EXPECT_EQ(r.skipped, (std::vector<int>{2}));
+    expectFrame("f.0001.exr", 1);
     render.since += 3600.0; // the composition changed after the files
     EXPECT_EQ(render.run(comp).rendered, (std::vector<int>{1, 2, 3}));
 
