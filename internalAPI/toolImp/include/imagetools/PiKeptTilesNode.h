@@ -10,7 +10,7 @@ namespace Vn {
 
 // Its child's tiles, each kept for the next to ask for it. A node that reads its source with a
 // margin asks each source tile for up to nine of its own tiles, and the graph below would make
-// it that many times. Up to 16 tiles are kept, by position, until another tile takes the place
+// it that many times. Up to 64 tiles are kept, by position, until another tile takes the place
 // or an invalidation drops them all.
 class VN_EXPORT PiKeptTilesNode final : public PxPassThroughNode<PxImageProtocol> {
 public:

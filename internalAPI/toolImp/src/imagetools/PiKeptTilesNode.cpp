@@ -8,7 +8,7 @@ namespace Vn {
 // By tile position: the tiles that neighbours share, and that workers make at the same time,
 // fall in different slots.
 struct PiKeptTilesNode::Slots {
-    static constexpr int kSide = 4;
+    static constexpr int kSide = 8;
     std::array<PiShareSlot<PxImageResult>, kSide * kSide> tiles;
     PiShareSlot<PxImageResult>& at(GePoint<int> const& t) {
         return tiles[static_cast<std::size_t>((t.x & (kSide - 1)) + kSide * (t.y & (kSide - 1)))];
