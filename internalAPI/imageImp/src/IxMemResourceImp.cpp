@@ -98,7 +98,8 @@ void TileMemoryBuffer::operator delete(void* p, std::size_t size) noexcept {
 }
 
 RCShdPtr<IxMemory> TileMemoryBuffer::allocate(unsigned int size) const {
-    return RCShdPtr<IxMemory>(new TileMemoryBuffer(newBuffer(size == 0 ? getSize() : size)));
+    return RCShdPtr<IxMemory>::adoptNew(
+        new TileMemoryBuffer(newBuffer(size == 0 ? getSize() : size)));
 }
 
 unsigned int TileMemoryBuffer::getSize() const {
@@ -150,7 +151,7 @@ IxMemResourceImp::~IxMemResourceImp() = default;
 RCShdPtr<IxMemory> IxMemResourceImp::allocate(unsigned int size) {
     if (size == 0)
         return RCShdPtr<IxMemory>(new IxMemoryNone);
-    return RCShdPtr<IxMemory>(new TileMemoryBuffer(newBuffer(size)));
+    return RCShdPtr<IxMemory>::adoptNew(new TileMemoryBuffer(newBuffer(size)));
 }
 
 } // namespace Vn

@@ -297,7 +297,7 @@ MbBuffer MbHeapBufferFactory::create(char const* name, std::size_t size,
                                      MbAlignment const& alignment) {
     if (size == 0)
         return MbBuffer();
-    return MbBuffer(RCShdPtr<MbBufferImp>(HeapBufferImp::create(name, size, alignment)));
+    return MbBuffer(RCShdPtr<MbBufferImp>::adoptNew(HeapBufferImp::create(name, size, alignment)));
 }
 
 std::int64_t MbHeapBufferFactory::getNbLiveBuffers() {
