@@ -47,6 +47,43 @@ DaMemPool& objectPool() {
     return *pool;
 }
 
+// The thread's last freed objects, linked through their first word, in front of the pool: a
+// tile made after one was dropped reuses its object with a thread-local pop, not a trip through
+// the pool's size classes and thread lookup. Found through a plain thread-local pointer, cleared
+// when the thread ends and hands the objects back to the pool.
+struct ObjectCache {
+    static constexpr unsigned kMax = 32;
+    void* _head = nullptr;
+    unsigned _count = 0;
+};
+constinit thread_local ObjectCache* t_objects = nullptr;
+
+void* makeObjectCache(void*) {
+    return new ObjectCache;
+}
+void freeObjectCache(void* pointee, void*) {
+    auto* cache = static_cast<ObjectCache*>(pointee);
+    if (t_objects == cache)
+        t_objects = nullptr;
+    while (void* block = cache->_head) {
+        cache->_head = *static_cast<void**>(block);
+        objectPool().free(block, sizeof(TileMemoryBuffer));
+    }
+    delete cache;
+}
+
+// Never destroyed, for the same reason as the pool.
+ObjectCache* objectCache() {
+    if (ObjectCache* cache = t_objects) [[likely]]
+        return cache;
+    static LkThreadOpaqueData* caches =
+        LkThreadOpaqueDataFactory::create("TileMemoryBuffer objects", &makeObjectCache,
+                                          &freeObjectCache)
+            .release();
+    t_objects = static_cast<ObjectCache*>(caches->tryGetPointee());
+    return t_objects;
+}
+
 MbAlignment const& tileAlignment() {
     static MbAlignment const alignment(IxTile::MIN_LINE_ALIGN - 1);
     return alignment;
@@ -90,15 +127,47 @@ TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer) noexcept
 TileMemoryBuffer::~TileMemoryBuffer() = default;
 
 void* TileMemoryBuffer::operator new(std::size_t size) {
+    if (size == sizeof(TileMemoryBuffer)) [[likely]] {
+        ObjectCache* cache = objectCache();
+        if (void* block = cache ? cache->_head : nullptr) {
+            cache->_head = *static_cast<void**>(block);
+            --cache->_count;
+            return block;
+        }
+    }
     return objectPool().alloc(size);
 }
 
 void TileMemoryBuffer::operator delete(void* p, std::size_t size) noexcept {
+    if (size == sizeof(TileMemoryBuffer)) [[likely]] {
+        ObjectCache* cache = nullptr;
+        try {
+            cache = objectCache();
+        } catch (...) {
+            // No cache could be made for this thread: the pool takes the object.
+        }
+        if (cache) {
+            // Full: the pool takes half, so the object freed last is still the next one made.
+            if (cache->_count == ObjectCache::kMax) {
+                for (unsigned i = 0; i < ObjectCache::kMax / 2; ++i) {
+                    void* block = cache->_head;
+                    cache->_head = *static_cast<void**>(block);
+                    objectPool().free(block, size);
+                }
+                cache->_count -= ObjectCache::kMax / 2;
+            }
+            *static_cast<void**>(p) = cache->_head;
+            cache->_head = p;
+            ++cache->_count;
+            return;
+        }
+    }
     objectPool().free(p, size);
 }
 
 RCShdPtr<IxMemory> TileMemoryBuffer::allocate(unsigned int size) const {
-    return RCShdPtr<IxMemory>(new TileMemoryBuffer(newBuffer(size == 0 ? getSize() : size)));
+    return RCShdPtr<IxMemory>::adoptNew(
+        new TileMemoryBuffer(newBuffer(size == 0 ? getSize() : size)));
 }
 
 unsigned int TileMemoryBuffer::getSize() const {
@@ -150,7 +219,7 @@ IxMemResourceImp::~IxMemResourceImp() = default;
 RCShdPtr<IxMemory> IxMemResourceImp::allocate(unsigned int size) {
     if (size == 0)
         return RCShdPtr<IxMemory>(new IxMemoryNone);
-    return RCShdPtr<IxMemory>(new TileMemoryBuffer(newBuffer(size)));
+    return RCShdPtr<IxMemory>::adoptNew(new TileMemoryBuffer(newBuffer(size)));
 }
 
 } // namespace Vn

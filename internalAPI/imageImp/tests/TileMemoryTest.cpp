@@ -16,6 +16,7 @@
 #include <functional>
 #include <optional>
 #include <random>
+#include <thread>
 #include <vector>
 
 using namespace Vn;
@@ -143,6 +144,30 @@ TEST_F(TileMemory, TileMemoryBuffers) {
     EXPECT_TRUE(TileMemoryBuffer::getAllTileBuffers()->empty());
     EXPECT_TRUE(TileMemoryBuffer::getAllTileGuards()->empty());
     EXPECT_TRUE(TileMemoryBuffer::getThreadGuards().empty());
+}
+
+// Blocks made and dropped past what a thread keeps for reuse, on a thread that ends with a
+// block still alive in a thread-local: every block stays whole, the last dropped is the next
+// made, and the late one is freed after the thread's cache is gone.
+TEST_F(TileMemory, BlocksAreReusedAndOutliveTheirThreadsCache) {
+    std::int64_t const live = MbHeapBufferFactory::getNbLiveBuffers();
+    std::thread([] {
+        static thread_local RCShdPtr<IxMemory> late;
+        RCShdPtr<IxMemory>& slot = late;
+        IxMemResource& resource = IxMemResource::getInstance();
+        for (unsigned n : {1u, 40u, 100u}) {
+            std::vector<RCShdPtr<IxMemory>> blocks;
+            for (unsigned i = 0; i < n; ++i)
+                blocks.push_back(resource.allocate(64 * (i + 1)));
+            for (unsigned i = 0; i < n; ++i)
+                EXPECT_EQ(blocks[i]->getSize(), 64 * (i + 1));
+            IxMemory const* last = blocks.back().get();
+            blocks.clear();
+            EXPECT_EQ(resource.allocate(64).get(), last) << n;
+        }
+        slot = resource.allocate(256);
+    }).join();
+    EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
 }
 
 TEST_F(TileMemory, GuardCountsNetToZeroAfterAnyMix) {

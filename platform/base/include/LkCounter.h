@@ -40,6 +40,7 @@ struct CountOps<LkCounter<T>> {
     static T increment(LkCounter<T>& c) noexcept { return c.increment(); }
     static T decrement(LkCounter<T>& c) noexcept { return c.decrement(); }
     static T get(LkCounter<T> const& c) noexcept { return c.get(); }
+    static void setFirst(LkCounter<T>& c) noexcept { c.set(1); }
 };
 
 template <>
@@ -47,6 +48,7 @@ struct CountOps<int> {
     static int increment(int& c) noexcept { return ++c; }
     static int decrement(int& c) noexcept { return --c; }
     static int get(int const& c) noexcept { return c; }
+    static void setFirst(int& c) noexcept { c = 1; }
 };
 } // namespace RCDetail
 

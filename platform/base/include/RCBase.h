@@ -21,6 +21,9 @@ public:
             delete this;
     }
     int getRefCount() const noexcept { return RCDetail::CountOps<C>::get(_count); }
+    // The first reference of an object no other thread can see yet: a plain store, not a locked
+    // increment.
+    void addFirstRef() const noexcept { RCDetail::CountOps<C>::setFirst(_count); }
 
 protected:
     RCBase() noexcept = default;
@@ -67,6 +70,12 @@ public:
         RCShdPtr r;
         r._p = p;
         return r;
+    }
+    // Takes the first reference of an object just made, before any other thread sees it.
+    static RCShdPtr adoptNew(T* p) noexcept {
+        if (p)
+            p->addFirstRef();
+        return adopt(p);
     }
     T* detach() noexcept { return std::exchange(_p, nullptr); }
 

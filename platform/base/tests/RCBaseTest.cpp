@@ -27,24 +27,32 @@ struct Derived : Counted {
 };
 } // namespace
 
-TEST(RCShdPtr, LastReleaseDeletesForBothCountKinds) {
+template <class T>
+void expectLastReleaseDeletes(bool adoptNew) {
+    SCOPED_TRACE(adoptNew ? "adoptNew" : "constructor");
     int deaths = 0;
     {
-        RCShdPtr<Counted> a(new Counted(&deaths));
-        RCShdPtr<Counted> b = a;
+        RCShdPtr<T> a =
+            adoptNew ? RCShdPtr<T>::adoptNew(new T(&deaths)) : RCShdPtr<T>(new T(&deaths));
+        EXPECT_EQ(a->getRefCount(), 1);
+        RCShdPtr<T> b = a;
         EXPECT_EQ(a->getRefCount(), 2);
         a.reset();
         EXPECT_EQ(deaths, 0);
         EXPECT_EQ(b->getRefCount(), 1);
+        RCShdPtr<T> c(std::move(b));
+        EXPECT_TRUE(b.isNull());
+        EXPECT_EQ(c->getRefCount(), 1);
     }
     EXPECT_EQ(deaths, 1);
-    {
-        RCShdPtr<Plain> p(new Plain(&deaths));
-        RCShdPtr<Plain> q(std::move(p));
-        EXPECT_TRUE(p.isNull());
-        EXPECT_EQ(q->getRefCount(), 1);
+}
+
+TEST(RCShdPtr, LastReleaseDeletesForBothCountKinds) {
+    for (bool adoptNew : {false, true}) {
+        expectLastReleaseDeletes<Counted>(adoptNew);
+        expectLastReleaseDeletes<Plain>(adoptNew);
     }
-    EXPECT_EQ(deaths, 2);
+    EXPECT_TRUE(RCShdPtr<Counted>::adoptNew(nullptr).isNull());
 }
 
 TEST(RCShdPtr, NullAndFailedCastRaise) {

@@ -155,7 +155,15 @@ public:
     std::size_t getCachedBytes() const noexcept { return _cached.load(std::memory_order_relaxed); }
 
 private:
-    ThreadCache* threadCache() { return static_cast<ThreadCache*>(_threads->tryGetPointee()); }
+    // The thread's cache is remembered in a plain thread-local pointer: the per-thread lookup of
+    // the registry is paid once per thread, not twice per buffer.
+    ThreadCache* threadCache() {
+        if (ThreadCache* tc = t_threadCache) [[likely]]
+            return tc;
+        auto* tc = static_cast<ThreadCache*>(_threads->tryGetPointee());
+        t_threadCache = tc;
+        return tc;
+    }
 
     void freeShared(void* p, std::size_t size) noexcept {
         {
@@ -177,10 +185,15 @@ private:
     static void freeThread(void* pointee, void* context) {
         auto* tc = static_cast<ThreadCache*>(pointee);
         auto* self = static_cast<LargeBlockCache*>(context);
+        // Called on the ending thread, after which its registry lookups find nothing.
+        if (t_threadCache == tc)
+            t_threadCache = nullptr;
         for (std::size_t i = 0; i < tc->count; ++i)
             self->freeShared(tc->blocks[i].p, tc->blocks[i].size);
         delete tc;
     }
+
+    static constinit thread_local ThreadCache* t_threadCache;
 
     std::size_t _capacity;
     std::mutex _lock;
@@ -188,6 +201,8 @@ private:
     std::atomic<std::size_t> _cached{0};
     OPtr<LkThreadOpaqueData> _threads;
 };
+
+constinit thread_local LargeBlockCache::ThreadCache* LargeBlockCache::t_threadCache = nullptr;
 
 LargeBlockCache& largeCache() {
     static LargeBlockCache* cache = new LargeBlockCache;
@@ -297,7 +312,7 @@ MbBuffer MbHeapBufferFactory::create(char const* name, std::size_t size,
                                      MbAlignment const& alignment) {
     if (size == 0)
         return MbBuffer();
-    return MbBuffer(RCShdPtr<MbBufferImp>(HeapBufferImp::create(name, size, alignment)));
+    return MbBuffer(RCShdPtr<MbBufferImp>::adoptNew(HeapBufferImp::create(name, size, alignment)));
 }
 
 std::int64_t MbHeapBufferFactory::getNbLiveBuffers() {

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
 #include <set>
 #include <thread>
 #include <vector>
@@ -175,6 +176,24 @@ TEST(MbBuffer, BuffersMayDieOnAnotherThread) {
                 MbBufferFactoryRegistry::getFactory(0).create("test", size, MbAlignment(63)));
     std::thread([&] { made.clear(); }).join();
     EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
+}
+
+TEST(MbBuffer, AnEndingThreadHandsItsCachedBlocksOn) {
+    MbHeapBufferFactory::trim();
+    std::int64_t const live = MbHeapBufferFactory::getNbLiveBuffers();
+    std::size_t const size = 5 << 20;
+    std::thread([size] {
+        // Made before the thread's caches, so destroyed after them: its block is freed once the
+        // thread's cache is gone and must reach the shared side all the same.
+        static thread_local std::optional<MbBuffer> late;
+        std::optional<MbBuffer>& slot = late;
+        MbBufferFactory& f = MbBufferFactoryRegistry::getFactory(0);
+        slot.emplace(f.create("late", size, MbAlignment(63)));
+        MbBuffer kept = f.create("kept", size, MbAlignment(63));
+    }).join();
+    EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
+    EXPECT_GE(MbHeapBufferFactory::getCachedBytes(), 2 * size);
+    MbHeapBufferFactory::trim();
 }
 
 TEST(MbBufferFactoryRegistry, InstallsAndRestoresFactories) {
