@@ -97,6 +97,9 @@ protected:
     template <int Lo, int Hi, class Pair, class One>
     void eachCellPairInCache(GePoint<double> const& p, GeVector2<double> const& step, int n,
                              Color* out, Pair const& pair, One const& one) const;
+    // Bilinear over a row of positions on the cached pixels as they are, premultiplied or not.
+    void bilinearRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                     Color* out) const;
     // An integer pixel position kept inside the clamp box.
     int clampX(int x) const noexcept;
     int clampY(int y) const noexcept;

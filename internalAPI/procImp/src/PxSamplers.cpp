@@ -329,8 +329,8 @@ Color PxBilinearSampler::sample(GePoint<double> const& p, GeLinearMatrix2<float>
     return at(p);
 }
 
-void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
-                                  GeLinearMatrix2<float> const&, Color* out) const {
+void PxTextureSampler::bilinearRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                   Color* out) const {
     auto read = [this](int x, int y) {
         return lookup(x, y);
     };
@@ -341,6 +341,11 @@ void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> co
         eachCellPairInCache<0, 1>(p, step, n, out, BilinearPair{}, one);
     else
         eachCellInCache(p, step, n, out, one);
+}
+
+void PxBilinearSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
+                                  GeLinearMatrix2<float> const&, Color* out) const {
+    bilinearRow(p, step, n, out);
     unpremultiplyRow(out, n);
 }
 
@@ -373,16 +378,7 @@ Color PxBilinearRGBSampler::sample(GePoint<double> const& p, GeLinearMatrix2<flo
 
 void PxBilinearRGBSampler::sampleRow(GePoint<double> const& p, GeVector2<double> const& step, int n,
                                      GeLinearMatrix2<float> const&, Color* out) const {
-    auto read = [this](int x, int y) {
-        return lookup(x, y);
-    };
-    auto one = [&](Cell const& c, Color const* px) {
-        return colour(bilinear(c, px, read));
-    };
-    if (avx2())
-        eachCellPairInCache<0, 1>(p, step, n, out, BilinearPair{}, one);
-    else
-        eachCellInCache(p, step, n, out, one);
+    bilinearRow(p, step, n, out);
 }
 
 // ---- Mitchell ----
