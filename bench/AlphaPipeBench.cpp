@@ -1,7 +1,8 @@
 // The alpha scanline pipes over a 2048 x 2048 float matte, tile to tile, against:
 //  - OpenCV cv::sepFilter2D with the same Gaussian taps, for the feather at radius 1, 8 and 64;
 //  - OpenCV cv::dilate with a 17 x 17 rectangle and ellipse, for dilation by 8;
-//  - memcpy of the same rows, for the per-pixel blend and invert kernels (bandwidth bound).
+//  - memcpy of the same rows, for the per-pixel blend and invert kernels (bandwidth bound);
+//  - the feather's 5-tap correlation over one row in the first-level cache, on each vector path.
 // Prints our time over each reference's (lower is better).
 
 #include "BenchRatio.h"
@@ -10,6 +11,7 @@
 #include "IpAlphaKernels.h"
 #include "IpDilate.h"
 #include "IpScanlinePipeUtils.h"
+#include "IxConvertUtil.h"
 #include "IxGuardBase.h"
 
 #include <benchmark/benchmark.h>
@@ -143,6 +145,23 @@ void BM_MemcpyRows(benchmark::State& st) {
          [](float* d, float const* a, float const*) { std::memcpy(d, a, sizeof(float) * kSize); });
 }
 
+// The radius 1 feather's taps over a row of 2048, on the given path when the processor has it.
+template <IxConvertUtil::VectorPath kPath>
+void BM_CorrelateRow(benchmark::State& st) {
+    IxConvertUtil::limitVectorPath(kPath);
+    if (IxConvertUtil::getVectorPath() != kPath)
+        st.SkipWithError("the processor lacks this path");
+    IpGauss1DKernel const k(1.0f);
+    std::vector<float> src(std::size_t(kSize + k.getSize() - 1), 0.5f);
+    std::vector<float> dst(std::size_t(kSize), 0.0f);
+    for (auto _ : st) {
+        IpAlphaRows::correlate(dst.data(), src.data(), kSize, k.getTaps(), k.getSize());
+        benchmark::ClobberMemory();
+    }
+    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX512);
+    st.SetItemsProcessed(st.iterations() * kSize);
+}
+
 BENCHMARK_CAPTURE(BM_BlurAlpha, 1, 1)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_BlurAlpha, 8, 8)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(BM_BlurAlpha, 64, 64)->Unit(benchmark::kMillisecond);
@@ -156,6 +175,9 @@ BENCHMARK(BM_OpenCvDilateEllipse8)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BlendRows)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_InvertRows)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_MemcpyRows)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_CorrelateRow<IxConvertUtil::VectorPath::SSE2>);
+BENCHMARK(BM_CorrelateRow<IxConvertUtil::VectorPath::AVX2>);
+BENCHMARK(BM_CorrelateRow<IxConvertUtil::VectorPath::AVX512>);
 
 } // namespace
 
@@ -170,7 +192,11 @@ int main(int argc, char** argv) {
          {"disc dilation 8 against cv::dilate ellipse", "BM_DilateDisc8",
           "BM_OpenCvDilateEllipse8"},
          {"blend rows against memcpy", "BM_BlendRows", "BM_MemcpyRows"},
-         {"invert rows against memcpy", "BM_InvertRows", "BM_MemcpyRows"}});
+         {"invert rows against memcpy", "BM_InvertRows", "BM_MemcpyRows"},
+         {"feather row, AVX2 / SSE2", "BM_CorrelateRow<IxConvertUtil::VectorPath::AVX2>",
+          "BM_CorrelateRow<IxConvertUtil::VectorPath::SSE2>"},
+         {"feather row, AVX512 / AVX2", "BM_CorrelateRow<IxConvertUtil::VectorPath::AVX512>",
+          "BM_CorrelateRow<IxConvertUtil::VectorPath::AVX2>"}});
     InInitMgr::getInstance().finalize();
     return rc;
 }

@@ -4,7 +4,9 @@
 //    memcpy of the output's bytes and against OpenCV (convertTo, convertFp16);
 //  - AspectConverter halving the width with the Lanczos3 filter (FLOAT32), against libvips
 //    reduceh with its lanczos3 kernel on one thread, its operation cache off.
-//  - the 8-bit conversions on the SSE2 path, against the best path the processor has.
+//  - the 8-bit conversions on the SSE2 path, against the best path the processor has;
+//  - one 512-pixel RGBA row converted over and over, in the first-level cache as the pixel
+//    loops convert it, on each vector path.
 // A NoOpConverter, which only forwards, shows the engine's own share of each request, and
 // ipFormatChange between tiles made once the conversion's.
 // Prints our time over each reference's (lower is better).
@@ -149,7 +151,32 @@ void BM_ipFormatChange_SSE2(benchmark::State& st, IxPixelFormat::Depth from,
                             IxPixelFormat::Depth to) {
     IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
     BM_ipFormatChange(st, from, to);
-    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
+    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX512);
+}
+
+// One row, UINT8 to float RGBA (or back), on the given path when the processor has it.
+template <IxConvertUtil::VectorPath kPath, bool kToFloat>
+void BM_Row(benchmark::State& st) {
+    IxConvertUtil::limitVectorPath(kPath);
+    if (IxConvertUtil::getVectorPath() != kPath)
+        st.SkipWithError("the processor lacks this path");
+    ImPixelFormat const u8(4, ImPixelFormat::UINT8);
+    std::vector<std::uint8_t> bytes(4 * kSide);
+    std::vector<CoRgbaColorTyped<float>> line(kSide);
+    for (std::size_t i = 0; i < bytes.size(); ++i)
+        bytes[i] = static_cast<std::uint8_t>(i * 7);
+    IxConvertUtil::readFrom(line.data(), reinterpret_cast<std::byte const*>(bytes.data()), kSide,
+                            u8);
+    for (auto _ : st) {
+        if constexpr (kToFloat)
+            IxConvertUtil::readFrom(line.data(), reinterpret_cast<std::byte const*>(bytes.data()),
+                                    kSide, u8);
+        else
+            IxConvertUtil::writeTo(reinterpret_cast<std::byte*>(bytes.data()), line.data(), kSide,
+                                   u8);
+        benchmark::ClobberMemory();
+    }
+    IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX512);
 }
 void BM_ipFormatChange_U8_F32_SSE2(benchmark::State& st) {
     BM_ipFormatChange_SSE2(st, IxPixelFormat::UINT8, IxPixelFormat::FLOAT32);
@@ -265,6 +292,12 @@ BENCHMARK(BM_ipFormatChange_F32_U8);
 BENCHMARK(BM_ipFormatChange_F32_U8_SSE2);
 BENCHMARK(BM_Memcpy_U8);
 BENCHMARK(BM_OpenCV_F32_U8);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::SSE2, true>);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::AVX2, true>);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::AVX512, true>);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::SSE2, false>);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::AVX2, false>);
+BENCHMARK(BM_Row<IxConvertUtil::VectorPath::AVX512, false>);
 BENCHMARK(BM_Aspect_F32_Halve)->UseRealTime();
 BENCHMARK(BM_Vips_Reduceh_Halve);
 
@@ -302,6 +335,14 @@ int main(int argc, char** argv) {
           "BM_ipFormatChange_F32_F16_SSE2"},
          {"ipFormatChange FLOAT16->FLOAT32, best path / SSE2", "BM_ipFormatChange_F16_F32",
           "BM_ipFormatChange_F16_F32_SSE2"},
+         {"row UINT8->FLOAT32, AVX2 / SSE2", "BM_Row<IxConvertUtil::VectorPath::AVX2, true>",
+          "BM_Row<IxConvertUtil::VectorPath::SSE2, true>"},
+         {"row UINT8->FLOAT32, AVX512 / AVX2", "BM_Row<IxConvertUtil::VectorPath::AVX512, true>",
+          "BM_Row<IxConvertUtil::VectorPath::AVX2, true>"},
+         {"row FLOAT32->UINT8, AVX2 / SSE2", "BM_Row<IxConvertUtil::VectorPath::AVX2, false>",
+          "BM_Row<IxConvertUtil::VectorPath::SSE2, false>"},
+         {"row FLOAT32->UINT8, AVX512 / AVX2", "BM_Row<IxConvertUtil::VectorPath::AVX512, false>",
+          "BM_Row<IxConvertUtil::VectorPath::AVX2, false>"},
          {"AspectConverter halving FLOAT32 / vips reduceh lanczos3", "BM_Aspect_F32_Halve",
           "BM_Vips_Reduceh_Halve"}});
     InInitMgr::getInstance().finalize();

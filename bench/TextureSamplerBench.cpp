@@ -274,7 +274,7 @@ int main(int argc, char** argv) {
         benchmark::RegisterBenchmark(name(mine + "_SSE2"), [pp](benchmark::State& s) {
             IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::SSE2);
             ours(s, pp.filter, kTransforms[0], pp.blocked);
-            IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX2);
+            IxConvertUtil::limitVectorPath(IxConvertUtil::VectorPath::AVX512);
         })->Unit(benchmark::kMillisecond);
         pairs.push_back(
             {name(mine.substr(5) + ", vector path / SSE2"), name(mine), name(mine + "_SSE2")});

@@ -52,6 +52,8 @@ private:
     void buildScratch();
     void readBlock();
     void writeBlock();
+    // writeBlock then readBlock of the next block, in one walk down the rows when it can.
+    bool moveBlocksTogether();
     T* scratchLine(int k) const;
 
     APtr<OPtr<IxScanline<T>>> _scancolumns;

@@ -1,8 +1,9 @@
 #include "IxScanlineCacheImp.h"
 #include "Assertions.h"
+#include "IxConvertUtil.h"
 #include "IxMemResource.h"
 
-#include <emmintrin.h>
+#include <immintrin.h>
 
 #include <algorithm>
 #include <atomic>
@@ -88,6 +89,65 @@ inline void gather4(float* const* rows, float const* lines, std::ptrdiff_t strid
         _mm_storeu_ps(rows[2] + j, c2);
         _mm_storeu_ps(rows[3] + j, c3);
     }
+}
+
+// The same eight rows at a time with 256-bit registers: each register holds a 4 x 4 square in
+// each half, the halves four rows (or four lines) apart, so that one in-lane transpose moves
+// eight values of a line or a row with one store.
+__attribute__((target("avx2"), always_inline)) inline void transposeHalves(__m256& a, __m256& b,
+                                                                           __m256& c, __m256& d) {
+    __m256 const t0 = _mm256_unpacklo_ps(a, b);
+    __m256 const t1 = _mm256_unpackhi_ps(a, b);
+    __m256 const t2 = _mm256_unpacklo_ps(c, d);
+    __m256 const t3 = _mm256_unpackhi_ps(c, d);
+    a = _mm256_shuffle_ps(t0, t2, 0x44);
+    b = _mm256_shuffle_ps(t0, t2, 0xee);
+    c = _mm256_shuffle_ps(t1, t3, 0x44);
+    d = _mm256_shuffle_ps(t1, t3, 0xee);
+}
+
+__attribute__((target("avx2"), always_inline)) inline __m256 loadHalves(float const* lo,
+                                                                        float const* hi) {
+    return _mm256_insertf128_ps(_mm256_castps128_ps256(_mm_loadu_ps(lo)), _mm_loadu_ps(hi), 1);
+}
+
+// Rows y to y + 7 of a block into elements y to y + 7 of its N lines.
+template <int N>
+__attribute__((target("avx2"))) void scatter8(float* lines, std::ptrdiff_t stride,
+                                              float const* const* rows) {
+    for (int j = 0; j < N; j += 4) {
+        __m256 a = loadHalves(rows[0] + j, rows[4] + j);
+        __m256 b = loadHalves(rows[1] + j, rows[5] + j);
+        __m256 c = loadHalves(rows[2] + j, rows[6] + j);
+        __m256 d = loadHalves(rows[3] + j, rows[7] + j);
+        transposeHalves(a, b, c, d);
+        _mm256_storeu_ps(lines + j * stride, a);
+        _mm256_storeu_ps(lines + (j + 1) * stride, b);
+        _mm256_storeu_ps(lines + (j + 2) * stride, c);
+        _mm256_storeu_ps(lines + (j + 3) * stride, d);
+    }
+}
+
+// Elements y to y + 3 of N lines into rows y to y + 3.
+template <int N>
+__attribute__((target("avx2"))) void gather8(float* const* rows, float const* lines,
+                                             std::ptrdiff_t stride) {
+    for (int j = 0; j < N; j += 8) {
+        float const* l = lines + j * stride;
+        __m256 a = loadHalves(l, l + 4 * stride);
+        __m256 b = loadHalves(l + stride, l + 5 * stride);
+        __m256 c = loadHalves(l + 2 * stride, l + 6 * stride);
+        __m256 d = loadHalves(l + 3 * stride, l + 7 * stride);
+        transposeHalves(a, b, c, d);
+        _mm256_storeu_ps(rows[0] + j, a);
+        _mm256_storeu_ps(rows[1] + j, b);
+        _mm256_storeu_ps(rows[2] + j, c);
+        _mm256_storeu_ps(rows[3] + j, d);
+    }
+}
+
+bool wideTranspose() noexcept {
+    return IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2;
 }
 
 } // namespace
@@ -185,6 +245,16 @@ void IxScanlineCacheImp<T>::readBlock() {
     int const last = _srcRows.max - 1;
     int y = _srcRows.min;
     if constexpr (std::is_same_v<T, float>) {
+        if (toRead == B && wideTranspose())
+            for (; y + 7 <= last; y += 8, column += 8) {
+                float const* rows[8];
+                for (int k = 0; k < 8; ++k) {
+                    if (y + k + distance <= last)
+                        prefetch(h.getAddress(_currentX, y + k + distance), hint);
+                    rows[k] = h.getPixel<float>(_currentX, y + k);
+                }
+                scatter8<B>(column, stride, rows);
+            }
         if (toRead == B)
             for (; y + 3 <= last; y += 4, column += 4) {
                 float const* rows[4];
@@ -219,27 +289,101 @@ void IxScanlineCacheImp<T>::writeBlock() {
         return;
     IxWriteGuard const& v = *_vertical;
     std::ptrdiff_t const stride = _lineStride;
-    T const* column = scratchLine(0);
-    int y = _dstRows.min;
-    if constexpr (std::is_same_v<T, float>) {
-        if (toWrite == B)
-            for (; y + 4 <= _dstRows.max; y += 4, column += 4) {
-                float* rows[4];
-                for (int k = 0; k < 4; ++k)
-                    rows[k] = v.getPixel<float>(_currentX, y + k);
-                gather4<B>(rows, column, stride);
-            }
-    }
-    for (; y < _dstRows.max; ++y, ++column) {
+    T const* const column = scratchLine(0);
+    // Bottom up: the block read has just walked down the same rows, so their pages are still
+    // in the address translation cache, most recent last.
+    int y = _dstRows.max;
+    int const groups = std::is_same_v<T, float> && toWrite == B ? (y - _dstRows.min) / 4 : 0;
+    int const grouped = _dstRows.min + 4 * groups;
+    for (; y > grouped;) {
+        --y;
         T* row = v.getPixel<T>(_currentX, y);
+        T const* c = column + (y - _dstRows.min);
         if (toWrite == B) {
-            gather<T, B>(row, column, stride);
+            gather<T, B>(row, c, stride);
         } else {
             T local[B];
             for (int j = 0; j < toWrite; ++j)
-                local[j] = column[j * stride];
+                local[j] = c[j * stride];
             std::memcpy(static_cast<void*>(row), local, toWrite * sizeof(T));
         }
+    }
+    if constexpr (std::is_same_v<T, float>) {
+        bool const wide = wideTranspose();
+        for (; y > _dstRows.min;) {
+            y -= 4;
+            float* rows[4];
+            for (int k = 0; k < 4; ++k)
+                rows[k] = v.getPixel<float>(_currentX, y + k);
+            if (wide)
+                gather8<B>(rows, column + (y - _dstRows.min), stride);
+            else
+                gather4<B>(rows, column + (y - _dstRows.min), stride);
+        }
+    }
+}
+
+// Writing a float block back and reading the next one walk the same rows: one walk does both,
+// eight rows at a time, each row's results leaving the scratch before its next sources come in.
+// The two blocks are side by side in each row, so the walk shares their pages and cache
+// traffic. Only between two whole blocks, on the AVX2 path.
+template <class T>
+bool IxScanlineCacheImp<T>::moveBlocksTogether() {
+    constexpr int B = BLOCK_WIDTH;
+    if constexpr (!std::is_same_v<T, float>) {
+        return false;
+    } else {
+        if (!wideTranspose() || _xEnd - _currentX < 2 * B || _dstRows.min == _dstRows.max ||
+            _srcRows.min == _srcRows.max)
+            return false;
+        int const hint = s_prefetchHint<T>.load(std::memory_order_relaxed);
+        if (hint < 0 || hint > 3)
+            VN_ABORT("scanline cache prefetch hint must be 0 to 3");
+        int const distance = s_prefetchDistance<T>.load(std::memory_order_relaxed);
+        for (int k = 1; k <= B; ++k)
+            _scancolumns[k]->rebuild(_srcRows.min, _srcRows.max);
+        IxWriteGuard const& v = *_vertical;
+        IxWriteGuard const& h = *_horizontal;
+        std::ptrdiff_t const stride = _lineStride;
+        float const* const results = scratchLine(0);
+        float* const sources = scratchLine(1);
+        int const xw = _currentX;
+        int const xr = _currentX + B;
+        int const dstH = _dstRows.max - _dstRows.min;
+        int const srcH = _srcRows.max - _srcRows.min;
+        int const last = _srcRows.max - 1;
+        for (int i = 0; i < std::max(dstH, srcH); i += 8) {
+            int k = i;
+            int const we = std::min(i + 8, dstH);
+            for (; k + 4 <= we; k += 4) {
+                float* rows[4];
+                for (int r = 0; r < 4; ++r)
+                    rows[r] = v.getPixel<float>(xw, _dstRows.min + k + r);
+                gather8<B>(rows, results + k, stride);
+            }
+            for (; k < we; ++k)
+                gather<float, B>(v.getPixel<float>(xw, _dstRows.min + k), results + k, stride);
+            k = i;
+            int const re = std::min(i + 8, srcH);
+            if (k + 8 <= re) {
+                float const* rows[8];
+                for (int r = 0; r < 8; ++r) {
+                    int const y = _srcRows.min + k + r;
+                    if (y + distance <= last)
+                        prefetch(h.getAddress(xr, y + distance), hint);
+                    rows[r] = h.getPixel<float>(xr, y);
+                }
+                scatter8<B>(sources + k, stride, rows);
+                k += 8;
+            }
+            for (; k < re; ++k) {
+                int const y = _srcRows.min + k;
+                if (y + distance <= last)
+                    prefetch(h.getAddress(xr, y + distance), hint);
+                scatter<float, B>(sources + k, stride, h.getPixel<float>(xr, y));
+            }
+        }
+        return true;
     }
 }
 
@@ -254,10 +398,15 @@ void IxScanlineCacheImp<T>::getNext(IxScanline<T>*& dst, IxScanline<T>*& src) {
         _firstBlockToRead = false;
     }
     if (_nbAccumulated == B) {
-        writeBlock();
-        _currentX += _nbAccumulated;
-        _nbAccumulated = 0;
-        readBlock();
+        if (moveBlocksTogether()) {
+            _currentX += B;
+            _nbAccumulated = 0;
+        } else {
+            writeBlock();
+            _currentX += _nbAccumulated;
+            _nbAccumulated = 0;
+            readBlock();
+        }
     }
     dst = _scancolumns[_nbAccumulated].get();
     src = _scancolumns[_nbAccumulated + 1].get();

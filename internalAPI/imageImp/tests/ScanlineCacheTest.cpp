@@ -1,5 +1,6 @@
 #include "ExBase.h"
 #include "ImageTestSupport.h"
+#include "IxConvertUtil.h"
 #include "IxScanline.h"
 #include "IxScanlineCache.h"
 #include "IxScanlineCacheImp.h"
@@ -9,6 +10,7 @@
 
 #include <complex>
 #include <functional>
+#include <vector>
 
 using namespace Vn;
 using namespace VnTest;
@@ -64,40 +66,48 @@ TYPED_TEST(ScanlineCache, IdentityColumnsReproduceTheInput) {
     using T = TypeParam;
     constexpr int B = IxScanlineCacheImp<T>::BLOCK_WIDTH;
     T const marker = make<T>(-7.0f);
-    for (int width : {1, B - 1, B, B + 1, 2 * B + 3, 3 * B}) {
-        // Destination as tall as, taller than and shorter than the source.
-        for (auto [dstH, srcH] : {std::pair{6, 6}, std::pair{9, 5}, std::pair{3, 7}}) {
-            GeRectangle<int> const dst(-5, -5 + width, 100, 100 + dstH);
-            GeRectangle<int> const src(0, 1, -20, -20 + srcH);
-            IxScanlineCache<T> cache(dst, src);
-            fillHorizontal(cache, {dst.xmin, dst.xmax, src.ymin, src.ymax});
-            int x = dst.xmin;
-            while (cache.hasNext()) {
-                IxScanline<T>* d = nullptr;
-                IxScanline<T>* s = nullptr;
-                cache.getNext(d, s);
-                ASSERT_EQ(s->getX0(), src.ymin);
-                ASSERT_EQ(s->getWidth(), srcH);
-                ASSERT_EQ(d->getX0(), dst.ymin);
-                ASSERT_EQ(d->getWidth(), dstH);
-                for (int i = 0; i < dstH; ++i)
-                    (*d)[dst.ymin + i] = i < srcH ? (*s)[src.ymin + i] : marker;
-                ++x;
-            }
-            EXPECT_EQ(x, dst.xmax);
-            cache.flush();
-            IxWriteGuard const v = cache.getVerticalBuffer();
-            ASSERT_EQ(v.getPixelRegion(), dst);
-            for (int y = dst.ymin; y < dst.ymax; ++y)
-                for (int cx = dst.xmin; cx < dst.xmax; ++cx) {
-                    int const i = y - dst.ymin;
-                    T const want = i < srcH ? make<T>(valueAt(cx, src.ymin + i)) : marker;
-                    ASSERT_EQ(*v.getPixel<T>(cx, y), want)
-                        << "width " << width << " dst " << dstH << " src " << srcH << " x " << cx
-                        << " y " << y;
+    // Every transposition path the processor has; the last is the best, which stays in force.
+    std::vector<IxConvertUtil::VectorPath> paths{IxConvertUtil::VectorPath::SSE2};
+    if (__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma"))
+        paths.push_back(IxConvertUtil::VectorPath::AVX512);
+    for (IxConvertUtil::VectorPath const path : paths)
+        for (int width : {1, B - 1, B, B + 1, 2 * B + 3, 3 * B}) {
+            IxConvertUtil::limitVectorPath(path);
+            // Destination as tall as, taller than and shorter than the source; heights that take
+            // the groups of eight and four rows and leave some over.
+            for (auto [dstH, srcH] : {std::pair{6, 6}, std::pair{9, 5}, std::pair{3, 7},
+                                      std::pair{22, 19}, std::pair{13, 26}}) {
+                GeRectangle<int> const dst(-5, -5 + width, 100, 100 + dstH);
+                GeRectangle<int> const src(0, 1, -20, -20 + srcH);
+                IxScanlineCache<T> cache(dst, src);
+                fillHorizontal(cache, {dst.xmin, dst.xmax, src.ymin, src.ymax});
+                int x = dst.xmin;
+                while (cache.hasNext()) {
+                    IxScanline<T>* d = nullptr;
+                    IxScanline<T>* s = nullptr;
+                    cache.getNext(d, s);
+                    ASSERT_EQ(s->getX0(), src.ymin);
+                    ASSERT_EQ(s->getWidth(), srcH);
+                    ASSERT_EQ(d->getX0(), dst.ymin);
+                    ASSERT_EQ(d->getWidth(), dstH);
+                    for (int i = 0; i < dstH; ++i)
+                        (*d)[dst.ymin + i] = i < srcH ? (*s)[src.ymin + i] : marker;
+                    ++x;
                 }
+                EXPECT_EQ(x, dst.xmax);
+                cache.flush();
+                IxWriteGuard const v = cache.getVerticalBuffer();
+                ASSERT_EQ(v.getPixelRegion(), dst);
+                for (int y = dst.ymin; y < dst.ymax; ++y)
+                    for (int cx = dst.xmin; cx < dst.xmax; ++cx) {
+                        int const i = y - dst.ymin;
+                        T const want = i < srcH ? make<T>(valueAt(cx, src.ymin + i)) : marker;
+                        ASSERT_EQ(*v.getPixel<T>(cx, y), want)
+                            << "path " << int(path) << " width " << width << " dst " << dstH
+                            << " src " << srcH << " x " << cx << " y " << y;
+                    }
+            }
         }
-    }
 }
 
 TYPED_TEST(ScanlineCache, CallsOutOfOrderAreRefused) {

@@ -45,7 +45,7 @@ inline Color unpremultiply(__m128 v) noexcept {
 int unpremultiplyRowAvx2(Color* c, int n) noexcept;
 
 void unpremultiplyRow(Color* c, int n) noexcept {
-    if (IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2) {
+    if (IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2) {
         int const done = unpremultiplyRowAvx2(c, n);
         c += done;
         n -= done;
@@ -208,7 +208,7 @@ __attribute__((target("avx2"), always_inline)) inline __m256 halves(float lo, fl
 }
 
 bool avx2() noexcept {
-    return IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2;
+    return IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2;
 }
 
 } // namespace

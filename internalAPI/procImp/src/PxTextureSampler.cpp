@@ -183,7 +183,7 @@ __attribute__((target("avx2"))) int mapRowAvx2(double const* m, double const* cl
 
 void PxTextureSampler::mapRow(GePoint<double> const& p, GeVector2<double> const& step, int first,
                               int n, int* ix, int* iy, float* fx, float* fy) const noexcept {
-    if (IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2) {
+    if (IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2) {
         int const done = mapRowAvx2(_m, _clamp, p, step, first, n, ix, iy, fx, fy);
         if (done == n)
             return;
@@ -290,7 +290,7 @@ void PxTextureSampler::refillTile(Color* block, int x, int y) const {
         !spread && _alpha == ALPHA_PREMULTIPLY && _format.getComps() == IxPixelFormat::RGBA;
     RowPass const pass =
         spread ? RowPass::SPREAD : (premultiply ? RowPass::PREMULTIPLY : RowPass::COPY);
-    auto const passRow = IxConvertUtil::getVectorPath() == IxConvertUtil::VectorPath::AVX2
+    auto const passRow = IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2
                              ? &passRowAvx2
                              : &passRowSse2;
     // Rows of float RGBA tiles that hold the block's whole width are read in place, in one

@@ -37,7 +37,7 @@ public:
     }
     static float halfToFloat(std::uint16_t bits) noexcept;
     static std::uint16_t floatToHalf(float v) noexcept;
-    // Runs of components, the same bits as one by one, in hardware on the AVX2 path.
+    // Runs of components, the same bits as one by one, in hardware from the AVX2 path up.
     static void floatsToHalves(std::uint16_t* dst, float const* src, int count) noexcept;
     static void halvesToFloats(float* dst, std::uint16_t const* src, int count) noexcept;
 
@@ -54,8 +54,9 @@ public:
 
     // The vector code the RGBA 8-bit and half lines and the samplers' positions run: the best the
     // processor has unless limited. Every path gives the same bits; tests and benchmarks limit it
-    // to compare them. AVX2 needs FMA.
-    enum class VectorPath : int { SSE2 = 0, AVX2 = 1 };
+    // to compare them. AVX2 needs FMA; AVX512 (F and BW) widens the 8-bit lines and takes the
+    // AVX2 code elsewhere.
+    enum class VectorPath : int { SSE2 = 0, AVX2 = 1, AVX512 = 2 };
     static VectorPath getVectorPath() noexcept;
     // Never above what the processor has.
     static void limitVectorPath(VectorPath path) noexcept;

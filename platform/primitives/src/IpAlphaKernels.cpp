@@ -1,4 +1,5 @@
 #include "IpAlphaKernels.h"
+#include "IxConvertUtil.h"
 
 #include <emmintrin.h>
 #include <immintrin.h>
@@ -132,9 +133,36 @@ __attribute__((target("avx2,fma"))) int correlateSymmetricAvx2(float* dst, float
     return i;
 }
 
+// The same sums sixteen values a register, each lane doing the operations above in their order:
+// the same bits. Short kernels keep their taps in registers.
+__attribute__((target("avx512f,avx2,fma"))) int
+correlateSymmetricAvx512(float* dst, float const* src, int n, float const* taps, int h) noexcept {
+    constexpr int kHeld = 8;
+    __m512 held[kHeld];
+    for (int k = 0; k < std::min(h, kHeld); ++k)
+        held[k] = _mm512_set1_ps(taps[k]);
+    __m512 const c = _mm512_set1_ps(taps[h]);
+    int i = 0;
+    for (; i + 32 <= n; i += 32) {
+        float const* s = src + i;
+        __m512 acc0 = _mm512_mul_ps(c, _mm512_loadu_ps(s + h));
+        __m512 acc1 = _mm512_mul_ps(c, _mm512_loadu_ps(s + h + 16));
+        for (int k = 0; k < h; ++k) {
+            __m512 const t = k < kHeld ? held[k] : _mm512_set1_ps(taps[k]);
+            acc0 = _mm512_fmadd_ps(
+                t, _mm512_add_ps(_mm512_loadu_ps(s + k), _mm512_loadu_ps(s + 2 * h - k)), acc0);
+            acc1 = _mm512_fmadd_ps(
+                t, _mm512_add_ps(_mm512_loadu_ps(s + k + 16), _mm512_loadu_ps(s + 2 * h - k + 16)),
+                acc1);
+        }
+        _mm512_storeu_ps(dst + i, acc0);
+        _mm512_storeu_ps(dst + i + 16, acc1);
+    }
+    return i;
+}
+
 bool hasAvx2() noexcept {
-    static bool const has = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
-    return has;
+    return IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2;
 }
 
 // The extreme over many rows with the running value in registers: each input is read once and
@@ -273,8 +301,12 @@ void IpAlphaRows::correlate(float* dst, float const* src, int n, float const* ta
     int i = 0;
     if (symmetric) {
         int const h = nbTaps / 2;
-        if (hasAvx2())
-            i = correlateSymmetricAvx2(dst, src, n, taps, h);
+        // The fused paths cover the same values, [0, n rounded down to 16), whichever runs.
+        IxConvertUtil::VectorPath const path = IxConvertUtil::getVectorPath();
+        if (path == IxConvertUtil::VectorPath::AVX512)
+            i = correlateSymmetricAvx512(dst, src, n, taps, h);
+        if (path >= IxConvertUtil::VectorPath::AVX2)
+            i += correlateSymmetricAvx2(dst + i, src + i, n - i, taps, h);
         __m128 const c = _mm_set1_ps(taps[h]);
         for (; i + 8 <= n; i += 8) {
             float const* s = src + i;

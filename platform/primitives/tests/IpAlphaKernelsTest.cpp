@@ -1,4 +1,5 @@
 #include "IpAlphaKernels.h"
+#include "IxConvertUtil.h"
 
 #include <gtest/gtest.h>
 
@@ -8,6 +9,7 @@
 #include <functional>
 #include <numeric>
 #include <random>
+#include <utility>
 #include <vector>
 
 using namespace Vn;
@@ -166,25 +168,63 @@ TEST(IpAlphaRows, ExtremesOfManyRowsMatchPairwiseOnes) {
         }
 }
 
-TEST(IpAlphaRows, CorrelationMatchesDirectSums) {
-    std::mt19937 rng(11);
-    std::vector<std::vector<float>> const tapSets = {
-        {1.0f}, {0.25f, 0.5f, 0.25f}, {0.1f, 0.2f, 0.4f, 0.2f, 0.1f}, {0.5f, -1.0f, 2.0f, 0.3f}};
-    for (auto const& taps : tapSets)
-        for (int n = 0; n <= 40; ++n) {
-            int const nb = static_cast<int>(taps.size());
-            std::vector<float> const src = randomRow(n + nb - 1, rng);
-            std::vector<float> out(static_cast<std::size_t>(n) + 1, -7.0f);
-            IpAlphaRows::correlate(out.data(), src.data(), n, taps.data(), nb);
-            for (int i = 0; i < n; ++i) {
-                double sum = 0.0;
-                for (int k = 0; k < nb; ++k)
-                    sum += double(taps[static_cast<std::size_t>(k)]) *
-                           src[static_cast<std::size_t>(i + k)];
-                ASSERT_NEAR(out[static_cast<std::size_t>(i)], sum, 1e-5) << nb << " taps, n=" << n;
+// Each vector path the processor has: near the direct sums, and symmetric taps bit for bit as
+// the path computes them, fused multiply-adds over the first n rounded down to 16 values where
+// the path has them and separate products and sums elsewhere.
+TEST(IpAlphaRows, CorrelationMatchesDirectSumsOnEveryPath) {
+    using Path = IxConvertUtil::VectorPath;
+    bool const avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+    bool const avx512 =
+        avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    std::vector<float> wide(19);
+    for (int k = 0; k < 19; ++k)
+        wide[static_cast<std::size_t>(k)] = 0.01f * float(10 - std::abs(k - 9));
+    std::vector<std::vector<float>> const tapSets = {{1.0f},
+                                                     {0.25f, 0.5f, 0.25f},
+                                                     {0.1f, 0.2f, 0.4f, 0.2f, 0.1f},
+                                                     {0.5f, -1.0f, 2.0f, 0.3f},
+                                                     wide};
+    for (auto [path, available] : {std::pair{Path::SSE2, true}, std::pair{Path::AVX2, avx2},
+                                   std::pair{Path::AVX512, avx512}}) {
+        if (!available)
+            continue;
+        IxConvertUtil::limitVectorPath(path);
+        std::mt19937 rng(11);
+        for (auto const& taps : tapSets)
+            for (int n = 0; n <= 100; ++n) {
+                int const nb = static_cast<int>(taps.size());
+                int const h = nb / 2;
+                bool const symmetric =
+                    nb % 2 == 1 && std::equal(taps.begin(), taps.begin() + h, taps.rbegin());
+                int const fused = path == Path::SSE2 ? 0 : n / 16 * 16;
+                std::vector<float> const src = randomRow(n + nb - 1, rng);
+                std::vector<float> out(static_cast<std::size_t>(n) + 1, -7.0f);
+                IpAlphaRows::correlate(out.data(), src.data(), n, taps.data(), nb);
+                for (int i = 0; i < n; ++i) {
+                    auto const at = [&](int k) {
+                        return src[static_cast<std::size_t>(i + k)];
+                    };
+                    auto const tap = [&](int k) {
+                        return taps[static_cast<std::size_t>(k)];
+                    };
+                    float const got = out[static_cast<std::size_t>(i)];
+                    double sum = 0.0;
+                    for (int k = 0; k < nb; ++k)
+                        sum += double(tap(k)) * at(k);
+                    ASSERT_NEAR(got, sum, 1e-5) << nb << " taps, n=" << n;
+                    if (!symmetric)
+                        continue;
+                    float want = tap(h) * at(h);
+                    for (int k = 0; k < h; ++k)
+                        want = i < fused ? std::fma(tap(k), at(k) + at(2 * h - k), want)
+                                         : want + tap(k) * (at(k) + at(2 * h - k));
+                    ASSERT_EQ(got, want)
+                        << "path " << int(path) << ", " << nb << " taps, n=" << n << ", i=" << i;
+                }
+                EXPECT_EQ(out[static_cast<std::size_t>(n)], -7.0f); // nothing written past n
             }
-            EXPECT_EQ(out[static_cast<std::size_t>(n)], -7.0f); // nothing written past n
-        }
+    }
+    IxConvertUtil::limitVectorPath(Path::AVX512);
 }
 
 TEST(IpGauss1DKernel, SizeFollowsTheRadiusAndTapsSumToOne) {

@@ -144,15 +144,23 @@ std::uint8_t exactUint8(float v) {
 template <class F>
 void forEachVectorPath(F const& check) {
     using Path = IxConvertUtil::VectorPath;
-    for (Path path : {Path::SSE2, Path::AVX2}) {
-        if (path == Path::AVX2 &&
-            !(__builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma")))
+    bool const avx2 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma");
+    bool const avx512 =
+        avx2 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw");
+    struct Row {
+        Path path;
+        char const* name;
+        bool available;
+    };
+    for (Row const& row : {Row{Path::SSE2, "SSE2", true}, Row{Path::AVX2, "AVX2", avx2},
+                           Row{Path::AVX512, "AVX512", avx512}}) {
+        if (!row.available)
             continue;
-        IxConvertUtil::limitVectorPath(path);
-        EXPECT_EQ(IxConvertUtil::getVectorPath(), path);
-        check(path == Path::SSE2 ? "SSE2" : "AVX2");
+        IxConvertUtil::limitVectorPath(row.path);
+        EXPECT_EQ(IxConvertUtil::getVectorPath(), row.path);
+        check(row.name);
     }
-    IxConvertUtil::limitVectorPath(Path::AVX2);
+    IxConvertUtil::limitVectorPath(Path::AVX512);
 }
 
 // Writes values through every conversion path to 8 bits and gives each path's bytes, in the
@@ -167,12 +175,12 @@ uint8Paths(std::vector<float> const& values) {
         scalar[k] = IxConvertUtil::floatToUint8(values[k]);
     out.emplace_back("pixel function", scalar);
     for (int comps = 1; comps <= 4; ++comps) {
-        // Each value in turn in every channel that is written; 4 * 3 + 1 pixels at a time so
-        // that RGBA lines take both their vector body and their tail.
+        // Each value in turn in every channel that is written; 35 pixels at a time so that RGBA
+        // lines take the widest vector body and the tail.
         std::vector<std::uint8_t> got(n);
         int const used = comps == 2 ? 2 : comps; // two components write r and a
-        for (std::size_t first = 0; first < n; first += 13 * used) {
-            std::size_t const count = std::min<std::size_t>(13 * used, n - first);
+        for (std::size_t first = 0; first < n; first += 35 * used) {
+            std::size_t const count = std::min<std::size_t>(35 * used, n - first);
             int const pixels = static_cast<int>((count + used - 1) / used);
             std::vector<Rgba> px(pixels, Rgba{0, 0, 0, 0});
             for (std::size_t k = 0; k < count; ++k) {
@@ -247,10 +255,10 @@ TEST(IxConvertUtil, FloatToUint8RoundsExactlyInEveryPath) {
 
 TEST(IxConvertUtil, Uint8ToFloatIsTheDivisionInEveryPath) {
     // Every value through every layout, at every lane of the RGBA vector body and of its
-    // scalar tail (lines of 1 to 7 pixels), against i / 255.0f.
+    // scalar tail (lines of 1 to 19 pixels), against i / 255.0f.
     forEachVectorPath([](char const*) {
         for (int comps = 1; comps <= 4; ++comps)
-            for (int n = 1; n <= 7; ++n)
+            for (int n = 1; n <= 19; ++n)
                 for (int start = 0; start < 256; start += n * comps) {
                     std::vector<std::uint8_t> bytes(static_cast<std::size_t>(n) * comps);
                     for (std::size_t k = 0; k < bytes.size(); ++k)
