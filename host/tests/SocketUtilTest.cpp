@@ -623,21 +623,17 @@ class StillGraph final : public PiGraphAnimInterface, public PiGroupInterface {
 };
 
 // Over the tool framework: value nodes with curves, tools with policies.
-class SocketUtilAnimTest : public ::testing::Test {
+class SocketUtilAnimTest : public ToolGraphFixture {
 protected:
     void SetUp() override {
-        InInitMgr::getInstance().initialize();
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
+        ToolGraphFixture::SetUp();
         PiUndoGuard g(*graph, "Gains");
         g1 = root->createToolNode(HoTools::gain(), "G1");
         g2 = root->createToolNode(HoTools::gain(), "G2");
     }
     void TearDown() override {
         g1 = g2 = {};
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
+        ToolGraphFixture::TearDown();
     }
     static RCShdPtr<PiInput> gainOf(RCShdPtr<PiNode> const& n) { return n->findInput("Gain"); }
     static RCShdPtr<PiAnimValueInterface<double>> anim(RCShdPtr<PiNode> const& n) {
@@ -658,8 +654,6 @@ protected:
         anim(n)->setKey(3.0, 4.0);
     }
 
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
     RCShdPtr<PiNode> g1, g2;
 };
 
