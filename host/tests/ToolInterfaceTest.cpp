@@ -104,22 +104,18 @@ PxResult<T> read(Node const& n, double t) {
     return q->getValue();
 }
 
-class ToolInterfaceTest : public ::testing::Test {
+class ToolInterfaceTest : public ToolGraphFixture {
 protected:
     void SetUp() override {
-        InInitMgr::getInstance().initialize();
+        ToolGraphFixture::SetUp();
         mix = tool(new MixProtocol);
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
         node = root->createToolNode(mix, "M");
         ti = controllerOf(node);
     }
     void TearDown() override {
         ti = {};
         node = {};
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
+        ToolGraphFixture::TearDown();
     }
     static RCShdPtr<PiToolInterface> controllerOf(RCShdPtr<PiToolNode> const& n) {
         return rcCast<PiToolInterface>(n->getController().lock());
@@ -137,8 +133,6 @@ protected:
     PiToolInterfaceImp& imp() const { return dynamic_cast<PiToolInterfaceImp&>(ti->getImp()); }
 
     RCShdPtr<PiTool const> mix;
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
     RCShdPtr<PiToolNode> node;
     RCShdPtr<PiToolInterface> ti;
 };
