@@ -113,15 +113,12 @@ private:
     float _dx;
 };
 
-Image finish(PxImageNode* n) {
-    return initialised<Image>(n);
-}
-
 class CountController final : public HoToolController {
 public:
     CountController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
     void createProcNodes(OutputPublisher& p) override {
-        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
+        p.publish("Output",
+                  initialised<Image>(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
     }
     Counter* _c;
     bool _fullFrame;
@@ -150,8 +147,8 @@ public:
     }
     Image createFrontNode(PiToolTopologyInterface::OutputPublisher&, Image const& back) override {
         if (_shift != 0)
-            return finish(new ShiftNode(back, _shift));
-        return finish(new CountNode(back, _c, _fullFrame));
+            return initialised<Image>(new ShiftNode(back, _shift));
+        return initialised<Image>(new CountNode(back, _c, _fullFrame));
     }
 
 private:

@@ -87,11 +87,6 @@ private:
     T _scale;
 };
 
-template <class N>
-Node made(N* n) {
-    return initialised<Node>(n);
-}
-
 template <class T>
 PxResult<T> read(Node const& n, double t) {
     auto const* typed = dynamic_cast<PxAnimValueProtocol<T> const*>(n.get());
@@ -374,7 +369,7 @@ TEST_F(ToolInterfaceTest, FactoryTableGivesSharedNullNodesAndTypedPassThroughs) 
 // cannot animate reads its child at time 0 and holds for all time; an input whose policy lets
 // everything through at every time gets a plain pass-through.
 TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
-    Node const ramp = made(new Ramp<double>(3.0));
+    Node const ramp = initialised<Node>(new Ramp<double>(3.0));
     Node const gain = PiProcNodeFactory::createInputNode(in("Gain"), ramp);
     ASSERT_NE(dynamic_cast<AnimValueInputNode<double> const*>(gain.get()), nullptr);
     struct Case {
@@ -394,9 +389,10 @@ TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
         Node child;
         int value;
     };
-    for (ModeCase const& c :
-         {ModeCase{made(new Ramp<int>(1)), 0},
-          ModeCase{made(new PxAnimValueNode<int>(PxNode::Init{"five"}, PxResult<int>(5))), 1}}) {
+    for (ModeCase const& c : {ModeCase{initialised<Node>(new Ramp<int>(1)), 0},
+                              ModeCase{initialised<Node>(new PxAnimValueNode<int>(
+                                           PxNode::Init{"five"}, PxResult<int>(5))),
+                                       1}}) {
         Node const mode = PiProcNodeFactory::createInputNode(in("Mode"), c.child);
         for (double t : {0.5, 7.0, -3.0})
             EXPECT_EQ(read<int>(mode, t), PxResult<int>(c.value, PxValidityInterval::FULL)) << t;

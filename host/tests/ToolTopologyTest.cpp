@@ -300,18 +300,15 @@ TEST_F(ToolTopologyTest, GroupsPublishTheirOwnOutputNodes) {
         void createOutputProcNode(PiBoundaryPublisher& publisher, RCShdPtr<PiOutput> const& out,
                                   Node const& child) override {
             Node const inner = PiProcNodeFactory::createPassThroughNode(out->getType(), child);
-            PxStrongHndl<PxNode> half(
+            auto const half = initialised<PxStrongHndl<PxAnimValueProtocol<double> const>>(
                 new PxConstantAnimValueNode<double>(PxNode::Init{"half"}, PxResult<double>(0.5)));
-            PxNode::init(half);
-            PxStrongHndl<PxNode> gain(new HoGainNode(
+            Node const gain = initialised<Node>(new HoGainNode(
                 PxNode::Init{"gain"},
                 PxStrongHndl<PxImageProtocol const>(
                     dynamic_cast<PxImageProtocol const*>(_joined ? inner.get() : child.get())),
-                PxStrongHndl<PxAnimValueProtocol<double> const>(
-                    dynamic_cast<PxAnimValueProtocol<double> const*>(half.get()))));
-            PxNode::init(gain);
+                half));
             publisher.publish(inner,
-                              PiProcNodeFactory::createPassThroughNode(out->getType(), Node(gain)));
+                              PiProcNodeFactory::createPassThroughNode(out->getType(), gain));
         }
 
     private:
@@ -372,9 +369,7 @@ TEST_F(ToolTopologyTest, SharedValueDrivenByAnExpressionRenders) {
     struct Controller final : HoToolController {
         ~Controller() noexcept override {}
         void createProcNodes(OutputPublisher& p) override {
-            PxStrongHndl<PxNode> n(new Twice(doubleInput(p, "x")));
-            PxNode::init(n);
-            p.publish("Output", Node(n));
+            p.publish("Output", initialised<Node>(new Twice(doubleInput(p, "x"))));
         }
     };
     auto a = pattern("A");

@@ -40,10 +40,8 @@ using Image = PxStrongHndl<PxImageProtocol const>;
 
 template <class T>
 PxStrongHndl<PxAnimValueProtocol<T> const> constant(T v) {
-    PxStrongHndl<PxConstantAnimValueNode<T>> h(
+    return initialised<PxStrongHndl<PxAnimValueProtocol<T> const>>(
         new PxConstantAnimValueNode<T>(PxNode::Init{"constant"}, PxResult<T>(v)));
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return PxStrongHndl<PxAnimValueProtocol<T> const>(h);
 }
 
 // A rendered frame addressed in the engine's pixels (rows grow upwards); transparent outside.
@@ -128,20 +126,15 @@ Color resample(Frame const& src, double x, double y, int filter) {
     return sum;
 }
 
-template <class N>
-Image finished(N* n) {
-    return initialised<Image>(n);
-}
-
 // The test pattern in pixels of the given width to a height of one.
 Image patternOfPixelRatio(int w, int h, int ratio) {
     PxImageFormat const format(
         IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(ratio)), Rational(25));
-    PxStrongHndl<PxImageFormatNode> f(new PxImageFormatNode(PxNode::Init{"format"}, format));
-    PxNode::init(PxStrongHndl<PxNode>(f));
-    return finished(new HoTestPatternNode(
-        PxNode::Init{"pattern"}, PxStrongHndl<PxImageFormatProtocol const>(f), constant(w),
-        constant(h), constant(CoRgbColorTyped<float>{}), constant(0.0)));
+    auto const f = initialised<PxStrongHndl<PxImageFormatProtocol const>>(
+        new PxImageFormatNode(PxNode::Init{"format"}, format));
+    return initialised<Image>(new HoTestPatternNode(PxNode::Init{"pattern"}, f, constant(w),
+                                                    constant(h), constant(CoRgbColorTyped<float>{}),
+                                                    constant(0.0)));
 }
 
 class TransformTools : public ToolGraphFixture {
@@ -329,7 +322,7 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
     Image const wide = patternOfPixelRatio(450, 300, 2);
     Frame const wideSrc = render(wide);
     auto const wideTransform = [&](int filter) {
-        return finished(new HoTransformNode(
+        return initialised<Image>(new HoTransformNode(
             PxNode::Init{"transform"}, wide,
             PiAffineNodeUtil::Params({constant(px), constant(py), constant(0.0), constant(tx),
                                       constant(ty), constant(beta), constant(s), constant(s)}),
@@ -563,11 +556,8 @@ TEST_F(TransformTools, BlurAsksOnlyTheTilesItReaches) {
     PxStrongHndl<Counting> counting(new Counting(PxNode::Init{"counting"}, output(p)));
     PxNode::init(PxStrongHndl<PxNode>(counting));
     auto blurOf = [&](double size) {
-        PxStrongHndl<HoBlurNode> h(
-            new HoBlurNode(PxNode::Init{"blur"}, Image(counting),
-                           PxStrongHndl<PxAnimValueProtocol<double> const>(constant(size))));
-        PxNode::init(PxStrongHndl<PxNode>(h));
-        return Image(h);
+        return initialised<Image>(
+            new HoBlurNode(PxNode::Init{"blur"}, Image(counting), constant(size)));
     };
     Frame const out = render(blurOf(2.0));
     // Each output tile needs the source tiles that meet it grown by the reach of 3 pixels.
