@@ -256,21 +256,21 @@ TEST_F(Render, AFailedWriteLeavesNoFileUnderTheFinalName) {
 TEST_F(RenderProgram, ReportsBadInputInOneLineAndLeavesNoFile) {
     std::string const exe = VNRENDER_PATH;
     auto [code, err] =
-        runCommand(exe + " --width 8 --height 8 --format twelve -o " + (path("a.exr")));
+        runCommand(exe + " --width 8 --height 8 --format twelve -o " + path("a.exr"));
     EXPECT_EQ(code, 2);
     EXPECT_EQ(err, "vnrender: error: --format: twelve not in {uint8,half,float}\n");
     // A file stands where the output's folder should be.
     std::ofstream(path("in")) << "x";
-    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (path("in/b.exr")));
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + path("in/b.exr"));
     EXPECT_EQ(code, 1);
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-    EXPECT_NE(err.find("vnrender: error: cannot write '" + (path("in/b.exr")) + "'"),
+    EXPECT_NE(err.find("vnrender: error: cannot write '" + path("in/b.exr") + "'"),
               std::string::npos)
         << err;
     for (auto const& name : names())
         EXPECT_EQ(name.find("partial"), std::string::npos) << name;
     // A good run prints nothing when not on a terminal.
-    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (path("ok.png")));
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + path("ok.png"));
     EXPECT_EQ(code, 0);
     EXPECT_EQ(err, "");
     EXPECT_TRUE(fs::exists(path("ok.png")));
@@ -385,7 +385,7 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
     for (Case const& c : cases) {
         std::ofstream(file, std::ios::trunc) << c.text;
         auto const [code, err] =
-            runCommand(std::string(VNRENDER_PATH) + " " + file + " -o " + (path("x.exr")));
+            runCommand(std::string(VNRENDER_PATH) + " " + file + " -o " + path("x.exr"));
         EXPECT_EQ(code, 1) << c.message;
         std::string const head = "vnrender: error: " + file + ": ";
         EXPECT_EQ(err.substr(0, head.size()), head) << err;
@@ -452,11 +452,11 @@ TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
 TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
     std::string const exe = VNRENDER_PATH;
     comp.save(path("comp.xml"));
-    auto [code, err] = runCommand(exe + " " + (path("comp.xml")) + " --frames 2-3");
+    auto [code, err] = runCommand(exe + " " + path("comp.xml") + " --frames 2-3");
     EXPECT_EQ(code, 0) << err;
     EXPECT_EQ(names(), (std::vector<std::string>{"comp.xml", "f.0002.exr", "f.0003.exr"}));
     std::tie(code, err) =
-        runCommand(exe + " " + (path("comp.xml")) + " --describe > " + (path("out.txt")));
+        runCommand(exe + " " + path("comp.xml") + " --describe > " + path("out.txt"));
     EXPECT_EQ(code, 0) << err;
     std::ifstream in(path("out.txt"));
     std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -466,7 +466,7 @@ TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
 
     fs::create_directories(path("g.0002.exr"));
     std::tie(code, err) =
-        runCommand(exe + " " + (path("comp.xml")) + " --frames 1-2 -o " + (path("g.####.exr")));
+        runCommand(exe + " " + path("comp.xml") + " --frames 1-2 -o " + path("g.####.exr"));
     EXPECT_EQ(code, 3);
     EXPECT_NE(err.find("vnrender: error: frame 2: "), std::string::npos) << err;
     EXPECT_NE(err.find("vnrender: 1 of 2 frames failed\n"), std::string::npos) << err;
@@ -544,7 +544,7 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     c.depth = IxPixelFormat::FLOAT32;
     c.outputs = {{"Soften", "Output", path("comp.####.exr")}};
     c.save(path("plates.xml"));
-    auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + (path("plates.xml")));
+    auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + path("plates.xml"));
     ASSERT_EQ(code, 0) << err;
     // The blur of size 2: a Gaussian of deviation 1 reaching 3 pixels, over transparency outside.
     constexpr int kReach = 3, kOutW = kW + kShift, kBlurW = kOutW + 2 * kReach;
@@ -587,8 +587,8 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     // that the program prints, on either stream, is that line and the count.
     fs::remove(path("plate.0004.exr"));
     auto const [code2, err2] =
-        runCommand("{ " + std::string(VNRENDER_PATH) + " " + (path("plates.xml")) +
-                   " --frames 4 -o " + (path("missing.exr")) + " 1>&2; }");
+        runCommand("{ " + std::string(VNRENDER_PATH) + " " + path("plates.xml") +
+                   " --frames 4 -o " + path("missing.exr") + " 1>&2; }");
     EXPECT_EQ(code2, 3) << err2;
     EXPECT_EQ(std::count(err2.begin(), err2.end(), '\n'), 2) << err2;
     EXPECT_NE(err2.find("vnrender: error: frame 4: "), std::string::npos) << err2;
