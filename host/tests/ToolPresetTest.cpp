@@ -101,7 +101,7 @@ protected:
         HoToolRegistry& reg = HoToolRegistry::initialize();
         grade = makeTool(new GradeProtocol);
         soften = softenTool();
-        look = testTool({"Look", "Color", "2.0", "Acme"}, imageSockets({"Source"})); // a group's
+        look = testTool({"Look", "Color", "2.0", "Acme"}, imageSockets({"Source"})); // of groups
         expr = testTool(
             {"Expr", "Math", "1.0", "Acme"},
             [](auto& d) { d.produces("Value", PiSocketType::DOUBLE); },
