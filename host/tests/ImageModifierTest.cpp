@@ -113,37 +113,22 @@ private:
     float _dx;
 };
 
-Image finish(PxImageNode* n) {
-    PxStrongHndl<PxImageNode> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return Image(h);
-}
-
 class CountController final : public HoToolController {
 public:
     CountController(Counter* c, bool fullFrame) : _c(c), _fullFrame(fullFrame) {}
     void createProcNodes(OutputPublisher& p) override {
-        p.publish("Output", finish(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
+        p.publish("Output",
+                  initialised<Image>(new CountNode(imageInput(p, "Source"), _c, _fullFrame)));
     }
     Counter* _c;
     bool _fullFrame;
 };
 
 // A tool that passes its source on, or makes a whole frame, counting tiles.
-class CountProtocol final : public PiToolProtocolImp {
-public:
-    explicit CountProtocol(Counter* c, bool fullFrame = false)
-        : PiToolProtocolImp("Count", "Test", "1.0"), _c(c), _fullFrame(fullFrame) {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.require("Source", PiSocketType::IMAGE);
-        d.produces("Output", PiSocketType::IMAGE);
-    }
-    RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new CountController(_c, _fullFrame));
-    }
-    Counter* _c;
-    bool _fullFrame;
-};
+RCShdPtr<PiTool const> countTool(Counter* c, bool fullFrame = false) {
+    return testTool({"Count"}, imageSockets({"Source"}),
+                    [=] { return new CountController(c, fullFrame); });
+}
 
 // A modifier whose front is its back, counted, or a whole frame of one colour; with an "Extra"
 // input that follows the primary's components and depth.
@@ -162,8 +147,8 @@ public:
     }
     Image createFrontNode(PiToolTopologyInterface::OutputPublisher&, Image const& back) override {
         if (_shift != 0)
-            return finish(new ShiftNode(back, _shift));
-        return finish(new CountNode(back, _c, _fullFrame));
+            return initialised<Image>(new ShiftNode(back, _shift));
+        return initialised<Image>(new CountNode(back, _c, _fullFrame));
     }
 
 private:
@@ -202,18 +187,14 @@ public:
     float _shift;
 };
 
-template <class P, class... A>
-RCShdPtr<PiTool const> tool(A... a) {
-    return RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new P(a...))));
+template <class... A>
+RCShdPtr<PiTool const> probeTool(A... a) {
+    return RCShdPtr<PiTool const>(
+        new PiTool(RCShdPtr<PiToolProtocol const>(new ProbeProtocol(a...))));
 }
 
 constexpr int kW = 40;
 constexpr int kH = 24;
-
-Color patternAt(int x, int y, int w = kW, int h = kH) {
-    return HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w), (float(y) + 0.5f) / float(h),
-                                      0.0);
-}
 
 // The grade of one component, in double.
 float graded(float x, double lift, double gain, double gamma, double offset) {
@@ -234,17 +215,7 @@ public:
     }
     static int mismatches(HoImage const& img, std::function<Color(int, int)> const& want,
                           float tolerance) {
-        int bad = 0;
-        for (int y = 0; y < img.height; ++y)
-            for (int x = 0; x < img.width; ++x) {
-                Color const a = img.getColor(x, y), b = want(x, y);
-                float const* pa = &a.r;
-                float const* pb = &b.r;
-                for (int c = 0; c < 4; ++c)
-                    if (!(std::fabs(pa[c] - pb[c]) <= tolerance * std::max(1.0f, std::fabs(pb[c]))))
-                        ++bad;
-            }
-        return bad;
+        return Vn::mismatches(img, want, tolerance, true);
     }
 };
 
@@ -308,7 +279,8 @@ TEST_F(ImageModifierTest, GradeMaskedMatchesThePerPixelFormula) {
     for (int affect : {rgb, alpha, rgba}) {
         setAffect(affect);
         auto const a = [&](int x, int y) {
-            return affected(gradeOf(patternAt(x, y), kGrade), patternAt(x, y), affect);
+            return affected(gradeOf(patternAt(x, y, kW, kH), kGrade), patternAt(x, y, kW, kH),
+                            affect);
         };
         EXPECT_EQ(mismatches(renderTool(g), a, 1e-5f), 0) << "unmasked, affect " << affect;
     }
@@ -377,7 +349,7 @@ TEST_F(ImageModifierTest, ChainOfMaskedModifiersAsksEachSourceTileOnce) {
     int const w = PxConfig::getTileSizeX() + 8, h = 8;
     RCShdPtr<PiToolNode> const pattern = add(HoTools::testPattern(), "Pattern", w, h);
     RCShdPtr<PiToolNode> const opaque = add(HoTools::colorSource(), "Opaque", w, h);
-    RCShdPtr<PiToolNode> last = add(tool<CountProtocol>(&source), "Count");
+    RCShdPtr<PiToolNode> last = add(countTool(&source), "Count");
     connect(pattern, last, "Source");
     int const n = 16;
     for (int i = 0; i < n; ++i) {
@@ -400,8 +372,7 @@ TEST_F(ImageModifierTest, ChainOfMaskedModifiersAsksEachSourceTileOnce) {
         EXPECT_EQ(mismatches(
                       img,
                       [&](int x, int y) {
-                          Color p = HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w),
-                                                               (float(y) + 0.5f) / float(h), frame);
+                          Color p = patternAt(x, y, w, h, frame);
                           p.r += float(n) / 64;
                           return p;
                       },
@@ -415,7 +386,7 @@ TEST_F(ImageModifierTest, ChainOfMaskedModifiersAsksEachSourceTileOnce) {
 // back is an image without pixels, and the tool renders nothing rather than fail.
 TEST_F(ImageModifierTest, LayersAsThePrimaryInputGiveAnEmptyBack) {
     Counter front;
-    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false, true), "Probe");
+    RCShdPtr<PiToolNode> const probe = add(probeTool(&front, false, true), "Probe");
     EXPECT_EQ(renderTool(probe).width, 0);
 }
 
@@ -425,9 +396,9 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     Counter front, mask;
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
     RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern");
-    RCShdPtr<PiToolNode> const counted = add(tool<CountProtocol>(&mask), "MaskCount");
+    RCShdPtr<PiToolNode> const counted = add(countTool(&mask), "MaskCount");
     connect(maskSrc, counted, "Source");
-    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false), "Probe");
+    RCShdPtr<PiToolNode> const probe = add(probeTool(&front, false), "Probe");
     connect(src, probe, "Source");
     connect(counted, probe, "Mask");
     HoImage const shown = renderTool(probe);
@@ -448,7 +419,7 @@ TEST_F(ImageModifierTest, MuteEvaluatesNeitherFrontNorMask) {
     EXPECT_EQ(m->getOutputNode().get(), outBefore.get()) << "mute rebuilt the tool";
     EXPECT_EQ(muted.format, shown.format);
     EXPECT_EQ(mismatches(
-                  muted, [](int x, int y) { return patternAt(x, y); }, 0.0f),
+                  muted, [](int x, int y) { return patternAt(x, y, kW, kH); }, 0.0f),
               0);
 
     // Undone, the mute goes and the front is asked again; redone, it comes back.
@@ -482,12 +453,11 @@ TEST_F(ImageModifierTest, FullFrameModifierAsksEachChildTileOnce) {
     for (bool const maskFull : {false, true}) {
         std::string const k = maskFull ? "2" : "1";
         Counter front, back, mask;
-        RCShdPtr<PiToolNode> const backCount = add(tool<CountProtocol>(&back), "BackCount" + k);
-        RCShdPtr<PiToolNode> const maskCount =
-            add(tool<CountProtocol>(&mask, maskFull), "MaskCount" + k);
+        RCShdPtr<PiToolNode> const backCount = add(countTool(&back), "BackCount" + k);
+        RCShdPtr<PiToolNode> const maskCount = add(countTool(&mask, maskFull), "MaskCount" + k);
         connect(src, backCount, "Source");
         connect(src, maskCount, "Source");
-        RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, !maskFull), "Probe" + k);
+        RCShdPtr<PiToolNode> const probe = add(probeTool(&front, !maskFull), "Probe" + k);
         connect(backCount, probe, "Source");
         connect(maskCount, probe, "Mask");
         renderTool(probe); // builds the tools; their edits reach the workers
@@ -524,7 +494,7 @@ TEST_F(ImageModifierTest, NewPrimaryFormatReconvertsEverySecondaryInput) {
     rcCast<PiTypedValue<int>>(convert->findValue("Depth"))->set(IxPixelFormat::UINT8);
     connect(src, convert, "Source");
     RCShdPtr<PiToolNode> const extra = add(HoTools::testPattern(), "Extra");
-    RCShdPtr<PiToolNode> const probe = add(tool<ProbeProtocol>(&front, false), "Probe");
+    RCShdPtr<PiToolNode> const probe = add(probeTool(&front, false), "Probe");
     connect(convert, probe, "Source");
     connect(extra, probe, "Extra");
     RCShdPtr<PiImageModifier> const m = modifier(probe);
@@ -571,8 +541,7 @@ TEST_F(ImageModifierTest, RegionUnitesWhatShowsThrough) {
     using Affect = PiImageModifierTypes::AffectType;
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern");
     RCShdPtr<PiToolNode> const maskSrc = add(HoTools::testPattern(), "MaskPattern", 8, 60);
-    RCShdPtr<PiToolNode> const probe =
-        add(tool<ProbeProtocol>(nullptr, false, false, 10.0f), "Probe");
+    RCShdPtr<PiToolNode> const probe = add(probeTool(nullptr, false, false, 10.0f), "Probe");
     connect(src, probe, "Source");
     renderTool(probe);
     RCShdPtr<PiImageModifier> const m = modifier(probe);
@@ -627,7 +596,7 @@ TEST_F(ImageModifierTest, BlurAsksEachSourceTileOncePerFrame) {
     int const w = 3 * PxConfig::getTileSizeX() + 8, h = 3 * PxConfig::getTileSizeY() + 8;
     RCShdPtr<PiToolNode> const src = add(HoTools::testPattern(), "Pattern", w, h);
     Counter count;
-    RCShdPtr<PiToolNode> const counted = add(tool<CountProtocol>(&count), "Count");
+    RCShdPtr<PiToolNode> const counted = add(countTool(&count), "Count");
     connect(src, counted, "Source");
     RCShdPtr<PiToolNode> const blur = add(HoTools::blur(), "Blur");
     connect(counted, blur, "Source");

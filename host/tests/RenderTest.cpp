@@ -12,6 +12,8 @@
 #include "InPackageInit.h"
 #include "PxRequestMgr.h"
 
+#include "../../platform/resmgt/tests/TempFolderTest.h"
+
 #include <OpenImageIO/imageio.h>
 #include <gtest/gtest.h>
 
@@ -30,30 +32,6 @@ namespace {
 
 using Color = CoRgbaColorTyped<float>;
 
-// A fresh folder for the test's files, removed after it.
-class TempDir {
-public:
-    TempDir() {
-        _path = fs::temp_directory_path() /
-                ("vnhost-" + std::to_string(::getpid()) + "-" +
-                 ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(_path);
-        fs::create_directories(_path);
-    }
-    ~TempDir() { fs::remove_all(_path); }
-    std::string operator/(std::string const& name) const { return (_path / name).string(); }
-    std::vector<std::string> list() const {
-        std::vector<std::string> names;
-        for (auto const& e : fs::directory_iterator(_path))
-            names.push_back(e.path().filename().string());
-        std::sort(names.begin(), names.end());
-        return names;
-    }
-
-private:
-    fs::path _path;
-};
-
 // What the default graph shows at pixel (x, y) from the top left of a w x h frame.
 Color expected(int x, int y, int w, int h, double time) {
     Color const front = HoTestPatternNode::colorAt((float(x) + 0.5f) / float(w),
@@ -68,11 +46,32 @@ void expectNear(Color const& a, Color const& b, float tolerance, std::string con
     EXPECT_NEAR(a.a, b.a, tolerance) << where;
 }
 
-class Render : public ::testing::Test {
+// A job of the built-in graph; frame 0 alone without frames.
+HoRenderJob jobOf(int w, int h, IxPixelFormat::Depth depth, std::vector<std::string> outputs,
+                  std::optional<std::pair<int, int>> frames = {}) {
+    HoRenderJob job;
+    job.width = w;
+    job.height = h;
+    job.depth = depth;
+    job.outputs = std::move(outputs);
+    job.frames = frames;
+    return job;
+}
+
+// The engine started, and a folder for the test's files.
+class Render : public VnTest::TempFolderTest {
 protected:
-    void SetUp() override { InInitMgr::getInstance().initialize(); }
-    void TearDown() override { InInitMgr::getInstance().finalize(); }
+    void SetUp() override {
+        TempFolderTest::SetUp();
+        InInitMgr::getInstance().initialize();
+    }
+    void TearDown() override {
+        InInitMgr::getInstance().finalize();
+        TempFolderTest::TearDown();
+    }
+    std::string path(std::string const& name) const { return at(name).getString(); }
 };
+using RenderProgram = Render;
 
 // Runs a command; gives its exit code and what it printed on stderr.
 std::pair<int, std::string> runCommand(std::string const& command) {
@@ -122,14 +121,9 @@ TEST_F(Render, ToolGraphMakesTheSamePictureAsTheProcessingGraph) {
 }
 
 TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
-    TempDir dir;
-    HoRenderJob job;
     // Wider and taller than one tile, so that several tiles meet in the file.
-    job.width = 700;
-    job.height = 530;
-    job.depth = IxPixelFormat::FLOAT32;
-    job.outputs = {dir / "frame.exr", dir / "frame.png"};
-    job.frames = std::pair{3, 3};
+    HoRenderJob const job = jobOf(700, 530, IxPixelFormat::FLOAT32,
+                                  {path("frame.exr"), path("frame.png")}, std::pair{3, 3});
     int calls = 0;
     job.run([&](HoRenderJob::Progress const& p) {
         ++calls;
@@ -138,10 +132,10 @@ TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
     });
     EXPECT_GE(calls, 4);
     double const time = 3.0 / 25.0;
-    HoImage const exr = HoImageFile::read(dir / "frame.exr");
+    HoImage const exr = HoImageFile::read(path("frame.exr"));
     ASSERT_EQ(exr.width, 700);
     ASSERT_EQ(exr.height, 530);
-    HoImage const png = HoImageFile::read(dir / "frame.png");
+    HoImage const png = HoImageFile::read(path("frame.png"));
     for (auto [x, y] : std::array<std::pair<int, int>, 7>{
              {{0, 0}, {699, 0}, {511, 0}, {512, 100}, {350, 200}, {10, 529}, {699, 529}}}) {
         std::string const where = std::to_string(x) + "," + std::to_string(y);
@@ -156,18 +150,13 @@ TEST_F(Render, AFrameWrittenAndReadBackHasThePatternOverTheBackground) {
 }
 
 TEST_F(Render, APannedPatternLandsWhereItWasMovedForEveryFilter) {
-    TempDir dir;
     for (std::string const filter :
          {"none", "bilinear", "mitchell", "ewa-gauss", "ewa-jinc2", "ewa-jinc3"}) {
-        HoRenderJob job;
-        job.width = 200;
-        job.height = 120;
-        job.depth = IxPixelFormat::FLOAT32;
-        job.outputs = {dir / "pan.exr"};
+        HoRenderJob job = jobOf(200, 120, IxPixelFormat::FLOAT32, {path("pan.exr")});
         // Right by 20 and, rows growing upwards, down by 10.
         job.pan = HoPan{20.0, -10.0, HoPan::filterOf(filter)};
         job.run();
-        HoImage const img = HoImageFile::read(dir / "pan.exr");
+        HoImage const img = HoImageFile::read(path("pan.exr"));
         // The frame is the union of the moved pattern and the background.
         ASSERT_EQ(img.width, 220) << filter;
         ASSERT_EQ(img.height, 130) << filter;
@@ -183,33 +172,20 @@ TEST_F(Render, APannedPatternLandsWhereItWasMovedForEveryFilter) {
 }
 
 TEST_F(Render, FramesGoToNumberedFilesAndThePatternMoves) {
-    TempDir dir;
-    HoRenderJob job;
-    job.width = 40;
-    job.height = 8;
-    job.depth = IxPixelFormat::FLOAT16;
-    job.outputs = {dir / "f.##.exr", dir / "g.%03d.exr"};
-    job.frames = std::pair{-1, 1};
-    job.run();
-    EXPECT_EQ(dir.list(), (std::vector<std::string>{"f.-01.exr", "f.00.exr", "f.01.exr",
-                                                    "g.-001.exr", "g.000.exr", "g.001.exr"}));
-    HoImage const a = HoImageFile::read(dir / "f.00.exr");
-    HoImage const b = HoImageFile::read(dir / "f.01.exr");
+    jobOf(40, 8, IxPixelFormat::FLOAT16, {path("f.##.exr"), path("g.%03d.exr")}, std::pair{-1, 1})
+        .run();
+    EXPECT_EQ(names(), (std::vector<std::string>{"f.-01.exr", "f.00.exr", "f.01.exr", "g.-001.exr",
+                                                 "g.000.exr", "g.001.exr"}));
+    HoImage const a = HoImageFile::read(path("f.00.exr"));
+    HoImage const b = HoImageFile::read(path("f.01.exr"));
     EXPECT_NE(a.getColor(20, 0).r, b.getColor(20, 0).r);
     expectNear(b.getColor(20, 0), expected(20, 0, 40, 8, 1.0 / 25.0), 2e-3f, "half");
 }
 
 TEST_F(Render, AFrameRangeLoopsThePattern) {
-    TempDir dir;
-    HoRenderJob job;
-    job.width = 40;
-    job.height = 8;
-    job.depth = IxPixelFormat::UINT8;
-    job.outputs = {dir / "f.##.png"};
-    job.frames = std::pair{2, 11};
-    job.run();
+    jobOf(40, 8, IxPixelFormat::UINT8, {path("f.##.png")}, std::pair{2, 11}).run();
     auto frame = [&](int f) {
-        return HoImageFile::read(dir / HoImageFile::expandFramePattern("f.##.png", f));
+        return HoImageFile::read(path(HoImageFile::expandFramePattern("f.##.png", f)));
     };
     auto same = [](HoImage const& a, HoImage const& b) {
         for (int x = 0; x < a.width; ++x)
@@ -237,7 +213,6 @@ TEST(FramePattern, ExpandsHashesAndPrintfForms) {
 }
 
 TEST_F(Render, BadJobsAreRejectedBeforeRendering) {
-    TempDir dir;
     auto fails = [](HoRenderJob const& job, std::string const& text) {
         try {
             job.validate();
@@ -247,7 +222,7 @@ TEST_F(Render, BadJobsAreRejectedBeforeRendering) {
         }
     };
     HoRenderJob job;
-    job.outputs = {dir / "x.exr"};
+    job.outputs = {path("x.exr")};
     job.width = 0;
     fails(job, "out of range");
     job.width = 8;
@@ -256,62 +231,55 @@ TEST_F(Render, BadJobsAreRejectedBeforeRendering) {
     job.frames = std::pair{1, 2};
     fails(job, "needs a frame pattern");
     job.frames.reset();
-    job.outputs = {dir / "x.nosuchformat"};
+    job.outputs = {path("x.nosuchformat")};
     fails(job, "no image format");
     job.outputs.clear();
     fails(job, "no output");
 }
 
 TEST_F(Render, AFailedWriteLeavesNoFileUnderTheFinalName) {
-    TempDir dir;
     HoImage image;
     image.width = 2;
     image.height = 2;
     image.format = IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8);
     image.pixels.assign(16, std::byte{0x80});
     // The final name is taken by a folder: the rename fails.
-    fs::create_directories(dir / "taken.exr");
-    EXPECT_THROW(HoImageFile::write(image, dir / "taken.exr"), HoRenderError);
-    EXPECT_EQ(dir.list(), (std::vector<std::string>{"taken.exr"}));
-    EXPECT_TRUE(fs::is_directory(dir / "taken.exr"));
+    fs::create_directories(path("taken.exr"));
+    EXPECT_THROW(HoImageFile::write(image, path("taken.exr")), HoRenderError);
+    EXPECT_EQ(names(), (std::vector<std::string>{"taken.exr"}));
+    EXPECT_TRUE(fs::is_directory(path("taken.exr")));
     // The folder cannot be made: a file stands in its way.
-    std::ofstream(dir / "file") << "x";
-    EXPECT_THROW(HoImageFile::write(image, dir / "file/x.exr"), HoRenderError);
+    std::ofstream(path("file")) << "x";
+    EXPECT_THROW(HoImageFile::write(image, path("file/x.exr")), HoRenderError);
 }
 
-TEST(RenderProgram, ReportsBadInputInOneLineAndLeavesNoFile) {
-    TempDir dir;
+TEST_F(RenderProgram, ReportsBadInputInOneLineAndLeavesNoFile) {
     std::string const exe = VNRENDER_PATH;
     auto [code, err] =
-        runCommand(exe + " --width 8 --height 8 --format twelve -o " + (dir / "a.exr"));
+        runCommand(exe + " --width 8 --height 8 --format twelve -o " + path("a.exr"));
     EXPECT_EQ(code, 2);
     EXPECT_EQ(err, "vnrender: error: --format: twelve not in {uint8,half,float}\n");
     // A file stands where the output's folder should be.
-    std::ofstream(dir / "in") << "x";
-    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (dir / "in/b.exr"));
+    std::ofstream(path("in")) << "x";
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + path("in/b.exr"));
     EXPECT_EQ(code, 1);
     EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-    EXPECT_NE(err.find("vnrender: error: cannot write '" + (dir / "in/b.exr") + "'"),
+    EXPECT_NE(err.find("vnrender: error: cannot write '" + path("in/b.exr") + "'"),
               std::string::npos)
         << err;
-    for (auto const& name : dir.list())
+    for (auto const& name : names())
         EXPECT_EQ(name.find("partial"), std::string::npos) << name;
     // A good run prints nothing when not on a terminal.
-    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + (dir / "ok.png"));
+    std::tie(code, err) = runCommand(exe + " --width 8 --height 8 -o " + path("ok.png"));
     EXPECT_EQ(code, 0);
     EXPECT_EQ(err, "");
-    EXPECT_TRUE(fs::exists(dir / "ok.png"));
+    EXPECT_TRUE(fs::exists(path("ok.png")));
 }
 
 TEST_F(Render, TheGraphDumpShowsTheRenderedNodes) {
-    TempDir dir;
-    HoRenderJob job;
-    job.width = 16;
-    job.height = 16;
-    job.outputs = {dir / "f.####.exr"};
-    job.frames = std::pair{5, 6};
+    HoRenderJob job = jobOf(16, 16, IxPixelFormat::FLOAT16, {path("f.####.exr")}, std::pair{5, 6});
     job.dagFile = job.defaultDagFile();
-    EXPECT_EQ(job.dagFile, dir / "f.0005.dag.dot");
+    EXPECT_EQ(job.dagFile, path("f.0005.dag.dot"));
     job.run();
     std::ifstream in(job.dagFile);
     std::string const dot((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
@@ -323,9 +291,9 @@ TEST_F(Render, TheGraphDumpShowsTheRenderedNodes) {
     EXPECT_NE(dot.find("\"PiImageRepeatNode"), std::string::npos) << dot;
     EXPECT_NE(dot.find("\"PiImageInputConvertNode"), std::string::npos) << dot;
     if (std::system("command -v dot >/dev/null 2>&1") == 0)
-        EXPECT_GT(fs::file_size(dir / "f.0005.dag.png"), 100u);
+        EXPECT_GT(fs::file_size(path("f.0005.dag.png")), 100u);
     else
-        EXPECT_FALSE(HoGraphDump::renderPng(job.dagFile, dir / "x.png"));
+        EXPECT_FALSE(HoGraphDump::renderPng(job.dagFile, path("x.png")));
 }
 
 namespace {
@@ -347,7 +315,7 @@ protected:
         red.setKey(3.0 / 25.0, 0.9);
         comp.last = 3;
         comp.depth = IxPixelFormat::FLOAT32;
-        comp.outputs = {{over->getNodeName(), "Output", dir / "f.####.exr"}};
+        comp.outputs = {{over->getNodeName(), "Output", path("f.####.exr")}};
     }
     void TearDown() override {
         comp = {};
@@ -358,7 +326,6 @@ protected:
         return HoRenderer::renderFrame(c.imageOf(c.outputs.front()), f / 25.0);
     }
 
-    TempDir dir;
     HoComposition comp;
 };
 
@@ -375,8 +342,8 @@ TEST_F(CompositionTest, RoundTripsToTheSameTextAndPictures) {
     EXPECT_NE(frame(comp, 1).pixels, frame(comp, 3).pixels) << "the background animates";
     back.graph->getCommandStack().undo();
     EXPECT_EQ(back.graph->getRootNode()->getNodeCount(), 0);
-    comp.save(dir / "comp.xml");
-    EXPECT_EQ(HoComposition::load(dir / "comp.xml").toXml(), text);
+    comp.save(path("comp.xml"));
+    EXPECT_EQ(HoComposition::load(path("comp.xml")).toXml(), text);
 }
 
 // Bad files are refused by the program whole: exit code 1, one line that names the file and
@@ -414,17 +381,17 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
               "inputNode=\"4\" input=\"Source\" outputNode=\"17\""),
          "form a cycle"},
     };
-    std::string const file = dir / "bad.xml";
+    std::string const file = path("bad.xml");
     for (Case const& c : cases) {
         std::ofstream(file, std::ios::trunc) << c.text;
         auto const [code, err] =
-            runCommand(std::string(VNRENDER_PATH) + " " + file + " -o " + (dir / "x.exr"));
+            runCommand(std::string(VNRENDER_PATH) + " " + file + " -o " + path("x.exr"));
         EXPECT_EQ(code, 1) << c.message;
         std::string const head = "vnrender: error: " + file + ": ";
         EXPECT_EQ(err.substr(0, head.size()), head) << err;
         EXPECT_NE(err.find(c.message), std::string::npos) << err;
         EXPECT_EQ(std::count(err.begin(), err.end(), '\n'), 1) << err;
-        EXPECT_FALSE(fs::exists(dir / "x.exr")) << c.message;
+        EXPECT_FALSE(fs::exists(path("x.exr"))) << c.message;
     }
 }
 
@@ -432,23 +399,23 @@ TEST_F(CompositionTest, RefusesBadFilesWithOneClearMessage) {
 // missing one is made again, and a frame that fails leaves the others written.
 TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
     // A second output of the same socket, without compression: its own files, the same pixels.
-    comp.outputs.push_back({comp.outputs[0].node, "Output", dir / "g.####.exr", "none"});
+    comp.outputs.push_back({comp.outputs[0].node, "Output", path("g.####.exr"), "none"});
     comp = HoComposition::parse(comp.toXml(), "comp.xml");
     ASSERT_EQ(comp.outputs.at(1).compression, "none");
     HoCompositionRender render;
     HoCompositionRender::Result r = render.run(comp);
     EXPECT_EQ(r.rendered, (std::vector<int>{1, 2, 3}));
     for (auto [file, compression] : {std::pair{"f.0002.exr", "zip"}, {"g.0002.exr", "none"}}) {
-        auto in = OIIO::ImageInput::create(dir / file);
+        auto in = OIIO::ImageInput::create(path(file));
         OIIO::ImageSpec header;
-        ASSERT_TRUE(in && in->open(dir / file, header)) << file;
+        ASSERT_TRUE(in && in->open(path(file), header)) << file;
         EXPECT_EQ(header.get_string_attribute("compression"), compression) << file;
     }
-    EXPECT_EQ(HoImageFile::read(dir / "g.0002.exr").pixels,
-              HoImageFile::read(dir / "f.0002.exr").pixels);
+    EXPECT_EQ(HoImageFile::read(path("g.0002.exr")).pixels,
+              HoImageFile::read(path("f.0002.exr")).pixels);
     comp.outputs.pop_back();
     auto expectFrame = [&](char const* file, int f) {
-        HoImage const got = HoImageFile::read(dir / file);
+        HoImage const got = HoImageFile::read(path(file));
         HoImage const want = frame(comp, f);
         ASSERT_EQ(got.width, want.width) << file;
         for (int y = 0; y < want.height; ++y)
@@ -458,11 +425,11 @@ TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
     expectFrame("f.0002.exr", 2);
 
     render.skipExisting = true;
-    render.since = HoCompositionRender::modificationTime(dir / "f.0001.exr") - 1.0;
+    render.since = HoCompositionRender::modificationTime(path("f.0001.exr")) - 1.0;
     EXPECT_EQ(render.run(comp).skipped, (std::vector<int>{1, 2, 3}));
     // Frame 1 is written while frame 3 renders, across the skipped frame 2.
-    fs::remove(dir / "f.0001.exr");
-    fs::remove(dir / "f.0003.exr");
+    fs::remove(path("f.0001.exr"));
+    fs::remove(path("f.0003.exr"));
     r = render.run(comp);
     EXPECT_EQ(r.rendered, (std::vector<int>{1, 3}));
     EXPECT_EQ(r.skipped, (std::vector<int>{2}));
@@ -471,8 +438,8 @@ TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
     EXPECT_EQ(render.run(comp).rendered, (std::vector<int>{1, 2, 3}));
 
     render.skipExisting = false;
-    fs::remove(dir / "f.0003.exr");
-    fs::create_directories(dir / "f.0003.exr"); // frame 3 cannot be written
+    fs::remove(path("f.0003.exr"));
+    fs::create_directories(path("f.0003.exr")); // frame 3 cannot be written
     render.frames = std::pair{2, 3};
     r = render.run(comp);
     EXPECT_EQ(r.rendered, (std::vector<int>{2}));
@@ -484,26 +451,26 @@ TEST_F(CompositionTest, RendersFramesIndependentlyAndSkipsCompleteOnes) {
 // while the others are written.
 TEST_F(CompositionTest, TheProgramRendersDescribesAndReports) {
     std::string const exe = VNRENDER_PATH;
-    comp.save(dir / "comp.xml");
-    auto [code, err] = runCommand(exe + " " + (dir / "comp.xml") + " --frames 2-3");
+    comp.save(path("comp.xml"));
+    auto [code, err] = runCommand(exe + " " + path("comp.xml") + " --frames 2-3");
     EXPECT_EQ(code, 0) << err;
-    EXPECT_EQ(dir.list(), (std::vector<std::string>{"comp.xml", "f.0002.exr", "f.0003.exr"}));
+    EXPECT_EQ(names(), (std::vector<std::string>{"comp.xml", "f.0002.exr", "f.0003.exr"}));
     std::tie(code, err) =
-        runCommand(exe + " " + (dir / "comp.xml") + " --describe > " + (dir / "out.txt"));
+        runCommand(exe + " " + path("comp.xml") + " --describe > " + path("out.txt"));
     EXPECT_EQ(code, 0) << err;
-    std::ifstream in(dir / "out.txt");
+    std::ifstream in(path("out.txt"));
     std::string const text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     EXPECT_EQ(text.substr(0, text.find('\n')),
               "composition \"comp\": frames 1-3 at 25 frames a second, written as float");
     EXPECT_NE(text.find("  Back <- Background.Output\n"), std::string::npos) << text;
 
-    fs::create_directories(dir / "g.0002.exr");
+    fs::create_directories(path("g.0002.exr"));
     std::tie(code, err) =
-        runCommand(exe + " " + (dir / "comp.xml") + " --frames 1-2 -o " + (dir / "g.####.exr"));
+        runCommand(exe + " " + path("comp.xml") + " --frames 1-2 -o " + path("g.####.exr"));
     EXPECT_EQ(code, 3);
     EXPECT_NE(err.find("vnrender: error: frame 2: "), std::string::npos) << err;
     EXPECT_NE(err.find("vnrender: 1 of 2 frames failed\n"), std::string::npos) << err;
-    EXPECT_TRUE(fs::exists(dir / "g.0001.exr"));
+    EXPECT_TRUE(fs::exists(path("g.0001.exr")));
 }
 
 // A composition as a user builds one: a five-frame EXR sequence read, moved three pixels by a
@@ -533,7 +500,7 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
                 Color const p = plate(x, y, f);
                 IxConvertUtil::floatsToHalves(px + 4 * (y * kW + x), &p.r, 4);
             }
-        HoImageFile::write(img, HoImageFile::expandFramePattern(dir / "plate.####.exr", f));
+        HoImageFile::write(img, HoImageFile::expandFramePattern(path("plate.####.exr"), f));
     }
     HoComposition c = HoComposition::create("plates");
     RCShdPtr<PiGroupNode> const root = c.graph->getRootNode();
@@ -544,7 +511,7 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     {
         PiUndoGuard guard(*c.graph, "Build");
         RCShdPtr<PiToolNode> const read = root->createToolNode(HoTools::read(), "Read");
-        rcCast<PiTypedValue<std::string>>(read->findValue("File"))->set(dir / "plate.####.exr");
+        rcCast<PiTypedValue<std::string>>(read->findValue("File"))->set(path("plate.####.exr"));
         rcCast<PiTypedValue<int>>(read->findValue("First"))->set(1);
         rcCast<PiTypedValue<int>>(read->findValue("Last"))->set(5);
         RCShdPtr<PiToolNode> const move = root->createToolNode(HoTools::transform(), "Move");
@@ -575,9 +542,9 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     }
     c.last = 5;
     c.depth = IxPixelFormat::FLOAT32;
-    c.outputs = {{"Soften", "Output", dir / "comp.####.exr"}};
-    c.save(dir / "plates.xml");
-    auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + (dir / "plates.xml"));
+    c.outputs = {{"Soften", "Output", path("comp.####.exr")}};
+    c.save(path("plates.xml"));
+    auto const [code, err] = runCommand(std::string(VNRENDER_PATH) + " " + path("plates.xml"));
     ASSERT_EQ(code, 0) << err;
     // The blur of size 2: a Gaussian of deviation 1 reaching 3 pixels, over transparency outside.
     constexpr int kReach = 3, kOutW = kW + kShift, kBlurW = kOutW + 2 * kReach;
@@ -595,7 +562,7 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
                 over[std::size_t(y * kOutW + x)] = HoOverNode::over(m, {0.5f, 0.25f, 0.0f, 1.0f});
             }
         HoImage const got =
-            HoImageFile::read(HoImageFile::expandFramePattern(dir / "comp.####.exr", f));
+            HoImageFile::read(HoImageFile::expandFramePattern(path("comp.####.exr"), f));
         ASSERT_EQ(got.width, kBlurW) << f;
         ASSERT_EQ(got.height, kH + 2 * kReach) << f;
         for (int y = 0; y < got.height; ++y)
@@ -618,13 +585,13 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
     }
     // A plate missing: one line naming the file and frame, and no output for that frame. All
     // that the program prints, on either stream, is that line and the count.
-    fs::remove(dir / "plate.0004.exr");
+    fs::remove(path("plate.0004.exr"));
     auto const [code2, err2] =
-        runCommand("{ " + std::string(VNRENDER_PATH) + " " + (dir / "plates.xml") +
-                   " --frames 4 -o " + (dir / "missing.exr") + " 1>&2; }");
+        runCommand("{ " + std::string(VNRENDER_PATH) + " " + path("plates.xml") +
+                   " --frames 4 -o " + path("missing.exr") + " 1>&2; }");
     EXPECT_EQ(code2, 3) << err2;
     EXPECT_EQ(std::count(err2.begin(), err2.end(), '\n'), 2) << err2;
     EXPECT_NE(err2.find("vnrender: error: frame 4: "), std::string::npos) << err2;
     EXPECT_NE(err2.find("plate.0004.exr"), std::string::npos) << err2;
-    EXPECT_FALSE(fs::exists(dir / "missing.exr"));
+    EXPECT_FALSE(fs::exists(path("missing.exr")));
 }

@@ -2,6 +2,7 @@
 // answers, reordering, searches, collapse, anchors, node tests, and the animation queries and
 // copies of inputs over the tool framework's value controllers.
 #include "GraphTestSupport.h"
+#include "ToolGraphFixture.h"
 
 #include "ExBase.h"
 #include "HoTools.h"
@@ -48,35 +49,17 @@ public:
 };
 
 // "Pipe": one image in, one out; "Merge": two in. Light nodes for long chains and diamonds.
-class PipeProtocol final : public PiToolProtocolImp {
-public:
-    explicit PipeProtocol(int inputs)
-        : PiToolProtocolImp(inputs == 1 ? "Pipe" : "Merge", "Filter", "1.0"), _inputs(inputs) {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        for (int i = 0; i < _inputs; ++i)
-            d.require("In" + std::to_string(i), PiSocketType::IMAGE);
-        d.produces("Output", PiSocketType::IMAGE);
-    }
-
-private:
-    int _inputs;
-};
+ToolPtr pipeTool(int inputs) {
+    return testTool({inputs == 1 ? "Pipe" : "Merge", "Filter"},
+                    imageSockets(inputs == 1 ? std::vector<std::string>{"In0"}
+                                             : std::vector<std::string>{"In0", "In1"}));
+}
 
 // "Expr": drives a value through its one output.
 class ExprController final : public RecordingController, public PiExpressionInterface {
     bool isResolved() const override { return true; }
     bool canResolve() const override { return true; }
     void resolve() override {}
-};
-class ExprProtocol final : public PiToolProtocolImp {
-public:
-    ExprProtocol() : PiToolProtocolImp("Expr", "Math", "1.0") {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.produces("Value", PiSocketType::DOUBLE);
-    }
-    RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new ExprController);
-    }
 };
 
 // Who a group asked, in order, and whether groups refuse changes.
@@ -144,8 +127,8 @@ public:
         GraphFixture::SetUp();
         auto& reg = static_cast<HoToolRegistry&>(PiToolRegistry::getInstance());
         rig = ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new RigProtocol)));
-        pipe = ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new PipeProtocol(1))));
-        merge = ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new PipeProtocol(2))));
+        pipe = pipeTool(1);
+        merge = pipeTool(2);
         for (ToolPtr const& t : {rig, pipe, merge})
             reg.registerTool(t);
         PiUndoGuard g(*graph, "Rig");
@@ -587,8 +570,11 @@ TEST_F(SocketUtilTest, NodePredicates) {
         link = root->createLinkNode("K", PiSocketType::IMAGE, out(target));
         inner = G->createGroupNode("Inner");
         super = root->createGroupNode("Super", pipe);
+        auto const sockets = [](auto& d) {
+            d.produces("Value", PiSocketType::DOUBLE);
+        };
         expr = root->createToolNode(
-            ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(new ExprProtocol))), "E");
+            testTool({"Expr", "Math"}, sockets, [] { return new ExprController; }), "E");
         rcCast<PiValueNode>(value)->getInput()->connect(out(expr, "Value"));
     }
     EXPECT_TRUE(U::hasExpression(in(A, "Radius")));
@@ -637,21 +623,17 @@ class StillGraph final : public PiGraphAnimInterface, public PiGroupInterface {
 };
 
 // Over the tool framework: value nodes with curves, tools with policies.
-class SocketUtilAnimTest : public ::testing::Test {
+class SocketUtilAnimTest : public ToolGraphFixture {
 protected:
     void SetUp() override {
-        InInitMgr::getInstance().initialize();
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
+        ToolGraphFixture::SetUp();
         PiUndoGuard g(*graph, "Gains");
         g1 = root->createToolNode(HoTools::gain(), "G1");
         g2 = root->createToolNode(HoTools::gain(), "G2");
     }
     void TearDown() override {
         g1 = g2 = {};
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
+        ToolGraphFixture::TearDown();
     }
     static RCShdPtr<PiInput> gainOf(RCShdPtr<PiNode> const& n) { return n->findInput("Gain"); }
     static RCShdPtr<PiAnimValueInterface<double>> anim(RCShdPtr<PiNode> const& n) {
@@ -672,8 +654,6 @@ protected:
         anim(n)->setKey(3.0, 4.0);
     }
 
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
     RCShdPtr<PiNode> g1, g2;
 };
 

@@ -25,6 +25,8 @@
 #include "PxValueNode.h"
 #include "XmlDocument.h"
 
+#include "ToolGraphFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -85,13 +87,6 @@ private:
     T _scale;
 };
 
-template <class N>
-Node made(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return Node(h);
-}
-
 template <class T>
 PxResult<T> read(Node const& n, double t) {
     auto const* typed = dynamic_cast<PxAnimValueProtocol<T> const*>(n.get());
@@ -104,22 +99,18 @@ PxResult<T> read(Node const& n, double t) {
     return q->getValue();
 }
 
-class ToolInterfaceTest : public ::testing::Test {
+class ToolInterfaceTest : public ToolGraphFixture {
 protected:
     void SetUp() override {
-        InInitMgr::getInstance().initialize();
+        ToolGraphFixture::SetUp();
         mix = tool(new MixProtocol);
-        graph = HoGraph::create("comp");
-        root = graph->getRootNode();
         node = root->createToolNode(mix, "M");
         ti = controllerOf(node);
     }
     void TearDown() override {
         ti = {};
         node = {};
-        root = {};
-        graph = {};
-        InInitMgr::getInstance().finalize();
+        ToolGraphFixture::TearDown();
     }
     static RCShdPtr<PiToolInterface> controllerOf(RCShdPtr<PiToolNode> const& n) {
         return rcCast<PiToolInterface>(n->getController().lock());
@@ -137,8 +128,6 @@ protected:
     PiToolInterfaceImp& imp() const { return dynamic_cast<PiToolInterfaceImp&>(ti->getImp()); }
 
     RCShdPtr<PiTool const> mix;
-    RCShdPtr<PiGraph> graph;
-    RCShdPtr<PiGroupNode> root;
     RCShdPtr<PiToolNode> node;
     RCShdPtr<PiToolInterface> ti;
 };
@@ -146,6 +135,7 @@ protected:
 // Which policy each input gets: the tool's own, else its type's default, else none; resolved
 // once per input, and forgotten when the tool's policies change.
 TEST_F(ToolInterfaceTest, PoliciesResolveToTheDeclaredOrTheTypesDefault) {
+    using Policy = RCShdPtr<PiInputPolicy const>;
     auto const declared = [&](std::string const& key) {
         // The declared policy, as the description holds it.
         for (auto const& i : mix->getDescriptor().getInputs()) {
@@ -156,35 +146,25 @@ TEST_F(ToolInterfaceTest, PoliciesResolveToTheDeclaredOrTheTypesDefault) {
                     if (i.name + "." + s.name == key)
                         return s.policy;
         }
-        return RCShdPtr<PiInputPolicy const>();
+        return Policy();
     };
     struct Case {
         char const* input;
-        std::function<RCShdPtr<PiInputPolicy const>()> expected;
+        Policy expected;
         bool declared;
     };
+    Policy const anyDouble(PiTypedInputPolicy<double>::getInstance());
     std::vector<Case> const cases = {
-        {"Gain", [&] { return declared("Gain"); }, true},
-        {"Mode", [&] { return declared("Mode"); }, true},
-        {"Point.X", [&] { return declared("Point.X"); }, true},
-        {"Offset",
-         [] { return RCShdPtr<PiInputPolicy const>(PiTypedInputPolicy<double>::getInstance()); },
-         false},
-        {"Point.Y",
-         [] { return RCShdPtr<PiInputPolicy const>(PiTypedInputPolicy<double>::getInstance()); },
-         false},
-        {"Label",
-         [] {
-             return RCShdPtr<PiInputPolicy const>(PiTypedInputPolicy<std::string>::getInstance());
-         },
-         false},
-        {"Duration",
-         [] { return RCShdPtr<PiInputPolicy const>(PiTypedInputPolicy<DtTime>::getInstance()); },
-         false},
-        {"Source", [] { return PiToolInterfaceImp::getDefaultPolicy(PiSocketType::IMAGE); }, false},
-        {"Outline",
-         [] { return RCShdPtr<PiInputPolicy const>(PiShape2dInputPolicy::getDefault()); }, false},
-        {"Camera", [] { return RCShdPtr<PiInputPolicy const>(); }, false},
+        {"Gain", declared("Gain"), true},
+        {"Mode", declared("Mode"), true},
+        {"Point.X", declared("Point.X"), true},
+        {"Offset", anyDouble, false},
+        {"Point.Y", anyDouble, false},
+        {"Label", Policy(PiTypedInputPolicy<std::string>::getInstance()), false},
+        {"Duration", Policy(PiTypedInputPolicy<DtTime>::getInstance()), false},
+        {"Source", PiToolInterfaceImp::getDefaultPolicy(PiSocketType::IMAGE), false},
+        {"Outline", Policy(PiShape2dInputPolicy::getDefault()), false},
+        {"Camera", Policy(), false},
     };
     // Making the node resolved every input once; a new policy makes them resolve again.
     EXPECT_GT(imp().getCachedPolicyCount(), 0u);
@@ -193,7 +173,7 @@ TEST_F(ToolInterfaceTest, PoliciesResolveToTheDeclaredOrTheTypesDefault) {
     for (Case const& c : cases) {
         SCOPED_TRACE(c.input);
         std::size_t const before = imp().getCachedPolicyCount();
-        RCShdPtr<PiInputPolicy const> const want = c.expected();
+        Policy const& want = c.expected;
         EXPECT_EQ(ti->getInputPolicy(*in(c.input)).get(), want.get());
         EXPECT_EQ(ti->getInputPolicy(*in(c.input)).get(), want.get());
         // Resolved once; an input without any policy leaves nothing behind.
@@ -389,7 +369,7 @@ TEST_F(ToolInterfaceTest, FactoryTableGivesSharedNullNodesAndTypedPassThroughs) 
 // cannot animate reads its child at time 0 and holds for all time; an input whose policy lets
 // everything through at every time gets a plain pass-through.
 TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
-    Node const ramp = made(new Ramp<double>(3.0));
+    Node const ramp = initialised<Node>(new Ramp<double>(3.0));
     Node const gain = PiProcNodeFactory::createInputNode(in("Gain"), ramp);
     ASSERT_NE(dynamic_cast<AnimValueInputNode<double> const*>(gain.get()), nullptr);
     struct Case {
@@ -409,9 +389,10 @@ TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
         Node child;
         int value;
     };
-    for (ModeCase const& c :
-         {ModeCase{made(new Ramp<int>(1)), 0},
-          ModeCase{made(new PxAnimValueNode<int>(PxNode::Init{"five"}, PxResult<int>(5))), 1}}) {
+    for (ModeCase const& c : {ModeCase{initialised<Node>(new Ramp<int>(1)), 0},
+                              ModeCase{initialised<Node>(new PxAnimValueNode<int>(
+                                           PxNode::Init{"five"}, PxResult<int>(5))),
+                                       1}}) {
         Node const mode = PiProcNodeFactory::createInputNode(in("Mode"), c.child);
         for (double t : {0.5, 7.0, -3.0})
             EXPECT_EQ(read<int>(mode, t), PxResult<int>(c.value, PxValidityInterval::FULL)) << t;
@@ -426,22 +407,16 @@ TEST_F(ToolInterfaceTest, ValueInputNodesFilterThroughTheirPolicies) {
 // A tool that gained an input since its node was archived: the restored node gets a value node
 // for it, set to the policy's default, and keeps every value the archive held.
 TEST_F(ToolInterfaceTest, InputsGainedSinceTheArchiveStartFromTheirDefaults) {
-    class Grade final : public PiToolProtocolImp {
-    public:
-        explicit Grade(bool withGain)
-            : PiToolProtocolImp("Grade", "Color", "1.0"), _gain(withGain) {}
-        void describe(PiToolPolicyDescriptor& d) const override {
+    auto const grade = [](bool withGain) {
+        return testTool({"Grade", "Color"}, [withGain](PiToolPolicyDescriptor& d) {
             d.require("Offset", PiSocketType::DOUBLE);
-            if (_gain)
+            if (withGain)
                 d.require("Gain", PiSocketType::DOUBLE,
                           PiRangeInputPolicy<double>::create(0, 4, 1));
-        }
-
-    private:
-        bool _gain;
+        });
     };
     HoToolRegistry& reg = HoToolRegistry::initialize();
-    RCShdPtr<PiTool const> before = tool(new Grade(false));
+    RCShdPtr<PiTool const> before = grade(false);
     reg.registerTool(before);
     RCShdPtr<PiToolNode> a = root->createToolNode(before, "G");
     rcCast<PiTypedValue<double>>(controllerOf(a)
@@ -453,7 +428,7 @@ TEST_F(ToolInterfaceTest, InputsGainedSinceTheArchiveStartFromTheirDefaults) {
     XmlDocument const doc = XmlDocument::parse(w.toString());
 
     reg.unregisterTool(before->getFullName(), "1.0");
-    reg.registerTool(tool(new Grade(true)));
+    reg.registerTool(grade(true));
     auto restored = rcCast<PiToolNode>(graph->unarchiveNodes(doc.getRoot(), root).at(0));
     ASSERT_TRUE(restored);
     RCShdPtr<PiToolInterface> c = controllerOf(restored);

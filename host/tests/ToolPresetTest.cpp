@@ -17,12 +17,13 @@
 #include "PiTopologyInterface.h"
 #include "XmlDocument.h"
 
+#include "../../platform/resmgt/tests/TempFolderTest.h"
+#include "ToolGraphFixture.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 using namespace Vn;
@@ -42,26 +43,17 @@ public:
     }
 };
 
-class SoftenProtocol final : public PiToolProtocolImp {
-public:
-    explicit SoftenProtocol(std::string version = "1.0")
-        : PiToolProtocolImp("Soften", "Filter", std::move(version), "Acme") {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.require("Source", PiSocketType::IMAGE);
-        d.require("Radius", PiSocketType::DOUBLE);
-        d.produces("Output", PiSocketType::IMAGE);
-    }
-};
+using ToolPtr = RCShdPtr<PiTool const>;
+ToolPtr makeTool(PiToolProtocol* p) {
+    return ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(p)));
+}
 
-// A group tool.
-class LookProtocol final : public PiToolProtocolImp {
-public:
-    LookProtocol() : PiToolProtocolImp("Look", "Color", "2.0", "Acme") {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.require("Source", PiSocketType::IMAGE);
-        d.produces("Output", PiSocketType::IMAGE);
-    }
-};
+ToolPtr softenTool(std::string version = "1.0") {
+    return testTool({"Soften", "Filter", std::move(version), "Acme"}, [](auto& d) {
+        imageSockets({"Source"})(d);
+        d.require("Radius", PiSocketType::DOUBLE);
+    });
+}
 
 // An expression that binds to the graph it stands in.
 int s_resolves = 0;
@@ -83,36 +75,8 @@ public:
 private:
     PiGraph* _bound = nullptr;
 };
-class ExprProtocol final : public PiToolProtocolImp {
-public:
-    ExprProtocol() : PiToolProtocolImp("Expr", "Math", "1.0", "Acme") {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.produces("Value", PiSocketType::DOUBLE);
-    }
-    RCShdPtr<PiNodeController> createController() const override {
-        return RCShdPtr<PiNodeController>(new ExprController);
-    }
-};
-
 // Its controller is no tool interface.
-class RawProtocol final : public PiToolProtocolImp {
-public:
-    RawProtocol() : PiToolProtocolImp("Raw", "Filter", "1.0", "Acme") {}
-    void describe(PiToolPolicyDescriptor& d) const override {
-        d.produces("Output", PiSocketType::IMAGE);
-    }
-    RCShdPtr<PiNodeController> createController() const override {
-        class Plain final : public PiTopologyInterface {};
-        return RCShdPtr<PiNodeController>(new Plain);
-    }
-};
-
-// Not registered at first.
-class NopeProtocol final : public PiToolProtocolImp {
-public:
-    NopeProtocol() : PiToolProtocolImp("Nope", "Misc", "1.0") {}
-    void describe(PiToolPolicyDescriptor&) const override {}
-};
+class Plain final : public PiTopologyInterface {};
 
 class AppInfo final : public InBuildInfo {
 public:
@@ -129,44 +93,39 @@ public:
     std::string getBuildConfiguration() const override { return "Release"; }
 };
 
-using ToolPtr = RCShdPtr<PiTool const>;
-ToolPtr makeTool(PiToolProtocol* p) {
-    return ToolPtr(new PiTool(RCShdPtr<PiToolProtocol const>(p)));
-}
-
-class ToolPresetTest : public ::testing::Test {
+class ToolPresetTest : public VnTest::TempFolderTest {
 protected:
     void SetUp() override {
+        TempFolderTest::SetUp();
         InInitMgr::getInstance().initialize();
         HoToolRegistry& reg = HoToolRegistry::initialize();
         grade = makeTool(new GradeProtocol);
-        soften = makeTool(new SoftenProtocol);
-        look = makeTool(new LookProtocol);
-        expr = makeTool(new ExprProtocol);
-        raw = makeTool(new RawProtocol);
+        soften = softenTool();
+        look = testTool({"Look", "Color", "2.0", "Acme"}, imageSockets({"Source"})); // of groups
+        expr = testTool(
+            {"Expr", "Math", "1.0", "Acme"},
+            [](auto& d) { d.produces("Value", PiSocketType::DOUBLE); },
+            [] { return new ExprController; });
+        raw =
+            testTool({"Raw", "Filter", "1.0", "Acme"}, imageSockets({}), [] { return new Plain; });
         for (ToolPtr const& t : {grade, soften, look, expr, raw})
             reg.registerTool(t);
         graph = HoGraph::create("comp");
         root = graph->getRootNode();
         s_resolves = 0;
         s_canResolve = true;
-        dir = fs::temp_directory_path() /
-              ("vn_presets_" + std::to_string(::getpid()) + "_" +
-               ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(dir);
     }
     void TearDown() override {
         graph.reset();
         HoToolRegistry::finalize();
         InBuildInfoMgr::setAppInfo(nullptr);
-        fs::remove_all(dir);
         InInitMgr::getInstance().finalize();
+        TempFolderTest::TearDown();
     }
 
-    OsFilePath path(std::string const& rel) const { return OsFilePath((dir / rel).string()); }
-    void write(std::string const& rel, std::string const& text) const {
-        fs::create_directories((dir / rel).parent_path());
-        std::ofstream(path(rel).getString()) << text;
+    // A reader of the preset file in the test's folder.
+    RCShdPtr<PiToolPreset> preset(std::string const& rel) const {
+        return PiToolPreset::create(at(rel).getString());
     }
     static RCShdPtr<PiNode> valueNode(RCShdPtr<PiNode> const& n, std::string const& input) {
         return n->findInput(input)->getConnectedOutput()->retrieveNode();
@@ -194,7 +153,6 @@ protected:
     ToolPtr grade, soften, look, expr, raw;
     RCShdPtr<PiGraph> graph;
     RCShdPtr<PiGroupNode> root;
-    fs::path dir;
 };
 
 std::vector<std::string> childNames(XmlElement const& e) {
@@ -212,7 +170,7 @@ TEST_F(ToolPresetTest, SavedPresetReadsBack) {
     InBuildInfoMgr::setAppInfo(OPtr<InBuildInfo>(new AppInfo));
     RCShdPtr<PiNode> a = root->createToolNode(soften, "A");
     setValue(a, "Radius", 0.25);
-    OsFilePath const file = path("Filters/deep/soft.qnpreset");
+    OsFilePath const file = at("Filters/deep/soft.qnpreset");
     auto saved = PiToolPreset::save(a, file, "ann");
     ASSERT_TRUE(saved);
     EXPECT_EQ(saved->getPresetPath(), file.getString());
@@ -259,34 +217,33 @@ TEST_F(ToolPresetTest, SavedPresetReadsBack) {
 
 TEST_F(ToolPresetTest, DisplayModifierFlagFollowsTheGroupRule) {
     RCShdPtr<PiNode> g = root->createToolNode(grade, "G");
-    EXPECT_TRUE(PiToolPreset::save(g, path("g.qnpreset"), "")->isADisplayModifierTool());
-    EXPECT_EQ(PiToolPreset::create(path("g.qnpreset").getString())->getTool().get(), grade.get());
+    EXPECT_TRUE(PiToolPreset::save(g, at("g.qnpreset"), "")->isADisplayModifierTool());
+    EXPECT_EQ(preset("g.qnpreset")->getTool().get(), grade.get());
 
     RCShdPtr<PiGroupNode> inner;
     RCShdPtr<PiGroupNode> outer = nestedLook(&inner);
-    PiToolPreset::save(outer, path("look.qnpreset"), "");
-    auto readBack = PiToolPreset::create(path("look.qnpreset").getString());
+    PiToolPreset::save(outer, at("look.qnpreset"), "");
+    auto readBack = preset("look.qnpreset");
     EXPECT_TRUE(readBack->isADisplayModifierTool());
     EXPECT_EQ(readBack->getTool().get(), look.get());
 
     inner->createToolNode(soften, "s");
-    PiToolPreset::save(outer, path("look2.qnpreset"), "");
-    EXPECT_FALSE(
-        PiToolPreset::create(path("look2.qnpreset").getString())->isADisplayModifierTool());
+    PiToolPreset::save(outer, at("look2.qnpreset"), "");
+    EXPECT_FALSE(preset("look2.qnpreset")->isADisplayModifierTool());
     // A group of no nodes at all passes.
     RCShdPtr<PiGroupNode> empty = root->createGroupNode("empty", look);
-    EXPECT_TRUE(PiToolPreset::save(empty, path("empty.qnpreset"), "")->isADisplayModifierTool());
+    EXPECT_TRUE(PiToolPreset::save(empty, at("empty.qnpreset"), "")->isADisplayModifierTool());
     // A node or group without a tool makes no preset.
-    EXPECT_TRUE(PiToolPreset::save(inner, path("none.qnpreset"), "").isNull());
-    EXPECT_TRUE(PiToolPreset::save(valueNode(g, "Gain"), path("v.qnpreset"), "").isNull());
-    EXPECT_FALSE(fs::exists(dir / "none.qnpreset"));
-    EXPECT_FALSE(fs::exists(dir / "v.qnpreset"));
+    EXPECT_TRUE(PiToolPreset::save(inner, at("none.qnpreset"), "").isNull());
+    EXPECT_TRUE(PiToolPreset::save(valueNode(g, "Gain"), at("v.qnpreset"), "").isNull());
+    EXPECT_FALSE(exists("none.qnpreset"));
+    EXPECT_FALSE(exists("v.qnpreset"));
 }
 
 // The tool and the flag are read once: saving over the file changes what new readers see,
 // not what a reader already holds.
 TEST_F(ToolPresetTest, SavingOverAPresetKeepsWhatWasRead) {
-    OsFilePath const file = path("p.qnpreset");
+    OsFilePath const file = at("p.qnpreset");
     auto first = PiToolPreset::save(root->createToolNode(grade, "G"), file, "");
     EXPECT_EQ(first->getTool().get(), grade.get());
     auto second = PiToolPreset::save(root->createToolNode(soften, "S"), file, "");
@@ -313,32 +270,32 @@ TEST_F(ToolPresetTest, PresetsAreEqualByPath) {
 // A header without a tool name names no tool and no display modifier; an unknown tool still
 // gives its flag; a file that is not there or not XML is an error naming it.
 TEST_F(ToolPresetTest, IncompleteHeaders) {
-    write("noheader.qnpreset", "<Root><Graph version=\"1\"/></Root>");
-    write("noname.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"true\">"
-                             "<ToolCategory>Color</ToolCategory></PresetsHeader></Root>");
-    write("unknown.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"true\">"
-                              "<ToolName>Nope</ToolName></PresetsHeader></Root>");
-    write("odd.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"maybe\">"
-                          "<ToolName>Grade</ToolName></PresetsHeader></Root>");
+    put("noheader.qnpreset", "<Root><Graph version=\"1\"/></Root>");
+    put("noname.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"true\">"
+                           "<ToolCategory>Color</ToolCategory></PresetsHeader></Root>");
+    put("unknown.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"true\">"
+                            "<ToolName>Nope</ToolName></PresetsHeader></Root>");
+    put("odd.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"maybe\">"
+                        "<ToolName>Grade</ToolName></PresetsHeader></Root>");
     for (char const* name : {"noheader", "noname"}) {
-        auto p = PiToolPreset::create(path(std::string(name) + ".qnpreset").getString());
+        auto p = preset(std::string(name) + ".qnpreset");
         EXPECT_TRUE(p->getTool().isNull()) << name;
         EXPECT_FALSE(p->isADisplayModifierTool()) << name;
     }
-    auto unknown = PiToolPreset::create(path("unknown.qnpreset").getString());
+    auto unknown = preset("unknown.qnpreset");
     EXPECT_TRUE(unknown->getTool().isNull());
     EXPECT_TRUE(unknown->isADisplayModifierTool());
-    auto odd = PiToolPreset::create(path("odd.qnpreset").getString());
+    auto odd = preset("odd.qnpreset");
     EXPECT_EQ(odd->getTool().get(), grade.get());
     EXPECT_FALSE(odd->isADisplayModifierTool());
 
     // The header is read again while no tool is found: a tool registered later is found.
-    HoToolRegistry::initialize().registerTool(makeTool(new NopeProtocol));
+    HoToolRegistry::initialize().registerTool(testTool({"Nope", "Misc"}, [](auto&) {}));
     EXPECT_EQ(unknown->getTool()->getName(), "Nope");
 
-    write("broken.qnpreset", "<Root><PresetsHeader>");
+    put("broken.qnpreset", "<Root><PresetsHeader>");
     for (char const* name : {"broken.qnpreset", "missing.qnpreset"}) {
-        auto p = PiToolPreset::create(path(name).getString());
+        auto p = preset(name);
         try {
             p->getTool();
             FAIL() << name;
@@ -350,29 +307,29 @@ TEST_F(ToolPresetTest, IncompleteHeaders) {
 
 // Loaded directly, a preset's node takes the name as given; dragged, the name is made unique.
 TEST_F(ToolPresetTest, NamesOfDroppedPresets) {
-    PiToolPreset::save(root->createToolNode(grade, "warm"), path("warm.qnpreset"), "");
-    auto preset = PiToolPreset::create(path("warm.qnpreset").getString());
-    RCShdPtr<PiNode> same = preset->addNode(root, "warm");
+    PiToolPreset::save(root->createToolNode(grade, "warm"), at("warm.qnpreset"), "");
+    auto loaded = preset("warm.qnpreset");
+    RCShdPtr<PiNode> same = loaded->addNode(root, "warm");
     EXPECT_EQ(same->getNodeName(), "warm");
     EXPECT_NE(same.get(), root->findNode("warm").get());
 
-    auto dnd = PiDndToolPreset::create(path("warm.qnpreset").getString());
+    auto dnd = PiDndToolPreset::create(at("warm.qnpreset").getString());
     EXPECT_EQ(dnd->getName(), "warm");
-    EXPECT_EQ(dnd->getPath(), path("warm.qnpreset").getString());
+    EXPECT_EQ(dnd->getPath(), at("warm.qnpreset").getString());
     EXPECT_EQ(dnd->getTool().get(), grade.get());
     EXPECT_TRUE(dnd->isADisplayModifierTool());
     EXPECT_EQ(dnd->addNode(root, "warm")->getNodeName(), "warm (2)");
     EXPECT_EQ(dnd->addNode(root, "warm")->getNodeName(), "warm (3)");
     EXPECT_EQ(dnd->addNode(root, "cool")->getNodeName(), "cool");
-    EXPECT_EQ(currentPreset(root->findNode("cool")), path("warm.qnpreset").getString());
+    EXPECT_EQ(currentPreset(root->findNode("cool")), at("warm.qnpreset").getString());
 }
 
 // A preset whose graph holds no node is refused, and the graph stays as it was.
 TEST_F(ToolPresetTest, APresetWithoutNodesIsRefused) {
-    write("hollow.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"false\">"
-                             "<ToolName>Grade</ToolName></PresetsHeader>"
-                             "<Graph version=\"1\"/></Root>");
-    auto p = PiToolPreset::create(path("hollow.qnpreset").getString());
+    put("hollow.qnpreset", "<Root><PresetsHeader DisplayGraphModifier=\"false\">"
+                           "<ToolName>Grade</ToolName></PresetsHeader>"
+                           "<Graph version=\"1\"/></Root>");
+    auto p = preset("hollow.qnpreset");
     EXPECT_EQ(p->getTool().get(), grade.get());
     try {
         p->addNode(root, "x");
@@ -387,10 +344,9 @@ TEST_F(ToolPresetTest, APresetWithoutNodesIsRefused) {
 // A node whose controller is no tool interface cannot remember its preset: the drop fails
 // with the cast error and takes the loaded node out again.
 TEST_F(ToolPresetTest, ANodeThatCannotRememberItsPresetIsRefused) {
-    PiToolPreset::save(root->createToolNode(raw, "r"), path("raw.qnpreset"), "");
+    PiToolPreset::save(root->createToolNode(raw, "r"), at("raw.qnpreset"), "");
     int const before = root->getNodeCount();
-    EXPECT_THROW(PiToolPreset::create(path("raw.qnpreset").getString())->addNode(root, "r2"),
-                 ExCastFailed);
+    EXPECT_THROW(preset("raw.qnpreset")->addNode(root, "r2"), ExCastFailed);
     EXPECT_EQ(root->getNodeCount(), before);
     EXPECT_TRUE(root->findNode("r2").isNull());
 }
@@ -403,15 +359,14 @@ TEST_F(ToolPresetTest, ExpressionsBindToTheirNewGraph) {
     rcCast<PiValueNode>(valueNode(a, "Radius"))->getInput()->connect(e->findOutput("Value"));
     rcCast<PiExpressionInterface>(e->getController().lock())->resolve();
     ASSERT_EQ(s_resolves, 1);
-    PiToolPreset::save(a, path("a.qnpreset"), "");
+    PiToolPreset::save(a, at("a.qnpreset"), "");
 
     RCShdPtr<PiGroupNode> outer = nestedLook();
     outer->createToolNode(expr, "E2");
-    PiToolPreset::save(outer, path("look.qnpreset"), "");
+    PiToolPreset::save(outer, at("look.qnpreset"), "");
 
     RCShdPtr<PiGraph> other = HoGraph::create("other");
-    RCShdPtr<PiNode> a2 =
-        PiToolPreset::create(path("a.qnpreset").getString())->addNode(other->getRootNode(), "A");
+    RCShdPtr<PiNode> a2 = preset("a.qnpreset")->addNode(other->getRootNode(), "A");
     EXPECT_EQ(s_resolves, 2);
     RCShdPtr<PiNode> driver = rcCast<PiValueNode>(valueNode(a2, "Radius"))
                                   ->getInput()
@@ -420,10 +375,10 @@ TEST_F(ToolPresetTest, ExpressionsBindToTheirNewGraph) {
     ASSERT_TRUE(driver);
     EXPECT_TRUE(rcCast<PiExpressionInterface>(driver->getController().lock())->isResolved());
 
-    PiToolPreset::create(path("look.qnpreset").getString())->addNode(other->getRootNode(), "L");
+    preset("look.qnpreset")->addNode(other->getRootNode(), "L");
     EXPECT_EQ(s_resolves, 3);
     s_canResolve = false;
-    PiToolPreset::create(path("look.qnpreset").getString())->addNode(other->getRootNode(), "L");
+    preset("look.qnpreset")->addNode(other->getRootNode(), "L");
     EXPECT_EQ(s_resolves, 3);
 }
 
@@ -431,22 +386,22 @@ TEST_F(ToolPresetTest, ExpressionsBindToTheirNewGraph) {
 // must be made is an error; neither leaves a file behind.
 TEST_F(ToolPresetTest, UnwritablePaths) {
     RCShdPtr<PiNode> g = root->createToolNode(grade, "G");
-    fs::create_directories(dir / "taken.qnpreset");
+    fs::create_directories(_dir / "taken.qnpreset");
     try {
-        PiToolPreset::save(g, path("taken.qnpreset"), "");
+        PiToolPreset::save(g, at("taken.qnpreset"), "");
         FAIL();
     } catch (ExAssertionFailed const& e) {
         EXPECT_EQ(e.getReason(), "streamer.is_open()");
     }
-    write("file", "x");
-    EXPECT_THROW(PiToolPreset::save(g, path("file/p.qnpreset"), ""), ExBase);
-    EXPECT_TRUE(fs::is_directory(dir / "taken.qnpreset"));
+    put("file", "x");
+    EXPECT_THROW(PiToolPreset::save(g, at("file/p.qnpreset"), ""), ExBase);
+    EXPECT_TRUE(fs::is_directory(_dir / "taken.qnpreset"));
 }
 
 // Saving over a preset with each step of the save failing in turn: the folder holds the old
 // preset whole and loadable, or the new one, and nothing else.
 TEST_F(ToolPresetTest, AFailedSaveKeepsTheOldPreset) {
-    OsFilePath const file = path("over.qnpreset");
+    OsFilePath const file = at("over.qnpreset");
     RCShdPtr<PiNode> g = root->createToolNode(grade, "G");
     RCShdPtr<PiNode> s = root->createToolNode(soften, "S");
     OsFaultInjector::arm();
@@ -473,13 +428,13 @@ TEST_F(ToolPresetTest, AFailedSaveKeepsTheOldPreset) {
             EXPECT_TRUE(failed);
             EXPECT_EQ(PiToolPreset::create(file.getString())->getTool().get(),
                       late ? soften.get() : grade.get());
-            EXPECT_EQ(std::distance(fs::directory_iterator(dir), fs::directory_iterator()), 1);
+            EXPECT_EQ(names().size(), 1u);
         }
 }
 
 // A dragged tool makes a node of the very tool and version dragged, under a unique name.
 TEST_F(ToolPresetTest, DraggedToolsMakeNodes) {
-    HoToolRegistry::initialize().registerTool(makeTool(new SoftenProtocol("2.0")));
+    HoToolRegistry::initialize().registerTool(softenTool("2.0"));
     auto dnd = PiDndTool::create(soften);
     RCShdPtr<PiNode> n1 = dnd->addNode(root, "Soften");
     EXPECT_EQ(n1->getNodeName(), "Soften");

@@ -47,8 +47,16 @@ constexpr int kW = 24;
 constexpr int kH = 12;
 
 Color patternAt(int x, int y, double t) {
-    return HoTestPatternNode::colorAt((float(x) + 0.5f) / float(kW), (float(y) + 0.5f) / float(kH),
-                                      t);
+    return Vn::patternAt(x, y, kW, kH, t);
+}
+// The pattern, and the pattern times a gain, at time 0.
+Color plain(int x, int y) {
+    return patternAt(x, y, 0);
+}
+std::function<Color(int, int)> gained(float k) {
+    return [k](int x, int y) {
+        return HoGainNode::gain(patternAt(x, y, 0), k);
+    };
 }
 
 class ToolTopologyTest : public ToolGraphFixture {
@@ -75,15 +83,7 @@ protected:
                             std::string const& where) {
         ASSERT_EQ(img.width, kW) << where;
         ASSERT_EQ(img.height, kH) << where;
-        int bad = 0;
-        for (int y = 0; y < kH; ++y)
-            for (int x = 0; x < kW; ++x) {
-                Color const a = img.getColor(x, y), b = want(x, y);
-                if (std::fabs(a.r - b.r) > 1e-6f || std::fabs(a.g - b.g) > 1e-6f ||
-                    std::fabs(a.b - b.b) > 1e-6f || std::fabs(a.a - b.a) > 1e-6f)
-                    ++bad;
-            }
-        EXPECT_EQ(bad, 0) << where;
+        EXPECT_EQ(mismatches(img, want, 1e-6f), 0) << where;
     }
 };
 
@@ -105,9 +105,7 @@ TEST_F(ToolTopologyTest, ConnectionsRewireProcessing) {
     auto const both = [](int x, int y) {
         return HoOverNode::over(HoGainNode::gain(patternAt(x, y, 0), 0.5f), patternAt(x, y, 0));
     };
-    auto const backOnly = [](int x, int y) {
-        return patternAt(x, y, 0);
-    };
+    auto const backOnly = plain;
     expectImage(render(out), both, "connected");
 
     PiCommandStack& stack = graph->getCommandStack();
@@ -203,10 +201,6 @@ TEST_F(ToolTopologyTest, BuildsLazilyFromEitherEnd) {
         SetUp();
         auto a = pattern("A");
         std::vector<RCShdPtr<PiToolNode>> chain{a};
-        auto& imp = [](RCShdPtr<PiToolNode> const& n) -> PiToolTopologyInterfaceImp& {
-            return dynamic_cast<PiToolTopologyInterfaceImp&>(*topo(n)->getImp());
-        }(a);
-        (void)imp;
         for (int i = 0; i < 3; ++i) {
             auto g = add(HoTools::gain(), "G" + std::to_string(i));
             set<double>(g, "Gain", 0.5);
@@ -217,9 +211,7 @@ TEST_F(ToolTopologyTest, BuildsLazilyFromEitherEnd) {
             chain[i]->findInput("Source")->connect(chain[i - 1]->findOutput("Output"));
         if (!consumerFirst)
             output(a);
-        expectImage(
-            render(output(chain.back())),
-            [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 0.125f); }, "chain");
+        expectImage(render(output(chain.back())), gained(0.125f), "chain");
     }
 }
 
@@ -239,8 +231,7 @@ TEST_F(ToolTopologyTest, LongChainBuildsAndRenders) {
     auto const ms =
         std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start);
     RecordProperty("chain_ms", std::to_string(ms.count()));
-    expectImage(
-        img, [](int x, int y) { return patternAt(x, y, 0); }, "gain 1 along the chain");
+    expectImage(img, plain, "gain 1 along the chain");
 }
 
 // A tool that asks for its own output while it builds gets a placeholder; publishing re-childs
@@ -254,27 +245,14 @@ TEST_F(ToolTopologyTest, PlaceholderHandlesServeThePublishedNode) {
             p.publish("Output", p.getInputNode("Source"));
         }
     };
-    struct Proto final : PiToolProtocolImp {
-        Early** made;
-        explicit Proto(Early** m) : PiToolProtocolImp("Early", "Test", "1.0"), made(m) {}
-        void describe(PiToolPolicyDescriptor& d) const override {
-            d.require("Source", PiSocketType::IMAGE);
-            d.produces("Output", PiSocketType::IMAGE);
-        }
-        RCShdPtr<PiNodeController> createController() const override {
-            *made = new Early;
-            return RCShdPtr<PiNodeController>(*made);
-        }
-    };
     Early* early = nullptr;
     auto a = pattern("A");
     auto e = root->createToolNode(
-        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto(&early)))), "E");
+        testTool({"Early"}, imageSockets({"Source"}), [&] { return early = new Early; }), "E");
     connect(a, e, "Source");
     ASSERT_TRUE(early && early->early);
     EXPECT_EQ(output(e).get(), early->early.get());
-    expectImage(
-        render(early->early), [](int x, int y) { return patternAt(x, y, 0); }, "re-childed");
+    expectImage(render(early->early), plain, "re-childed");
 }
 
 // A tool inside a group renders through the group's boundaries what it renders outside, and a
@@ -297,17 +275,13 @@ TEST_F(ToolTopologyTest, GroupsRenderThroughTheirBoundaries) {
         boundary(gout)->getInput()->connect(inner->findOutput("Output"));
         outside->findInput("Source")->connect(gout);
     }
-    auto const half = [](int x, int y) {
-        return HoGainNode::gain(patternAt(x, y, 0), 0.5f);
-    };
+    auto const half = gained(0.5f);
     // The group's output seen from outside, and what a consumer outside makes of it.
     auto groupTopo = rcCast<PiTopologyInterface>(group->getController().lock());
     expectImage(render(groupTopo->getOutputProcNode(gout).lock()), half, "group output");
     expectImage(render(output(outside)), half, "through the group");
     set<double>(inner, "Gain", 2.0);
-    expectImage(
-        render(output(outside)),
-        [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 2.0f); }, "edited inside");
+    expectImage(render(output(outside)), gained(2.0f), "edited inside");
     graph->getCommandStack().undo(); // the edit
     graph->getCommandStack().undo(); // the wiring
     EXPECT_EQ(render(output(outside)).width, 0) << "unwired: nothing to show";
@@ -326,18 +300,15 @@ TEST_F(ToolTopologyTest, GroupsPublishTheirOwnOutputNodes) {
         void createOutputProcNode(PiBoundaryPublisher& publisher, RCShdPtr<PiOutput> const& out,
                                   Node const& child) override {
             Node const inner = PiProcNodeFactory::createPassThroughNode(out->getType(), child);
-            PxStrongHndl<PxNode> half(
+            auto const half = initialised<PxStrongHndl<PxAnimValueProtocol<double> const>>(
                 new PxConstantAnimValueNode<double>(PxNode::Init{"half"}, PxResult<double>(0.5)));
-            PxNode::init(half);
-            PxStrongHndl<PxNode> gain(new HoGainNode(
+            Node const gain = initialised<Node>(new HoGainNode(
                 PxNode::Init{"gain"},
                 PxStrongHndl<PxImageProtocol const>(
                     dynamic_cast<PxImageProtocol const*>(_joined ? inner.get() : child.get())),
-                PxStrongHndl<PxAnimValueProtocol<double> const>(
-                    dynamic_cast<PxAnimValueProtocol<double> const*>(half.get()))));
-            PxNode::init(gain);
+                half));
             publisher.publish(inner,
-                              PiProcNodeFactory::createPassThroughNode(out->getType(), Node(gain)));
+                              PiProcNodeFactory::createPassThroughNode(out->getType(), gain));
         }
 
     private:
@@ -372,9 +343,7 @@ TEST_F(ToolTopologyTest, GroupsPublishTheirOwnOutputNodes) {
         outside->findInput("Source")->connect(out);
         return outside;
     };
-    expectImage(
-        render(output(wrap(HoTools::gain(), "Joined"))),
-        [](int x, int y) { return HoGainNode::gain(patternAt(x, y, 0), 0.5f); }, "joined");
+    expectImage(render(output(wrap(HoTools::gain(), "Joined"))), gained(0.5f), "joined");
     EXPECT_THROW(render(output(wrap(HoTools::over(), "Apart"))), ExBase);
 }
 
@@ -400,27 +369,18 @@ TEST_F(ToolTopologyTest, SharedValueDrivenByAnExpressionRenders) {
     struct Controller final : HoToolController {
         ~Controller() noexcept override {}
         void createProcNodes(OutputPublisher& p) override {
-            PxStrongHndl<PxNode> n(new Twice(doubleInput(p, "x")));
-            PxNode::init(n);
-            p.publish("Output", Node(n));
-        }
-    };
-    struct Expression final : PiToolProtocolImp {
-        Expression() : PiToolProtocolImp("Twice", "Expression", "1.0") {}
-        void describe(PiToolPolicyDescriptor& d) const override {
-            d.require("x", PiSocketType::DOUBLE);
-            d.produces("Output", PiSocketType::DOUBLE);
-        }
-        RCShdPtr<PiNodeController> createController() const override {
-            return RCShdPtr<PiNodeController>(new Controller);
+            p.publish("Output", initialised<Node>(new Twice(doubleInput(p, "x"))));
         }
     };
     auto a = pattern("A");
     auto t1 = add(HoTools::gain(), "T1");
     auto t2 = add(HoTools::gain(), "T2");
     auto t3 = add(HoTools::gain(), "T3");
-    auto e = root->createToolNode(
-        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Expression))), "E");
+    auto const sockets = [](PiToolPolicyDescriptor& d) {
+        d.require("x", PiSocketType::DOUBLE);
+        d.produces("Output", PiSocketType::DOUBLE);
+    };
+    auto e = root->createToolNode(testTool({"Twice"}, sockets, [] { return new Controller; }), "E");
     auto valueOf = [](RCShdPtr<PiNode> const& n, std::string const& input) {
         return rcCast<PiValueNode>(n->findInput(input)->getConnectedOutput()->retrieveNode());
     };
@@ -558,9 +518,7 @@ TEST_F(ToolTopologyTest, LinksFollowTheLinkedGraph) {
     auto g = add(HoTools::gain(), "G");
     g->findInput("Source")->connect(link->getOutput());
     Node const out = output(g);
-    auto const plate = [](int x, int y) {
-        return patternAt(x, y, 0);
-    };
+    auto const plate = plain;
     expectImage(render(out), plate, "linked");
     other->close();
     EXPECT_EQ(render(out).width, 0) << "closed: the generator";
@@ -753,17 +711,18 @@ TEST_F(ToolTopologyTest, InvalidationReachesConsumers) {
         std::function<void()> edit;
     };
     auto b = pattern("B");
-    for (Case const& c : std::vector<Case>{{"value",
-                                            [&] {
-                                                set<double>(g, "Gain", 3.0);
-                                            }},
-                                           {"connect",
-                                            [&] {
-                                                connect(b, g, "Source");
-                                            }},
-                                           {"upstream value", [&] {
-                                                set<int>(b, "Width", 8);
-                                            }}}) {
+    std::vector<Case> const cases = {{"value",
+                                      [&] {
+                                          set<double>(g, "Gain", 3.0);
+                                      }},
+                                     {"connect",
+                                      [&] {
+                                          connect(b, g, "Source");
+                                      }},
+                                     {"upstream value", [&] {
+                                          set<int>(b, "Width", 8);
+                                      }}};
+    for (Case const& c : cases) {
         int const before = heard.load();
         c.edit();
         PxRequestMgr::getInstance().sync();
@@ -795,18 +754,8 @@ TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
             }
         }
     };
-    struct Proto final : PiToolProtocolImp {
-        Proto() : PiToolProtocolImp("Picky", "Test", "1.0") {}
-        void describe(PiToolPolicyDescriptor& d) const override {
-            d.require("Front", PiSocketType::IMAGE);
-            d.require("Back", PiSocketType::IMAGE);
-            d.produces("Output", PiSocketType::IMAGE);
-        }
-        RCShdPtr<PiNodeController> createController() const override {
-            return RCShdPtr<PiNodeController>(new Picky);
-        }
-    };
-    RCShdPtr<PiTool const> const picky(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto)));
+    RCShdPtr<PiTool const> const picky =
+        testTool({"Picky"}, imageSockets({"Front", "Back"}), [] { return new Picky; });
     struct Case {
         Fault fault;
         char const* reason; // in the failure's text
@@ -830,8 +779,7 @@ TEST_F(ToolTopologyTest, ChecksCatchBrokenToolsAndRecover) {
             EXPECT_NE(std::string(e.what()).find(c.reason), std::string::npos) << e.what();
         }
         s_fault = NONE;
-        expectImage(
-            render(output(p)), [](int x, int y) { return patternAt(x, y, 0); }, "fixed");
+        expectImage(render(output(p)), plain, "fixed");
     }
 }
 
@@ -845,19 +793,11 @@ TEST_F(ToolTopologyTest, GuardCoalescesRebuilds) {
             p.publish("Output", p.getInputNode("Source"));
         }
     };
-    struct Proto final : PiToolProtocolImp {
-        Proto() : PiToolProtocolImp("Layers", "Test", "1.0") {}
-        void describe(PiToolPolicyDescriptor& d) const override {
-            d.require("Source", PiSocketType::IMAGE);
-            d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::MULTIVALUED);
-            d.produces("Output", PiSocketType::IMAGE);
-        }
-        RCShdPtr<PiNodeController> createController() const override {
-            return RCShdPtr<PiNodeController>(new Counting);
-        }
+    auto const sockets = [](PiToolPolicyDescriptor& d) {
+        imageSockets({"Source"})(d);
+        d.require("Layers", PiSocketType::IMAGE, {}, PiSocketType::MULTIVALUED);
     };
-    auto n = root->createToolNode(
-        RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Proto))), "L");
+    auto n = root->createToolNode(testTool({"Layers"}, sockets, [] { return new Counting; }), "L");
     output(n);
     auto layers = rcCast<PiMultivaluedInput>(n->findInput("Layers"));
     auto& controller = dynamic_cast<PiToolTopologyInterface&>(*topo(n));

@@ -40,10 +40,8 @@ using Image = PxStrongHndl<PxImageProtocol const>;
 
 template <class T>
 PxStrongHndl<PxAnimValueProtocol<T> const> constant(T v) {
-    PxStrongHndl<PxConstantAnimValueNode<T>> h(
+    return initialised<PxStrongHndl<PxAnimValueProtocol<T> const>>(
         new PxConstantAnimValueNode<T>(PxNode::Init{"constant"}, PxResult<T>(v)));
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return PxStrongHndl<PxAnimValueProtocol<T> const>(h);
 }
 
 // A rendered frame addressed in the engine's pixels (rows grow upwards); transparent outside.
@@ -128,22 +126,15 @@ Color resample(Frame const& src, double x, double y, int filter) {
     return sum;
 }
 
-template <class N>
-Image finished(N* n) {
-    PxStrongHndl<N> h(n);
-    PxNode::init(PxStrongHndl<PxNode>(h));
-    return Image(h);
-}
-
 // The test pattern in pixels of the given width to a height of one.
 Image patternOfPixelRatio(int w, int h, int ratio) {
     PxImageFormat const format(
         IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::FLOAT32, Rational(ratio)), Rational(25));
-    PxStrongHndl<PxImageFormatNode> f(new PxImageFormatNode(PxNode::Init{"format"}, format));
-    PxNode::init(PxStrongHndl<PxNode>(f));
-    return finished(new HoTestPatternNode(
-        PxNode::Init{"pattern"}, PxStrongHndl<PxImageFormatProtocol const>(f), constant(w),
-        constant(h), constant(CoRgbColorTyped<float>{}), constant(0.0)));
+    auto const f = initialised<PxStrongHndl<PxImageFormatProtocol const>>(
+        new PxImageFormatNode(PxNode::Init{"format"}, format));
+    return initialised<Image>(new HoTestPatternNode(PxNode::Init{"pattern"}, f, constant(w),
+                                                    constant(h), constant(CoRgbColorTyped<float>{}),
+                                                    constant(0.0)));
 }
 
 class TransformTools : public ToolGraphFixture {
@@ -331,7 +322,7 @@ TEST_F(TransformTools, TransformMatchesDirectResampling) {
     Image const wide = patternOfPixelRatio(450, 300, 2);
     Frame const wideSrc = render(wide);
     auto const wideTransform = [&](int filter) {
-        return finished(new HoTransformNode(
+        return initialised<Image>(new HoTransformNode(
             PxNode::Init{"transform"}, wide,
             PiAffineNodeUtil::Params({constant(px), constant(py), constant(0.0), constant(tx),
                                       constant(ty), constant(beta), constant(s), constant(s)}),
@@ -422,52 +413,30 @@ TEST_F(TransformTools, CropKeepsTheSourcesPixels) {
     Frame const src = render(output(pattern));
     Frame const filledSrc = render(output(filled));
     GeRectangle<int> const s = src.region;
+    // Each mode's four inputs, in the order of the rows' values.
+    char const* const inputs[3][4] = {
+        {"Relative.Left", "Relative.Right", "Relative.Bottom", "Relative.Top"},
+        {"Window.CenterX", "Window.CenterY", "Window.Width", "Window.Height"},
+        {"Absolute.Left", "Absolute.Right", "Absolute.Bottom", "Absolute.Top"}};
     struct Case {
         int mode;
-        std::vector<std::pair<char const*, int>> values;
+        std::array<int, 4> values;
         GeRectangle<int> expected;
         bool filled = false;
     } const cases[] = {
-        {0,
-         {{"Relative.Left", 10},
-          {"Relative.Right", 600},
-          {"Relative.Bottom", 3},
-          {"Relative.Top", 7}},
-         {s.xmin + 10, s.xmax - 600, s.ymin + 3, s.ymax - 7}},
-        {1,
-         {{"Window.CenterX", 250},
-          {"Window.CenterY", 0},
-          {"Window.Width", 200},
-          {"Window.Height", 250}},
-         {150, 350, -125, 125}},
-        {2,
-         {{"Absolute.Left", -700},
-          {"Absolute.Right", -300},
-          {"Absolute.Bottom", -10},
-          {"Absolute.Top", 20}},
-         {-700, -300, -10, 20}},
-        {2, {{"Absolute.Left", 5}, {"Absolute.Right", 4}}, {}},
-        {2,
-         {{"Absolute.Left", -400},
-          {"Absolute.Right", -300},
-          {"Absolute.Bottom", -120},
-          {"Absolute.Top", 120}},
-         {-400, -300, -120, 120},
-         true},
-        {1,
-         {{"Window.CenterX", 0},
-          {"Window.CenterY", 0},
-          {"Window.Width", 800},
-          {"Window.Height", 300}},
-         {-400, 400, -150, 150},
-         true},
+        {0, {10, 600, 3, 7}, {s.xmin + 10, s.xmax - 600, s.ymin + 3, s.ymax - 7}},
+        {1, {250, 0, 200, 250}, {150, 350, -125, 125}},
+        {2, {-700, -300, -10, 20}, {-700, -300, -10, 20}},
+        {2, {5, 4, -10, 20}, {}},
+        {2, {-400, -300, -120, 120}, {-400, -300, -120, 120}, true},
+        {1, {0, 0, 800, 300}, {-400, 400, -150, 150}, true},
     };
     for (Case const& k : cases) {
         feed(k.filled ? filled : pattern, c);
         Frame const& from = k.filled ? filledSrc : src;
         set(c, "Crop.Mode", k.mode);
-        for (auto const& [name, v] : k.values)
-            set(c, std::string("Crop.") + name, v);
+        for (int i = 0; i < 4; ++i)
+            set(c, std::string("Crop.") + inputs[k.mode][i], k.values[std::size_t(i)]);
         Frame const out = render(output(c));
         EXPECT_EQ(out.region, k.expected) << k.mode;
         for (int y = out.region.ymin; y < out.region.ymax; ++y)
@@ -587,11 +556,8 @@ TEST_F(TransformTools, BlurAsksOnlyTheTilesItReaches) {
     PxStrongHndl<Counting> counting(new Counting(PxNode::Init{"counting"}, output(p)));
     PxNode::init(PxStrongHndl<PxNode>(counting));
     auto blurOf = [&](double size) {
-        PxStrongHndl<HoBlurNode> h(
-            new HoBlurNode(PxNode::Init{"blur"}, Image(counting),
-                           PxStrongHndl<PxAnimValueProtocol<double> const>(constant(size))));
-        PxNode::init(PxStrongHndl<PxNode>(h));
-        return Image(h);
+        return initialised<Image>(
+            new HoBlurNode(PxNode::Init{"blur"}, Image(counting), constant(size)));
     };
     Frame const out = render(blurOf(2.0));
     // Each output tile needs the source tiles that meet it grown by the reach of 3 pixels.
@@ -620,18 +586,9 @@ TEST_F(TransformTools, ShowVectorsValuesResetTo16And1) {
         void createProcNodes(OutputPublisher&) override {}
         PiShowVectorsControllerHelper helper;
     };
-    class Protocol final : public PiToolProtocolImp {
-    public:
-        Protocol() : PiToolProtocolImp("Vectors", "Test", "1.0") {}
-        void describe(PiToolPolicyDescriptor& d) const override {
-            PiShowVectorsControllerHelper::describe(d);
-        }
-        RCShdPtr<PiNodeController> createController() const override {
-            return RCShdPtr<PiNodeController>(new Vectors);
-        }
-    };
-    RCShdPtr<PiToolNode> const n =
-        add(RCShdPtr<PiTool const>(new PiTool(RCShdPtr<PiToolProtocol const>(new Protocol))), "V");
+    RCShdPtr<PiToolNode> const n = add(
+        testTool({"Vectors"}, PiShowVectorsControllerHelper::describe, [] { return new Vectors; }),
+        "V");
     auto& helper = rcDynamicCast<Vectors>(n->getController().lock())->helper;
     EXPECT_EQ(helper.getIntervalValue(), 16);
     EXPECT_EQ(helper.getDisplayScaleValue(), 1.0);
