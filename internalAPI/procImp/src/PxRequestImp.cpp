@@ -111,7 +111,7 @@ struct PostExecuteFunctor {
 
 // Neither a child list nor a descendant still reading it as its root holds the request.
 bool isUnreferenced(RS const& s) noexcept {
-    return s._nbReferences == 0 && s._nbHolds == 0;
+    return s._nbReferences == 0 && s.getNbHolds() == 0;
 }
 
 // Spins a few microseconds for a signal on the entry; true when it came.
@@ -299,8 +299,8 @@ void RequestEngine::disposeState(PxRequest& request) noexcept {
     delete s._exception;
     if (s._stats)
         OPtr<StatThreadLocal>(s._stats).reset();
-    if (s._rootRequest && !s.has(RS::EXTERNAL))
-        dropHold(s._rootRequest);
+    if (PxRequest* root = s.getRootRequest())
+        dropHold(root);
 }
 
 // ---- the worker's stack ----
@@ -528,7 +528,7 @@ bool RequestEngine::completePendingRequest(PxRequest* next) {
         } while (!g.commit());
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     }
-    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first._rootRequest);
+    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first.getRootRequest());
     CompleteExecutionFunctor f{request};
     double cpu = 0.0;
     OPtr<ExBase> ex = runTimed(f, cpu);
@@ -663,7 +663,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
                     g->_firstChild = nullptr;
                     RS::Status const st = g->getStatus();
                     if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
-                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->_nbHolds == 0) {
+                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->getNbHolds() == 0) {
                         noticed = g->isResultQueried() || g->isCancelled() || g->isUnwinded();
                         g->setStatus(RS::DESTROYED);
                         destroy = true;

@@ -411,12 +411,12 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
             destroy = false;
             noticed = true;
             guard->set(RS::DEQUEUED);
-            root = guard->has(RS::EXTERNAL) ? request : guard->_rootRequest;
+            root = guard->has(RS::EXTERNAL) ? request : guard->getRootRequest();
             if (guard->getStatus() == RS::QUEUED) {
                 guard->setStatus(RS::EXECUTING);
                 run = true;
             } else if (guard->has(RS::RELEASED) && guard->_nbReferences == 0 &&
-                       guard->_nbHolds == 0 &&
+                       guard->getNbHolds() == 0 &&
                        (guard->getStatus() == RS::CLEANED_UP ||
                         guard->getStatus() == RS::FAILED_POST_EXECUTED)) {
                 noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
