@@ -16,6 +16,7 @@
 #include "StatTypes.h"
 
 #include <algorithm>
+#include <mutex>
 #include <thread>
 
 namespace Vn {
@@ -159,6 +160,66 @@ Decision decide(EngineState& s, int res, LkWaitEntry* me) {
     return d;
 }
 
+// Requests are counted by each thread on a counter of its own, written with plain stores: no
+// locked instruction on the road of a request. A thread's count joins the retired total when
+// the thread ends.
+struct LiveCounter {
+    std::atomic<long> _n{0};
+    LiveCounter* _next = nullptr;
+};
+struct LiveCounters {
+    std::mutex _lock;
+    LiveCounter* _threads = nullptr;
+    long _retired = 0;
+    long sum() {
+        std::lock_guard<std::mutex> lock(_lock);
+        long n = _retired;
+        for (LiveCounter* c = _threads; c; c = c->_next)
+            n += c->_n.load(std::memory_order_relaxed);
+        return n;
+    }
+};
+// Never destroyed: threads may end after the process's static objects are gone.
+LiveCounters& liveCounters() {
+    static LiveCounters* counters = new LiveCounters;
+    return *counters;
+}
+
+struct LiveCounterOwner {
+    LiveCounter* _counter;
+    LiveCounterOwner() : _counter(new LiveCounter) {
+        LiveCounters& all = liveCounters();
+        std::lock_guard<std::mutex> lock(all._lock);
+        _counter->_next = all._threads;
+        all._threads = _counter;
+    }
+    ~LiveCounterOwner();
+};
+constinit thread_local LiveCounter* t_live = nullptr;
+
+LiveCounterOwner::~LiveCounterOwner() {
+    LiveCounters& all = liveCounters();
+    {
+        std::lock_guard<std::mutex> lock(all._lock);
+        LiveCounter** link = &all._threads;
+        while (*link != _counter)
+            link = &(*link)->_next;
+        *link = _counter->_next;
+        all._retired += _counter->_n.load(std::memory_order_relaxed);
+    }
+    t_live = nullptr;
+    delete _counter;
+}
+
+void countLive(long delta) {
+    LiveCounter* c = t_live;
+    if (!c) [[unlikely]] {
+        thread_local LiveCounterOwner owner;
+        c = t_live = owner._counter;
+    }
+    c->_n.store(c->_n.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+}
+
 } // namespace
 
 WorkerTLS& workerTLS() noexcept {
@@ -187,7 +248,8 @@ DaMemPool& RequestMgrImp::getMemPool() {
 // ---- start-up and thread counts ----
 
 RequestMgrImp::RequestMgrImp(bool keepOnProcessor, int nbThreads, int maxRunningWorkers)
-    : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}) {
+    : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}),
+      _nbLiveRequestsBefore(liveCounters().sum()) {
     setStackSize(static_cast<std::size_t>(s_stackSizeVar.getValue()) << 20);
     setNbThreads(nbThreads);
     setMaxRunningWorkers(maxRunningWorkers);
@@ -723,28 +785,17 @@ void RequestMgrImp::deallocate(void* p, std::size_t size) {
     getMemPool().free(p, size);
 }
 
-namespace {
-int liveShard() noexcept {
-    static std::atomic<int> next{0};
-    thread_local int const shard = next.fetch_add(1, std::memory_order_relaxed);
-    return shard % 16; // one per shard of RequestMgrImp's live count
-}
-} // namespace
-
 void RequestMgrImp::initRequest(PxRequest&) {
-    _nbLiveRequests[liveShard()]._n.fetch_add(1, std::memory_order_relaxed);
+    countLive(1);
 }
 
 long RequestMgrImp::getNbLiveRequests() const noexcept {
-    long n = 0;
-    for (auto const& s : _nbLiveRequests)
-        n += s._n.load(std::memory_order_relaxed);
-    return n;
+    return liveCounters().sum() - _nbLiveRequestsBefore;
 }
 
 void RequestMgrImp::destroyRequest(PxRequest& request) {
     RequestEngine::disposeState(request);
-    _nbLiveRequests[liveShard()]._n.fetch_sub(1, std::memory_order_relaxed);
+    countLive(-1);
 }
 
 OPtrRet<StatThreadLocal> RequestMgrImp::takeRequestStats(PxRequest* request) {
