@@ -489,7 +489,9 @@ void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pendi
     ex.release();
     // Waiters first: the teardown of a large tree need not delay them.
     RequestEngine::signalAll(waiters);
-    RequestEngine::detachChildren(children);
+    PxRequest* spent[RequestEngine::kSpentBatch];
+    int const nbSpent = RequestEngine::popSpentChildren(children, spent);
+    RequestEngine::detachChildren(children, spent, nbSpent);
     if (!pending)
         RequestEngine::postExecute(request, true);
 }
@@ -642,12 +644,14 @@ void RequestEngine::cleanUp(PxRequest* request) {
 
 // Iterative, whatever the depth of the tree: a child's own list, once taken, is spliced in front
 // of the siblings still to go. The list's references keep its nodes alive while it is walked.
-void RequestEngine::detachChildren(PxRequest* head) {
+void RequestEngine::detachChildren(PxRequest* head, PxRequest* const* dequeued, int nbDequeued) {
     while (head) {
         PxRequest* const child = head;
         PxRequest* grandChildren = nullptr;
         bool destroy = false;
         bool noticed = true;
+        bool const wasDequeued =
+            std::find(dequeued, dequeued + nbDequeued, child) != dequeued + nbDequeued;
         {
             StateGuard g(child->getStateObj());
             do {
@@ -658,6 +662,8 @@ void RequestEngine::detachChildren(PxRequest* head) {
                 noticed = true;
                 --g->_nbReferences;
                 g->clear(RS::IN_CHILD_LIST);
+                if (wasDequeued)
+                    g->set(RS::DEQUEUED);
                 if (g->_nbReferences == 0) {
                     grandChildren = g->_firstChild;
                     g->_firstChild = nullptr;
@@ -870,7 +876,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             OPtr<ExBase> raised = ex && rethrow ? OPtr<ExBase>(ex->clone()) : OPtr<ExBase>();
             ex.release();
             signalAll(waiters);
-            detachChildren(children);
+            PxRequest* spent[kSpentBatch];
+            int const nbSpent = popSpentChildren(children, spent);
+            detachChildren(children, spent, nbSpent);
             postExecute(request, false);
             if (raised)
                 raiseFromWait(std::move(raised));

@@ -506,6 +506,39 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     return true;
 }
 
+// A request run by its waiter keeps its stack entry until a worker pops it. The entries of a
+// finished request's children are most often the top of the stack: popped here, by the thread
+// that ran them and in one commit, they need no other worker to read them cold one by one.
+int RequestEngine::popSpentChildren(PxRequest* children, PxRequest** spent) {
+    if (!children || !workerTLS()._isWorker)
+        return 0;
+    // The list holds the children alive. A child neither waiting for a worker nor taken by one
+    // stays so: what is read here holds at the commit.
+    int nbSpent = 0;
+    for (PxRequest* c = children; c && nbSpent < kSpentBatch;) {
+        LkAtomicRdGuard<RS> s(c->getStateObj());
+        if (s->getStatus() == RS::QUEUED || s->has(RS::DEQUEUED))
+            break;
+        spent[nbSpent++] = c;
+        c = s->_nextSibling;
+    }
+    if (nbSpent == 0)
+        return 0;
+    int n = 0;
+    EngineGuard g(mgr()._engine);
+    for (;;) {
+        n = 0;
+        auto& stack = g->_internalRequests[CPU];
+        while (n < nbSpent && stack.top() == spent[n]) {
+            stack.pop();
+            ++n;
+        }
+        if (n == 0 || g.commit())
+            break;
+    }
+    return n;
+}
+
 void RequestMgrImp::notifyStop() {
     for (;;) {
         LkWaitEntry* wake = nullptr;
