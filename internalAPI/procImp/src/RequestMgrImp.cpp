@@ -513,13 +513,15 @@ int RequestEngine::popSpentChildren(PxRequest* children, PxRequest** spent) {
     if (!children || !workerTLS()._isWorker)
         return 0;
     // The list holds the children alive. A child neither waiting for a worker nor taken by one
-    // stays so: what is read here holds at the commit.
+    // stays so: what is read here holds at the commit. Children that no stack holds (run
+    // manually, or taken by a worker) are passed over.
     int nbSpent = 0;
     for (PxRequest* c = children; c && nbSpent < kSpentBatch;) {
         LkAtomicRdGuard<RS> s(c->getStateObj());
-        if (s->getStatus() == RS::QUEUED || s->has(RS::DEQUEUED))
+        if (s->getStatus() == RS::QUEUED)
             break;
-        spent[nbSpent++] = c;
+        if (!s->has(RS::DEQUEUED))
+            spent[nbSpent++] = c;
         c = s->_nextSibling;
     }
     if (nbSpent == 0)
