@@ -120,11 +120,7 @@ bool spinForSignal(LkWaitEntry& me) noexcept {
     for (int i = 0; i < kSpins; ++i) {
         if (me.tryWait())
             return true;
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__aarch64__)
-        asm volatile("yield");
-#endif
+        spinPause();
     }
     return me.tryWait();
 }

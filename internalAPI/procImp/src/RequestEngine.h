@@ -10,6 +10,15 @@ namespace Vn {
 
 class ExBase;
 
+// One step of a short busy wait.
+inline void spinPause() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
 // What the engine knows of the calling thread. All zero on threads outside the pool.
 struct WorkerTLS {
     bool _isWorker;

@@ -220,6 +220,17 @@ void countLive(long delta) {
     c->_n.store(c->_n.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
 }
 
+// A CPU worker that runs out of work while every running slot is taken watches the state a few
+// microseconds before it parks, still counted as running: a stream of short requests then needs
+// no commit to park it, none to take it out again and no wake-up. With a slot free a submission
+// wakes a parked worker anyway, and a worker waiting for a slot is not kept waiting.
+constexpr int kIdleSpins = 256;
+bool wouldIdle(EngineState const& s, int res) noexcept {
+    return res == CPU && s._state == RequestMgrImp::RUNNING && s._internalRequests[CPU].isEmpty() &&
+           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty() &&
+           s._nbRunningWorkers == s._maxRunningWorkers;
+}
+
 } // namespace
 
 WorkerTLS& workerTLS() noexcept {
@@ -338,6 +349,10 @@ void RequestMgrImp::main(int threadIndex) {
         Decision d;
         {
             EngineGuard g(_engine);
+            for (int spins = kIdleSpins; spins > 0 && wouldIdle(*g, res); --spins) {
+                spinPause();
+                g.refresh();
+            }
             for (;;) {
                 d = decide(*g, res, &me);
                 if (!d.changed || g.commit())
