@@ -291,11 +291,12 @@ void RequestEngine::flushHolds() noexcept {
 }
 
 void RequestEngine::disposeState(PxRequest& request) noexcept {
-    RS const s = request.getStateObj().load();
-    delete s._exception;
-    if (s._stats)
-        OPtr<StatThreadLocal>(s._stats).reset();
-    if (PxRequest* root = s.getRootRequest())
+    // Read in place: a copy of the copy stalls on its own stores.
+    LkAtomicRdGuard<RS> const s(request.getStateObj());
+    delete s->_exception;
+    if (s->_stats)
+        OPtr<StatThreadLocal>(s->_stats).reset();
+    if (PxRequest* root = s->getRootRequest())
         dropHold(root);
 }
 
@@ -681,7 +682,7 @@ void RequestEngine::detachChildren(PxRequest* head, PxRequest* const* dequeued, 
         if (grandChildren) {
             if (head) {
                 PxRequest* tail = grandChildren;
-                while (PxRequest* next = tail->getStateObj().load()._nextSibling)
+                while (PxRequest* next = LkAtomicRdGuard<RS>(tail->getStateObj())->_nextSibling)
                     tail = next;
                 StateGuard g(tail->getStateObj());
                 do {
@@ -984,7 +985,7 @@ void RequestMgrImp::releaseRequest(PxRequest* request) {
     // A request already post-executed is the owner's alone to clean up: doing it before the
     // release lets one commit both release it and record the clean-up.
     bool cleanedUp = false;
-    if (request->getStateObj().load().getStatus() == RS::POST_EXECUTED) {
+    if (LkAtomicRdGuard<RS>(request->getStateObj())->getStatus() == RS::POST_EXECUTED) {
         request->performCleanUp();
         cleanedUp = true;
     }
