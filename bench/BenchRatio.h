@@ -14,8 +14,9 @@
 
 namespace VnBench {
 
-// Shows the runs as usual and keeps the median time per iteration of each (name, threads), or
-// the time of the single run when there is no median.
+// Shows the runs as usual and keeps the median wall and CPU time per iteration of each (name,
+// threads), or the times of the single run when there is no median. The CPU time is the calling
+// thread's unless the benchmark measures the process's (MeasureProcessCPUTime).
 class CollectingReporter : public benchmark::ConsoleReporter {
 public:
     CollectingReporter() : ConsoleReporter(isatty(fileno(stdout)) ? OO_Defaults : OO_Tabular) {}
@@ -25,13 +26,15 @@ public:
             if (r.error_occurred)
                 continue;
             std::pair<std::string, std::int64_t> key{r.run_name.function_name, r.threads};
-            if (r.run_type == Run::RT_Aggregate && r.aggregate_name == "median")
+            if ((r.run_type == Run::RT_Aggregate && r.aggregate_name == "median") ||
+                (r.run_type == Run::RT_Iteration && r.repetitions <= 1)) {
                 _nsPerIteration[key] = r.GetAdjustedRealTime();
-            else if (r.run_type == Run::RT_Iteration && r.repetitions <= 1)
-                _nsPerIteration[key] = r.GetAdjustedRealTime();
+                _cpuPerIteration[key] = r.GetAdjustedCPUTime();
+            }
         }
     }
     std::map<std::pair<std::string, std::int64_t>, double> _nsPerIteration;
+    std::map<std::pair<std::string, std::int64_t>, double> _cpuPerIteration;
 };
 
 struct RatioPair {
@@ -41,8 +44,8 @@ struct RatioPair {
     std::int64_t threads = 1;
 };
 
-// benchmark's main, followed by one "ratio" line per pair (lower is better), each time in its
-// benchmark's unit.
+// benchmark's main, followed by one "ratio" line per pair (lower is better) of wall times, then
+// of CPU times, each time in its benchmark's unit.
 inline int runWithRatios(int argc, char** argv, std::vector<RatioPair> const& pairs) {
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
@@ -56,8 +59,11 @@ inline int runWithRatios(int argc, char** argv, std::vector<RatioPair> const& pa
             continue;
         std::string const threads =
             p.threads == 1 ? "" : " (threads=" + std::to_string(p.threads) + ")";
-        std::printf("ratio %s%s: %s %.4g / %s %.4g = %.2f\n", p.label, threads.c_str(), p.ours,
-                    ours->second, p.reference, ref->second, ours->second / ref->second);
+        double const oursCpu = reporter._cpuPerIteration[{p.ours, p.threads}];
+        double const refCpu = reporter._cpuPerIteration[{p.reference, p.threads}];
+        std::printf("ratio %s%s: %s %.4g / %s %.4g = %.2f; CPU %.4g / %.4g = %.2f\n", p.label,
+                    threads.c_str(), p.ours, ours->second, p.reference, ref->second,
+                    ours->second / ref->second, oursCpu, refCpu, oursCpu / refCpu);
     }
     benchmark::Shutdown();
     return 0;

@@ -152,12 +152,9 @@ private:
     PriorityRelation _priorityRelation{"PxRequestMgr", 2};
     std::uint32_t _nbThreads = kMaxThreads;
     bool _shutDown = false;
-    // Counted in shards, each on its own cache line, so that threads making and destroying
-    // requests do not contend for one counter.
-    struct alignas(64) LiveShard {
-        std::atomic<long> _n{0};
-    };
-    LiveShard _nbLiveRequests[16];
+    // The process's count of live requests when this engine was made: requests are counted per
+    // thread, for the whole process.
+    long _nbLiveRequestsBefore = 0;
 };
 
 inline constexpr std::size_t RequestMgrImp::EngineState::kHeadBytes =

@@ -111,7 +111,7 @@ struct PostExecuteFunctor {
 
 // Neither a child list nor a descendant still reading it as its root holds the request.
 bool isUnreferenced(RS const& s) noexcept {
-    return s._nbReferences == 0 && s._nbHolds == 0;
+    return s._nbReferences == 0 && s.getNbHolds() == 0;
 }
 
 // Spins a few microseconds for a signal on the entry; true when it came.
@@ -120,11 +120,7 @@ bool spinForSignal(LkWaitEntry& me) noexcept {
     for (int i = 0; i < kSpins; ++i) {
         if (me.tryWait())
             return true;
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__aarch64__)
-        asm volatile("yield");
-#endif
+        spinPause();
     }
     return me.tryWait();
 }
@@ -295,12 +291,13 @@ void RequestEngine::flushHolds() noexcept {
 }
 
 void RequestEngine::disposeState(PxRequest& request) noexcept {
-    RS const s = request.getStateObj().load();
-    delete s._exception;
-    if (s._stats)
-        OPtr<StatThreadLocal>(s._stats).reset();
-    if (s._rootRequest && !s.has(RS::EXTERNAL))
-        dropHold(s._rootRequest);
+    // Read in place: a copy of the copy stalls on its own stores.
+    LkAtomicRdGuard<RS> const s(request.getStateObj());
+    delete s->_exception;
+    if (s->_stats)
+        OPtr<StatThreadLocal>(s->_stats).reset();
+    if (PxRequest* root = s->getRootRequest())
+        dropHold(root);
 }
 
 // ---- the worker's stack ----
@@ -489,7 +486,9 @@ void finishExecution(PxRequest* request, OPtr<ExBase> ex, double cpu, bool pendi
     ex.release();
     // Waiters first: the teardown of a large tree need not delay them.
     RequestEngine::signalAll(waiters);
-    RequestEngine::detachChildren(children);
+    PxRequest* spent[RequestEngine::kSpentBatch];
+    int const nbSpent = RequestEngine::popSpentChildren(children, spent);
+    RequestEngine::detachChildren(children, spent, nbSpent);
     if (!pending)
         RequestEngine::postExecute(request, true);
 }
@@ -528,7 +527,7 @@ bool RequestEngine::completePendingRequest(PxRequest* next) {
         } while (!g.commit());
         StatMgr::appendStats(OPtr<StatThreadLocal>(stats));
     }
-    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first._rootRequest);
+    WorkScope const scope(tls, request, first.has(RS::EXTERNAL) ? request : first.getRootRequest());
     CompleteExecutionFunctor f{request};
     double cpu = 0.0;
     OPtr<ExBase> ex = runTimed(f, cpu);
@@ -642,12 +641,14 @@ void RequestEngine::cleanUp(PxRequest* request) {
 
 // Iterative, whatever the depth of the tree: a child's own list, once taken, is spliced in front
 // of the siblings still to go. The list's references keep its nodes alive while it is walked.
-void RequestEngine::detachChildren(PxRequest* head) {
+void RequestEngine::detachChildren(PxRequest* head, PxRequest* const* dequeued, int nbDequeued) {
     while (head) {
         PxRequest* const child = head;
         PxRequest* grandChildren = nullptr;
         bool destroy = false;
         bool noticed = true;
+        bool const wasDequeued =
+            std::find(dequeued, dequeued + nbDequeued, child) != dequeued + nbDequeued;
         {
             StateGuard g(child->getStateObj());
             do {
@@ -658,12 +659,14 @@ void RequestEngine::detachChildren(PxRequest* head) {
                 noticed = true;
                 --g->_nbReferences;
                 g->clear(RS::IN_CHILD_LIST);
+                if (wasDequeued)
+                    g->set(RS::DEQUEUED);
                 if (g->_nbReferences == 0) {
                     grandChildren = g->_firstChild;
                     g->_firstChild = nullptr;
                     RS::Status const st = g->getStatus();
                     if ((st == RS::CLEANED_UP || st == RS::FAILED_POST_EXECUTED) &&
-                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->_nbHolds == 0) {
+                        g->has(RS::DEQUEUED) && g->has(RS::RELEASED) && g->getNbHolds() == 0) {
                         noticed = g->isResultQueried() || g->isCancelled() || g->isUnwinded();
                         g->setStatus(RS::DESTROYED);
                         destroy = true;
@@ -679,7 +682,7 @@ void RequestEngine::detachChildren(PxRequest* head) {
         if (grandChildren) {
             if (head) {
                 PxRequest* tail = grandChildren;
-                while (PxRequest* next = tail->getStateObj().load()._nextSibling)
+                while (PxRequest* next = LkAtomicRdGuard<RS>(tail->getStateObj())->_nextSibling)
                     tail = next;
                 StateGuard g(tail->getStateObj());
                 do {
@@ -870,7 +873,9 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             OPtr<ExBase> raised = ex && rethrow ? OPtr<ExBase>(ex->clone()) : OPtr<ExBase>();
             ex.release();
             signalAll(waiters);
-            detachChildren(children);
+            PxRequest* spent[kSpentBatch];
+            int const nbSpent = popSpentChildren(children, spent);
+            detachChildren(children, spent, nbSpent);
             postExecute(request, false);
             if (raised)
                 raiseFromWait(std::move(raised));
@@ -980,7 +985,7 @@ void RequestMgrImp::releaseRequest(PxRequest* request) {
     // A request already post-executed is the owner's alone to clean up: doing it before the
     // release lets one commit both release it and record the clean-up.
     bool cleanedUp = false;
-    if (request->getStateObj().load().getStatus() == RS::POST_EXECUTED) {
+    if (LkAtomicRdGuard<RS>(request->getStateObj())->getStatus() == RS::POST_EXECUTED) {
         request->performCleanUp();
         cleanedUp = true;
     }

@@ -10,6 +10,15 @@ namespace Vn {
 
 class ExBase;
 
+// One step of a short busy wait.
+inline void spinPause() noexcept {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__aarch64__)
+    asm volatile("yield");
+#endif
+}
+
 // What the engine knows of the calling thread. All zero on threads outside the pool.
 struct WorkerTLS {
     bool _isWorker;
@@ -79,7 +88,15 @@ struct RequestEngine {
     static bool completePendingRequest(PxRequest* next);
     static void postExecute(PxRequest* request, bool checkStats);
     static void cleanUp(PxRequest* request);
-    static void detachChildren(PxRequest* head);
+    // Lets a finished request's children go. The first nbDequeued of `dequeued` were taken off
+    // a stack on the way: they are marked so in the same commit.
+    static void detachChildren(PxRequest* head, PxRequest* const* dequeued = nullptr,
+                               int nbDequeued = 0);
+    static constexpr int kSpentBatch = 32;
+    // Takes the entries of a finished request's children that its waits already ran off the top
+    // of the CPU stack, in one commit, while its list still holds them; they are the first
+    // entries of `children`. Returns how many, at most kSpentBatch, stored in `spent`.
+    static int popSpentChildren(PxRequest* children, PxRequest** spent);
     // A descendant's hold keeps its root alive; the last one to go may delete it.
     static void holdRoot(PxRequest* root);
     static void dropHold(PxRequest* root) noexcept;

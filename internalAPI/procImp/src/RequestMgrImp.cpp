@@ -16,6 +16,7 @@
 #include "StatTypes.h"
 
 #include <algorithm>
+#include <mutex>
 #include <thread>
 
 namespace Vn {
@@ -159,6 +160,77 @@ Decision decide(EngineState& s, int res, LkWaitEntry* me) {
     return d;
 }
 
+// Requests are counted by each thread on a counter of its own, written with plain stores: no
+// locked instruction on the road of a request. A thread's count joins the retired total when
+// the thread ends.
+struct LiveCounter {
+    std::atomic<long> _n{0};
+    LiveCounter* _next = nullptr;
+};
+struct LiveCounters {
+    std::mutex _lock;
+    LiveCounter* _threads = nullptr;
+    long _retired = 0;
+    long sum() {
+        std::lock_guard<std::mutex> lock(_lock);
+        long n = _retired;
+        for (LiveCounter* c = _threads; c; c = c->_next)
+            n += c->_n.load(std::memory_order_relaxed);
+        return n;
+    }
+};
+// Never destroyed: threads may end after the process's static objects are gone.
+LiveCounters& liveCounters() {
+    static LiveCounters* counters = new LiveCounters;
+    return *counters;
+}
+
+struct LiveCounterOwner {
+    LiveCounter* _counter;
+    LiveCounterOwner() : _counter(new LiveCounter) {
+        LiveCounters& all = liveCounters();
+        std::lock_guard<std::mutex> lock(all._lock);
+        _counter->_next = all._threads;
+        all._threads = _counter;
+    }
+    ~LiveCounterOwner();
+};
+constinit thread_local LiveCounter* t_live = nullptr;
+
+LiveCounterOwner::~LiveCounterOwner() {
+    LiveCounters& all = liveCounters();
+    {
+        std::lock_guard<std::mutex> lock(all._lock);
+        LiveCounter** link = &all._threads;
+        while (*link != _counter)
+            link = &(*link)->_next;
+        *link = _counter->_next;
+        all._retired += _counter->_n.load(std::memory_order_relaxed);
+    }
+    t_live = nullptr;
+    delete _counter;
+}
+
+void countLive(long delta) {
+    LiveCounter* c = t_live;
+    if (!c) [[unlikely]] {
+        thread_local LiveCounterOwner owner;
+        c = t_live = owner._counter;
+    }
+    c->_n.store(c->_n.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
+}
+
+// A CPU worker that runs out of work while every running slot is taken watches the state a few
+// microseconds before it parks, still counted as running: a stream of short requests then needs
+// no commit to park it, none to take it out again and no wake-up. With a slot free a submission
+// wakes a parked worker anyway, and a worker waiting for a slot is not kept waiting.
+constexpr int kIdleSpins = 256;
+bool wouldIdle(EngineState const& s, int res) noexcept {
+    return res == CPU && s._state == RequestMgrImp::RUNNING && s._internalRequests[CPU].isEmpty() &&
+           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty() &&
+           s._nbRunningWorkers == s._maxRunningWorkers;
+}
+
 } // namespace
 
 WorkerTLS& workerTLS() noexcept {
@@ -187,7 +259,8 @@ DaMemPool& RequestMgrImp::getMemPool() {
 // ---- start-up and thread counts ----
 
 RequestMgrImp::RequestMgrImp(bool keepOnProcessor, int nbThreads, int maxRunningWorkers)
-    : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}) {
+    : MtThreadPool("PxRequestMgr-", 0, keepOnProcessor, 0), _engine(EngineState{}),
+      _nbLiveRequestsBefore(liveCounters().sum()) {
     setStackSize(static_cast<std::size_t>(s_stackSizeVar.getValue()) << 20);
     setNbThreads(nbThreads);
     setMaxRunningWorkers(maxRunningWorkers);
@@ -276,6 +349,10 @@ void RequestMgrImp::main(int threadIndex) {
         Decision d;
         {
             EngineGuard g(_engine);
+            for (int spins = kIdleSpins; spins > 0 && wouldIdle(*g, res); --spins) {
+                spinPause();
+                g.refresh();
+            }
             for (;;) {
                 d = decide(*g, res, &me);
                 if (!d.changed || g.commit())
@@ -411,12 +488,12 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
             destroy = false;
             noticed = true;
             guard->set(RS::DEQUEUED);
-            root = guard->has(RS::EXTERNAL) ? request : guard->_rootRequest;
+            root = guard->has(RS::EXTERNAL) ? request : guard->getRootRequest();
             if (guard->getStatus() == RS::QUEUED) {
                 guard->setStatus(RS::EXECUTING);
                 run = true;
             } else if (guard->has(RS::RELEASED) && guard->_nbReferences == 0 &&
-                       guard->_nbHolds == 0 &&
+                       guard->getNbHolds() == 0 &&
                        (guard->getStatus() == RS::CLEANED_UP ||
                         guard->getStatus() == RS::FAILED_POST_EXECUTED)) {
                 noticed = guard->isResultQueried() || guard->isCancelled() || guard->isUnwinded();
@@ -442,6 +519,41 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     if (pending)
         completePendingRequest(request);
     return true;
+}
+
+// A request run by its waiter keeps its stack entry until a worker pops it. The entries of a
+// finished request's children are most often the top of the stack: popped here, by the thread
+// that ran them and in one commit, they need no other worker to read them cold one by one.
+int RequestEngine::popSpentChildren(PxRequest* children, PxRequest** spent) {
+    if (!children || !workerTLS()._isWorker)
+        return 0;
+    // The list holds the children alive. A child neither waiting for a worker nor taken by one
+    // stays so: what is read here holds at the commit. Children that no stack holds (run
+    // manually, or taken by a worker) are passed over.
+    int nbSpent = 0;
+    for (PxRequest* c = children; c && nbSpent < kSpentBatch;) {
+        LkAtomicRdGuard<RS> s(c->getStateObj());
+        if (s->getStatus() == RS::QUEUED)
+            break;
+        if (!s->has(RS::DEQUEUED))
+            spent[nbSpent++] = c;
+        c = s->_nextSibling;
+    }
+    if (nbSpent == 0)
+        return 0;
+    int n = 0;
+    EngineGuard g(mgr()._engine);
+    for (;;) {
+        n = 0;
+        auto& stack = g->_internalRequests[CPU];
+        while (n < nbSpent && stack.top() == spent[n]) {
+            stack.pop();
+            ++n;
+        }
+        if (n == 0 || g.commit())
+            break;
+    }
+    return n;
 }
 
 void RequestMgrImp::notifyStop() {
@@ -723,28 +835,17 @@ void RequestMgrImp::deallocate(void* p, std::size_t size) {
     getMemPool().free(p, size);
 }
 
-namespace {
-int liveShard() noexcept {
-    static std::atomic<int> next{0};
-    thread_local int const shard = next.fetch_add(1, std::memory_order_relaxed);
-    return shard % 16; // one per shard of RequestMgrImp's live count
-}
-} // namespace
-
 void RequestMgrImp::initRequest(PxRequest&) {
-    _nbLiveRequests[liveShard()]._n.fetch_add(1, std::memory_order_relaxed);
+    countLive(1);
 }
 
 long RequestMgrImp::getNbLiveRequests() const noexcept {
-    long n = 0;
-    for (auto const& s : _nbLiveRequests)
-        n += s._n.load(std::memory_order_relaxed);
-    return n;
+    return liveCounters().sum() - _nbLiveRequestsBefore;
 }
 
 void RequestMgrImp::destroyRequest(PxRequest& request) {
     RequestEngine::disposeState(request);
-    _nbLiveRequests[liveShard()]._n.fetch_sub(1, std::memory_order_relaxed);
+    countLive(-1);
 }
 
 OPtrRet<StatThreadLocal> RequestMgrImp::takeRequestStats(PxRequest* request) {

@@ -165,21 +165,30 @@ TEST_F(RequestEngine, ContractViolationsAtSubmissionAreAssertions) {
                       "!isExternal )");
 }
 
-TEST_F(RequestEngine, ManualAndQueuedChildrenEachRunOnce) {
+// The queued children that their parent's waits ran leave the stack with their parent's end,
+// taken by the worker that ran them: with one running worker nobody else could.
+TEST_F(RequestEngine, ManualAndQueuedChildrenEachRunOnceAndLeaveTheStackWithTheirParent) {
+    engine().setMaxRunningWorkers(1);
     std::atomic<int> runs{0};
-    auto* root = new FnRequest([&] {
-        std::vector<PxRequestPtr<PxRequest>> children;
-        for (int i = 0; i < 16; ++i) {
-            auto* c = new FnRequest([&] { ++runs; });
-            children.emplace_back(c);
-            engine().executeRequest(c, i % 2 == 0);
-        }
-        for (auto& c : children)
-            engine().waitRequest(c.get());
-    });
-    runAndWait(root);
+    bool stackEmptyAfterParent = false;
+    runAndWait(new FnRequest([&] {
+        PxRequestPtr<PxRequest> parent(new FnRequest([&] {
+            std::vector<PxRequestPtr<PxRequest>> children;
+            for (int i = 0; i < 16; ++i) {
+                auto* c = new FnRequest([&] { ++runs; });
+                children.emplace_back(c);
+                engine().executeRequest(c, i % 2 == 0);
+            }
+            for (auto& c : children)
+                engine().waitRequest(c.get());
+        }));
+        engine().executeRequest(parent.get(), true);
+        engine().waitRequest(parent.get());
+        stackEmptyAfterParent = engineImp().getSnapshot().internalQueuesEmpty;
+    }));
     engine().sync();
     EXPECT_EQ(runs.load(), 16);
+    EXPECT_TRUE(stackEmptyAfterParent);
 }
 
 TEST_F(RequestEngine, SequentialRequestRunsAloneBetweenItsNeighbours) {

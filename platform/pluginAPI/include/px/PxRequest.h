@@ -40,18 +40,22 @@ struct PxRequestState {
         IN_CHILD_LIST = 0x400,
     };
 
+    // One cache line: every commit copies all of it.
     PxRequest* _firstChild;
     PxRequest* _nextSibling;
     std::int32_t _nbReferences;
-    // Internal requests of this tree still alive: a root is not deleted while a descendant may
-    // still read it.
-    std::int32_t _nbHolds;
+    std::uint32_t _statusAndFlags;
     LkWaitEntry* _waiters;
     StatThreadLocal* _stats; // owned
     double _cpuTime;
     ExBase* _exception; // owned
-    PxRequest* _rootRequest;
-    std::uint32_t _statusAndFlags;
+    // Only an internal request has a root, and only a root is held (EXTERNAL tells which): the
+    // holds count the internal requests of the tree still alive, so that a root is not deleted
+    // while a descendant may still read it.
+    union {
+        PxRequest* _rootRequest;
+        std::int64_t _nbHolds;
+    };
 
     Status getStatus() const noexcept { return Status(_statusAndFlags & 0xF); }
     void setStatus(Status s) noexcept { _statusAndFlags = (_statusAndFlags & ~0xFu) | s; }
@@ -61,7 +65,11 @@ struct PxRequestState {
     bool isResultQueried() const noexcept { return has(RESULT_QUERIED); }
     bool isCancelled() const noexcept { return has(CANCELLED); }
     bool isUnwinded() const noexcept { return has(UNWINDED); }
+    PxRequest* getRootRequest() const noexcept { return has(EXTERNAL) ? nullptr : _rootRequest; }
+    std::int64_t getNbHolds() const noexcept { return has(EXTERNAL) ? _nbHolds : 0; }
 };
+
+static_assert(sizeof(PxRequestState) == 64);
 
 // One unit of work for the processing engine. Made with new (its memory comes from the engine),
 // submitted and waited for through PxRequestMgr, and let go with releaseRequest, never delete.
