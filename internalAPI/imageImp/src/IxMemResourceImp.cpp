@@ -84,13 +84,15 @@ TileMemoryBuffer::TileMemoryBuffer(MbBuffer const& buffer)
 TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer) noexcept
     : _buffer(std::move(buffer)), _creatorName(IxTile::getCurrentTileOwnerName()) {}
 
-TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer, InBufferBlock) noexcept
+// Inline, with create(): both are only used here, and calls within the library to its exported
+// functions would otherwise go through its symbol table.
+inline TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer, InBufferBlock) noexcept
     : _inBufferBlock(true), _buffer(std::move(buffer)),
       _creatorName(IxTile::getCurrentTileOwnerName()) {}
 
 TileMemoryBuffer::~TileMemoryBuffer() = default;
 
-RCShdPtr<IxMemory> TileMemoryBuffer::create(unsigned int size) {
+inline RCShdPtr<IxMemory> TileMemoryBuffer::create(unsigned int size) {
     void* room;
     MbBuffer buffer = MbBufferFactoryRegistry::getFactory(0).createWithRoom(
         "TileMemoryBuffer", size, tileAlignment(), sizeof(TileMemoryBuffer), room);

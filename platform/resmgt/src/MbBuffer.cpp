@@ -224,17 +224,22 @@ std::mutex& liveLock() {
 LiveCounter* s_liveCounters = nullptr;
 constinit thread_local LiveCounter* t_liveCounter = nullptr;
 
+// The thread's first count enters its record in the list.
+[[gnu::noinline]] LiveCounter* newLiveCounter() noexcept {
+    auto* c = new (std::nothrow) LiveCounter;
+    if (!c)
+        std::terminate();
+    std::lock_guard<std::mutex> lock(liveLock());
+    c->next = s_liveCounters;
+    s_liveCounters = c;
+    t_liveCounter = c;
+    return c;
+}
+
 void countLive(std::int64_t buffers, std::int64_t bytes) noexcept {
     LiveCounter* c = t_liveCounter;
-    if (!c) [[unlikely]] {
-        c = new (std::nothrow) LiveCounter;
-        if (!c)
-            std::terminate();
-        std::lock_guard<std::mutex> lock(liveLock());
-        c->next = s_liveCounters;
-        s_liveCounters = c;
-        t_liveCounter = c;
-    }
+    if (!c) [[unlikely]]
+        c = newLiveCounter();
     c->buffers.store(c->buffers.load(std::memory_order_relaxed) + buffers,
                      std::memory_order_relaxed);
     c->bytes.store(c->bytes.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
