@@ -29,7 +29,7 @@ public:
         // Wraps a buffer that exists already; the creator is the thread's tile owner name.
         explicit TileMemoryBuffer(MbBuffer const& buffer);
         explicit TileMemoryBuffer(MbBuffer&& buffer) noexcept;
-        ~TileMemoryBuffer() override;
+        ~TileMemoryBuffer() override = default;
 
         // Size 0 gives a block of this block's size, with a buffer of its own.
         RCShdPtr<IxMemory> allocate(unsigned int size) const override;

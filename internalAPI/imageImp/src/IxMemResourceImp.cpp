@@ -90,8 +90,6 @@ inline TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer, InBufferBlock) noex
     : _inBufferBlock(true), _buffer(std::move(buffer)),
       _creatorName(IxTile::getCurrentTileOwnerName()) {}
 
-TileMemoryBuffer::~TileMemoryBuffer() = default;
-
 inline RCShdPtr<IxMemory> TileMemoryBuffer::create(unsigned int size) {
     void* room;
     MbBuffer buffer = MbBufferFactoryRegistry::getFactory(0).createWithRoom(

@@ -34,9 +34,13 @@ public:
     virtual void unpin() noexcept;
 
 protected:
+    // Inline, as they run for every buffer made: from the factory's library they would be
+    // reached through its symbol table.
     MbBufferImp(char const* name, std::size_t size, MbAlignment const& alignment, std::byte* data,
-                bool alwaysResident) noexcept;
-    ~MbBufferImp() override;
+                bool alwaysResident) noexcept
+        : _data(data), _name(name ? name : ""), _size(size), _alignment(alignment),
+          _alwaysResident(alwaysResident) {}
+    ~MbBufferImp() override = default;
 
     std::byte* _data;
 

@@ -18,13 +18,6 @@
 
 namespace Vn {
 
-MbBufferImp::MbBufferImp(char const* name, std::size_t size, MbAlignment const& alignment,
-                         std::byte* data, bool alwaysResident) noexcept
-    : _data(data), _name(name ? name : ""), _size(size), _alignment(alignment),
-      _alwaysResident(alwaysResident) {}
-
-MbBufferImp::~MbBufferImp() = default;
-
 bool MbBufferImp::isLoaded() const noexcept {
     return _data != nullptr;
 }
