@@ -7,6 +7,7 @@
 #include "VnExport.h"
 
 #include <cstdint>
+#include <new>
 #include <set>
 
 namespace Vn {
@@ -18,8 +19,9 @@ class VN_EXPORT IxMemResourceImp : public IxMemResource, public IxMemory::Factor
 public:
     // Tile memory over an MbBuffer. Acquiring it loads and pins the buffer, and counts a guard
     // on the calling thread; a worker of the engine that has to wait for the load hands its
-    // running slot on meanwhile.
-    class VN_EXPORT TileMemoryBuffer : public IxMemory {
+    // running slot on meanwhile. The blocks the resource makes live inside their buffer's own
+    // allocation when the buffer factory gives room for them.
+    class VN_EXPORT TileMemoryBuffer final : public IxMemory {
     public:
         using BufferSet = std::set<TileMemoryBuffer const*>;
         using GuardSet = std::set<IxGuardBase const*>;
@@ -27,7 +29,7 @@ public:
         // Wraps a buffer that exists already; the creator is the thread's tile owner name.
         explicit TileMemoryBuffer(MbBuffer const& buffer);
         explicit TileMemoryBuffer(MbBuffer&& buffer) noexcept;
-        ~TileMemoryBuffer() override;
+        ~TileMemoryBuffer() override = default;
 
         // Size 0 gives a block of this block's size, with a buffer of its own.
         RCShdPtr<IxMemory> allocate(unsigned int size) const override;
@@ -51,12 +53,22 @@ public:
         static LkPtr<GuardSet> getAllTileGuards();
 
         static void* operator new(std::size_t size);
+        // Frees a block whose constructor raised.
         static void operator delete(void* p, std::size_t size) noexcept;
+        // Frees a block, in the pool or in its buffer's allocation.
+        static void operator delete(TileMemoryBuffer* p, std::destroying_delete_t) noexcept;
 
     private:
+        friend class IxMemResourceImp;
         friend class IxTileManip;
         static std::int32_t& threadGuardCount();
+        // A new block of size bytes from the default buffer factory.
+        static RCShdPtr<IxMemory> create(unsigned int size);
+        struct InBufferBlock {};
+        TileMemoryBuffer(MbBuffer&& buffer, InBufferBlock) noexcept;
 
+        // First, so that it fills the count's padding.
+        bool _inBufferBlock = false;
         MbBuffer _buffer;
         char const* _creatorName;
         void const* _creationPoint = nullptr;

@@ -65,6 +65,9 @@ protected:
     static bool isSinglyOwned(IxTile const& tile);
 
 private:
+    static IxTile makeTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+                           RCShdPtr<IxMemory>&& memory, CoRgbaColorTyped<float> const& fillColor,
+                           std::int32_t stride, std::uint32_t offset);
     // True when the guard holds memory that counts guards on the thread.
     static bool isCounted(IxGuardBase const& guard) noexcept;
     // The calling thread's count of guards over tile memory.

@@ -40,57 +40,17 @@ GuardCheckData& checkData() {
     return *static_cast<GuardCheckData*>(s_checkData->getPointee());
 }
 
-// The objects are small and made per tile: a pool keeps them off the general heap. Never
-// destroyed, as tiles may outlive static destruction.
+// Blocks that have no room in their buffer's allocation (over a buffer shared with an image, or
+// from a factory that gives none) come from a pool. Never destroyed, as tiles may outlive static
+// destruction.
 DaMemPool& objectPool() {
     static DaMemPool* pool = new DaMemPool("TileMemoryBuffer", 64 * 1024, 16 * 1024, 256);
     return *pool;
 }
 
-// The thread's last freed objects, linked through their first word, in front of the pool: a
-// tile made after one was dropped reuses its object with a thread-local pop, not a trip through
-// the pool's size classes and thread lookup. Found through a plain thread-local pointer, cleared
-// when the thread ends and hands the objects back to the pool.
-struct ObjectCache {
-    static constexpr unsigned kMax = 32;
-    void* _head = nullptr;
-    unsigned _count = 0;
-};
-constinit thread_local ObjectCache* t_objects = nullptr;
-
-void* makeObjectCache(void*) {
-    return new ObjectCache;
-}
-void freeObjectCache(void* pointee, void*) {
-    auto* cache = static_cast<ObjectCache*>(pointee);
-    if (t_objects == cache)
-        t_objects = nullptr;
-    while (void* block = cache->_head) {
-        cache->_head = *static_cast<void**>(block);
-        objectPool().free(block, sizeof(TileMemoryBuffer));
-    }
-    delete cache;
-}
-
-// Never destroyed, for the same reason as the pool.
-ObjectCache* objectCache() {
-    if (ObjectCache* cache = t_objects) [[likely]]
-        return cache;
-    static LkThreadOpaqueData* caches =
-        LkThreadOpaqueDataFactory::create("TileMemoryBuffer objects", &makeObjectCache,
-                                          &freeObjectCache)
-            .release();
-    t_objects = static_cast<ObjectCache*>(caches->tryGetPointee());
-    return t_objects;
-}
-
 MbAlignment const& tileAlignment() {
     static MbAlignment const alignment(IxTile::MIN_LINE_ALIGN - 1);
     return alignment;
-}
-
-MbBuffer newBuffer(unsigned int size) {
-    return MbBufferFactoryRegistry::getFactory(0).create("TileMemoryBuffer", size, tileAlignment());
 }
 
 // Pins the buffer inside the guard's memory state. A worker waiting for a load lets another
@@ -124,50 +84,43 @@ TileMemoryBuffer::TileMemoryBuffer(MbBuffer const& buffer)
 TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer) noexcept
     : _buffer(std::move(buffer)), _creatorName(IxTile::getCurrentTileOwnerName()) {}
 
-TileMemoryBuffer::~TileMemoryBuffer() = default;
+// Inline, with create(): both are only used here, and calls within the library to its exported
+// functions would otherwise go through its symbol table.
+inline TileMemoryBuffer::TileMemoryBuffer(MbBuffer&& buffer, InBufferBlock) noexcept
+    : _inBufferBlock(true), _buffer(std::move(buffer)),
+      _creatorName(IxTile::getCurrentTileOwnerName()) {}
+
+inline RCShdPtr<IxMemory> TileMemoryBuffer::create(unsigned int size) {
+    void* room;
+    MbBuffer buffer = MbBufferFactoryRegistry::getFactory(0).createWithRoom(
+        "TileMemoryBuffer", size, tileAlignment(), sizeof(TileMemoryBuffer), room);
+    if (room) [[likely]]
+        return RCShdPtr<IxMemory>::adoptNew(
+            ::new (room) TileMemoryBuffer(std::move(buffer), InBufferBlock{}));
+    return RCShdPtr<IxMemory>::adoptNew(new TileMemoryBuffer(std::move(buffer)));
+}
 
 void* TileMemoryBuffer::operator new(std::size_t size) {
-    if (size == sizeof(TileMemoryBuffer)) [[likely]] {
-        ObjectCache* cache = objectCache();
-        if (void* block = cache ? cache->_head : nullptr) {
-            cache->_head = *static_cast<void**>(block);
-            --cache->_count;
-            return block;
-        }
-    }
     return objectPool().alloc(size);
 }
 
 void TileMemoryBuffer::operator delete(void* p, std::size_t size) noexcept {
-    if (size == sizeof(TileMemoryBuffer)) [[likely]] {
-        ObjectCache* cache = nullptr;
-        try {
-            cache = objectCache();
-        } catch (...) {
-            // No cache could be made for this thread: the pool takes the object.
-        }
-        if (cache) {
-            // Full: the pool takes half, so the object freed last is still the next one made.
-            if (cache->_count == ObjectCache::kMax) {
-                for (unsigned i = 0; i < ObjectCache::kMax / 2; ++i) {
-                    void* block = cache->_head;
-                    cache->_head = *static_cast<void**>(block);
-                    objectPool().free(block, size);
-                }
-                cache->_count -= ObjectCache::kMax / 2;
-            }
-            *static_cast<void**>(p) = cache->_head;
-            cache->_head = p;
-            ++cache->_count;
-            return;
-        }
-    }
     objectPool().free(p, size);
 }
 
+void TileMemoryBuffer::operator delete(TileMemoryBuffer* p, std::destroying_delete_t) noexcept {
+    if (p->_inBufferBlock) {
+        // The block goes with the buffer's last handle, which must outlive the destructor.
+        MbBuffer const buffer = std::move(p->_buffer);
+        p->~TileMemoryBuffer();
+        return;
+    }
+    p->~TileMemoryBuffer();
+    objectPool().free(p, sizeof(TileMemoryBuffer));
+}
+
 RCShdPtr<IxMemory> TileMemoryBuffer::allocate(unsigned int size) const {
-    return RCShdPtr<IxMemory>::adoptNew(
-        new TileMemoryBuffer(newBuffer(size == 0 ? getSize() : size)));
+    return create(size == 0 ? getSize() : size);
 }
 
 unsigned int TileMemoryBuffer::getSize() const {
@@ -219,7 +172,7 @@ IxMemResourceImp::~IxMemResourceImp() = default;
 RCShdPtr<IxMemory> IxMemResourceImp::allocate(unsigned int size) {
     if (size == 0)
         return RCShdPtr<IxMemory>(new IxMemoryNone);
-    return RCShdPtr<IxMemory>::adoptNew(new TileMemoryBuffer(newBuffer(size)));
+    return TileMemoryBuffer::create(size);
 }
 
 } // namespace Vn

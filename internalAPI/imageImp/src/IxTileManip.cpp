@@ -6,16 +6,12 @@ namespace Vn {
 
 using TileMemoryBuffer = IxMemResourceImp::TileMemoryBuffer;
 
-IxTile IxTileManip::createTile(IxPixelFormat const& format, GeRectangle<int> const& region,
-                               RCShdPtr<IxMemory> memory,
-                               CoRgbaColorTyped<float> const& fillColor) {
-    return createTile(format, region, std::move(memory), fillColor,
-                      IxTile::computeLineStride(format, region.width()), 0);
-}
-
-IxTile IxTileManip::createTile(IxPixelFormat const& format, GeRectangle<int> const& region,
-                               RCShdPtr<IxMemory> memory, CoRgbaColorTyped<float> const& fillColor,
-                               std::int32_t stride, std::uint32_t offset) {
+// Both createTile forms, inline in each: a call between two exported functions of the library
+// goes through its symbol table.
+inline IxTile IxTileManip::makeTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+                                    RCShdPtr<IxMemory>&& memory,
+                                    CoRgbaColorTyped<float> const& fillColor, std::int32_t stride,
+                                    std::uint32_t offset) {
     VN_ASSERT(format.isValid());
     IxTile tile;
     tile._format = format;
@@ -37,6 +33,19 @@ IxTile IxTileManip::createTile(IxPixelFormat const& format, GeRectangle<int> con
     }
     tile._memory = std::move(memory);
     return tile;
+}
+
+IxTile IxTileManip::createTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+                               RCShdPtr<IxMemory> memory,
+                               CoRgbaColorTyped<float> const& fillColor) {
+    return makeTile(format, region, std::move(memory), fillColor,
+                    IxTile::computeLineStride(format, region.width()), 0);
+}
+
+IxTile IxTileManip::createTile(IxPixelFormat const& format, GeRectangle<int> const& region,
+                               RCShdPtr<IxMemory> memory, CoRgbaColorTyped<float> const& fillColor,
+                               std::int32_t stride, std::uint32_t offset) {
+    return makeTile(format, region, std::move(memory), fillColor, stride, offset);
 }
 
 IxTile* IxTileManip::createArray(unsigned int n) {

@@ -146,26 +146,45 @@ TEST_F(TileMemory, TileMemoryBuffers) {
     EXPECT_TRUE(TileMemoryBuffer::getThreadGuards().empty());
 }
 
-// Blocks made and dropped past what a thread keeps for reuse, on a thread that ends with a
-// block still alive in a thread-local: every block stays whole, the last dropped is the next
-// made, and the late one is freed after the thread's cache is gone.
-TEST_F(TileMemory, BlocksAreReusedAndOutliveTheirThreadsCache) {
+// A block of the resource and an image over its buffer, small and large, either let go first:
+// the other keeps the pixels, and both are freed with the last. A block still alive in a
+// thread-local is freed after its thread's caches are gone.
+TEST_F(TileMemory, BlocksGoWithTheLastOfThemAndTheirImages) {
     std::int64_t const live = MbHeapBufferFactory::getNbLiveBuffers();
+    for (int side : {2, 1024}) {
+        for (bool tileFirst : {true, false}) {
+            SCOPED_TRACE(::testing::Message()
+                         << side << (tileFirst ? " tile first" : " image first"));
+            std::optional<IxTile> tile = makeTile(rgbaFloat(), {0, side, 0, side});
+            EXPECT_NE(dynamic_cast<TileMemoryBuffer*>(Manip::getMemory(*tile).get()), nullptr);
+            {
+                IxWriteGuard w(*tile);
+                redAt(w, side - 1, side - 1) = 5.0f;
+            }
+            std::optional<ImImageConst> image = IxUtil::ixTileToImImageConst(*tile);
+            if (tileFirst)
+                tile.reset();
+            else
+                image.reset();
+            float red = 0.0f;
+            if (tileFirst) {
+                ImReadGuard r(*image);
+                red = reinterpret_cast<float const*>(r.getAddress(side - 1, side - 1))[0];
+            } else {
+                red = IxReadGuard(*tile).getPixel<CoRgbaColorTyped<float>>(side - 1, side - 1)->r;
+            }
+            EXPECT_EQ(red, 5.0f);
+            EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live + 1);
+            tile.reset();
+            image.reset();
+            EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
+        }
+    }
     std::thread([] {
         static thread_local RCShdPtr<IxMemory> late;
         RCShdPtr<IxMemory>& slot = late;
-        IxMemResource& resource = IxMemResource::getInstance();
-        for (unsigned n : {1u, 40u, 100u}) {
-            std::vector<RCShdPtr<IxMemory>> blocks;
-            for (unsigned i = 0; i < n; ++i)
-                blocks.push_back(resource.allocate(64 * (i + 1)));
-            for (unsigned i = 0; i < n; ++i)
-                EXPECT_EQ(blocks[i]->getSize(), 64 * (i + 1));
-            IxMemory const* last = blocks.back().get();
-            blocks.clear();
-            EXPECT_EQ(resource.allocate(64).get(), last) << n;
-        }
-        slot = resource.allocate(256);
+        slot = IxMemResource::getInstance().allocate(256);
+        RCShdPtr<IxMemory> const kept = IxMemResource::getInstance().allocate(1 << 20);
     }).join();
     EXPECT_EQ(MbHeapBufferFactory::getNbLiveBuffers(), live);
 }

@@ -34,9 +34,13 @@ public:
     virtual void unpin() noexcept;
 
 protected:
+    // Inline, as they run for every buffer made: from the factory's library they would be
+    // reached through its symbol table.
     MbBufferImp(char const* name, std::size_t size, MbAlignment const& alignment, std::byte* data,
-                bool alwaysResident) noexcept;
-    ~MbBufferImp() override;
+                bool alwaysResident) noexcept
+        : _data(data), _name(name ? name : ""), _size(size), _alignment(alignment),
+          _alwaysResident(alwaysResident) {}
+    ~MbBufferImp() override = default;
 
     std::byte* _data;
 
@@ -136,6 +140,13 @@ public:
     // name must be a static text. Size 0 gives a null buffer. The data is not cleared. Raises
     // MbExOutOfMemory when no memory can be had.
     virtual MbBuffer create(char const* name, std::size_t size, MbAlignment const& alignment) = 0;
+    // create(), with roomSize bytes aligned to 16 in the buffer's own block for an object that
+    // holds a handle on the buffer: room is set to them, or to null when the factory gives none
+    // (the default). The object must be destroyed before it lets its handle go, and it is gone
+    // once the buffer's last handle is.
+    virtual MbBuffer createWithRoom(char const* name, std::size_t size,
+                                    MbAlignment const& alignment, std::size_t roomSize,
+                                    void*& room);
 };
 
 // The default factory: resident buffers from the heap. Small buffers come from a thread-caching
@@ -144,6 +155,10 @@ public:
 class VN_EXPORT MbHeapBufferFactory : public MbBufferFactory {
 public:
     MbBuffer create(char const* name, std::size_t size, MbAlignment const& alignment) override;
+    // Gives the room between the buffer's state and its data, so that a caller's object and the
+    // buffer are one allocation.
+    MbBuffer createWithRoom(char const* name, std::size_t size, MbAlignment const& alignment,
+                            std::size_t roomSize, void*& room) override;
     // Buffers made by this factory and still alive, and their bytes.
     static std::int64_t getNbLiveBuffers();
     static std::int64_t getLiveBytes();

@@ -18,13 +18,6 @@
 
 namespace Vn {
 
-MbBufferImp::MbBufferImp(char const* name, std::size_t size, MbAlignment const& alignment,
-                         std::byte* data, bool alwaysResident) noexcept
-    : _data(data), _name(name ? name : ""), _size(size), _alignment(alignment),
-      _alwaysResident(alwaysResident) {}
-
-MbBufferImp::~MbBufferImp() = default;
-
 bool MbBufferImp::isLoaded() const noexcept {
     return _data != nullptr;
 }
@@ -224,17 +217,22 @@ std::mutex& liveLock() {
 LiveCounter* s_liveCounters = nullptr;
 constinit thread_local LiveCounter* t_liveCounter = nullptr;
 
+// The thread's first count enters its record in the list.
+[[gnu::noinline]] LiveCounter* newLiveCounter() noexcept {
+    auto* c = new (std::nothrow) LiveCounter;
+    if (!c)
+        std::terminate();
+    std::lock_guard<std::mutex> lock(liveLock());
+    c->next = s_liveCounters;
+    s_liveCounters = c;
+    t_liveCounter = c;
+    return c;
+}
+
 void countLive(std::int64_t buffers, std::int64_t bytes) noexcept {
     LiveCounter* c = t_liveCounter;
-    if (!c) [[unlikely]] {
-        c = new (std::nothrow) LiveCounter;
-        if (!c)
-            std::terminate();
-        std::lock_guard<std::mutex> lock(liveLock());
-        c->next = s_liveCounters;
-        s_liveCounters = c;
-        t_liveCounter = c;
-    }
+    if (!c) [[unlikely]]
+        c = newLiveCounter();
     c->buffers.store(c->buffers.load(std::memory_order_relaxed) + buffers,
                      std::memory_order_relaxed);
     c->bytes.store(c->bytes.load(std::memory_order_relaxed) + bytes, std::memory_order_relaxed);
@@ -252,10 +250,16 @@ std::int64_t sumLive(Field field) {
 // A heap buffer: this header and the data share one block.
 class HeapBufferImp final : public MbBufferImp {
 public:
-    static HeapBufferImp* create(char const* name, std::size_t size, MbAlignment const& alignment) {
-        std::size_t const header = MbAlignment::roundUp(sizeof(HeapBufferImp), 16);
+    static constexpr std::size_t roomOffset() noexcept {
+        return MbAlignment::roundUp(sizeof(HeapBufferImp), 16);
+    }
+
+    // roomSize bytes at roomOffset() are left to the caller.
+    static HeapBufferImp* create(char const* name, std::size_t size, MbAlignment const& alignment,
+                                 std::size_t roomSize = 0) {
+        std::size_t const header = roomOffset() + MbAlignment::roundUp(roomSize, 16);
         std::size_t total = header + alignment.getMask() + size;
-        if (total < size) // overflow
+        if (total < size || header < roomSize) // overflow
             throw MbExOutOfMemory(__FILE__, __LINE__, name, size);
         void* block;
         if (total <= kSmallLimit) {
@@ -308,11 +312,28 @@ MbBuffer::MbBuffer(std::size_t size, std::size_t alignment) {
         std::memset(data, 0, size);
 }
 
+MbBuffer MbBufferFactory::createWithRoom(char const* name, std::size_t size,
+                                         MbAlignment const& alignment, std::size_t, void*& room) {
+    room = nullptr;
+    return create(name, size, alignment);
+}
+
 MbBuffer MbHeapBufferFactory::create(char const* name, std::size_t size,
                                      MbAlignment const& alignment) {
     if (size == 0)
         return MbBuffer();
     return MbBuffer(RCShdPtr<MbBufferImp>::adoptNew(HeapBufferImp::create(name, size, alignment)));
+}
+
+MbBuffer MbHeapBufferFactory::createWithRoom(char const* name, std::size_t size,
+                                             MbAlignment const& alignment, std::size_t roomSize,
+                                             void*& room) {
+    room = nullptr;
+    if (size == 0)
+        return MbBuffer();
+    HeapBufferImp* imp = HeapBufferImp::create(name, size, alignment, roomSize);
+    room = reinterpret_cast<std::byte*>(imp) + HeapBufferImp::roomOffset();
+    return MbBuffer(RCShdPtr<MbBufferImp>::adoptNew(imp));
 }
 
 std::int64_t MbHeapBufferFactory::getNbLiveBuffers() {

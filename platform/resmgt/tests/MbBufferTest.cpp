@@ -135,9 +135,23 @@ TEST(MbBuffer, DefaultFactoryHonoursMaskAndOffsetForEverySize) {
             EXPECT_STREQ(b.getName(), "test");
             // Every byte is ours: the sanitizer catches a short block.
             std::memset(b.getData(), 0x5a, size);
+
+            // The room beside the data is the caller's, and apart from the data.
+            void* room = nullptr;
+            MbBuffer roomy = f.createWithRoom("test", size, a, 40, room);
+            ASSERT_NE(room, nullptr);
+            EXPECT_TRUE(MbAlignment::isAligned(room, 16));
+            EXPECT_TRUE(a.isSatisfiedBy(roomy.getData()));
+            std::memset(roomy.getData(), 0x5a, size);
+            std::memset(room, 0x33, 40);
+            EXPECT_EQ(roomy.getData()[0], std::byte{0x5a});
+            EXPECT_EQ(roomy.getData()[size - 1], std::byte{0x5a});
         }
     }
     EXPECT_TRUE(f.create("test", 0, MbAlignment(63)).isNull());
+    void* room = &f;
+    EXPECT_TRUE(f.createWithRoom("test", 0, MbAlignment(63), 40, room).isNull());
+    EXPECT_EQ(room, nullptr);
 }
 
 TEST(MbBuffer, LargeBlocksAreRecycledAndTrimmed) {
@@ -202,6 +216,12 @@ TEST(MbBufferFactoryRegistry, InstallsAndRestoresFactories) {
     EXPECT_EQ(previous, &MbBufferFactoryRegistry::getDefaultFactory());
     MbBuffer b = MbBufferFactoryRegistry::getFactory(0).create("test", 10, MbAlignment(63));
     EXPECT_EQ(counting._made, 1);
+    // A factory that gives no room makes the buffer all the same.
+    void* room = &counting;
+    MbBuffer const roomless = counting.createWithRoom("test", 10, MbAlignment(63), 40, room);
+    EXPECT_EQ(room, nullptr);
+    EXPECT_EQ(roomless.getSize(), 10u);
+    EXPECT_EQ(counting._made, 2);
     EXPECT_EQ(MbBufferFactoryRegistry::setFactory(0, nullptr), &counting);
     EXPECT_EQ(&MbBufferFactoryRegistry::getFactory(0),
               &MbBufferFactoryRegistry::getDefaultFactory());

@@ -49,7 +49,7 @@ public:
 
     // The name under which tiles and tile memory made on this thread are recorded, for
     // diagnostics; "" when none is set.
-    static char const* getCurrentTileOwnerName() noexcept;
+    static char const* getCurrentTileOwnerName() noexcept { return t_ownerName; }
 
     // Names the owner of the tiles made on this thread while it lives. name must be a static
     // text.
@@ -67,6 +67,9 @@ public:
 private:
     friend class IxTileManip;
     friend class IxGuardBase;
+
+    // Read inline: every tile and block made records it.
+    static constinit thread_local char const* t_ownerName;
 
     IxPixelFormat _format;
     GeRectangle<int> _region;

@@ -9,9 +9,9 @@
 namespace Vn {
 
 IxTile const IxTile::INVALID_TILE;
+constinit thread_local char const* IxTile::t_ownerName = "";
 
 namespace {
-constinit thread_local char const* t_ownerName = "";
 std::atomic<IxMemResource*> s_resource{nullptr};
 } // namespace
 
@@ -38,10 +38,6 @@ unsigned int IxTile::computeBufferSize(IxPixelFormat const& format,
                              static_cast<std::size_t>(region.height());
     VN_ASSERT(size <= UINT_MAX);
     return static_cast<unsigned int>(size);
-}
-
-char const* IxTile::getCurrentTileOwnerName() noexcept {
-    return t_ownerName;
 }
 
 IxTile::OwnerNameScope::OwnerNameScope(char const* name) noexcept : _previous(t_ownerName) {
