@@ -411,13 +411,13 @@ HoCompositionRender::run(HoComposition const& composition,
     // worker means one thread at a time. Two sets of frame buffers, kept from frame to frame:
     // their pages are faulted in once.
     bool const overlap = threads != 1 && PxRequestMgr::getInstance().getMaxRunningWorkers() != 1;
-    std::vector<HoImage> frames[2] = {std::vector<HoImage>(renders.size()),
-                                      std::vector<HoImage>(renders.size())};
+    std::vector<HoImage> buffers[2] = {std::vector<HoImage>(renders.size()),
+                                       std::vector<HoImage>(renders.size())};
     int slot = 0; // the set the next frame renders into
     auto writeFrame = [&](int f, int from) {
         for (std::size_t k = 0; k < renders.size(); ++k)
             for (HoCompositionOutput const& file : renders[k].second)
-                HoImageFile::write(frames[from][k], fileOf(file.file, f), file.compression);
+                HoImageFile::write(buffers[from][k], fileOf(file.file, f), file.compression);
     };
     auto finished = [&](int f, std::string const* failure) {
         if (failure)
@@ -456,7 +456,7 @@ HoCompositionRender::run(HoComposition const& composition,
                 double const time = static_cast<double>(f) / c.rate.toDouble();
                 for (std::size_t k = 0; k < renders.size(); ++k)
                     HoRenderer::renderFrame(c.imageOf(renders[k].first), time, c.depth,
-                                            frames[slot][k], [&](int done, int tiles) {
+                                            buffers[slot][k], [&](int done, int tiles) {
                                                 if (progress)
                                                     progress({f, done, tiles, f - c.first, total});
                                             });
