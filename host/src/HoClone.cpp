@@ -81,6 +81,7 @@ private:
         case PiNode::TOOL: {
             auto const& t = static_cast<HoToolNode const&>(src);
             dst = RCShdPtr<HoNode>(new HoToolNode(&_g, src.name(), t.getTool()));
+            dst->buildReserve(src.inputs().size(), src.outputs().size(), src.values().size());
             for (auto const& in : src.inputs())
                 dst->buildInput(copyInput(*in, dst.get(), nullptr));
             for (auto const& o : src.outputs())

@@ -277,6 +277,8 @@ public:
     // Building a node that is in no graph yet (made from a description, an archive or a copy):
     // its name, sockets and stored values.
     void buildName(std::string name);
+    // Room for the sockets and values about to be built, so that each list is allocated once.
+    void buildReserve(std::size_t inputs, std::size_t outputs, std::size_t values);
     void buildInput(RCShdPtr<HoInput> in);
     void buildOutput(RCShdPtr<HoOutput> out);
     void buildValue(RCShdPtr<PiValue> v);

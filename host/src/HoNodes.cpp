@@ -1,13 +1,17 @@
 #include "HoGraphImp.h"
 
+#include "HoAddressMap.h"
+
 #include "ExBase.h"
 #include "PiGroupInterface.h"
 #include "PiTopologyInterface.h"
 #include "PiValueChangeInterface.h"
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cstdlib>
+#include <optional>
 #include <unordered_set>
 
 namespace Vn {
@@ -96,14 +100,38 @@ HoNode const* nodeOf(PiSocket const* socket) {
     return nullptr;
 }
 
+// The nodes a search has met: the first few in place, a table past them.
+class SeenNodes {
+public:
+    // Whether `n` was new.
+    bool insert(HoNode const* n) {
+        if (!_table) {
+            if (std::find(_few.begin(), _few.begin() + _count, n) != _few.begin() + _count)
+                return false;
+            if (_count < _few.size()) {
+                _few[_count++] = n;
+                return true;
+            }
+            _table.emplace(_few.begin(), _few.end());
+        }
+        return _table->insert(n);
+    }
+
+private:
+    std::array<HoNode const*, 8> _few{};
+    std::size_t _count = 0;
+    std::optional<HoAddressSet<HoNode const*>> _table;
+};
+
 // Whether `goal` is upstream of `start`, through connections and through links to what they
 // stand for, in any graph. A walk with its own stack: chains may be very long.
 bool reachesUpstream(HoNode const* start, HoNode const* goal) {
     std::vector<HoNode const*> todo{start};
-    std::unordered_set<HoNode const*> seen{start};
+    SeenNodes seen;
+    seen.insert(start);
     std::vector<HoInput*> leaves;
     auto visit = [&](HoNode const* n) {
-        if (n && seen.insert(n).second)
+        if (n && seen.insert(n))
             todo.push_back(n);
         return n == goal;
     };
@@ -132,9 +160,15 @@ bool reachesUpstream(HoNode const* start, HoNode const* goal) {
 void checkNoCycle(HoInput const& in, HoOutput const& out) {
     HoNode const* from = in.node();
     HoNode const* to = out.node();
-    std::vector<HoNode const*> up{to}, down{from};
-    std::unordered_set<HoNode const*> seenUp{to}, seenDown{from};
-    std::vector<HoInput*> leaves;
+    // Kept by the thread: the check runs once per connection made, and most searches end
+    // after a node or two.
+    thread_local std::vector<HoNode const*> up, down;
+    thread_local std::vector<HoInput*> leaves;
+    up.assign(1, to);
+    down.assign(1, from);
+    SeenNodes seenUp, seenDown;
+    seenUp.insert(to);
+    seenDown.insert(from);
     bool cycle = from == to;
     while (!cycle && !up.empty() && !down.empty()) {
         HoNode const* u = up.back();
@@ -142,7 +176,7 @@ void checkNoCycle(HoInput const& in, HoOutput const& out) {
         leaves.clear();
         u->leafInputs(leaves);
         for (HoInput* l : leaves)
-            if (l->source() && seenUp.insert(l->source()->node()).second) {
+            if (l->source() && seenUp.insert(l->source()->node())) {
                 cycle = cycle || l->source()->node() == from;
                 up.push_back(l->source()->node());
             }
@@ -150,7 +184,7 @@ void checkNoCycle(HoInput const& in, HoOutput const& out) {
         down.pop_back();
         for (auto const& o : d->outputs())
             for (HoInput* t : o->targets())
-                if (seenDown.insert(t->node()).second) {
+                if (seenDown.insert(t->node())) {
                     cycle = cycle || t->node() == to;
                     down.push_back(t->node());
                 }
@@ -510,6 +544,13 @@ void HoNode::assertBuilding() const {
 void HoNode::buildName(std::string name) {
     assertBuilding();
     _name = std::move(name);
+}
+
+void HoNode::buildReserve(std::size_t inputs, std::size_t outputs, std::size_t values) {
+    assertBuilding();
+    _inputs.reserve(inputs);
+    _outputs.reserve(outputs);
+    _values.reserve(values);
 }
 
 void HoNode::buildInput(RCShdPtr<HoInput> in) {
@@ -1150,6 +1191,7 @@ RCShdPtr<HoToolNode> buildToolNode(HoGraphImp& g, RCShdPtr<PiTool const> const& 
                                    std::string const& name) {
     RCShdPtr<HoToolNode> node(new HoToolNode(&g, name, tool));
     PiToolPolicyDescriptor const& d = tool->getDescriptor();
+    node->buildReserve(d.getInputs().size(), d.getOutputs().size(), d.getValues().size());
     for (auto const& in : d.getInputs())
         node->buildInput(buildInput(node.get(), nullptr, in, PiSocket::STATIC));
     for (auto const& out : d.getOutputs())

@@ -123,10 +123,16 @@ RCShdPtr<U> rcDynamicCast(RCShdPtr<T> const& p) {
     return RCShdPtr<U>(dynamic_cast<U*>(p.get()));
 }
 
-// The strong count of an RCSWBase object, kept in a block of its own so that weak pointers can
-// read it after the object is gone. The object holds one weak reference until it dies.
+template <class C>
+class RCSWBase;
+
+// The strong count of an RCSWBase object, which weak pointers read after the object is gone.
+// The object holds one weak reference until it dies. An object made by `new` has its count in
+// front of it, in the same block, and the block is freed with the last weak reference; others
+// have a block of their own.
 class VN_EXPORT RCSWCount {
 public:
+    // A count in a block of its own.
     RCSWCount() noexcept = default;
     RCSWCount(RCSWCount const&) = delete;
     RCSWCount& operator=(RCSWCount const&) = delete;
@@ -141,15 +147,22 @@ public:
     bool tryAddStrong() noexcept;
     void addWeak() noexcept { _weak.increment(); }
     void releaseWeak() noexcept;
+    // Whether the count shares its block with its object.
+    bool isInline() const noexcept { return _place == Place::Inline; }
 
 private:
+    friend class RCSWBase<LkCounter<int>>;
+    enum class Place : unsigned char { Own, Unclaimed, Inline };
+    explicit RCSWCount(Place place) noexcept : _place(place) {}
     ~RCSWCount() = default;
+    // The count in front of the object at `object` if it was just made by RCSWBase's `new`,
+    // else a count of its own.
+    static RCSWCount* claim(void const* object);
+
     LkCounter<int> _strong{0};
     LkCounter<int> _weak{1};
+    Place _place = Place::Own;
 };
-
-template <class C>
-class RCSWBase;
 
 // Atomic strong/weak counting. Only the atomic counter is supported: weak pointers exist to be
 // locked from other threads.
@@ -164,8 +177,13 @@ public:
     int getRefCount() const noexcept { return _counter->getStrongCount(); }
     RCSWCount* getCounter() const noexcept { return _counter; }
 
+    // One block for the object and its count; the count stays when the object goes, until the
+    // last weak pointer lets go of it.
+    static void* operator new(std::size_t size);
+    static void operator delete(void* object) noexcept;
+
 protected:
-    RCSWBase() : _counter(new RCSWCount) {}
+    RCSWBase() : _counter(RCSWCount::claim(this)) {}
     RCSWBase(RCSWBase const&) : RCSWBase() {}
     RCSWBase& operator=(RCSWBase const&) noexcept { return *this; }
     virtual ~RCSWBase();

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <stdexcept>
+
 using namespace Vn;
 
 namespace {
@@ -85,4 +87,46 @@ TEST(RCWeakPtr, LocksWhileAliveAndNeverAfter) {
     // The counter outlives the object while a weak pointer holds it.
     EXPECT_EQ(counter->getWeakCount(), 1);
     EXPECT_EQ(counter->getStrongCount(), 0);
+}
+
+namespace {
+struct Throwing : RCSWBase<LkCounter<int>> {
+    explicit Throwing(bool fail) {
+        if (fail)
+            throw std::runtime_error("refused");
+    }
+};
+// Made with a newly made object as its argument: the argument is made between this object's
+// allocation and its construction.
+struct Holder : RCSWBase<LkCounter<int>> {
+    explicit Holder(Watched* w) : held(w) {}
+    RCShdPtr<Watched> held;
+};
+} // namespace
+
+TEST(RCWeakPtr, CountSharesTheObjectsBlockOnlyWhenMadeByNew) {
+    int deaths = 0;
+    Watched onStack(&deaths);
+    EXPECT_FALSE(onStack.getCounter()->isInline());
+
+    RCShdPtr<Holder> holder(new Holder(new Watched(&deaths)));
+    EXPECT_FALSE(holder->getCounter()->isInline());
+    EXPECT_TRUE(holder->held->getCounter()->isInline());
+
+    // A constructor that throws frees its block; the next object does not take that count.
+    EXPECT_THROW(RCShdPtr<Throwing>(new Throwing(true)), std::runtime_error);
+    Watched afterThrow(&deaths);
+    EXPECT_FALSE(afterThrow.getCounter()->isInline());
+
+    RCWeakPtr<Throwing> weak;
+    {
+        RCShdPtr<Throwing> made(new Throwing(false));
+        EXPECT_TRUE(made->getCounter()->isInline());
+        weak = RCWeakPtr<Throwing>(made);
+    }
+    // The object is gone; its count, in the same block, still answers.
+    EXPECT_TRUE(weak.isExpired());
+    EXPECT_FALSE(weak.lock());
+    holder.reset();
+    EXPECT_EQ(deaths, 1);
 }
