@@ -196,6 +196,9 @@ struct LiveCounterOwner {
     ~LiveCounterOwner();
 };
 constinit thread_local LiveCounter* t_live = nullptr;
+// Set once the thread's counter is gone: a request made by a later thread-exit destructor (or an
+// exit handler on the main thread) then counts under the lock.
+constinit thread_local bool t_liveGone = false;
 
 LiveCounterOwner::~LiveCounterOwner() {
     LiveCounters& all = liveCounters();
@@ -208,12 +211,19 @@ LiveCounterOwner::~LiveCounterOwner() {
         all._retired += _counter->_n.load(std::memory_order_relaxed);
     }
     t_live = nullptr;
+    t_liveGone = true;
     delete _counter;
 }
 
 void countLive(long delta) {
     LiveCounter* c = t_live;
     if (!c) [[unlikely]] {
+        if (t_liveGone) {
+            LiveCounters& all = liveCounters();
+            std::lock_guard<std::mutex> lock(all._lock);
+            all._retired += delta;
+            return;
+        }
         thread_local LiveCounterOwner owner;
         c = t_live = owner._counter;
     }

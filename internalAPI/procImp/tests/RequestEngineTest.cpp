@@ -619,6 +619,29 @@ TEST_F(RequestEngine, AFailureRunInlineIsRaisedAfterItsOwnerLetItGo) {
     EXPECT_TRUE(eventually([&] { return caught.load(); }));
 }
 
+// A thread-exit destructor that runs after the thread's own live count is gone (the main
+// thread's exit handlers do the same when they stop the engine).
+TEST_F(RequestEngine, ARequestMadeAsItsThreadEndsIsStillCounted) {
+    struct MakesOneAtExit {
+        PxRequest** out = nullptr;
+        ~MakesOneAtExit() {
+            if (out)
+                *out = new FnRequest([] {});
+        }
+    };
+    PxRequest* made = nullptr;
+    long const before = engineImp().getNbLiveRequests();
+    std::thread([&] {
+        thread_local MakesOneAtExit atExit; // made before the count, so destroyed after it
+        atExit.out = &made;
+        PxRequestPtr<PxRequest>(new FnRequest([] {})).reset();
+    }).join();
+    ASSERT_NE(made, nullptr);
+    EXPECT_EQ(engineImp().getNbLiveRequests(), before + 1);
+    PxRequestPtr<PxRequest>{made}.reset();
+    EXPECT_EQ(engineImp().getNbLiveRequests(), before);
+}
+
 TEST(RequestEngineLife, ARequestReleasedAfterShutdownIsFreedQuietly) {
     InInitMgr::getInstance().initialize();
     EXPECT_NO_THROW(engine().recordStatistics()); // before the pool starts
