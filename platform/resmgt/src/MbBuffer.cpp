@@ -16,6 +16,10 @@
 #include <utility>
 #include <vector>
 
+#if defined(__linux__)
+#include <sys/mman.h>
+#endif
+
 namespace Vn {
 
 bool MbBufferImp::isLoaded() const noexcept {
@@ -58,11 +62,26 @@ DaMemPool& smallPool() {
     return *pool;
 }
 
+// Whole-image buffers are walked by column as often as by row; with small pages such a walk
+// misses the translation cache on nearly every row. Blocks this large are aligned to the large
+// page and offered to the kernel for it.
+constexpr std::size_t kHugePage = 2 * 1024 * 1024;
+constexpr std::size_t kHugeFrom = 4 * kHugePage;
+
+std::size_t systemAlignment(std::size_t size) noexcept {
+    return size >= kHugeFrom ? kHugePage : kPage;
+}
+
 void* systemAlloc(std::size_t size) {
-    return ::operator new(size, std::align_val_t(kPage), std::nothrow);
+    void* p = ::operator new(size, std::align_val_t(systemAlignment(size)), std::nothrow);
+#ifdef MADV_HUGEPAGE
+    if (p && size >= kHugeFrom)
+        (void)::madvise(p, size / kHugePage * kHugePage, MADV_HUGEPAGE); // a hint only
+#endif
+    return p;
 }
 void systemFree(void* p, std::size_t size) noexcept {
-    ::operator delete(p, size, std::align_val_t(kPage));
+    ::operator delete(p, size, std::align_val_t(systemAlignment(size)));
 }
 
 // Large blocks, recycled by exact size (a multiple of the page). The shared side takes a lock;
