@@ -37,6 +37,8 @@ protected:
 private:
     friend class SnItemConvert<T>;
     T _data;
+    // Taken once: large selections look items up by it on every append and restore.
+    std::size_t _hash;
 };
 
 // The static face of the item type of payload T.

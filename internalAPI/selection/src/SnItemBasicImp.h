@@ -65,10 +65,10 @@ struct SnPayloadTraits<RCShdPtr<U>> {
 
 template <class T>
 SnItemBasic<T>::SnItemBasic(T const& data, RCShdPtr<SnParts> const& parts)
-    : SnItem(parts), _data(data) {}
+    : SnItem(parts), _data(data), _hash(SnPayloadTraits<T>::hash(_data)) {}
 
 template <class T>
-SnItemBasic<T>::SnItemBasic(SnItemBasic const& o) : SnItem(o), _data(o._data) {}
+SnItemBasic<T>::SnItemBasic(SnItemBasic const& o) : SnItem(o), _data(o._data), _hash(o._hash) {}
 
 template <class T>
 SnItemBasic<T>::~SnItemBasic() = default;
@@ -97,7 +97,7 @@ void SnItemBasic<T>::dump(std::ostream& os) const {
 // type's name on every lookup cost more than those rare extra comparisons.
 template <class T>
 std::optional<std::size_t> SnItemBasic<T>::getIdentityHash() const {
-    return SnPayloadTraits<T>::hash(_data);
+    return _hash;
 }
 
 template <class T>
