@@ -15,12 +15,14 @@ struct LkThreadSlot {
     void* _pointee;
 };
 
-namespace {
+using LkThreadOpaqueDetail::Entry;
+using LkThreadOpaqueDetail::t_capacity;
+using LkThreadOpaqueDetail::t_entries;
 
-struct Entry {
-    std::uint64_t _uid;
-    LkThreadSlot* _slot;
-};
+constinit thread_local Entry* LkThreadOpaqueDetail::t_entries = nullptr;
+constinit thread_local std::uint32_t LkThreadOpaqueDetail::t_capacity = 0;
+
+namespace {
 
 // Guards slot registration, thread exit and factory destruction; never on the hot path. Never
 // destroyed, as threads may end after static destruction.
@@ -36,8 +38,6 @@ std::uint64_t s_nextUid = 1;
 
 // Fast-path state of the calling thread: trivially destructible, so reading it costs no guard.
 enum class Phase : unsigned char { NONE, ALIVE, ENDED };
-constinit thread_local Entry* t_entries = nullptr;
-constinit thread_local std::uint32_t t_capacity = 0;
 constinit thread_local Phase t_phase = Phase::NONE;
 
 } // namespace
@@ -114,12 +114,7 @@ void* LkThreadOpaqueData::getPointee() {
     return p;
 }
 
-void* LkThreadOpaqueData::tryGetPointee() {
-    if (_index < t_capacity) [[likely]] {
-        Entry const& e = t_entries[_index];
-        if (e._uid == _uid) [[likely]]
-            return e._slot->_pointee;
-    }
+void* LkThreadOpaqueData::tryGetPointeeSlow() {
     if (t_phase == Phase::ENDED)
         return nullptr;
     return makeSlot();
@@ -147,6 +142,7 @@ void* LkThreadOpaqueData::makeSlot() {
     delete e._slot;
     e._slot = new LkThreadSlot{this, pointee};
     e._uid = _uid;
+    e._pointee = pointee;
     _slots.push_back(e._slot);
     return pointee;
 }
