@@ -3,6 +3,7 @@
 
 #include <Imath/half.h>
 
+#include <cpuid.h>
 #include <immintrin.h>
 
 #include <algorithm>
@@ -265,7 +266,11 @@ __attribute__((target("avx2,f16c"))) int halvesToFloatsF16c(float* d, std::uint1
 }
 
 bool useF16c() noexcept {
-    static bool const f16c = __builtin_cpu_supports("f16c");
+    // Read from the processor: not every compiler's feature test knows this one.
+    static bool const f16c = [] {
+        unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+        return __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (ecx & bit_F16C) != 0;
+    }();
     return f16c && useAvx2();
 }
 
