@@ -473,7 +473,7 @@ TEST(ToolPredicatesAndProtocols, SelectToolsAndNameTheirKinds) {
     EXPECT_EQ(PiReactionToolTypes::getToolTypeName(9), "Others");
     EXPECT_EQ(PiReactionToolTypes::getToolTypeName(3), "Cameras");
     EXPECT_THROW(PiReactionToolTypes::getToolTypeName(10), ExBase);
-    EXPECT_THROW(PiReactionToolProtocolBase(PiReactionToolTypes::OTHERS), ExBase);
+    EXPECT_THROW(PiReactionToolProtocolBase{PiReactionToolTypes::OTHERS}, ExBase);
     EXPECT_EQ(PiReactionToolProtocolBase(PiReactionToolTypes::RENDER).getToolType(),
               PiReactionToolTypes::RENDER);
     EXPECT_EQ(PiBrannockToolProtocol::getBrannockManufacturer(), "Brannock, Inc.");

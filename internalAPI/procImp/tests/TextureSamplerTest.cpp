@@ -513,7 +513,8 @@ TEST_F(TextureSampler, EveryFilterOfTheTableThroughEachFactoryForm) {
         OPtr<SdTextureSampler> const want = direct(filter, params);
         for (auto const& s : forms) {
             ASSERT_TRUE(s);
-            EXPECT_TRUE(typeid(*s) == typeid(*want)) << filter;
+            SdTextureSampler const &got = *s, &expected = *want;
+            EXPECT_TRUE(typeid(got) == typeid(expected)) << filter;
             for (GePoint<double> p : {GePoint<double>{3.25, 7.5}, GePoint<double>{-14.0, 41.7},
                                       GePoint<double>{49.9, 5.1}})
                 EXPECT_TRUE(sameBits(s->sample(p, footprint), want->sample(p, footprint)))

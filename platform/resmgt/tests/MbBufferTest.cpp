@@ -195,8 +195,8 @@ TEST(MbBuffer, BuffersMayDieOnAnotherThread) {
 TEST(MbBuffer, AnEndingThreadHandsItsCachedBlocksOn) {
     MbHeapBufferFactory::trim();
     std::int64_t const live = MbHeapBufferFactory::getNbLiveBuffers();
-    std::size_t const size = 5 << 20;
-    std::thread([size] {
+    constexpr std::size_t size = 5 << 20;
+    std::thread([] {
         // Made before the thread's caches, so destroyed after them: its block is freed once the
         // thread's cache is gone and must reach the shared side all the same.
         static thread_local std::optional<MbBuffer> late;
