@@ -452,7 +452,7 @@ private:
         valueState(*_v)._attached = false;
     }
     void tell(bool added) {
-        PiValueChangeInterface* c = _node->_valueInterface;
+        PiValueChangeInterface* c = _node->valueInterface();
         if (!c)
             return;
         if (added)

@@ -12,6 +12,7 @@
 #include "PiTool.h"
 
 #include <string>
+#include <typeinfo>
 #include <unordered_set>
 #include <vector>
 
@@ -261,9 +262,16 @@ public:
     void requireValid(char const* what) const;
     PiNodeController* controller() const noexcept { return _controller.get(); }
     void setController(RCShdPtr<PiNodeController> c);
-    PiTopologyInterface* topology() const noexcept { return _topology; }
-    PiGroupInterface* groupInterface() const noexcept { return _groupInterface; }
-    PiValueChangeInterface* valueInterface() const noexcept { return _valueInterface; }
+    // The controller's mix-ins: every edit tells them.
+    PiTopologyInterface* topology() const noexcept {
+        return _controller ? PiNodeControllerManip::topology(*_controller) : nullptr;
+    }
+    PiGroupInterface* groupInterface() const noexcept {
+        return _controller ? PiNodeControllerManip::group(*_controller) : nullptr;
+    }
+    PiValueChangeInterface* valueInterface() const noexcept {
+        return _controller ? PiNodeControllerManip::valueChange(*_controller) : nullptr;
+    }
 
     // Null once the graph is gone.
     HoGraphImp* graphIfAny() const noexcept { return _graph; }
@@ -293,11 +301,6 @@ private:
     friend class HoEdit;
     friend class HoGraphImp;
     friend class HoGroupNode;
-
-    // The controller's mix-ins, found once when it is set: every edit tells them.
-    PiTopologyInterface* _topology = nullptr;
-    PiGroupInterface* _groupInterface = nullptr;
-    PiValueChangeInterface* _valueInterface = nullptr;
 
     HoGraphImp* _graph;
     HoNode* _prevInGraph = nullptr;
@@ -560,6 +563,12 @@ inline PiGroupInterface* groupIf(HoNode const* n) {
 }
 inline PiTopologyInterface* topoIf(HoNode const* n) {
     return n ? n->topology() : nullptr;
+}
+// `p` as a `T` when that is exactly its class, else null: one comparison of classes, where a
+// dynamic_cast searches the class hierarchy on every call.
+template <class T, class B>
+T const* exactCast(B const* p) noexcept {
+    return typeid(*p) == typeid(T) ? static_cast<T const*>(dynamic_cast<void const*>(p)) : nullptr;
 }
 HoNode& hoNode(PiNode const& n);
 HoInput& hoInput(PiInput const& in);

@@ -51,21 +51,44 @@ bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
 // Casts from the plug-in API's classes to ours.
 
 HoNode& hoNode(PiNode const& n) {
-    auto* h = dynamic_cast<HoNode const*>(&n);
+    HoNode const* h = nullptr;
+    switch (n.getNodeKind()) {
+    case PiNode::TOOL:
+        h = exactCast<HoToolNode>(&n);
+        break;
+    case PiNode::VALUE:
+        h = exactCast<HoValueNode>(&n);
+        break;
+    case PiNode::GROUP:
+        h = exactCast<HoGroupNode>(&n);
+        break;
+    case PiNode::LINK:
+        h = exactCast<HoLinkNode>(&n);
+        break;
+    case PiNode::BOUNDARY:
+        h = exactCast<HoBoundaryNode>(&n);
+        break;
+    }
+    if (!h)
+        h = dynamic_cast<HoNode const*>(&n);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(n).name(), "HoNode");
     return const_cast<HoNode&>(*h);
 }
 
 HoInput& hoInput(PiInput const& in) {
-    auto* h = dynamic_cast<HoInput const*>(&in);
+    HoInput const* h = exactCast<HoInput>(&in);
+    if (!h)
+        h = dynamic_cast<HoInput const*>(&in);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(in).name(), "HoInput");
     return const_cast<HoInput&>(*h);
 }
 
 HoOutput& hoOutput(PiOutput const& out) {
-    auto* h = dynamic_cast<HoOutput const*>(&out);
+    HoOutput const* h = exactCast<HoOutput>(&out);
+    if (!h)
+        h = dynamic_cast<HoOutput const*>(&out);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(out).name(), "HoOutput");
     return const_cast<HoOutput&>(*h);
@@ -531,9 +554,6 @@ void HoNode::setController(RCShdPtr<PiNodeController> c) {
         VN_THROW_MSG(ExBase, "the controller given to \"" + _name + "\" already controls \"" +
                                  other->getNodeName() + "\"");
     _controller = std::move(c);
-    _topology = dynamic_cast<PiTopologyInterface*>(_controller.get());
-    _groupInterface = dynamic_cast<PiGroupInterface*>(_controller.get());
-    _valueInterface = dynamic_cast<PiValueChangeInterface*>(_controller.get());
     PiNodeControllerManip::setNode(*_controller, this);
 }
 

@@ -10,7 +10,10 @@
 
 namespace Vn {
 
+class PiGroupInterface;
 class PiTool;
+class PiTopologyInterface;
+class PiValueChangeInterface;
 
 // Gives a node its behaviour. Mix-in interfaces derive virtually from it; the graph calls their
 // private hooks through the Manip classes, on every edit, its undo and its redo alike.
@@ -56,6 +59,15 @@ private:
     virtual void nodeUnloaded() {}
     virtual void nameChanged() {}
 
+    // The mix-ins the graph tells of every edit: each constructor records itself, so that the
+    // graph finds them without a cast through the class hierarchy for each node it makes.
+    friend class PiGroupInterface;
+    friend class PiTopologyInterface;
+    friend class PiValueChangeInterface;
+    PiTopologyInterface* _topology = nullptr;
+    PiGroupInterface* _group = nullptr;
+    PiValueChangeInterface* _valueChange = nullptr;
+
     RCWeakPtr<PiNode> _node;
     CbDispatcher<PiNodeEvent> _events;
     std::vector<LifeHook*> _hooks;
@@ -86,6 +98,10 @@ public:
             h->nodeUnloaded();
     }
     static void nameChanged(PiNodeController& c) { c.nameChanged(); }
+    // The controller's mix-ins, null where it has none.
+    static PiTopologyInterface* topology(PiNodeController const& c) { return c._topology; }
+    static PiGroupInterface* group(PiNodeController const& c) { return c._group; }
+    static PiValueChangeInterface* valueChange(PiNodeController const& c) { return c._valueChange; }
     static void signalEvent(PiNodeController& c, PiNodeEvent const& e) { c.signalEvent(e); }
 };
 
