@@ -1,4 +1,5 @@
-// The flat address tables by which clone and archive map the nodes and sockets they walk.
+// The flat tables by which clone and archive map the nodes and sockets they walk: by address,
+// and by id.
 
 #include "HoAddressMap.h"
 
@@ -48,6 +49,41 @@ TEST(GraphAddressTable, EveryKeyKeepsItsValueThroughGrowth) {
         EXPECT_EQ(set.size(), c.count);
         EXPECT_EQ(map.find(nullptr), nullptr);
     }
+}
+
+struct Object final : PiGraphObject {
+    bool isValid() const override { return true; }
+};
+
+// Objects made together index by a flat array over their ids, objects made far apart by
+// address; both keep an object's first position and know no other object.
+TEST(GraphAddressTable, ObjectsAreFoundByIdWhateverTheSpanOfTheirIds) {
+    for (std::size_t gap : {0, 100000}) {
+        SCOPED_TRACE(testing::Message() << gap << " objects made between two halves");
+        std::vector<std::unique_ptr<Object>> made;
+        auto make = [&](std::size_t n) {
+            for (std::size_t i = 0; i < n; ++i)
+                made.push_back(std::make_unique<Object>());
+        };
+        make(50);
+        make(gap);
+        make(50);
+        Object stranger;
+        std::vector<Object const*> listed;
+        for (std::size_t i = 0; i < 25; ++i)
+            listed.push_back(made[2 * i].get());
+        for (std::size_t i = 0; i < 25; ++i)
+            listed.push_back(made[made.size() - 1 - 2 * i].get());
+        listed.push_back(listed[3]);
+        HoIdIndex const index(listed);
+        for (std::size_t i = 0; i + 1 < listed.size(); ++i)
+            EXPECT_EQ(index.find(listed[i]), static_cast<int>(i));
+        EXPECT_EQ(index.find(listed.back()), 3);
+        EXPECT_FALSE(index.contains(made[1].get()));
+        EXPECT_FALSE(index.contains(&stranger));
+        EXPECT_FALSE(index.contains(nullptr));
+    }
+    EXPECT_FALSE(HoIdIndex(std::vector<Object const*>{}).contains(nullptr));
 }
 
 } // namespace
