@@ -77,8 +77,8 @@ void HoEdit::announceLeft(HoGroupNode& group, HoNode& node) {
     for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
         if (PiNodeController* c = (*it)->controller())
             PiNodeControllerManip::nodeRemoved(*c);
-        if (!(*it)->_removed.isEmpty())
-            (*it)->_removed.call(RCShdPtr<PiNode>(*it));
+        if ((*it)->_removed && !(*it)->_removed->isEmpty())
+            (*it)->_removed->call(RCShdPtr<PiNode>(*it));
     }
 }
 
@@ -373,11 +373,11 @@ public:
 
 private:
     void put() {
-        insertAt(_list->_elements, _index, _el);
+        insertAt(_list->editElements(), _index, _el);
         _el->_attached = true;
     }
     void take() {
-        eraseItem(_list->_elements, _index, _el.get());
+        eraseItem(_list->editElements(), _index, _el.get());
         _el->_attached = false;
     }
     void tell(bool added) {
@@ -418,7 +418,7 @@ public:
 
 private:
     void move(int from, int to) {
-        auto& v = _list->_elements;
+        auto& v = _list->editElements();
         RCShdPtr<HoInput> el = v[static_cast<std::size_t>(from)];
         v.erase(v.begin() + from);
         v.insert(v.begin() + to, el);
@@ -645,7 +645,7 @@ void HoEdit::attachElement(HoInput& list, RCShdPtr<HoInput> const& el, int index
 }
 
 void HoEdit::detachElement(HoInput& list, HoInput& el) {
-    int const index = indexIn(list._elements, &el);
+    int const index = indexIn(list.elements(), &el);
     VN_ASSERT(index >= 0);
     graphOf(*list._node)
         .record(OPtr<PiAction>(

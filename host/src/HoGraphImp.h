@@ -11,6 +11,7 @@
 #include "PiNodeController.h"
 #include "PiTool.h"
 
+#include <memory>
 #include <string>
 #include <typeinfo>
 #include <unordered_set>
@@ -52,10 +53,14 @@ public:
     Kind kind() const noexcept { return _kind; }
     HoOutput* source() const noexcept { return _source; }
     bool attached() const noexcept { return _attached; }
-    std::vector<RCShdPtr<HoInput>> const& elements() const noexcept { return _elements; }
+    std::vector<RCShdPtr<HoInput>> const& elements() const noexcept {
+        static std::vector<RCShdPtr<HoInput>> const none;
+        return _list ? _list->elements : none;
+    }
     // For a list of structures, the description of each element.
     std::shared_ptr<PiStructuredPolicyDescriptor const> const& elementStructure() const noexcept {
-        return _elementStructure;
+        static std::shared_ptr<PiStructuredPolicyDescriptor const> const none;
+        return _list ? _list->structure : none;
     }
     // Building an input that is in no graph yet: its elements' description and its elements.
     void buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d);
@@ -72,7 +77,7 @@ public:
     void collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const;
 
 protected:
-    int listCardinality() const { return static_cast<int>(_elements.size()); }
+    int listCardinality() const { return static_cast<int>(elements().size()); }
     RCShdPtr<PiInput> listInput(int i) const;
     int listIndexOf(PiInput const& in) const;
 
@@ -80,6 +85,8 @@ private:
     // Whether the input is reached from its graph's root: one being made is not, even when it
     // already knows its node and its list.
     bool inGraph() const;
+    // The elements to change, made on first use.
+    std::vector<RCShdPtr<HoInput>>& editElements();
 
     // The edits change the state; the other end of a connection and the node clear the
     // pointers they hold on it when they go.
@@ -94,8 +101,13 @@ private:
     Kind _kind;
     HoOutput* _source = nullptr;
     bool _attached = true;
-    std::vector<RCShdPtr<HoInput>> _elements;
-    std::shared_ptr<PiStructuredPolicyDescriptor const> _elementStructure;
+    // What only a list of inputs holds, apart: most inputs are leaves, and a clone or an
+    // archive walks them by the thousand.
+    struct List {
+        std::vector<RCShdPtr<HoInput>> elements;
+        std::shared_ptr<PiStructuredPolicyDescriptor const> structure;
+    };
+    std::unique_ptr<List> _list;
 };
 
 class HoCompositeInput final : public PiCompositeInput, public HoInput {
@@ -245,12 +257,8 @@ public:
     RCShdPtr<PiValue> addValue(std::string const& name, PiValueType type) override;
     bool removeValue(std::string const& name) override;
 
-    void addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
-        _removed.addHandler(h);
-    }
-    void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
-        _removed.removeHandler(h);
-    }
+    void addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override;
+    void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override;
 
     // The sockets the node shows; a group shows those of its boundary nodes.
     virtual void listInputs(std::vector<HoInput*>& out) const;
@@ -312,7 +320,8 @@ private:
     std::vector<RCShdPtr<HoInput>> _inputs;
     std::vector<RCShdPtr<HoOutput>> _outputs;
     std::vector<RCShdPtr<PiValue>> _values;
-    mutable CbDispatcher<RCShdPtr<PiNode>> _removed;
+    // Made for the first handler: few nodes have one.
+    mutable std::unique_ptr<CbDispatcher<RCShdPtr<PiNode>>> _removed;
 };
 
 class HoToolNode final : public PiToolNode, public HoNode {

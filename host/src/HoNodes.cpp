@@ -229,28 +229,38 @@ HoInput::HoInput(HoNode* node, HoInput* owner, std::string name, PiSocketType ty
 HoInput::~HoInput() {
     if (_source)
         std::erase(_source->_targets, this);
-    for (auto& e : _elements)
+    for (auto const& e : elements())
         if (e->_owner == this)
             e->_owner = nullptr;
+}
+
+std::vector<RCShdPtr<HoInput>>& HoInput::editElements() {
+    if (!_list)
+        _list = std::make_unique<List>();
+    return _list->elements;
 }
 
 bool HoInput::inGraph() const {
     if (!isValid())
         return false;
-    auto const& holder = _owner ? _owner->_elements : _node->inputs();
+    auto const& holder = _owner ? _owner->elements() : _node->inputs();
     return std::any_of(holder.begin(), holder.end(),
                        [&](auto const& i) { return i.get() == this; });
 }
 
 void HoInput::buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d) {
     VN_ASSERT(!inGraph() && "only an input out of any graph is built");
-    _elementStructure = std::move(d);
+    if (!d && !_list)
+        return;
+    if (!_list)
+        _list = std::make_unique<List>();
+    _list->structure = std::move(d);
 }
 
 void HoInput::buildElement(RCShdPtr<HoInput> el) {
     VN_ASSERT(!inGraph() && "only an input out of any graph is built");
     VN_ASSERT(el->owner() == this);
-    _elements.push_back(std::move(el));
+    editElements().push_back(std::move(el));
 }
 
 bool HoInput::isValid() const {
@@ -275,13 +285,13 @@ void HoInput::collectLeaves(std::vector<HoInput*>& out) const {
     if (isLeaf())
         out.push_back(const_cast<HoInput*>(this));
     else
-        for (auto const& e : _elements)
+        for (auto const& e : elements())
             e->collectLeaves(out);
 }
 
 void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const {
     if (leaves && !isLeaf())
-        for (auto const& e : _elements)
+        for (auto const& e : elements())
             e->collect(out, true);
     else
         out.emplace_back(const_cast<HoInput*>(this));
@@ -289,12 +299,13 @@ void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const {
 
 RCShdPtr<PiInput> HoInput::listInput(int i) const {
     VN_ASSERT(i >= 0 && i < listCardinality());
-    return _elements[static_cast<std::size_t>(i)];
+    return elements()[static_cast<std::size_t>(i)];
 }
 
 int HoInput::listIndexOf(PiInput const& in) const {
-    for (std::size_t i = 0; i < _elements.size(); ++i)
-        if (_elements[i]->isSame(in))
+    auto const& els = elements();
+    for (std::size_t i = 0; i < els.size(); ++i)
+        if (els[i]->isSame(in))
             return static_cast<int>(i);
     return -1;
 }
@@ -537,7 +548,7 @@ HoNode::~HoNode() {
             HoInput* i = all.back();
             all.pop_back();
             i->_node = nullptr;
-            for (auto& e : i->_elements)
+            for (auto const& e : i->elements())
                 all.push_back(e.get());
         }
     }
@@ -545,6 +556,17 @@ HoNode::~HoNode() {
         out->_node = nullptr;
     for (auto& v : _values)
         valueState(*v)._node = nullptr;
+}
+
+void HoNode::addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const {
+    if (!_removed)
+        _removed = std::make_unique<CbDispatcher<RCShdPtr<PiNode>>>();
+    _removed->addHandler(h);
+}
+
+void HoNode::removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const {
+    if (_removed)
+        _removed->removeHandler(h);
 }
 
 void HoNode::setController(RCShdPtr<PiNodeController> c) {
