@@ -26,23 +26,23 @@ void signal(HoNode* n, PiNodeEvent::Type type, HoInput* in, HoOutput* out, int i
     PiNodeControllerManip::signalEvent(*n->controller(), e);
 }
 
-template <class T>
-int indexIn(std::vector<T> const& v, void const* p) {
+template <class List>
+int indexIn(List const& v, void const* p) {
     for (std::size_t i = 0; i < v.size(); ++i)
         if (static_cast<void const*>(&*v[i]) == p)
             return static_cast<int>(i);
     return -1;
 }
 
-template <class T, class U>
-void insertAt(std::vector<T>& v, int& index, U&& item) {
+template <class List, class U>
+void insertAt(List& v, int& index, U&& item) {
     if (index < 0 || index > static_cast<int>(v.size()))
         index = static_cast<int>(v.size());
     v.insert(v.begin() + index, std::forward<U>(item));
 }
 
-template <class T>
-void eraseItem(std::vector<T>& v, int& index, void const* p) {
+template <class List>
+void eraseItem(List& v, int& index, void const* p) {
     if (index < 0 || index >= static_cast<int>(v.size()) ||
         static_cast<void const*>(&*v[static_cast<std::size_t>(index)]) != p)
         index = indexIn(v, p);
@@ -279,8 +279,8 @@ public:
     void notifyReverted() override { tellSocket(_node.get(), *_socket, !_attach); }
 
 private:
-    static std::vector<RCShdPtr<HoInput>>& socketsOf(HoNode& n, HoInput*) { return n._inputs; }
-    static std::vector<RCShdPtr<HoOutput>>& socketsOf(HoNode& n, HoOutput*) { return n._outputs; }
+    static auto& socketsOf(HoNode& n, HoInput*) { return n._inputs; }
+    static auto& socketsOf(HoNode& n, HoOutput*) { return n._outputs; }
     void put() {
         insertAt(socketsOf(*_node, _socket.get()), _index, _socket);
         _socket->_attached = true;
@@ -687,7 +687,7 @@ void HoEdit::cutAround(HoNode& node) {
             if (l->_source && !inside.count(l->_source->_node))
                 unlink(*l);
         for (auto const& o : n->_outputs) {
-            std::vector<HoInput*> targets = o->_targets;
+            std::vector<HoInput*> targets(o->_targets.begin(), o->_targets.end());
             for (HoInput* t : targets)
                 if (!inside.count(t->_node))
                     unlink(*t);

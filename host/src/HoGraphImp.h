@@ -5,6 +5,7 @@
 // (HoActions.cpp) recorded on the graph's command stack.
 
 #include "HoGraph.h"
+#include "HoSmallList.h"
 #include "PiCommandStack.h"
 #include "PiGraph.h"
 #include "PiNode.h"
@@ -162,7 +163,7 @@ public:
     Kind kind() const noexcept { return _kind; }
     int resultState() const noexcept { return _resultState; }
     bool attached() const noexcept { return _attached; }
-    std::vector<HoInput*> const& targets() const noexcept { return _targets; }
+    HoSmallList<HoInput*, 1> const& targets() const noexcept { return _targets; }
     // The state an archive or a copy gives an output that is in no graph yet.
     void buildResultState(int state);
 
@@ -179,7 +180,7 @@ private:
     Kind _kind;
     int _resultState = 0;
     bool _attached = true;
-    std::vector<HoInput*> _targets;
+    HoSmallList<HoInput*, 1> _targets;
 };
 
 // Makes the input object that fits the type: composite, multi-valued, structured or plain.
@@ -286,9 +287,9 @@ public:
     HoGroupNode* group() const noexcept { return _group; }
     bool attached() const noexcept { return _attached; }
     std::string const& name() const noexcept { return _name; }
-    std::vector<RCShdPtr<HoInput>> const& inputs() const noexcept { return _inputs; }
-    std::vector<RCShdPtr<HoOutput>> const& outputs() const noexcept { return _outputs; }
-    std::vector<RCShdPtr<PiValue>> const& values() const noexcept { return _values; }
+    HoSmallList<RCShdPtr<HoInput>, 2> const& inputs() const noexcept { return _inputs; }
+    HoSmallList<RCShdPtr<HoOutput>, 1> const& outputs() const noexcept { return _outputs; }
+    HoSmallList<RCShdPtr<PiValue>, 1> const& values() const noexcept { return _values; }
 
     // Building a node that is in no graph yet (made from a description, an archive or a copy):
     // its name, sockets and stored values.
@@ -317,9 +318,9 @@ private:
     bool _attached = false;
     std::string _name;
     RCShdPtr<PiNodeController> _controller;
-    std::vector<RCShdPtr<HoInput>> _inputs;
-    std::vector<RCShdPtr<HoOutput>> _outputs;
-    std::vector<RCShdPtr<PiValue>> _values;
+    HoSmallList<RCShdPtr<HoInput>, 2> _inputs;
+    HoSmallList<RCShdPtr<HoOutput>, 1> _outputs;
+    HoSmallList<RCShdPtr<PiValue>, 1> _values;
     // Made for the first handler: few nodes have one.
     mutable std::unique_ptr<CbDispatcher<RCShdPtr<PiNode>>> _removed;
 };

@@ -228,7 +228,8 @@ HoInput::HoInput(HoNode* node, HoInput* owner, std::string name, PiSocketType ty
 
 HoInput::~HoInput() {
     if (_source)
-        std::erase(_source->_targets, this);
+        _source->_targets.erase(
+            std::find(_source->_targets.begin(), _source->_targets.end(), this));
     for (auto const& e : elements())
         if (e->_owner == this)
             e->_owner = nullptr;
@@ -243,9 +244,12 @@ std::vector<RCShdPtr<HoInput>>& HoInput::editElements() {
 bool HoInput::inGraph() const {
     if (!isValid())
         return false;
-    auto const& holder = _owner ? _owner->elements() : _node->inputs();
-    return std::any_of(holder.begin(), holder.end(),
-                       [&](auto const& i) { return i.get() == this; });
+    auto const is = [&](auto const& i) {
+        return i.get() == this;
+    };
+    if (_owner)
+        return std::any_of(_owner->elements().begin(), _owner->elements().end(), is);
+    return std::any_of(_node->inputs().begin(), _node->inputs().end(), is);
 }
 
 void HoInput::buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d) {
@@ -890,7 +894,7 @@ RCShdPtr<PiValue> HoNode::findValue(std::string const& name) const {
 }
 
 Iterator<RCShdPtr<PiValue>> HoNode::getValues() const {
-    return Iterator<RCShdPtr<PiValue>>::overValues(_values);
+    return Iterator<RCShdPtr<PiValue>>::overValues({_values.begin(), _values.end()});
 }
 
 RCShdPtr<PiValue> HoNode::addValue(std::string const& name, PiValueType type) {
