@@ -6,6 +6,7 @@
 #include "PiValueChangeInterface.h"
 
 #include <algorithm>
+#include <exception>
 #include <unordered_set>
 
 namespace Vn {
@@ -144,6 +145,87 @@ private:
     RCShdPtr<HoNode> _node;
     bool _loaded;
     bool _onApply;
+    int _entries = 0;
+};
+
+// Made nodes entering one group together (a clone's copies), in one action and one block: each
+// is put in as by NodeAttach without announcing, in order, and taken out and told it left in
+// reverse order. A failing handler does not stop the others; the first failure is raised once
+// all are out.
+class HoEdit::NodesAttach final : public PiAction {
+public:
+    NodesAttach(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> const& nodes)
+        : _group(std::move(group)) {
+        _items.reserve(nodes.size());
+        for (auto const& n : nodes)
+            _items.push_back({n, -1});
+    }
+    void apply() override {
+        for (Item& i : _items) {
+            insertAt(_group->_children, i.index, i.node);
+            i.node->_group = _group.get();
+            i.node->_attached = true;
+        }
+    }
+    void revert() override {
+        _failure = nullptr;
+        for (auto i = _items.rbegin(); i != _items.rend(); ++i) {
+            eraseItem(_group->_children, i->index, i->node.get());
+            i->node->_group = nullptr;
+            i->node->_attached = false;
+            try {
+                announceLeft(*_group, *i->node);
+            } catch (...) {
+                if (!_failure)
+                    _failure = std::current_exception();
+            }
+        }
+    }
+    void notifyApplied() override {}
+    void notifyReverted() override {
+        if (std::exception_ptr f = std::exchange(_failure, nullptr))
+            std::rethrow_exception(f);
+    }
+
+private:
+    struct Item {
+        RCShdPtr<HoNode> node;
+        int index;
+    };
+    RCShdPtr<HoGroupNode> _group;
+    std::vector<Item> _items;
+    std::exception_ptr _failure;
+};
+
+// Tells of nodes' entry once their connections are made, as NodeAnnounce does for one, in
+// order; a failing handler does not stop the others, and the first failure is raised at the
+// end.
+class HoEdit::NodesAnnounce final : public PiAction {
+public:
+    NodesAnnounce(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> nodes, bool loaded)
+        : _group(std::move(group)), _nodes(std::move(nodes)), _loaded(loaded) {}
+    void apply() override {}
+    void revert() override {}
+    void notifyApplied() override {
+        bool const loaded = _loaded || _entries++ > 0;
+        std::exception_ptr failure;
+        for (auto const& n : _nodes) {
+            try {
+                announceEntered(*_group, *n, loaded);
+            } catch (...) {
+                if (!failure)
+                    failure = std::current_exception();
+            }
+        }
+        if (failure)
+            std::rethrow_exception(failure);
+    }
+    void notifyReverted() override {}
+
+private:
+    RCShdPtr<HoGroupNode> _group;
+    std::vector<RCShdPtr<HoNode>> _nodes;
+    bool _loaded;
     int _entries = 0;
 };
 
@@ -574,6 +656,19 @@ void HoEdit::attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool l
 void HoEdit::announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded) {
     graphOf(group).record(
         OPtr<PiAction>(new NodeAnnounce(RCShdPtr<HoGroupNode>(&group), node, loaded, true)));
+}
+
+void HoEdit::attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes) {
+    if (!nodes.empty())
+        graphOf(group).record(
+            OPtr<PiAction>(new NodesAttach(RCShdPtr<HoGroupNode>(&group), nodes)));
+}
+
+void HoEdit::announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
+                           bool loaded) {
+    if (!nodes.empty())
+        graphOf(group).record(
+            OPtr<PiAction>(new NodesAnnounce(RCShdPtr<HoGroupNode>(&group), nodes, loaded)));
 }
 
 void HoEdit::removeNode(RCShdPtr<HoNode> const& node) {

@@ -189,17 +189,11 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
     copies.reserve(tops.size());
     for (HoNode* t : tops)
         copies.push_back(cloner.copy(*t));
-    std::vector<RCShdPtr<PiNode>> result;
-    result.reserve(copies.size());
-    for (auto const& c : copies) {
-        HoEdit::attachNode(*this, c, true, false);
-        result.emplace_back(c.get());
-    }
+    HoEdit::attachNodes(*this, copies);
     for (auto const& [in, out] : cloner.connections())
         HoEdit::link(*in, *out);
-    for (auto const& c : copies)
-        HoEdit::announceNode(*this, c, true);
-    return result;
+    HoEdit::announceNodes(*this, copies, true);
+    return {copies.begin(), copies.end()};
 }
 
 } // namespace Vn

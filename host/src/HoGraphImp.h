@@ -514,6 +514,11 @@ public:
     static void attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded = false,
                            bool announce = true);
     static void announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded);
+    // Made nodes entering a group together, unannounced, and their announcement: as many
+    // attachNode and announceNode calls, in one action each.
+    static void attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes);
+    static void announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
+                              bool loaded);
     // Removes the value nodes that feed only this node, cuts its connections with the rest and
     // takes it out of its group.
     static void removeNode(RCShdPtr<HoNode> const& node);
@@ -551,6 +556,8 @@ private:
     // The actions, which alone change the state of nodes, sockets and values in a graph.
     class NodeAttach;
     class NodeAnnounce;
+    class NodesAttach;
+    class NodesAnnounce;
     class Link;
     class Rename;
     class ResultState;
