@@ -48,11 +48,11 @@ public:
 
     void reserve(std::size_t n) {
         if (n > _capacity)
-            move(n);
+            relocate(n);
     }
     void push_back(T item) {
         if (_size == _capacity)
-            move(2 * _capacity);
+            relocate(2 * _capacity);
         new (_data + _size) T(std::move(item));
         ++_size;
     }
@@ -76,7 +76,7 @@ public:
 
 private:
     bool inPlace() const noexcept { return _data == reinterpret_cast<T const*>(_place); }
-    void move(std::size_t capacity) {
+    void relocate(std::size_t capacity) {
         T* d = static_cast<T*>(::operator new(capacity * sizeof(T)));
         for (std::size_t i = 0; i < _size; ++i) {
             new (d + i) T(std::move(_data[i]));
