@@ -6,6 +6,7 @@
 #include "PiValueChangeInterface.h"
 
 #include <algorithm>
+#include <exception>
 #include <unordered_set>
 
 namespace Vn {
@@ -26,23 +27,23 @@ void signal(HoNode* n, PiNodeEvent::Type type, HoInput* in, HoOutput* out, int i
     PiNodeControllerManip::signalEvent(*n->controller(), e);
 }
 
-template <class T>
-int indexIn(std::vector<T> const& v, void const* p) {
+template <class List>
+int indexIn(List const& v, void const* p) {
     for (std::size_t i = 0; i < v.size(); ++i)
         if (static_cast<void const*>(&*v[i]) == p)
             return static_cast<int>(i);
     return -1;
 }
 
-template <class T, class U>
-void insertAt(std::vector<T>& v, int& index, U&& item) {
+template <class List, class U>
+void insertAt(List& v, int& index, U&& item) {
     if (index < 0 || index > static_cast<int>(v.size()))
         index = static_cast<int>(v.size());
     v.insert(v.begin() + index, std::forward<U>(item));
 }
 
-template <class T>
-void eraseItem(std::vector<T>& v, int& index, void const* p) {
+template <class List>
+void eraseItem(List& v, int& index, void const* p) {
     if (index < 0 || index >= static_cast<int>(v.size()) ||
         static_cast<void const*>(&*v[static_cast<std::size_t>(index)]) != p)
         index = indexIn(v, p);
@@ -77,8 +78,8 @@ void HoEdit::announceLeft(HoGroupNode& group, HoNode& node) {
     for (auto it = nodes.rbegin(); it != nodes.rend(); ++it) {
         if (PiNodeController* c = (*it)->controller())
             PiNodeControllerManip::nodeRemoved(*c);
-        if (!(*it)->_removed.isEmpty())
-            (*it)->_removed.call(RCShdPtr<PiNode>(*it));
+        if ((*it)->_removed && !(*it)->_removed->isEmpty())
+            (*it)->_removed->call(RCShdPtr<PiNode>(*it));
     }
 }
 
@@ -144,6 +145,87 @@ private:
     RCShdPtr<HoNode> _node;
     bool _loaded;
     bool _onApply;
+    int _entries = 0;
+};
+
+// Made nodes entering one group together (a clone's copies), in one action and one block: each
+// is put in as by NodeAttach without announcing, in order, and taken out and told it left in
+// reverse order. A failing handler does not stop the others; the first failure is raised once
+// all are out.
+class HoEdit::NodesAttach final : public PiAction {
+public:
+    NodesAttach(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> const& nodes)
+        : _group(std::move(group)) {
+        _items.reserve(nodes.size());
+        for (auto const& n : nodes)
+            _items.push_back({n, -1});
+    }
+    void apply() override {
+        for (Item& i : _items) {
+            insertAt(_group->_children, i.index, i.node);
+            i.node->_group = _group.get();
+            i.node->_attached = true;
+        }
+    }
+    void revert() override {
+        _failure = nullptr;
+        for (auto i = _items.rbegin(); i != _items.rend(); ++i) {
+            eraseItem(_group->_children, i->index, i->node.get());
+            i->node->_group = nullptr;
+            i->node->_attached = false;
+            try {
+                announceLeft(*_group, *i->node);
+            } catch (...) {
+                if (!_failure)
+                    _failure = std::current_exception();
+            }
+        }
+    }
+    void notifyApplied() override {}
+    void notifyReverted() override {
+        if (std::exception_ptr f = std::exchange(_failure, nullptr))
+            std::rethrow_exception(f);
+    }
+
+private:
+    struct Item {
+        RCShdPtr<HoNode> node;
+        int index;
+    };
+    RCShdPtr<HoGroupNode> _group;
+    std::vector<Item> _items;
+    std::exception_ptr _failure;
+};
+
+// Tells of nodes' entry once their connections are made, as NodeAnnounce does for one, in
+// order; a failing handler does not stop the others, and the first failure is raised at the
+// end.
+class HoEdit::NodesAnnounce final : public PiAction {
+public:
+    NodesAnnounce(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> nodes, bool loaded)
+        : _group(std::move(group)), _nodes(std::move(nodes)), _loaded(loaded) {}
+    void apply() override {}
+    void revert() override {}
+    void notifyApplied() override {
+        bool const loaded = _loaded || _entries++ > 0;
+        std::exception_ptr failure;
+        for (auto const& n : _nodes) {
+            try {
+                announceEntered(*_group, *n, loaded);
+            } catch (...) {
+                if (!failure)
+                    failure = std::current_exception();
+            }
+        }
+        if (failure)
+            std::rethrow_exception(failure);
+    }
+    void notifyReverted() override {}
+
+private:
+    RCShdPtr<HoGroupNode> _group;
+    std::vector<RCShdPtr<HoNode>> _nodes;
+    bool _loaded;
     int _entries = 0;
 };
 
@@ -279,8 +361,8 @@ public:
     void notifyReverted() override { tellSocket(_node.get(), *_socket, !_attach); }
 
 private:
-    static std::vector<RCShdPtr<HoInput>>& socketsOf(HoNode& n, HoInput*) { return n._inputs; }
-    static std::vector<RCShdPtr<HoOutput>>& socketsOf(HoNode& n, HoOutput*) { return n._outputs; }
+    static auto& socketsOf(HoNode& n, HoInput*) { return n._inputs; }
+    static auto& socketsOf(HoNode& n, HoOutput*) { return n._outputs; }
     void put() {
         insertAt(socketsOf(*_node, _socket.get()), _index, _socket);
         _socket->_attached = true;
@@ -373,11 +455,11 @@ public:
 
 private:
     void put() {
-        insertAt(_list->_elements, _index, _el);
+        insertAt(_list->editElements(), _index, _el);
         _el->_attached = true;
     }
     void take() {
-        eraseItem(_list->_elements, _index, _el.get());
+        eraseItem(_list->editElements(), _index, _el.get());
         _el->_attached = false;
     }
     void tell(bool added) {
@@ -418,7 +500,7 @@ public:
 
 private:
     void move(int from, int to) {
-        auto& v = _list->_elements;
+        auto& v = _list->editElements();
         RCShdPtr<HoInput> el = v[static_cast<std::size_t>(from)];
         v.erase(v.begin() + from);
         v.insert(v.begin() + to, el);
@@ -452,7 +534,7 @@ private:
         valueState(*_v)._attached = false;
     }
     void tell(bool added) {
-        PiValueChangeInterface* c = _node->_valueInterface;
+        PiValueChangeInterface* c = _node->valueInterface();
         if (!c)
             return;
         if (added)
@@ -576,6 +658,19 @@ void HoEdit::announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool
         OPtr<PiAction>(new NodeAnnounce(RCShdPtr<HoGroupNode>(&group), node, loaded, true)));
 }
 
+void HoEdit::attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes) {
+    if (!nodes.empty())
+        graphOf(group).record(
+            OPtr<PiAction>(new NodesAttach(RCShdPtr<HoGroupNode>(&group), nodes)));
+}
+
+void HoEdit::announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
+                           bool loaded) {
+    if (!nodes.empty())
+        graphOf(group).record(
+            OPtr<PiAction>(new NodesAnnounce(RCShdPtr<HoGroupNode>(&group), nodes, loaded)));
+}
+
 void HoEdit::removeNode(RCShdPtr<HoNode> const& node) {
     VN_ASSERT(node->_group);
     RCShdPtr<HoGroupNode> group(node->_group);
@@ -645,7 +740,7 @@ void HoEdit::attachElement(HoInput& list, RCShdPtr<HoInput> const& el, int index
 }
 
 void HoEdit::detachElement(HoInput& list, HoInput& el) {
-    int const index = indexIn(list._elements, &el);
+    int const index = indexIn(list.elements(), &el);
     VN_ASSERT(index >= 0);
     graphOf(*list._node)
         .record(OPtr<PiAction>(
@@ -687,7 +782,7 @@ void HoEdit::cutAround(HoNode& node) {
             if (l->_source && !inside.count(l->_source->_node))
                 unlink(*l);
         for (auto const& o : n->_outputs) {
-            std::vector<HoInput*> targets = o->_targets;
+            std::vector<HoInput*> targets(o->_targets.begin(), o->_targets.end());
             for (HoInput* t : targets)
                 if (!inside.count(t->_node))
                     unlink(*t);

@@ -5,9 +5,12 @@
 // allocator and in cache misses, and those grew faster than the graph.
 
 #include "Assertions.h"
+#include "PiGraphObject.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -105,6 +108,60 @@ public:
 private:
     struct Empty {};
     HoAddressMap<Key, Empty> _map;
+};
+
+// Positions of graph objects in a list, found by id. Objects made together have neighbouring
+// ids, so where the ids span not much more than the list, a flat array over the span holds the
+// positions, and a walk of the objects in the order they were made walks it in order; other
+// lists take a table keyed by address.
+class HoIdIndex {
+public:
+    // The first position of each object; a later repeat keeps the first.
+    template <class T>
+    explicit HoIdIndex(std::vector<T*> const& objects) {
+        if (objects.empty())
+            return;
+        int lo = std::numeric_limits<int>::max();
+        int hi = std::numeric_limits<int>::min();
+        for (T* o : objects) {
+            lo = std::min(lo, o->getId());
+            hi = std::max(hi, o->getId());
+        }
+        std::size_t const span = static_cast<std::size_t>(static_cast<long long>(hi) - lo) + 1;
+        if (span <= 8 * objects.size() + 64) {
+            _first = lo;
+            _flat.assign(span, -1);
+            for (std::size_t i = 0; i < objects.size(); ++i) {
+                int& slot = _flat[static_cast<std::size_t>(objects[i]->getId() - lo)];
+                if (slot < 0)
+                    slot = static_cast<int>(i);
+            }
+        } else {
+            _table.reserve(objects.size());
+            for (std::size_t i = 0; i < objects.size(); ++i)
+                _table.insert(objects[i], static_cast<int>(i));
+        }
+    }
+
+    // The position of `o`, or -1.
+    int find(PiGraphObject const* o) const {
+        if (!o)
+            return -1;
+        if (!_flat.empty()) {
+            long long const i = static_cast<long long>(o->getId()) - _first;
+            return i >= 0 && i < static_cast<long long>(_flat.size())
+                       ? _flat[static_cast<std::size_t>(i)]
+                       : -1;
+        }
+        int const* p = _table.find(o);
+        return p ? *p : -1;
+    }
+    bool contains(PiGraphObject const* o) const { return find(o) >= 0; }
+
+private:
+    int _first = 0;
+    std::vector<int> _flat;
+    HoAddressMap<PiGraphObject const*, int> _table;
 };
 
 } // namespace Vn

@@ -5,13 +5,16 @@
 // (HoActions.cpp) recorded on the graph's command stack.
 
 #include "HoGraph.h"
+#include "HoSmallList.h"
 #include "PiCommandStack.h"
 #include "PiGraph.h"
 #include "PiNode.h"
 #include "PiNodeController.h"
 #include "PiTool.h"
 
+#include <memory>
 #include <string>
+#include <typeinfo>
 #include <unordered_set>
 #include <vector>
 
@@ -51,10 +54,14 @@ public:
     Kind kind() const noexcept { return _kind; }
     HoOutput* source() const noexcept { return _source; }
     bool attached() const noexcept { return _attached; }
-    std::vector<RCShdPtr<HoInput>> const& elements() const noexcept { return _elements; }
+    std::vector<RCShdPtr<HoInput>> const& elements() const noexcept {
+        static std::vector<RCShdPtr<HoInput>> const none;
+        return _list ? _list->elements : none;
+    }
     // For a list of structures, the description of each element.
     std::shared_ptr<PiStructuredPolicyDescriptor const> const& elementStructure() const noexcept {
-        return _elementStructure;
+        static std::shared_ptr<PiStructuredPolicyDescriptor const> const none;
+        return _list ? _list->structure : none;
     }
     // Building an input that is in no graph yet: its elements' description and its elements.
     void buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d);
@@ -71,7 +78,7 @@ public:
     void collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const;
 
 protected:
-    int listCardinality() const { return static_cast<int>(_elements.size()); }
+    int listCardinality() const { return static_cast<int>(elements().size()); }
     RCShdPtr<PiInput> listInput(int i) const;
     int listIndexOf(PiInput const& in) const;
 
@@ -79,6 +86,8 @@ private:
     // Whether the input is reached from its graph's root: one being made is not, even when it
     // already knows its node and its list.
     bool inGraph() const;
+    // The elements to change, made on first use.
+    std::vector<RCShdPtr<HoInput>>& editElements();
 
     // The edits change the state; the other end of a connection and the node clear the
     // pointers they hold on it when they go.
@@ -93,8 +102,13 @@ private:
     Kind _kind;
     HoOutput* _source = nullptr;
     bool _attached = true;
-    std::vector<RCShdPtr<HoInput>> _elements;
-    std::shared_ptr<PiStructuredPolicyDescriptor const> _elementStructure;
+    // What only a list of inputs holds, apart: most inputs are leaves, and a clone or an
+    // archive walks them by the thousand.
+    struct List {
+        std::vector<RCShdPtr<HoInput>> elements;
+        std::shared_ptr<PiStructuredPolicyDescriptor const> structure;
+    };
+    std::unique_ptr<List> _list;
 };
 
 class HoCompositeInput final : public PiCompositeInput, public HoInput {
@@ -149,7 +163,7 @@ public:
     Kind kind() const noexcept { return _kind; }
     int resultState() const noexcept { return _resultState; }
     bool attached() const noexcept { return _attached; }
-    std::vector<HoInput*> const& targets() const noexcept { return _targets; }
+    HoSmallList<HoInput*, 1> const& targets() const noexcept { return _targets; }
     // The state an archive or a copy gives an output that is in no graph yet.
     void buildResultState(int state);
 
@@ -166,7 +180,7 @@ private:
     Kind _kind;
     int _resultState = 0;
     bool _attached = true;
-    std::vector<HoInput*> _targets;
+    HoSmallList<HoInput*, 1> _targets;
 };
 
 // Makes the input object that fits the type: composite, multi-valued, structured or plain.
@@ -244,12 +258,8 @@ public:
     RCShdPtr<PiValue> addValue(std::string const& name, PiValueType type) override;
     bool removeValue(std::string const& name) override;
 
-    void addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
-        _removed.addHandler(h);
-    }
-    void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override {
-        _removed.removeHandler(h);
-    }
+    void addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override;
+    void removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const override;
 
     // The sockets the node shows; a group shows those of its boundary nodes.
     virtual void listInputs(std::vector<HoInput*>& out) const;
@@ -261,18 +271,25 @@ public:
     void requireValid(char const* what) const;
     PiNodeController* controller() const noexcept { return _controller.get(); }
     void setController(RCShdPtr<PiNodeController> c);
-    PiTopologyInterface* topology() const noexcept { return _topology; }
-    PiGroupInterface* groupInterface() const noexcept { return _groupInterface; }
-    PiValueChangeInterface* valueInterface() const noexcept { return _valueInterface; }
+    // The controller's mix-ins: every edit tells them.
+    PiTopologyInterface* topology() const noexcept {
+        return _controller ? PiNodeControllerManip::topology(*_controller) : nullptr;
+    }
+    PiGroupInterface* groupInterface() const noexcept {
+        return _controller ? PiNodeControllerManip::group(*_controller) : nullptr;
+    }
+    PiValueChangeInterface* valueInterface() const noexcept {
+        return _controller ? PiNodeControllerManip::valueChange(*_controller) : nullptr;
+    }
 
     // Null once the graph is gone.
     HoGraphImp* graphIfAny() const noexcept { return _graph; }
     HoGroupNode* group() const noexcept { return _group; }
     bool attached() const noexcept { return _attached; }
     std::string const& name() const noexcept { return _name; }
-    std::vector<RCShdPtr<HoInput>> const& inputs() const noexcept { return _inputs; }
-    std::vector<RCShdPtr<HoOutput>> const& outputs() const noexcept { return _outputs; }
-    std::vector<RCShdPtr<PiValue>> const& values() const noexcept { return _values; }
+    HoSmallList<RCShdPtr<HoInput>, 2> const& inputs() const noexcept { return _inputs; }
+    HoSmallList<RCShdPtr<HoOutput>, 1> const& outputs() const noexcept { return _outputs; }
+    HoSmallList<RCShdPtr<PiValue>, 1> const& values() const noexcept { return _values; }
 
     // Building a node that is in no graph yet (made from a description, an archive or a copy):
     // its name, sockets and stored values.
@@ -294,11 +311,6 @@ private:
     friend class HoGraphImp;
     friend class HoGroupNode;
 
-    // The controller's mix-ins, found once when it is set: every edit tells them.
-    PiTopologyInterface* _topology = nullptr;
-    PiGroupInterface* _groupInterface = nullptr;
-    PiValueChangeInterface* _valueInterface = nullptr;
-
     HoGraphImp* _graph;
     HoNode* _prevInGraph = nullptr;
     HoNode* _nextInGraph = nullptr;
@@ -306,10 +318,11 @@ private:
     bool _attached = false;
     std::string _name;
     RCShdPtr<PiNodeController> _controller;
-    std::vector<RCShdPtr<HoInput>> _inputs;
-    std::vector<RCShdPtr<HoOutput>> _outputs;
-    std::vector<RCShdPtr<PiValue>> _values;
-    mutable CbDispatcher<RCShdPtr<PiNode>> _removed;
+    HoSmallList<RCShdPtr<HoInput>, 2> _inputs;
+    HoSmallList<RCShdPtr<HoOutput>, 1> _outputs;
+    HoSmallList<RCShdPtr<PiValue>, 1> _values;
+    // Made for the first handler: few nodes have one.
+    mutable std::unique_ptr<CbDispatcher<RCShdPtr<PiNode>>> _removed;
 };
 
 class HoToolNode final : public PiToolNode, public HoNode {
@@ -501,6 +514,11 @@ public:
     static void attachNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded = false,
                            bool announce = true);
     static void announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded);
+    // Made nodes entering a group together, unannounced, and their announcement: as many
+    // attachNode and announceNode calls, in one action each.
+    static void attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes);
+    static void announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
+                              bool loaded);
     // Removes the value nodes that feed only this node, cuts its connections with the rest and
     // takes it out of its group.
     static void removeNode(RCShdPtr<HoNode> const& node);
@@ -538,6 +556,8 @@ private:
     // The actions, which alone change the state of nodes, sockets and values in a graph.
     class NodeAttach;
     class NodeAnnounce;
+    class NodesAttach;
+    class NodesAnnounce;
     class Link;
     class Rename;
     class ResultState;
@@ -560,6 +580,12 @@ inline PiGroupInterface* groupIf(HoNode const* n) {
 }
 inline PiTopologyInterface* topoIf(HoNode const* n) {
     return n ? n->topology() : nullptr;
+}
+// `p` as a `T` when that is exactly its class, else null: one comparison of classes, where a
+// dynamic_cast searches the class hierarchy on every call.
+template <class T, class B>
+T const* exactCast(B const* p) noexcept {
+    return typeid(*p) == typeid(T) ? static_cast<T const*>(dynamic_cast<void const*>(p)) : nullptr;
 }
 HoNode& hoNode(PiNode const& n);
 HoInput& hoInput(PiInput const& in);

@@ -51,21 +51,44 @@ bool inScope(PiSocket::Kind kind, PiNode::LifeScope scope) {
 // Casts from the plug-in API's classes to ours.
 
 HoNode& hoNode(PiNode const& n) {
-    auto* h = dynamic_cast<HoNode const*>(&n);
+    HoNode const* h = nullptr;
+    switch (n.getNodeKind()) {
+    case PiNode::TOOL:
+        h = exactCast<HoToolNode>(&n);
+        break;
+    case PiNode::VALUE:
+        h = exactCast<HoValueNode>(&n);
+        break;
+    case PiNode::GROUP:
+        h = exactCast<HoGroupNode>(&n);
+        break;
+    case PiNode::LINK:
+        h = exactCast<HoLinkNode>(&n);
+        break;
+    case PiNode::BOUNDARY:
+        h = exactCast<HoBoundaryNode>(&n);
+        break;
+    }
+    if (!h)
+        h = dynamic_cast<HoNode const*>(&n);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(n).name(), "HoNode");
     return const_cast<HoNode&>(*h);
 }
 
 HoInput& hoInput(PiInput const& in) {
-    auto* h = dynamic_cast<HoInput const*>(&in);
+    HoInput const* h = exactCast<HoInput>(&in);
+    if (!h)
+        h = dynamic_cast<HoInput const*>(&in);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(in).name(), "HoInput");
     return const_cast<HoInput&>(*h);
 }
 
 HoOutput& hoOutput(PiOutput const& out) {
-    auto* h = dynamic_cast<HoOutput const*>(&out);
+    HoOutput const* h = exactCast<HoOutput>(&out);
+    if (!h)
+        h = dynamic_cast<HoOutput const*>(&out);
     if (!h)
         RCExUtil::throwExCastFailed(typeid(out).name(), "HoOutput");
     return const_cast<HoOutput&>(*h);
@@ -205,29 +228,43 @@ HoInput::HoInput(HoNode* node, HoInput* owner, std::string name, PiSocketType ty
 
 HoInput::~HoInput() {
     if (_source)
-        std::erase(_source->_targets, this);
-    for (auto& e : _elements)
+        _source->_targets.erase(
+            std::find(_source->_targets.begin(), _source->_targets.end(), this));
+    for (auto const& e : elements())
         if (e->_owner == this)
             e->_owner = nullptr;
+}
+
+std::vector<RCShdPtr<HoInput>>& HoInput::editElements() {
+    if (!_list)
+        _list = std::make_unique<List>();
+    return _list->elements;
 }
 
 bool HoInput::inGraph() const {
     if (!isValid())
         return false;
-    auto const& holder = _owner ? _owner->_elements : _node->inputs();
-    return std::any_of(holder.begin(), holder.end(),
-                       [&](auto const& i) { return i.get() == this; });
+    auto const is = [&](auto const& i) {
+        return i.get() == this;
+    };
+    if (_owner)
+        return std::any_of(_owner->elements().begin(), _owner->elements().end(), is);
+    return std::any_of(_node->inputs().begin(), _node->inputs().end(), is);
 }
 
 void HoInput::buildElementStructure(std::shared_ptr<PiStructuredPolicyDescriptor const> d) {
     VN_ASSERT(!inGraph() && "only an input out of any graph is built");
-    _elementStructure = std::move(d);
+    if (!d && !_list)
+        return;
+    if (!_list)
+        _list = std::make_unique<List>();
+    _list->structure = std::move(d);
 }
 
 void HoInput::buildElement(RCShdPtr<HoInput> el) {
     VN_ASSERT(!inGraph() && "only an input out of any graph is built");
     VN_ASSERT(el->owner() == this);
-    _elements.push_back(std::move(el));
+    editElements().push_back(std::move(el));
 }
 
 bool HoInput::isValid() const {
@@ -252,13 +289,13 @@ void HoInput::collectLeaves(std::vector<HoInput*>& out) const {
     if (isLeaf())
         out.push_back(const_cast<HoInput*>(this));
     else
-        for (auto const& e : _elements)
+        for (auto const& e : elements())
             e->collectLeaves(out);
 }
 
 void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const {
     if (leaves && !isLeaf())
-        for (auto const& e : _elements)
+        for (auto const& e : elements())
             e->collect(out, true);
     else
         out.emplace_back(const_cast<HoInput*>(this));
@@ -266,12 +303,13 @@ void HoInput::collect(std::vector<RCShdPtr<PiInput>>& out, bool leaves) const {
 
 RCShdPtr<PiInput> HoInput::listInput(int i) const {
     VN_ASSERT(i >= 0 && i < listCardinality());
-    return _elements[static_cast<std::size_t>(i)];
+    return elements()[static_cast<std::size_t>(i)];
 }
 
 int HoInput::listIndexOf(PiInput const& in) const {
-    for (std::size_t i = 0; i < _elements.size(); ++i)
-        if (_elements[i]->isSame(in))
+    auto const& els = elements();
+    for (std::size_t i = 0; i < els.size(); ++i)
+        if (els[i]->isSame(in))
             return static_cast<int>(i);
     return -1;
 }
@@ -514,7 +552,7 @@ HoNode::~HoNode() {
             HoInput* i = all.back();
             all.pop_back();
             i->_node = nullptr;
-            for (auto& e : i->_elements)
+            for (auto const& e : i->elements())
                 all.push_back(e.get());
         }
     }
@@ -524,6 +562,17 @@ HoNode::~HoNode() {
         valueState(*v)._node = nullptr;
 }
 
+void HoNode::addRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const {
+    if (!_removed)
+        _removed = std::make_unique<CbDispatcher<RCShdPtr<PiNode>>>();
+    _removed->addHandler(h);
+}
+
+void HoNode::removeRemovedHandler(CbHandler<RCShdPtr<PiNode>>* h) const {
+    if (_removed)
+        _removed->removeHandler(h);
+}
+
 void HoNode::setController(RCShdPtr<PiNodeController> c) {
     if (!c)
         VN_THROW_MSG(ExBase, "the node \"" + _name + "\" was given no controller");
@@ -531,9 +580,6 @@ void HoNode::setController(RCShdPtr<PiNodeController> c) {
         VN_THROW_MSG(ExBase, "the controller given to \"" + _name + "\" already controls \"" +
                                  other->getNodeName() + "\"");
     _controller = std::move(c);
-    _topology = dynamic_cast<PiTopologyInterface*>(_controller.get());
-    _groupInterface = dynamic_cast<PiGroupInterface*>(_controller.get());
-    _valueInterface = dynamic_cast<PiValueChangeInterface*>(_controller.get());
     PiNodeControllerManip::setNode(*_controller, this);
 }
 
@@ -848,7 +894,7 @@ RCShdPtr<PiValue> HoNode::findValue(std::string const& name) const {
 }
 
 Iterator<RCShdPtr<PiValue>> HoNode::getValues() const {
-    return Iterator<RCShdPtr<PiValue>>::overValues(_values);
+    return Iterator<RCShdPtr<PiValue>>::overValues({_values.begin(), _values.end()});
 }
 
 RCShdPtr<PiValue> HoNode::addValue(std::string const& name, PiValueType type) {

@@ -303,7 +303,35 @@ RCShdPtr<PiValue> makeValue(HoNode* node, std::string const& name, PiValueType t
 }
 
 HoValueState& valueState(PiValue const& v) {
-    auto* s = dynamic_cast<HoValueState const*>(&v);
+    HoValueState const* s = nullptr;
+    switch (v.getType()) {
+    case PiValueType::Bool:
+        s = exactCast<HoTypedValue<bool>>(&v);
+        break;
+    case PiValueType::Double:
+        s = exactCast<HoTypedValue<double>>(&v);
+        break;
+    case PiValueType::Int:
+        s = exactCast<HoTypedValue<int>>(&v);
+        break;
+    case PiValueType::Time:
+        s = exactCast<HoTypedValue<DtTime>>(&v);
+        break;
+    case PiValueType::String:
+        s = exactCast<HoTypedValue<std::string>>(&v);
+        break;
+    case PiValueType::DoubleArray:
+        s = exactCast<HoTypedValueArray<double>>(&v);
+        break;
+    case PiValueType::IntArray:
+        s = exactCast<HoTypedValueArray<int>>(&v);
+        break;
+    case PiValueType::StringArray:
+        s = exactCast<HoTypedValueArray<std::string>>(&v);
+        break;
+    }
+    if (!s)
+        s = dynamic_cast<HoValueState const*>(&v);
     if (!s)
         RCExUtil::throwExCastFailed(typeid(v).name(), "HoValueState");
     return const_cast<HoValueState&>(*s);

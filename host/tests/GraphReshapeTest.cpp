@@ -302,6 +302,32 @@ TEST_F(GraphFixture, ClonesCrossGraphsInOneStep) {
     EXPECT_EQ(HoGraphUtil::dump(*other->getRootNode(), true), empty);
 }
 
+// Copies whose controllers fail as they arrive, or as undo takes them out: every other copy
+// still hears, the first failure is raised, and the graph is left as it was before the clone.
+TEST_F(GraphFixture, AFailingCopyStopsNoOtherCopyFromHearing) {
+    std::string const before = HoGraphUtil::dump(*root, true);
+    auto heard = [](char const* s) {
+        return std::count(hookLog().begin(), hookLog().end(), s);
+    };
+    for (bool onUndo : {false, true}) {
+        SCOPED_TRACE(onUndo ? "undo" : "clone");
+        failingNode() = onUndo ? "" : "A";
+        hookLog().clear();
+        if (onUndo) {
+            root->cloneNodes({A, B});
+            failingNode() = "B"; // the first out
+            EXPECT_THROW(graph->getCommandStack().undo(), ExBase);
+        } else {
+            EXPECT_THROW(root->cloneNodes({A, B}), ExBase);
+            EXPECT_EQ(heard("B: nodeLoaded"), 1);
+        }
+        EXPECT_EQ(heard("A: nodeRemoved"), 1);
+        EXPECT_EQ(heard("B: nodeRemoved"), 1);
+        EXPECT_EQ(HoGraphUtil::dump(*root, true), before);
+        EXPECT_TRUE(HoGraphUtil::checkInvariants(*graph).empty());
+    }
+}
+
 // A tool whose controller answers the dynamic-socket questions as told and logs renames, and
 // a link controller that logs target changes.
 struct Answers {

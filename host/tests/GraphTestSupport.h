@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ExBase.h"
 #include "HoGraph.h"
 #include "HoToolRegistry.h"
 #include "PiCommandStack.h"
@@ -21,6 +22,13 @@ inline std::vector<std::string>& hookLog() {
     return log;
 }
 
+// The name of the nodes whose controllers fail once they have logged that they were loaded or
+// removed; empty for none.
+inline std::string& failingNode() {
+    static std::string name;
+    return name;
+}
+
 inline std::string nameOf(PiNodeController const& c) {
     RCShdPtr<PiNode> n = c.getNode();
     return n ? n->getNodeName() : "<none>";
@@ -32,8 +40,13 @@ class RecordingController : public PiTopologyInterface,
     void log(std::string const& s) { hookLog().push_back(nameOf(*this) + ": " + s); }
     static std::string n(RCShdPtr<PiInput> const& in) { return in->getDottedName(); }
     void nodeCreated() override { log("nodeCreated"); }
-    void nodeLoaded() override { log("nodeLoaded"); }
-    void nodeRemoved() override { log("nodeRemoved"); }
+    void nodeLoaded() override { logAndFail("nodeLoaded"); }
+    void nodeRemoved() override { logAndFail("nodeRemoved"); }
+    void logAndFail(std::string const& s) {
+        log(s);
+        if (nameOf(*this) == failingNode())
+            throw ExInternalError(__FILE__, __LINE__, "refused");
+    }
     void nameChanged() override { log("nameChanged"); }
     void inputAddedToComposite(RCShdPtr<PiCompositeInput> const& c,
                                RCShdPtr<PiInput> const& in) override {
@@ -180,6 +193,7 @@ public:
     }
     void TearDown() override {
         graph.reset();
+        failingNode().clear();
         HoToolRegistry::finalize();
         PiNodeControllerFactory::setInstance(nullptr);
     }

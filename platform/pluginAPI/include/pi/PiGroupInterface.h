@@ -9,6 +9,7 @@ namespace Vn {
 // The controller of a group node; its answers rule the edits inside the group.
 class VN_EXPORT PiGroupInterface : public virtual PiNodeController {
 public:
+    PiGroupInterface() { _group = this; }
     ~PiGroupInterface() override;
 
     virtual bool canAddNode(RCShdPtr<PiNode> const& node);

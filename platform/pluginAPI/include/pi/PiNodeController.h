@@ -6,11 +6,15 @@
 #include "PiSocketType.h"
 #include "VnExport.h"
 
+#include <memory>
 #include <vector>
 
 namespace Vn {
 
+class PiGroupInterface;
 class PiTool;
+class PiTopologyInterface;
+class PiValueChangeInterface;
 
 // Gives a node its behaviour. Mix-in interfaces derive virtually from it; the graph calls their
 // private hooks through the Manip classes, on every edit, its undo and its redo alike.
@@ -23,10 +27,13 @@ public:
 
     // Null before the node is made and after it is gone.
     RCShdPtr<PiNode> getNode() const { return _node.lock(); }
-    void addEventHandler(CbHandler<PiNodeEvent>* handler) { _events.addHandler(handler); }
-    void removeEventHandler(CbHandler<PiNodeEvent>* handler) { _events.removeHandler(handler); }
-    void addCallback(CbHandler<PiNodeEvent>* handler) { _events.addHandler(handler); }
-    void removeCallback(CbHandler<PiNodeEvent>* handler) { _events.removeHandler(handler); }
+    void addEventHandler(CbHandler<PiNodeEvent>* handler) { extras().events.addHandler(handler); }
+    void removeEventHandler(CbHandler<PiNodeEvent>* handler) {
+        if (_extras)
+            _extras->events.removeHandler(handler);
+    }
+    void addCallback(CbHandler<PiNodeEvent>* handler) { addEventHandler(handler); }
+    void removeCallback(CbHandler<PiNodeEvent>* handler) { removeEventHandler(handler); }
 
     // What the implementation of a mix-in hears of the node's life, before the controller
     // does; a hook leaves a tool's own overrides free of calls to their bases.
@@ -41,9 +48,12 @@ public:
 
 protected:
     // Handlers get the event itself, whatever its class.
-    void signalEvent(PiNodeEvent const& event) { _events.call(event); }
+    void signalEvent(PiNodeEvent const& event) {
+        if (_extras)
+            _extras->events.call(event);
+    }
     // Not owned: the hook lives as long as the controller.
-    void addLifeHook(LifeHook* hook) { _hooks.push_back(hook); }
+    void addLifeHook(LifeHook* hook) { extras().hooks.push_back(hook); }
 
 private:
     friend class PiNodeControllerManip;
@@ -56,9 +66,32 @@ private:
     virtual void nodeUnloaded() {}
     virtual void nameChanged() {}
 
+    // The mix-ins the graph tells of every edit: each constructor records itself, so that the
+    // graph finds them without a cast through the class hierarchy for each node it makes.
+    friend class PiGroupInterface;
+    friend class PiTopologyInterface;
+    friend class PiValueChangeInterface;
+    PiTopologyInterface* _topology = nullptr;
+    PiGroupInterface* _group = nullptr;
+    PiValueChangeInterface* _valueChange = nullptr;
+
+    // What few controllers use, made on first use: a graph makes controllers by the thousand.
+    struct Extras {
+        CbDispatcher<PiNodeEvent> events;
+        std::vector<LifeHook*> hooks;
+    };
+    Extras& extras() {
+        if (!_extras)
+            _extras = std::make_unique<Extras>();
+        return *_extras;
+    }
+    std::vector<LifeHook*> const& hooks() const {
+        static std::vector<LifeHook*> const none;
+        return _extras ? _extras->hooks : none;
+    }
+
     RCWeakPtr<PiNode> _node;
-    CbDispatcher<PiNodeEvent> _events;
-    std::vector<LifeHook*> _hooks;
+    std::unique_ptr<Extras> _extras;
 };
 
 // The side door through which the graph reaches a controller's private operations.
@@ -66,26 +99,30 @@ class VN_EXPORT PiNodeControllerManip {
 public:
     static void setNode(PiNodeController& c, PiNode* node) { c._node = RCWeakPtr<PiNode>(node); }
     static void nodeCreated(PiNodeController& c) {
-        for (PiNodeController::LifeHook* h : c._hooks)
+        for (PiNodeController::LifeHook* h : c.hooks())
             h->nodeCreated();
         c.nodeCreated();
     }
     static void nodeLoaded(PiNodeController& c) {
-        for (PiNodeController::LifeHook* h : c._hooks)
+        for (PiNodeController::LifeHook* h : c.hooks())
             h->nodeLoaded();
         c.nodeLoaded();
     }
     static void nodeRemoved(PiNodeController& c) {
         c.nodeRemoved();
-        for (PiNodeController::LifeHook* h : c._hooks)
+        for (PiNodeController::LifeHook* h : c.hooks())
             h->nodeRemoved();
     }
     static void nodeUnloaded(PiNodeController& c) {
         c.nodeUnloaded();
-        for (PiNodeController::LifeHook* h : c._hooks)
+        for (PiNodeController::LifeHook* h : c.hooks())
             h->nodeUnloaded();
     }
     static void nameChanged(PiNodeController& c) { c.nameChanged(); }
+    // The controller's mix-ins, null where it has none.
+    static PiTopologyInterface* topology(PiNodeController const& c) { return c._topology; }
+    static PiGroupInterface* group(PiNodeController const& c) { return c._group; }
+    static PiValueChangeInterface* valueChange(PiNodeController const& c) { return c._valueChange; }
     static void signalEvent(PiNodeController& c, PiNodeEvent const& e) { c.signalEvent(e); }
 };
 

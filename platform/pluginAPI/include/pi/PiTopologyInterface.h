@@ -15,6 +15,7 @@ public:
     // The processing side of the topology; the tool framework supplies it.
     class Imp;
 
+    PiTopologyInterface() { _topology = this; }
     ~PiTopologyInterface() override;
     virtual bool canAddInputToComposite(RCShdPtr<PiCompositeInput> const& composite);
     virtual bool canMoveInputInComposite(RCShdPtr<PiCompositeInput> const& composite,

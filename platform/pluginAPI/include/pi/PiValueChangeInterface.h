@@ -11,6 +11,7 @@ namespace Vn {
 // once, from the edit, its undo or its redo.
 class VN_EXPORT PiValueChangeInterface : public virtual PiNodeController {
 public:
+    PiValueChangeInterface() { _valueChange = this; }
     ~PiValueChangeInterface() override;
 
 private:
