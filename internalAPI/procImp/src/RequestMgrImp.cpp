@@ -251,6 +251,7 @@ void WorkerTLS::checkExit() const {
     VN_ASSERT(_currentExternalRequest == 0);
     VN_ASSERT(_pendingRequest == 0);
     VN_ASSERT(_blockedCount == 0);
+    VN_ASSERT(_nbTaken == 0);
 }
 
 RequestMgrImp& RequestEngine::mgr() noexcept {
@@ -405,12 +406,21 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     int const res = tls._resourceType;
     PxRequest* request = nullptr;
     bool external = false;
+    bool taken = false;
     {
         EngineGuard g(m._engine);
         for (;;) {
             request = g->_internalRequests[res].pop();
             external = false;
             if (!request) {
+                if (tls._nbTaken > 0) {
+                    // Taken before, whatever the state has become since: nothing to commit.
+                    request = tls._taken[tls._takenHead];
+                    tls._takenHead = (tls._takenHead + 1) % WorkerTLS::kTakeBatch;
+                    --tls._nbTaken;
+                    external = taken = true;
+                    break;
+                }
                 if (res == GFX)
                     return false;
                 if (g->_state != RequestMgrImp::IDLE && g->_state != RequestMgrImp::RUNNING)
@@ -426,17 +436,30 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
         }
     }
 
-    if (external) {
+    if (external && !taken) {
         LkGuard lock(m._externalRequestsLock);
         // The front cannot change while the lock is held, nor can the queue be shorter than the
         // count of entries not taken.
-        PxRequest* const front =
-            m._externalRequests.empty() ? nullptr : m._externalRequests.front();
+        auto& queue = m._externalRequests;
+        PxRequest* const front = queue.empty() ? nullptr : queue.front();
         bool const sequential = front && front->getExecutionMode() == PxRequest::SEQUENTIAL;
+        // A long queue is taken several concurrent entries at a time, this worker's share of it:
+        // one lock and one commit serve them all. A sequential entry is never taken with others.
+        int concurrentFront = 0;
+        if (!sequential) {
+            int const limit = static_cast<int>(std::min<std::size_t>(
+                queue.size(), static_cast<std::size_t>(WorkerTLS::kTakeBatch)));
+            while (concurrentFront < limit &&
+                   queue[static_cast<std::size_t>(concurrentFront)]->getExecutionMode() ==
+                       PxRequest::CONCURRENT)
+                ++concurrentFront;
+        }
         enum { NOTHING, INTERNAL, TAKE, TAKE_SEQUENTIAL } action = NOTHING;
+        int nbTake = 0;
         EngineGuard g(m._engine);
         for (;;) {
             action = NOTHING;
+            nbTake = 0;
             // A child pushed meanwhile still goes first.
             request = g->_internalRequests[res].pop();
             if (request) {
@@ -444,7 +467,9 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
             } else if ((g->_state == RequestMgrImp::IDLE || g->_state == RequestMgrImp::RUNNING) &&
                        g->_nbExternalRequests > 0) {
                 VN_ASSERT(front != nullptr);
-                --g->_nbExternalRequests;
+                int const share = g->_nbExternalRequests / std::max(g->_maxRunningWorkers, 1);
+                nbTake = std::max(1, std::min(share, concurrentFront));
+                g->_nbExternalRequests -= nbTake;
                 action = sequential ? TAKE_SEQUENTIAL : TAKE;
                 if (sequential) {
                     g->_state = RequestMgrImp::DRAINING;
@@ -457,10 +482,16 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
         if (action == NOTHING)
             return false;
         if (action != INTERNAL) {
-            m._externalRequests.pop_front();
+            queue.pop_front();
             if (action == TAKE_SEQUENTIAL)
                 return false;
             request = front;
+            for (int i = 1; i < nbTake; ++i) {
+                tls._taken[(tls._takenHead + tls._nbTaken) % WorkerTLS::kTakeBatch] =
+                    queue.front();
+                ++tls._nbTaken;
+                queue.pop_front();
+            }
         }
     }
     // Turning to another tree: the holds kept for the last one go back, so that a worker kept
@@ -732,6 +763,11 @@ void RequestMgrImp::workerBlocked() {
     EngineGuard g(_engine);
     do {
         wake = nullptr;
+        // External requests taken with the one this worker runs go to the CPU stack, oldest on
+        // top: what blocks may wait for one of them, and another worker runs them meanwhile.
+        for (int i = tls._nbTaken - 1; i >= 0; --i)
+            g->_internalRequests[CPU].push(
+                tls._taken[(tls._takenHead + i) % WorkerTLS::kTakeBatch]);
         ++g->_nbBlockedWorkers;
         // While running, a parked worker with nothing queued for it would only park again and
         // pass the slot on: the slot goes straight to one that has work, or is left free.
@@ -751,6 +787,7 @@ void RequestMgrImp::workerBlocked() {
             --g->_nbRunningWorkers;
         }
     } while (!g.commit());
+    tls._nbTaken = 0;
     if (wake)
         wake->signal();
 }
