@@ -230,15 +230,16 @@ void countLive(long delta) {
     c->_n.store(c->_n.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
 }
 
-// A CPU worker that runs out of work while every running slot is taken watches the state a few
-// microseconds before it parks, still counted as running: a stream of short requests then needs
-// no commit to park it, none to take it out again and no wake-up. With a slot free a submission
-// wakes a parked worker anyway, and a worker waiting for a slot is not kept waiting.
+// A CPU worker that runs out of work watches the state a few microseconds before it parks, still
+// counted as running and counted as looking: a stream of short requests, or one request after
+// another from one caller, then needs no commit to park it, none to take it out again and no
+// wake-up. A worker waiting for a slot is not kept waiting. After the first microsecond the watch
+// yields between looks, so that a submitter sharing the core is not held up by it.
 constexpr int kIdleSpins = 256;
+constexpr int kIdleSpinsPerYield = 32;
 bool wouldIdle(EngineState const& s, int res) noexcept {
     return res == CPU && s._state == RequestMgrImp::RUNNING && s._internalRequests[CPU].isEmpty() &&
-           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty() &&
-           s._nbRunningWorkers == s._maxRunningWorkers;
+           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty();
 }
 
 } // namespace
@@ -356,20 +357,37 @@ void RequestMgrImp::main(int threadIndex) {
     _workerInitSema.post();
     me.wait();
 
+    bool const looks = res == CPU;
     for (;;) {
         Decision d;
+        if (looks)
+            _nbLookingWorkers.fetch_add(1);
         {
             EngineGuard g(_engine);
-            for (int spins = kIdleSpins; spins > 0 && wouldIdle(*g, res); --spins) {
-                spinPause();
+            for (int spins = 1; spins <= kIdleSpins && wouldIdle(*g, res); ++spins) {
+                if (spins % kIdleSpinsPerYield == 0)
+                    std::this_thread::yield();
+                else
+                    spinPause();
                 g.refresh();
             }
             for (;;) {
                 d = decide(*g, res, &me);
-                if (!d.changed || g.commit())
+                if (!d.changed)
                     break;
+                // A submission that commits after this stop must see that nobody looks any more:
+                // the count falls before the commit, and rises again if the commit loses.
+                bool const leaves = looks && (d.stop || d.exit);
+                if (leaves)
+                    _nbLookingWorkers.fetch_sub(1);
+                if (g.commit())
+                    break;
+                if (leaves)
+                    _nbLookingWorkers.fetch_add(1);
             }
         }
+        if (looks && !d.stop && !d.exit)
+            _nbLookingWorkers.fetch_sub(1);
         if (d.wake)
             d.wake->signal();
         if (d.stop || d.exit)
@@ -487,8 +505,7 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
                 return false;
             request = front;
             for (int i = 1; i < nbTake; ++i) {
-                tls._taken[(tls._takenHead + tls._nbTaken) % WorkerTLS::kTakeBatch] =
-                    queue.front();
+                tls._taken[(tls._takenHead + tls._nbTaken) % WorkerTLS::kTakeBatch] = queue.front();
                 ++tls._nbTaken;
                 queue.pop_front();
             }
@@ -732,6 +749,9 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
     EngineGuard g(_engine);
     do {
         wake = nullptr;
+        // Read after the snapshot: a worker that parked before it has left the count, and one
+        // that parks after it sees this request and does not park.
+        bool const looked = _nbLookingWorkers.load() > g->_nbExternalRequests;
         ++g->_nbExternalRequests;
         bool wanted = false;
         if (g->_state == IDLE) {
@@ -740,7 +760,7 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
                 wanted = true;
             }
         } else if (g->_state == RUNNING) {
-            wanted = true;
+            wanted = !looked;
         }
         if (wanted && g->_nbRunningWorkers < g->_maxRunningWorkers &&
             !g->_stoppedWorkers[CPU].isEmpty()) {
