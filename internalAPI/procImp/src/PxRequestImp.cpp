@@ -126,8 +126,8 @@ bool spinForSignal(LkWaitEntry& me) noexcept {
     return me.tryWait();
 }
 
-// Watches a request a few microseconds, yielding between looks after the first one, until it has
-// finished.
+// Watches a request a few microseconds, until it has finished; after the first microsecond it
+// yields between looks, so that a worker sharing the core runs the request meanwhile.
 void watchUntilFinished(PxRequest* request) noexcept {
     constexpr int kWatches = 128;
     constexpr int kWatchesPerYield = 16;
