@@ -242,6 +242,31 @@ bool wouldIdle(EngineState const& s, int res) noexcept {
            s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty();
 }
 
+// Holds the external queue's lock. It is held for well under a microsecond, by a submitter or a
+// worker taking entries: a thread that finds it taken spins for it a little, since sleeping in the
+// kernel and being woken would cost many times the hold, on both sides.
+class QueueGuard {
+public:
+    explicit QueueGuard(LkLock& lock) : _lock(lock) {
+        for (int i = 0; i < kSpins; ++i) {
+            if (lock.tryLock())
+                return;
+            for (int p = 0; p < kPausesPerTry; ++p)
+                spinPause();
+        }
+        bool const took = lock.lock();
+        VN_ASSERT(took);
+    }
+    QueueGuard(QueueGuard const&) = delete;
+    QueueGuard& operator=(QueueGuard const&) = delete;
+    ~QueueGuard() { _lock.unlock(); }
+
+private:
+    static constexpr int kSpins = 64;
+    static constexpr int kPausesPerTry = 4;
+    LkLock& _lock;
+};
+
 } // namespace
 
 WorkerTLS& workerTLS() noexcept {
@@ -455,7 +480,7 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     }
 
     if (external && !taken) {
-        LkGuard lock(m._externalRequestsLock);
+        QueueGuard lock(m._externalRequestsLock);
         // The front cannot change while the lock is held, nor can the queue be shorter than the
         // count of entries not taken.
         auto& queue = m._externalRequests;
@@ -729,7 +754,7 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
 
     startWorkers();
     {
-        LkGuard lock(_externalRequestsLock);
+        QueueGuard lock(_externalRequestsLock);
         _externalRequests.push_back(request);
         if (request->getExecutionMode() == PxRequest::CONCURRENT &&
             request->getPriorityLevel() == 1) {
