@@ -14,7 +14,6 @@
 #include <algorithm>
 #include <pthread.h>
 #include <string>
-#include <thread>
 #include <typeinfo>
 #include <utility>
 #include <vector>
@@ -124,24 +123,6 @@ bool spinForSignal(LkWaitEntry& me) noexcept {
         spinPause();
     }
     return me.tryWait();
-}
-
-// Watches a request a few microseconds, until it has finished; after the first microsecond it
-// yields between looks, so that a worker sharing the core runs the request meanwhile.
-void watchUntilFinished(PxRequest* request) noexcept {
-    constexpr int kWatches = 128;
-    constexpr int kWatchesPerYield = 16;
-    LkAtomicRdGuard<RS> s(request->getStateObj());
-    for (int i = 1; i <= kWatches; ++i) {
-        RS::Status const st = s->getStatus();
-        if (st != RS::QUEUED && st != RS::EXECUTING && st != RS::PENDING)
-            return;
-        if (i > 2 * kWatchesPerYield && i % kWatchesPerYield == 0)
-            std::this_thread::yield();
-        else
-            spinPause();
-        s.refresh();
-    }
 }
 
 // Whether a request's children may go now. Nobody walks the list of a finished request but a
@@ -796,10 +777,7 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
     bool const isGfxWorker = isWorker && tls._resourceType == GFX;
     bool const isGfxRequest = request->getResourceType() == GFX;
 
-    enum { RUN_INLINE, SLEEP, HELP, TAKE, COMPLETE_PENDING, WATCH } action = SLEEP;
-    // An outside thread first watches the request a little before it lists itself as a waiter:
-    // a short request then ends without a waiter to wake.
-    bool watched = isWorker;
+    enum { RUN_INLINE, SLEEP, HELP, TAKE, COMPLETE_PENDING } action = SLEEP;
     StatThreadLocal* stats = nullptr;
     double time = 0.0;
     ExBase const* failure = nullptr;
@@ -822,9 +800,6 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                     } else if (isGfxWorker && tls._pendingRequest) {
                         action = COMPLETE_PENDING;
                         commitNeeded = false;
-                    } else if (!watched) {
-                        action = WATCH;
-                        commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
                         action = SLEEP;
@@ -838,9 +813,6 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
                         action = HELP;
                     } else if (isGfxWorker && tls._pendingRequest) {
                         action = COMPLETE_PENDING;
-                        commitNeeded = false;
-                    } else if (!watched) {
-                        action = WATCH;
                         commitNeeded = false;
                     } else {
                         LkSListNode::push(g->_waiters, &me);
@@ -972,12 +944,6 @@ void RequestEngine::wait(PxRequest* request, bool rethrow) {
             completePendingRequest(nullptr);
             if (mine)
                 StatMgr::appendStats(std::move(mine));
-            continue;
-        }
-
-        if (action == WATCH) {
-            watchUntilFinished(request);
-            watched = true;
             continue;
         }
 
