@@ -140,7 +140,11 @@ private:
     void startWorkers();
     int clampMaxRunning(int n, bool poolRuns) const;
 
-    LkAtomicObj<EngineState> _engine;
+    alignas(64) LkAtomicObj<EngineState> _engine;
+    // CPU workers between two requests that will read the state again before they park. A
+    // submission leaves the parked workers asleep while there is one of these for each untaken
+    // external request. On the state word's line: a submission reads both.
+    std::atomic<std::int32_t> _nbLookingWorkers{0};
     LkLock _workerInitLock{"PxRequestMgr::_workerInitLock"};
     LkSema _workerInitSema{"PxRequestMgr::_workerInitSema", 0};
     std::atomic<bool> _workersStarted{false};

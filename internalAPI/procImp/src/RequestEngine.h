@@ -21,12 +21,20 @@ inline void spinPause() noexcept {
 
 // What the engine knows of the calling thread. All zero on threads outside the pool.
 struct WorkerTLS {
+    // External requests a CPU worker takes at most with one lock and one commit.
+    static constexpr int kTakeBatch = 16;
+
     bool _isWorker;
     int _resourceType;
     PxRequest* _currentExternalRequest;
     PxRequest* _currentRequest;
     PxRequest* _pendingRequest;
     int _blockedCount;
+    // External requests taken off the queue with the one run last and not run yet, oldest
+    // first. The worker stays counted as running until it has run them.
+    PxRequest* _taken[kTakeBatch];
+    int _takenHead;
+    int _nbTaken;
 
     PxRequest* getPendingRequest() const noexcept { return _pendingRequest; }
     // What must hold when a thread leaves the engine.

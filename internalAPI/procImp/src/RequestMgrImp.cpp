@@ -230,16 +230,42 @@ void countLive(long delta) {
     c->_n.store(c->_n.load(std::memory_order_relaxed) + delta, std::memory_order_relaxed);
 }
 
-// A CPU worker that runs out of work while every running slot is taken watches the state a few
-// microseconds before it parks, still counted as running: a stream of short requests then needs
-// no commit to park it, none to take it out again and no wake-up. With a slot free a submission
-// wakes a parked worker anyway, and a worker waiting for a slot is not kept waiting.
+// A CPU worker that runs out of work watches the state a few microseconds before it parks, still
+// counted as running and counted as looking: a stream of short requests, or one request after
+// another from one caller, then needs no commit to park it, none to take it out again and no
+// wake-up. A worker waiting for a slot is not kept waiting. After the first microsecond the watch
+// yields between looks, so that a submitter sharing the core is not held up by it.
 constexpr int kIdleSpins = 256;
+constexpr int kIdleSpinsPerYield = 32;
 bool wouldIdle(EngineState const& s, int res) noexcept {
     return res == CPU && s._state == RequestMgrImp::RUNNING && s._internalRequests[CPU].isEmpty() &&
-           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty() &&
-           s._nbRunningWorkers == s._maxRunningWorkers;
+           s._nbExternalRequests == 0 && s._unBlockedWorkers.isEmpty();
 }
+
+// Holds the external queue's lock. It is held for well under a microsecond, by a submitter or a
+// worker taking entries: a thread that finds it taken spins for it a little, since sleeping in the
+// kernel and being woken would cost many times the hold, on both sides.
+class QueueGuard {
+public:
+    explicit QueueGuard(LkLock& lock) : _lock(lock) {
+        for (int i = 0; i < kSpins; ++i) {
+            if (lock.tryLock())
+                return;
+            for (int p = 0; p < kPausesPerTry; ++p)
+                spinPause();
+        }
+        bool const took = lock.lock();
+        VN_ASSERT(took);
+    }
+    QueueGuard(QueueGuard const&) = delete;
+    QueueGuard& operator=(QueueGuard const&) = delete;
+    ~QueueGuard() { _lock.unlock(); }
+
+private:
+    static constexpr int kSpins = 64;
+    static constexpr int kPausesPerTry = 4;
+    LkLock& _lock;
+};
 
 } // namespace
 
@@ -251,6 +277,7 @@ void WorkerTLS::checkExit() const {
     VN_ASSERT(_currentExternalRequest == 0);
     VN_ASSERT(_pendingRequest == 0);
     VN_ASSERT(_blockedCount == 0);
+    VN_ASSERT(_nbTaken == 0);
 }
 
 RequestMgrImp& RequestEngine::mgr() noexcept {
@@ -355,20 +382,37 @@ void RequestMgrImp::main(int threadIndex) {
     _workerInitSema.post();
     me.wait();
 
+    bool const looks = res == CPU;
     for (;;) {
         Decision d;
+        if (looks)
+            _nbLookingWorkers.fetch_add(1);
         {
             EngineGuard g(_engine);
-            for (int spins = kIdleSpins; spins > 0 && wouldIdle(*g, res); --spins) {
-                spinPause();
+            for (int spins = 1; spins <= kIdleSpins && wouldIdle(*g, res); ++spins) {
+                if (spins % kIdleSpinsPerYield == 0)
+                    std::this_thread::yield();
+                else
+                    spinPause();
                 g.refresh();
             }
             for (;;) {
                 d = decide(*g, res, &me);
-                if (!d.changed || g.commit())
+                if (!d.changed)
                     break;
+                // A submission that commits after this stop must see that nobody looks any more:
+                // the count falls before the commit, and rises again if the commit loses.
+                bool const leaves = looks && (d.stop || d.exit);
+                if (leaves)
+                    _nbLookingWorkers.fetch_sub(1);
+                if (g.commit())
+                    break;
+                if (leaves)
+                    _nbLookingWorkers.fetch_add(1);
             }
         }
+        if (looks && !d.stop && !d.exit)
+            _nbLookingWorkers.fetch_sub(1);
         if (d.wake)
             d.wake->signal();
         if (d.stop || d.exit)
@@ -405,12 +449,21 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
     int const res = tls._resourceType;
     PxRequest* request = nullptr;
     bool external = false;
+    bool taken = false;
     {
         EngineGuard g(m._engine);
         for (;;) {
             request = g->_internalRequests[res].pop();
             external = false;
             if (!request) {
+                if (tls._nbTaken > 0) {
+                    // Taken before, whatever the state has become since: nothing to commit.
+                    request = tls._taken[tls._takenHead];
+                    tls._takenHead = (tls._takenHead + 1) % WorkerTLS::kTakeBatch;
+                    --tls._nbTaken;
+                    external = taken = true;
+                    break;
+                }
                 if (res == GFX)
                     return false;
                 if (g->_state != RequestMgrImp::IDLE && g->_state != RequestMgrImp::RUNNING)
@@ -426,17 +479,30 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
         }
     }
 
-    if (external) {
-        LkGuard lock(m._externalRequestsLock);
+    if (external && !taken) {
+        QueueGuard lock(m._externalRequestsLock);
         // The front cannot change while the lock is held, nor can the queue be shorter than the
         // count of entries not taken.
-        PxRequest* const front =
-            m._externalRequests.empty() ? nullptr : m._externalRequests.front();
+        auto& queue = m._externalRequests;
+        PxRequest* const front = queue.empty() ? nullptr : queue.front();
         bool const sequential = front && front->getExecutionMode() == PxRequest::SEQUENTIAL;
+        // A long queue is taken several concurrent entries at a time, this worker's share of it:
+        // one lock and one commit serve them all. A sequential entry is never taken with others.
+        int concurrentFront = 0;
+        if (!sequential) {
+            int const limit = static_cast<int>(std::min<std::size_t>(
+                queue.size(), static_cast<std::size_t>(WorkerTLS::kTakeBatch)));
+            while (concurrentFront < limit &&
+                   queue[static_cast<std::size_t>(concurrentFront)]->getExecutionMode() ==
+                       PxRequest::CONCURRENT)
+                ++concurrentFront;
+        }
         enum { NOTHING, INTERNAL, TAKE, TAKE_SEQUENTIAL } action = NOTHING;
+        int nbTake = 0;
         EngineGuard g(m._engine);
         for (;;) {
             action = NOTHING;
+            nbTake = 0;
             // A child pushed meanwhile still goes first.
             request = g->_internalRequests[res].pop();
             if (request) {
@@ -444,7 +510,9 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
             } else if ((g->_state == RequestMgrImp::IDLE || g->_state == RequestMgrImp::RUNNING) &&
                        g->_nbExternalRequests > 0) {
                 VN_ASSERT(front != nullptr);
-                --g->_nbExternalRequests;
+                int const share = g->_nbExternalRequests / std::max(g->_maxRunningWorkers, 1);
+                nbTake = std::max(1, std::min(share, concurrentFront));
+                g->_nbExternalRequests -= nbTake;
                 action = sequential ? TAKE_SEQUENTIAL : TAKE;
                 if (sequential) {
                     g->_state = RequestMgrImp::DRAINING;
@@ -457,10 +525,15 @@ bool RequestEngine::runNext(WorkerTLS& tls) {
         if (action == NOTHING)
             return false;
         if (action != INTERNAL) {
-            m._externalRequests.pop_front();
+            queue.pop_front();
             if (action == TAKE_SEQUENTIAL)
                 return false;
             request = front;
+            for (int i = 1; i < nbTake; ++i) {
+                tls._taken[(tls._takenHead + tls._nbTaken) % WorkerTLS::kTakeBatch] = queue.front();
+                ++tls._nbTaken;
+                queue.pop_front();
+            }
         }
     }
     // Turning to another tree: the holds kept for the last one go back, so that a worker kept
@@ -681,7 +754,7 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
 
     startWorkers();
     {
-        LkGuard lock(_externalRequestsLock);
+        QueueGuard lock(_externalRequestsLock);
         _externalRequests.push_back(request);
         if (request->getExecutionMode() == PxRequest::CONCURRENT &&
             request->getPriorityLevel() == 1) {
@@ -701,6 +774,9 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
     EngineGuard g(_engine);
     do {
         wake = nullptr;
+        // Read after the snapshot: a worker that parked before it has left the count, and one
+        // that parks after it sees this request and does not park.
+        bool const looked = _nbLookingWorkers.load() > g->_nbExternalRequests;
         ++g->_nbExternalRequests;
         bool wanted = false;
         if (g->_state == IDLE) {
@@ -709,7 +785,7 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
                 wanted = true;
             }
         } else if (g->_state == RUNNING) {
-            wanted = true;
+            wanted = !looked;
         }
         if (wanted && g->_nbRunningWorkers < g->_maxRunningWorkers &&
             !g->_stoppedWorkers[CPU].isEmpty()) {
@@ -732,6 +808,11 @@ void RequestMgrImp::workerBlocked() {
     EngineGuard g(_engine);
     do {
         wake = nullptr;
+        // External requests taken with the one this worker runs go to the CPU stack, oldest on
+        // top: what blocks may wait for one of them, and another worker runs them meanwhile.
+        for (int i = tls._nbTaken - 1; i >= 0; --i)
+            g->_internalRequests[CPU].push(
+                tls._taken[(tls._takenHead + i) % WorkerTLS::kTakeBatch]);
         ++g->_nbBlockedWorkers;
         // While running, a parked worker with nothing queued for it would only park again and
         // pass the slot on: the slot goes straight to one that has work, or is left free.
@@ -751,6 +832,7 @@ void RequestMgrImp::workerBlocked() {
             --g->_nbRunningWorkers;
         }
     } while (!g.commit());
+    tls._nbTaken = 0;
     if (wake)
         wake->signal();
 }

@@ -216,35 +216,50 @@ TEST_F(RequestEngineStress, RandomTreesFromManyThreadsKeepEveryInvariant) {
                         engine().setMaxRunningWorkers(1 + static_cast<int>(rng() % 4));
                         continue;
                     }
-                    auto const treeSeed = static_cast<std::uint32_t>(rng());
-                    int const depth = static_cast<int>(rng() % 7);
+                    // Up to six roots at once: workers then take several from the queue.
+                    struct Root {
+                        std::uint32_t seed;
+                        int depth;
+                        TreeStats stats;
+                        PxRequestPtr<TreeRequest> p;
+                    };
+                    int const nbRoots = kind < 5 ? 1 + static_cast<int>(rng() % 6) : 1;
                     bool const cancel = kind == 2;
-                    TreeStats stats;
-                    auto* root = new TreeRequest(treeSeed, depth, false, &stats);
-                    PxRequestPtr<TreeRequest> p(root);
-                    engine().executeRequest(root, false);
+                    std::vector<Root> roots(static_cast<std::size_t>(nbRoots));
+                    for (Root& r : roots) {
+                        r.seed = static_cast<std::uint32_t>(rng());
+                        r.depth = static_cast<int>(rng() % 7);
+                        r.p = PxRequestPtr<TreeRequest>(
+                            new TreeRequest(r.seed, r.depth, false, &r.stats));
+                        engine().executeRequest(r.p.get(), false);
+                    }
                     if (cancel) {
                         std::this_thread::sleep_for(std::chrono::microseconds(rng() % 200));
-                        engine().cancelRequest(root);
+                        for (Root& r : roots)
+                            engine().cancelRequest(r.p.get());
                     }
-                    try {
-                        engine().waitRequest(root);
-                        if (!cancel && root->_nodes != TreeRequest::expectedNodes(treeSeed, depth))
-                            ++wrongCounts;
-                        if (root->_badRuns || root->_runs.load() != 1)
-                            ++badRuns;
-                    } catch (ExStress const&) {
-                        ++stats.caught;
-                        if (root->_runs.load() != 1)
-                            ++badRuns;
-                    } catch (PxEx::ExRequestCancelled const&) {
-                        if (!cancel)
-                            ++wrongCounts;
+                    for (Root& r : roots) {
+                        TreeRequest* const root = r.p.get();
+                        try {
+                            engine().waitRequest(root);
+                            if (!cancel &&
+                                root->_nodes != TreeRequest::expectedNodes(r.seed, r.depth))
+                                ++wrongCounts;
+                            if (root->_badRuns || root->_runs.load() != 1)
+                                ++badRuns;
+                        } catch (ExStress const&) {
+                            ++r.stats.caught;
+                            if (root->_runs.load() != 1)
+                                ++badRuns;
+                        } catch (PxEx::ExRequestCancelled const&) {
+                            if (!cancel)
+                                ++wrongCounts;
+                        }
+                        // Every failure reached a waiter, unless cancellation cut the tree short.
+                        r.p.reset();
+                        if (!cancel && r.stats.thrown.load() != r.stats.caught.load())
+                            ++lostFailures;
                     }
-                    // Every failure reached a waiter, unless cancellation cut the tree short.
-                    p.reset();
-                    if (!cancel && stats.thrown.load() != stats.caught.load())
-                        ++lostFailures;
                 }
             });
         }

@@ -6,6 +6,7 @@
 #include "PxEx.h"
 
 #include <mutex>
+#include <numeric>
 #include <vector>
 
 using namespace VnTest;
@@ -265,6 +266,42 @@ TEST_F(RequestEngine, PriorityOneMovesAheadButNeverPassesASequentialRequest) {
     for (auto& r : all)
         engine().waitRequest(r.get());
     EXPECT_EQ(order, (std::vector<std::string>{"high1", "low1", "seq", "high2", "low2"}));
+}
+
+// A worker takes a long queue several entries at a time. They run in their order, and when the
+// first one waits for a later one, the worker that blocks lets another run those it holds.
+TEST_F(RequestEngine, RequestsTakenTogetherRunInOrderAndRunElsewhereWhenTheirWorkerBlocks) {
+    struct Case {
+        bool firstWaitsForSecond;
+        std::vector<int> order;
+    };
+    std::vector<int> inOrder(21);
+    std::iota(inOrder.begin(), inOrder.end(), 0);
+    std::vector<int> firstLast(inOrder.begin() + 1, inOrder.end());
+    firstLast.push_back(0);
+    for (Case const& c : {Case{false, inOrder}, Case{true, firstLast}}) {
+        engine().setMaxRunningWorkers(1);
+        Gate gate;
+        std::mutex m;
+        std::vector<int> order;
+        std::vector<PxRequestPtr<PxRequest>> all;
+        all.emplace_back(new FnRequest([&] { gate.pass(); }));
+        engine().executeRequest(all.back().get(), false);
+        ASSERT_TRUE(eventually([&] { return gate.entered.load(); }));
+        for (int i = 0; i < 21; ++i) {
+            all.emplace_back(new FnRequest([&, i] {
+                if (i == 0 && c.firstWaitsForSecond)
+                    engine().waitRequest(all[2].get());
+                std::lock_guard g(m);
+                order.push_back(i);
+            }));
+            engine().executeRequest(all.back().get(), false);
+        }
+        gate.open = true;
+        for (auto& r : all)
+            engine().waitRequest(r.get());
+        EXPECT_EQ(order, c.order) << "first waits for second: " << c.firstWaitsForSecond;
+    }
 }
 
 TEST_F(RequestEngine, ABlockedWorkerHandsItsSlotOnAndQueuesForIt) {
