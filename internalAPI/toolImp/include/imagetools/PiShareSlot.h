@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <optional>
+#include <thread>
 
 namespace Vn {
 
@@ -19,14 +20,20 @@ struct PiShareKey {
 };
 
 // One value kept for the next to ask for it, without a lock. Readers that leave the value in
-// place share the slot, so a whole frame read for every tile of it at once is asked once; a
-// writer, or a reader that takes the value, has it alone, and whoever finds it so does without
-// it, which only means asking the graph below again.
+// place share the slot, so a whole frame read for every tile of it at once is asked once; they
+// wait out a writer, which holds the slot only to copy a value in or out. A writer that finds
+// the slot in use, or a reader that takes the value and finds it so, does without it, which only
+// means asking the graph below again.
 template <class Value>
 class PiShareSlot {
 public:
     void put(PiShareKey const& key, Value const& value) {
         int state = _state.load(std::memory_order_relaxed);
+        // Every tile of a gathered frame puts it again; rewriting it would only make its readers
+        // wait.
+        if (state >= FULL && holds(key))
+            return;
+        state = _state.load(std::memory_order_relaxed);
         if ((state != EMPTY && state != FULL) ||
             !_state.compare_exchange_strong(state, BUSY, std::memory_order_acquire))
             return;
@@ -62,17 +69,40 @@ public:
 private:
     // FULL + n while n readers copy the value.
     enum : int { BUSY = -1, EMPTY = 0, FULL = 1 };
-    std::optional<Value> read(PiShareKey const& key) {
+    // Joins the readers, unless the slot is empty; false then.
+    bool enterReader() {
         int state = _state.load(std::memory_order_relaxed);
-        do {
+        for (unsigned spins = 0;;) {
+            if (state == BUSY) {
+                if (++spins < 64)
+                    __builtin_ia32_pause();
+                else
+                    std::this_thread::yield();
+                state = _state.load(std::memory_order_relaxed);
+                continue;
+            }
             if (state < FULL)
-                return std::nullopt;
-        } while (!_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
-                                               std::memory_order_relaxed));
+                return false;
+            if (_state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                             std::memory_order_relaxed))
+                return true;
+        }
+    }
+    void leaveReader() { _state.fetch_sub(1, std::memory_order_release); }
+    bool holds(PiShareKey const& key) {
+        if (!enterReader())
+            return false;
+        bool const same = _key == key;
+        leaveReader();
+        return same;
+    }
+    std::optional<Value> read(PiShareKey const& key) {
+        if (!enterReader())
+            return std::nullopt;
         std::optional<Value> r;
         if (_key == key)
             r = _value;
-        _state.fetch_sub(1, std::memory_order_release);
+        leaveReader();
         return r;
     }
     void clear() {
