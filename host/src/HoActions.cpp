@@ -157,11 +157,18 @@ public:
     NodesAttach(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> const& nodes)
         : _group(std::move(group)) {
         _items.reserve(nodes.size());
-        for (auto const& n : nodes)
-            _items.push_back({n, -1});
+        for (std::size_t i = 0; i < nodes.size(); ++i) {
+            if (i + 8 < nodes.size())
+                prefetchNode(nodes[i + 8].get());
+            _items.push_back({nodes[i], -1});
+        }
     }
     void apply() override {
-        for (Item& i : _items) {
+        _group->_children.reserve(_group->_children.size() + _items.size());
+        for (std::size_t k = 0; k < _items.size(); ++k) {
+            if (k + 8 < _items.size())
+                prefetchNode(_items[k + 8].node.get());
+            Item& i = _items[k];
             insertAt(_group->_children, i.index, i.node);
             i.node->_group = _group.get();
             i.node->_attached = true;
@@ -209,9 +216,11 @@ public:
     void notifyApplied() override {
         bool const loaded = _loaded || _entries++ > 0;
         std::exception_ptr failure;
-        for (auto const& n : _nodes) {
+        for (std::size_t i = 0; i < _nodes.size(); ++i) {
+            if (i + 8 < _nodes.size())
+                prefetchNode(_nodes[i + 8].get());
             try {
-                announceEntered(*_group, *n, loaded);
+                announceEntered(*_group, *_nodes[i], loaded);
             } catch (...) {
                 if (!failure)
                     failure = std::current_exception();

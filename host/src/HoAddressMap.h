@@ -118,21 +118,22 @@ class HoIdIndex {
 public:
     // The first position of each object; a later repeat keeps the first.
     template <class T>
-    explicit HoIdIndex(std::vector<T*> const& objects) {
+    explicit HoIdIndex(std::vector<T*> const& objects) : HoIdIndex(objects, idsOf(objects)) {}
+
+    // `ids` are the objects' ids, read by the caller on its own walk: a list of cold objects
+    // costs a miss per object per walk.
+    template <class T>
+    HoIdIndex(std::vector<T*> const& objects, std::vector<int> const& ids) {
+        VN_ASSERT(ids.size() == objects.size());
         if (objects.empty())
             return;
-        int lo = std::numeric_limits<int>::max();
-        int hi = std::numeric_limits<int>::min();
-        for (T* o : objects) {
-            lo = std::min(lo, o->getId());
-            hi = std::max(hi, o->getId());
-        }
-        std::size_t const span = static_cast<std::size_t>(static_cast<long long>(hi) - lo) + 1;
+        auto const [lo, hi] = std::minmax_element(ids.begin(), ids.end());
+        std::size_t const span = static_cast<std::size_t>(static_cast<long long>(*hi) - *lo) + 1;
         if (span <= 8 * objects.size() + 64) {
-            _first = lo;
+            _first = *lo;
             _flat.assign(span, -1);
             for (std::size_t i = 0; i < objects.size(); ++i) {
-                int& slot = _flat[static_cast<std::size_t>(objects[i]->getId() - lo)];
+                int& slot = _flat[static_cast<std::size_t>(ids[i] - _first)];
                 if (slot < 0)
                     slot = static_cast<int>(i);
             }
@@ -144,11 +145,11 @@ public:
     }
 
     // The position of `o`, or -1.
-    int find(PiGraphObject const* o) const {
-        if (!o)
-            return -1;
+    int find(PiGraphObject const* o) const { return o ? find(o, o->getId()) : -1; }
+    // The same, where the caller knows the id.
+    int find(PiGraphObject const* o, int id) const {
         if (!_flat.empty()) {
-            long long const i = static_cast<long long>(o->getId()) - _first;
+            long long const i = static_cast<long long>(id) - _first;
             return i >= 0 && i < static_cast<long long>(_flat.size())
                        ? _flat[static_cast<std::size_t>(i)]
                        : -1;
@@ -159,6 +160,14 @@ public:
     bool contains(PiGraphObject const* o) const { return find(o) >= 0; }
 
 private:
+    template <class T>
+    static std::vector<int> idsOf(std::vector<T*> const& objects) {
+        std::vector<int> ids(objects.size());
+        for (std::size_t i = 0; i < objects.size(); ++i)
+            ids[i] = objects[i]->getId();
+        return ids;
+    }
+
     int _first = 0;
     std::vector<int> _flat;
     HoAddressMap<PiGraphObject const*, int> _table;

@@ -50,6 +50,7 @@ public:
 
     void node(HoNode const& n) {
         _written.push_back(&n);
+        noteConsumers(n);
         _w.startElement("Node");
         _w.addAttribute("kind", kind(n));
         _w.addAttribute("id", std::to_string(n.getId()));
@@ -87,18 +88,16 @@ public:
     // By outputs, so that each output's consumers come back in their order.
     void connections() {
         HoAddressSet<HoNode const*> in(_written.begin(), _written.end());
-        for (HoNode const* n : _written)
-            for (auto const& o : n->outputs())
-                for (HoInput const* t : o->targets()) {
-                    if (!in.contains(t->node()))
-                        continue;
-                    _w.startElement("Connection");
-                    _w.addAttribute("inputNode", std::to_string(t->node()->getId()));
-                    _w.addAttribute("input", t->getDottedName());
-                    _w.addAttribute("outputNode", std::to_string(n->getId()));
-                    _w.addAttribute("output", o->name());
-                    _w.endElement();
-                }
+        for (Consumer const& c : _consumers) {
+            if (!in.contains(c.node))
+                continue;
+            _w.startElement("Connection");
+            _w.addAttribute("inputNode", std::to_string(c.nodeId));
+            _w.addAttribute("input", c.input);
+            _w.addAttribute("outputNode", std::to_string(c.outputNodeId));
+            _w.addAttribute("output", c.output);
+            _w.endElement();
+        }
     }
 
 private:
@@ -183,8 +182,17 @@ private:
         }
         _w.endElement();
     }
+    // Every consumer of the node's outputs, noted while the node and its neighbours are in the
+    // cache: a walk over them all once the nodes are written would miss on each.
+    void noteConsumers(HoNode const& n) {
+        for (auto const& o : n.outputs())
+            for (HoInput const* t : o->targets())
+                _consumers.push_back(
+                    {t->node(), t->node()->getId(), t->getDottedName(), n.getId(), o->name()});
+    }
     void boundary(HoBoundaryNode const& b) {
         _written.push_back(&b);
+        noteConsumers(b);
         _w.startElement("Boundary");
         _w.addAttribute("side", b.isInput() ? "in" : "out");
         _w.addAttribute("socket", b.inputs()[0]->name());
@@ -196,8 +204,19 @@ private:
         _w.endElement();
     }
 
+    // A consumer of a written node's output; written as a connection when its own node is
+    // written too.
+    struct Consumer {
+        HoNode const* node;
+        int nodeId;
+        std::string input;
+        int outputNodeId;
+        std::string output;
+    };
+
     XmlWriter& _w;
     std::vector<HoNode const*> _written;
+    std::vector<Consumer> _consumers;
 };
 
 // ---------------------------------------------------------------------------------------------
@@ -534,8 +553,10 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
     std::vector<HoNode const*> list;
     HoAddressSet<HoNode const*> listed(nodes.size());
     list.reserve(nodes.size());
-    for (auto const& p : nodes) {
-        HoNode const& n = hoNode(*p);
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (i + 8 < nodes.size())
+            prefetchNode(nodes[i + 8].get());
+        HoNode const& n = hoNode(*nodes[i]);
         if (n.graphIfAny() != this || !n.isValid())
             VN_THROW_MSG(ExBase,
                          "the node \"" + n.name() + "\" is not in the graph \"" + _name + "\"");

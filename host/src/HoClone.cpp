@@ -13,12 +13,17 @@ namespace {
 // a copy is found by its original's position, and a socket's copy by its place on the node.
 class Cloner {
 public:
-    Cloner(HoGraphImp& g, std::vector<HoNode*> const& tops, std::map<int, int>* idMap)
-        : _g(g), _idMap(idMap), _src(all(g, tops)), _index(_src), _dst(_src.size()) {}
+    // `src` lists every node to copy, a group before its inside, and `index` finds them in it.
+    Cloner(HoGraphImp& g, std::vector<HoNode const*> src, HoIdIndex index,
+           std::map<int, int>* idMap)
+        : _g(g), _idMap(idMap), _src(std::move(src)), _index(std::move(index)), _dst(_src.size()) {
+        _links.reserve(_src.size());
+    }
 
     RCShdPtr<HoNode> copy(HoNode const& src) {
         RCShdPtr<HoNode> dst = make(src);
-        _dst[static_cast<std::size_t>(_index.find(&src))] = dst.get();
+        int const at = _index.find(&src);
+        _dst[static_cast<std::size_t>(at)] = dst.get();
         map(src, *dst);
         for (auto const& v : src.values()) {
             RCShdPtr<PiValue> nv = valueState(*v).copyFor(dst.get());
@@ -27,31 +32,27 @@ public:
         }
         for (std::size_t i = 0; i < src.outputs().size(); ++i)
             dst->outputs()[i]->buildResultState(src.outputs()[i]->resultState());
+        noteLinks(src, *dst, at);
         if (src.getNodeKind() == PiNode::GROUP)
             copyChildren(static_cast<HoGroupNode const&>(src), static_cast<HoGroupNode&>(*dst));
         return dst;
     }
 
     // Connections among the copies, to be recorded once the copies are in, so that their
-    // controllers hear of each.
-    std::vector<std::pair<HoInput*, HoOutput*>> connections() const {
+    // controllers hear of each; in the order of the source list.
+    std::vector<std::pair<HoInput*, HoOutput*>> connections() {
+        if (!std::is_sorted(_links.begin(), _links.end(),
+                            [](Link const& a, Link const& b) { return a.at < b.at; }))
+            std::stable_sort(_links.begin(), _links.end(),
+                             [](Link const& a, Link const& b) { return a.at < b.at; });
         std::vector<std::pair<HoInput*, HoOutput*>> result;
-        result.reserve(_src.size());
-        std::vector<HoInput*> from;
-        std::vector<HoInput*> to;
-        for (std::size_t i = 0; i < _src.size(); ++i) {
-            from.clear();
-            to.clear();
-            _src[i]->leafInputs(from);
-            _dst[i]->leafInputs(to);
-            for (std::size_t k = 0; k < from.size(); ++k)
-                if (HoOutput* out = copyOf(from[k]->source()))
-                    result.emplace_back(to[k], out);
-        }
+        result.reserve(_links.size());
+        for (Link const& l : _links)
+            result.emplace_back(l.in,
+                                _dst[static_cast<std::size_t>(l.from)]->outputs()[l.slot].get());
         return result;
     }
 
-private:
     // The listed nodes with the inside of their groups.
     static std::vector<HoNode const*> all(HoGraphImp& g, std::vector<HoNode*> const& tops) {
         std::vector<HoNode const*> result;
@@ -65,16 +66,33 @@ private:
         return result;
     }
 
-    // The copy of an output of a copied node, else null.
-    HoOutput* copyOf(HoOutput const* out) const {
-        int const i = out ? _index.find(out->node()) : -1;
-        if (i < 0)
-            return nullptr;
-        auto const& outs = _src[static_cast<std::size_t>(i)]->outputs();
-        for (std::size_t k = 0; k < outs.size(); ++k)
-            if (outs[k].get() == out)
-                return _dst[static_cast<std::size_t>(i)]->outputs()[k].get();
-        return nullptr;
+private:
+    // A connection of the copy's input `in` to output `slot` of the node at `from`; noted
+    // while the source node and the one feeding it are still in the cache.
+    struct Link {
+        int at;
+        HoInput* in;
+        int from;
+        std::size_t slot;
+    };
+
+    void noteLinks(HoNode const& src, HoNode& dst, int at) {
+        _from.clear();
+        _to.clear();
+        src.leafInputs(_from);
+        dst.leafInputs(_to);
+        for (std::size_t k = 0; k < _from.size(); ++k) {
+            HoOutput const* out = _from[k]->source();
+            int const i = out ? _index.find(out->node()) : -1;
+            if (i < 0)
+                continue;
+            auto const& outs = _src[static_cast<std::size_t>(i)]->outputs();
+            for (std::size_t slot = 0; slot < outs.size(); ++slot)
+                if (outs[slot].get() == out) {
+                    _links.push_back({at, _to[k], i, slot});
+                    break;
+                }
+        }
     }
 
     void map(PiGraphObject const& a, PiGraphObject const& b) {
@@ -154,6 +172,9 @@ private:
     std::vector<HoNode const*> _src;
     HoIdIndex _index;
     std::vector<HoNode*> _dst;
+    std::vector<Link> _links;
+    std::vector<HoInput*> _from;
+    std::vector<HoInput*> _to;
 };
 
 } // namespace
@@ -161,34 +182,57 @@ private:
 std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNode>> const& nodes,
                                                       std::map<int, int>* idMap) {
     requireValid("clone nodes");
+    // One walk over the listed nodes reads all that is asked of them before the copy: on a
+    // large graph each walk over cold nodes costs a cache miss per node.
     std::vector<HoNode*> listed;
+    std::vector<int> ids;
+    std::vector<HoNode const*> groups;
     listed.reserve(nodes.size());
-    for (auto const& p : nodes) {
-        HoNode& n = hoNode(*p);
+    ids.reserve(nodes.size());
+    groups.reserve(nodes.size());
+    bool anyGroup = false;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (i + 8 < nodes.size())
+            prefetchNode(nodes[i + 8].get());
+        HoNode& n = hoNode(*nodes[i]);
         n.requireValid("clone a node");
         if (!n.group())
             VN_THROW_MSG(ExBase, "the root group is not cloned");
-        if (n.getNodeKind() == BOUNDARY)
+        NodeKind const kind = n.getNodeKind();
+        if (kind == BOUNDARY)
             VN_THROW_MSG(ExBase, "the boundary node \"" + n.name() + "\" is not cloned alone");
+        anyGroup = anyGroup || kind == GROUP;
         listed.push_back(&n);
+        ids.push_back(n.getId());
+        groups.push_back(n.group());
     }
     // A node inside a listed group comes with it; a node listed twice is copied once.
-    HoIdIndex const index(listed);
+    HoIdIndex index(listed, ids);
     std::vector<HoNode*> tops;
+    tops.reserve(listed.size());
     for (std::size_t i = 0; i < listed.size(); ++i) {
-        HoNode* n = listed[i];
-        bool inner = index.find(n) != static_cast<int>(i);
-        for (HoNode const* a = n->group(); a && !inner; a = a->group())
+        bool inner = index.find(listed[i], ids[i]) != static_cast<int>(i);
+        for (HoNode const* a = groups[i]; a && !inner; a = a->group())
             inner = index.contains(a);
         if (!inner)
-            tops.push_back(n);
+            tops.push_back(listed[i]);
     }
     PiUndoGuard guard(_graph->stack(), "Clone");
-    Cloner cloner(*_graph, tops, idMap);
+    std::vector<HoNode const*> src;
+    if (!anyGroup && tops.size() == listed.size()) {
+        src.assign(listed.begin(), listed.end());
+    } else {
+        src = Cloner::all(*_graph, tops);
+        index = HoIdIndex(src);
+    }
+    Cloner cloner(*_graph, std::move(src), std::move(index), idMap);
     std::vector<RCShdPtr<HoNode>> copies;
     copies.reserve(tops.size());
-    for (HoNode* t : tops)
-        copies.push_back(cloner.copy(*t));
+    for (std::size_t i = 0; i < tops.size(); ++i) {
+        if (i + 4 < tops.size())
+            prefetchNode(tops[i + 4]);
+        copies.push_back(cloner.copy(*tops[i]));
+    }
     HoEdit::attachNodes(*this, copies);
     for (auto const& [in, out] : cloner.connections())
         HoEdit::link(*in, *out);

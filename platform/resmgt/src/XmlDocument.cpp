@@ -17,6 +17,18 @@ pugi::xml_node node(void* p) {
 void* handle(pugi::xml_node n) {
     return n.internal_object();
 }
+// Appends the saved text to a string: a string stream would grow its own buffer and then be
+// copied out whole.
+class StringSink final : public pugi::xml_writer {
+public:
+    explicit StringSink(std::string& out) : _out(out) {}
+    void write(void const* data, std::size_t size) override {
+        _out.append(static_cast<char const*>(data), size);
+    }
+
+private:
+    std::string& _out;
+};
 pugi::xml_node nextElement(pugi::xml_node n) {
     while (n && n.type() != pugi::node_element)
         n = n.next_sibling();
@@ -164,9 +176,10 @@ XmlElement XmlDocument::getRoot() const {
 }
 
 std::string XmlDocument::toString() const {
-    std::ostringstream os;
-    _imp->doc.save(os, "  ", pugi::format_default | pugi::format_no_declaration);
-    return os.str();
+    std::string text;
+    StringSink sink(text);
+    _imp->doc.save(sink, "  ", pugi::format_default | pugi::format_no_declaration);
+    return text;
 }
 
 XmlWriter::XmlWriter() = default;
