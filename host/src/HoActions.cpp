@@ -95,6 +95,7 @@ public:
     void revert() override { _attach ? out() : in(); }
     void notifyApplied() override { _attach ? entered() : left(); }
     void notifyReverted() override { _attach ? left() : entered(); }
+    void prefetch() const noexcept override { prefetchNode(_node.get()); }
 
 private:
     void in() {
@@ -139,6 +140,7 @@ public:
         if (!_onApply)
             announceEntered(*_group, *_node, true);
     }
+    void prefetch() const noexcept override { prefetchNode(_node.get()); }
 
 private:
     RCShdPtr<HoGroupNode> _group;
@@ -177,6 +179,8 @@ public:
     void revert() override {
         _failure = nullptr;
         for (auto i = _items.rbegin(); i != _items.rend(); ++i) {
+            if (_items.rend() - i > 8)
+                prefetchNode(i[8].node.get());
             eraseItem(_group->_children, i->index, i->node.get());
             i->node->_group = nullptr;
             i->node->_attached = false;
@@ -246,6 +250,10 @@ public:
     void revert() override { _connect ? cut() : join(); }
     void notifyApplied() override { tell(_connect); }
     void notifyReverted() override { tell(!_connect); }
+    void prefetch() const noexcept override {
+        prefetchObject(_in.get(), sizeof(HoInput));
+        prefetchObject(_out.get(), sizeof(HoOutput));
+    }
 
 private:
     void join() {

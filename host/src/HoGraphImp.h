@@ -588,16 +588,20 @@ T const* exactCast(B const* p) noexcept {
     return typeid(*p) == typeid(T) ? static_cast<T const*>(dynamic_cast<void const*>(p)) : nullptr;
 }
 HoNode& hoNode(PiNode const& n);
-// A walk over more nodes than the cache holds asks for the next ones' lines ahead of use. A
-// node's block is about four lines: its count just before it, then its own fields, then the
-// shared PiNode part (with the id and the count's address) at its end.
+// A walk over more objects than the cache holds asks for the next ones' lines ahead of use:
+// `bytes` of the object from its count, which lies just before it.
+inline void prefetchObject(void const* object, int bytes) noexcept {
+    auto const* from = static_cast<char const*>(object) - 16;
+    for (int at = 0; at < bytes + 16; at += 64)
+        __builtin_prefetch(from + at);
+}
+// A node's block is about four lines: its count, its own fields, then the shared PiNode part
+// (with the id and the count's address) at its end.
 inline void prefetchNode(HoNode const* n) noexcept {
-    for (int at = -64; at < 256; at += 64)
-        __builtin_prefetch(reinterpret_cast<char const*>(n) + at);
+    prefetchObject(n, 224);
 }
 inline void prefetchNode(PiNode const* n) noexcept {
-    for (int at = -256; at < 64; at += 64)
-        __builtin_prefetch(reinterpret_cast<char const*>(n) + at);
+    prefetchObject(reinterpret_cast<char const*>(n) - 192, 216);
 }
 HoInput& hoInput(PiInput const& in);
 HoOutput& hoOutput(PiOutput const& out);

@@ -25,6 +25,9 @@ public:
     virtual void revert() = 0;
     virtual void notifyApplied() {}
     virtual void notifyReverted() {}
+    // Asks the cache for the objects the action changes. An undo or redo of many actions
+    // calls it a few actions ahead, so that a long history does not wait on memory at each.
+    virtual void prefetch() const noexcept {}
 };
 
 // The undo history of a graph: commands of actions, each made by the outermost undo guard.

@@ -135,12 +135,20 @@ void PiCommandStack::replay(Command& c, bool forward) {
                 first = std::current_exception();
         }
     };
-    if (forward)
-        for (auto& a : c.actions)
-            step(*a);
-    else
-        for (auto it = c.actions.rbegin(); it != c.actions.rend(); ++it)
-            step(**it);
+    // Each action's object is asked for two strides ahead, and what it changes one stride
+    // ahead, once the object itself has arrived.
+    constexpr std::size_t kStride = 8;
+    std::size_t const n = c.actions.size();
+    auto at = [&](std::size_t k) -> PiAction* {
+        return c.actions[forward ? k : n - 1 - k].get();
+    };
+    for (std::size_t k = 0; k < n; ++k) {
+        if (k + 2 * kStride < n)
+            __builtin_prefetch(at(k + 2 * kStride));
+        if (k + kStride < n)
+            at(k + kStride)->prefetch();
+        step(*at(k));
+    }
     _replaying = false;
     _processed.call();
     if (first)
