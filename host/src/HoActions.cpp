@@ -156,14 +156,11 @@ private:
 // all are out.
 class HoEdit::NodesAttach final : public PiAction {
 public:
-    NodesAttach(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> const& nodes)
+    NodesAttach(RCShdPtr<HoGroupNode> group, std::vector<RCShdPtr<HoNode>> nodes)
         : _group(std::move(group)) {
         _items.reserve(nodes.size());
-        for (std::size_t i = 0; i < nodes.size(); ++i) {
-            if (i + 8 < nodes.size())
-                prefetchNode(nodes[i + 8].get());
-            _items.push_back({nodes[i], -1});
-        }
+        for (auto& n : nodes)
+            _items.push_back({std::move(n), -1});
     }
     void apply() override {
         _group->_children.reserve(_group->_children.size() + _items.size());
@@ -675,17 +672,16 @@ void HoEdit::announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool
         OPtr<PiAction>(new NodeAnnounce(RCShdPtr<HoGroupNode>(&group), node, loaded, true)));
 }
 
-void HoEdit::attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes) {
+void HoEdit::attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> nodes) {
     if (!nodes.empty())
         graphOf(group).record(
-            OPtr<PiAction>(new NodesAttach(RCShdPtr<HoGroupNode>(&group), nodes)));
+            OPtr<PiAction>(new NodesAttach(RCShdPtr<HoGroupNode>(&group), std::move(nodes))));
 }
 
-void HoEdit::announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
-                           bool loaded) {
+void HoEdit::announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> nodes, bool loaded) {
     if (!nodes.empty())
-        graphOf(group).record(
-            OPtr<PiAction>(new NodesAnnounce(RCShdPtr<HoGroupNode>(&group), nodes, loaded)));
+        graphOf(group).record(OPtr<PiAction>(
+            new NodesAnnounce(RCShdPtr<HoGroupNode>(&group), std::move(nodes), loaded)));
 }
 
 void HoEdit::removeNode(RCShdPtr<HoNode> const& node) {

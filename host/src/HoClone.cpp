@@ -226,18 +226,27 @@ std::vector<RCShdPtr<PiNode>> HoGroupNode::cloneNodes(std::vector<RCShdPtr<PiNod
         index = HoIdIndex(src);
     }
     Cloner cloner(*_graph, std::move(src), std::move(index), idMap);
-    std::vector<RCShdPtr<HoNode>> copies;
+    // Every list of the copies is filled while each copy is in the cache: a later walk over
+    // them all would miss on each to count its reference.
+    std::vector<RCShdPtr<HoNode>> attached;
+    std::vector<RCShdPtr<HoNode>> announced;
+    std::vector<RCShdPtr<PiNode>> copies;
+    attached.reserve(tops.size());
+    announced.reserve(tops.size());
     copies.reserve(tops.size());
     for (std::size_t i = 0; i < tops.size(); ++i) {
         if (i + 4 < tops.size())
             prefetchNode(tops[i + 4]);
-        copies.push_back(cloner.copy(*tops[i]));
+        RCShdPtr<HoNode> copy = cloner.copy(*tops[i]);
+        copies.emplace_back(copy);
+        announced.push_back(copy);
+        attached.push_back(std::move(copy));
     }
-    HoEdit::attachNodes(*this, copies);
+    HoEdit::attachNodes(*this, std::move(attached));
     for (auto const& [in, out] : cloner.connections())
         HoEdit::link(*in, *out);
-    HoEdit::announceNodes(*this, copies, true);
-    return {copies.begin(), copies.end()};
+    HoEdit::announceNodes(*this, std::move(announced), true);
+    return copies;
 }
 
 } // namespace Vn

@@ -516,9 +516,8 @@ public:
     static void announceNode(HoGroupNode& group, RCShdPtr<HoNode> const& node, bool loaded);
     // Made nodes entering a group together, unannounced, and their announcement: as many
     // attachNode and announceNode calls, in one action each.
-    static void attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes);
-    static void announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> const& nodes,
-                              bool loaded);
+    static void attachNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> nodes);
+    static void announceNodes(HoGroupNode& group, std::vector<RCShdPtr<HoNode>> nodes, bool loaded);
     // Removes the value nodes that feed only this node, cuts its connections with the rest and
     // takes it out of its group.
     static void removeNode(RCShdPtr<HoNode> const& node);
