@@ -32,7 +32,7 @@ PiFile::FormatOptionsUI::~FormatOptionsUI() = default;
 std::string PiFile::FormatOptionsUI::getOptions() const {
     XmlWriter writer;
     writeOptions(writer);
-    return writer.getDocument().getRoot().isNull() ? std::string() : writer.toString();
+    return writer.toString();
 }
 
 void PiFile::FormatOptionsUI::setOptions(std::string const& options) {

@@ -72,28 +72,43 @@ private:
     OPtr<Imp> _imp;
 };
 
-// Writes elements one after the other into a document: start, attributes and text, end.
+// Writes elements one after the other: start, attributes, then text or elements, end. A writer
+// of its own makes the text straight away, indented by two spaces as XmlDocument::toString
+// does; there an element holds either text or elements, and its attributes come first. A writer
+// into an element of another document adds to that document instead. Texts end at a NUL, as
+// in a document.
 class VN_EXPORT XmlWriter {
 public:
     XmlWriter();
-    // Writes inside an element of another document.
     explicit XmlWriter(XmlElement parent);
     ~XmlWriter();
 
-    void startElement(std::string const& name);
-    void addAttribute(std::string const& name, std::string const& value);
-    void addText(std::string const& text);
+    void startElement(std::string_view name);
+    // A second value for the same name replaces the first.
+    void addAttribute(std::string_view name, std::string_view value);
+    // Replaces the element's text.
+    void addText(std::string_view text);
     void endElement();
-    // The element being written; null before the first start.
-    XmlElement getCurrentElement() const;
-    // The document written so far; all elements must be ended.
+    // The text written so far, empty when nothing was, and for a writer into an element; all
+    // elements must be ended.
     std::string toString() const;
-    XmlDocument const& getDocument() const noexcept { return _doc; }
 
 private:
-    XmlDocument _doc;
+    enum class Part : unsigned char { ATTRIBUTES, TEXT, ELEMENTS };
+    struct Open {
+        XmlElement element;
+        // Where the name stands in the text, for the end tag.
+        std::size_t nameAt = 0;
+        std::size_t nameSize = 0;
+        // Where the text begins once the start tag is closed.
+        std::size_t textAt = 0;
+        Part part = Part::ATTRIBUTES;
+    };
+    void closeStartTag(Open& o);
+
     XmlElement _parent;
-    std::vector<XmlElement> _open;
+    std::vector<Open> _open;
+    std::string _text;
 };
 
 } // namespace Vn

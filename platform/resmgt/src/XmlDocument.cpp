@@ -4,6 +4,7 @@
 #include "ExBase.h"
 
 #include <algorithm>
+#include <cstring>
 #include <fstream>
 #include <pugixml.hpp>
 #include <sstream>
@@ -182,49 +183,186 @@ std::string XmlDocument::toString() const {
     return text;
 }
 
+namespace {
+// What a character becomes in an attribute value and in text: itself (0), an entity, or a
+// character reference; the same escapes as the document's own saving, so that both give the
+// same bytes.
+enum Escape : unsigned char { KEEP, AMP, LT, GT, QUOT, NUMERIC };
+struct EscapeTables {
+    Escape attribute[256];
+    Escape text[256];
+    EscapeTables() {
+        for (int c = 0; c < 256; ++c)
+            attribute[c] = text[c] = KEEP;
+        for (int c = 1; c < 32; ++c)
+            attribute[c] = text[c] = NUMERIC;
+        text['\t'] = text['\n'] = text['\r'] = KEEP;
+        attribute['&'] = text['&'] = AMP;
+        attribute['<'] = text['<'] = LT;
+        text['>'] = GT;
+        attribute['"'] = QUOT;
+    }
+};
+EscapeTables const kEscapes;
+
+std::string_view untilNul(std::string_view s) {
+    return s.substr(0, std::min(s.size(), s.find('\0')));
+}
+
+void appendEscaped(std::string& out, std::string_view s, Escape const (&table)[256]) {
+    s = untilNul(s);
+    std::size_t run = 0;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        Escape const e = table[static_cast<unsigned char>(s[i])];
+        if (e == KEEP) [[likely]]
+            continue;
+        out.append(s.data() + run, i - run);
+        run = i + 1;
+        switch (e) {
+        case AMP:
+            out.append("&amp;");
+            break;
+        case LT:
+            out.append("&lt;");
+            break;
+        case GT:
+            out.append("&gt;");
+            break;
+        case QUOT:
+            out.append("&quot;");
+            break;
+        default: {
+            unsigned const c = static_cast<unsigned char>(s[i]);
+            char const ref[] = {'&', '#', static_cast<char>('0' + c / 10),
+                                static_cast<char>('0' + c % 10), ';'};
+            out.append(ref, sizeof ref);
+        }
+        }
+    }
+    out.append(s.data() + run, s.size() - run);
+}
+
+void appendIndent(std::string& out, std::size_t depth) {
+    out.push_back('\n');
+    out.append(2 * depth, ' ');
+}
+} // namespace
+
 XmlWriter::XmlWriter() = default;
 XmlWriter::XmlWriter(XmlElement parent) : _parent(parent) {
     VN_ASSERT(!parent.isNull());
 }
 XmlWriter::~XmlWriter() = default;
 
-void XmlWriter::startElement(std::string const& name) {
-    XmlElement e;
-    if (!_open.empty())
-        e = _open.back().appendChild(name);
-    else if (!_parent.isNull())
-        e = _parent.appendChild(name);
-    else {
-        // clang-format off
-        VN_ASSERT(_doc.getRoot().isNull() && "one root element");
-        // clang-format on
-        e = _doc.createRoot(name);
+void XmlWriter::closeStartTag(Open& o) {
+    if (o.part == Part::ATTRIBUTES) {
+        _text.push_back('>');
+        o.textAt = _text.size();
+    }
+}
+
+void XmlWriter::startElement(std::string_view name) {
+    name = untilNul(name);
+    Open e;
+    if (!_parent.isNull()) {
+        std::string const n(name);
+        e.element = _open.empty() ? _parent.appendChild(n) : _open.back().element.appendChild(n);
+    } else {
+        if (_open.empty()) {
+            // clang-format off
+            VN_ASSERT(_text.empty() && "one root element");
+            // clang-format on
+        } else {
+            Open& parent = _open.back();
+            // clang-format off
+            VN_ASSERT(parent.part != Part::TEXT && "an element holds text or elements");
+            // clang-format on
+            closeStartTag(parent);
+            parent.part = Part::ELEMENTS;
+            appendIndent(_text, _open.size());
+        }
+        _text.push_back('<');
+        e.nameAt = _text.size();
+        e.nameSize = name.size();
+        _text.append(name);
     }
     _open.push_back(e);
 }
 
-void XmlWriter::addAttribute(std::string const& name, std::string const& value) {
+void XmlWriter::addAttribute(std::string_view name, std::string_view value) {
     VN_ASSERT(!_open.empty());
-    _open.back().setAttribute(name, value);
+    Open& o = _open.back();
+    if (!o.element.isNull()) {
+        o.element.setAttribute(std::string(untilNul(name)), std::string(untilNul(value)));
+        return;
+    }
+    // clang-format off
+    VN_ASSERT(o.part == Part::ATTRIBUTES && "attributes come before text and elements");
+    // clang-format on
+    name = untilNul(name);
+    // Values hold no quote once escaped, so the name followed by =" finds only that attribute.
+    std::size_t const attributesAt = o.nameAt + o.nameSize;
+    std::string_view const tag = std::string_view(_text).substr(attributesAt);
+    for (std::size_t at = tag.find(name); at != std::string_view::npos;
+         at = tag.find(name, at + 1)) {
+        if (at == 0 || tag[at - 1] != ' ' || tag.substr(at + name.size(), 2) != "=\"")
+            continue;
+        std::size_t const valueAt = attributesAt + at + name.size() + 2;
+        std::size_t const valueEnd = _text.find('"', valueAt);
+        std::string escaped;
+        appendEscaped(escaped, value, kEscapes.attribute);
+        _text.replace(valueAt, valueEnd - valueAt, escaped);
+        return;
+    }
+    _text.push_back(' ');
+    _text.append(name);
+    _text.append("=\"");
+    appendEscaped(_text, value, kEscapes.attribute);
+    _text.push_back('"');
 }
 
-void XmlWriter::addText(std::string const& text) {
+void XmlWriter::addText(std::string_view text) {
     VN_ASSERT(!_open.empty());
-    _open.back().setText(text);
+    Open& o = _open.back();
+    if (!o.element.isNull()) {
+        o.element.setText(std::string(untilNul(text)));
+        return;
+    }
+    // clang-format off
+    VN_ASSERT(o.part != Part::ELEMENTS && "an element holds text or elements");
+    // clang-format on
+    closeStartTag(o);
+    o.part = Part::TEXT;
+    _text.resize(o.textAt);
+    appendEscaped(_text, text, kEscapes.text);
 }
 
 void XmlWriter::endElement() {
     VN_ASSERT(!_open.empty());
+    Open const o = _open.back();
     _open.pop_back();
-}
-
-XmlElement XmlWriter::getCurrentElement() const {
-    return _open.empty() ? XmlElement() : _open.back();
+    if (!o.element.isNull())
+        return;
+    if (o.part == Part::ATTRIBUTES) {
+        _text.append(" />");
+    } else {
+        if (o.part == Part::ELEMENTS)
+            appendIndent(_text, _open.size());
+        std::size_t const at = _text.size();
+        _text.resize(at + o.nameSize + 3);
+        char* p = _text.data() + at;
+        p[0] = '<';
+        p[1] = '/';
+        std::memcpy(p + 2, _text.data() + o.nameAt, o.nameSize);
+        p[o.nameSize + 2] = '>';
+    }
+    if (_open.empty())
+        _text.push_back('\n');
 }
 
 std::string XmlWriter::toString() const {
     VN_ASSERT(_open.empty());
-    return _doc.toString();
+    return _text;
 }
 
 } // namespace Vn

@@ -2,6 +2,7 @@
 #include "ExBase.h"
 
 #include <gtest/gtest.h>
+#include <random>
 
 using namespace Vn;
 
@@ -63,4 +64,106 @@ TEST(XmlDocument, MalformedTextIsRefusedWithWhereAndWhy) {
     XmlWriter w;
     w.startElement("x");
     EXPECT_THROW(w.toString(), ExAssertionFailed) << "an element is still open";
+}
+
+namespace {
+// A random element tree written twice: by a writer of its own, and through the document's
+// elements, whose saving is the reference for the writer's bytes.
+struct RandomTree {
+    std::mt19937 rng;
+    explicit RandomTree(unsigned seed) : rng(seed) {}
+
+    int pick(int n) { return std::uniform_int_distribution<int>(0, n - 1)(rng); }
+    std::string value() {
+        std::string v;
+        for (int i = pick(6); i > 0; --i)
+            v.push_back(static_cast<char>(pick(8) == 0 ? pick(256) : 'a' + pick(3)));
+        return v;
+    }
+    void element(XmlWriter& w, XmlElement e, int depth) {
+        static char const* const names[] = {"a", "ba", "ab", "aa", "id"};
+        for (int i = pick(4); i > 0; --i) {
+            std::string const n = names[pick(5)];
+            std::string const v = value();
+            w.addAttribute(n, v);
+            e.setAttribute(n, v);
+        }
+        if (depth < 3 && pick(2) == 0) {
+            for (int i = pick(4); i > 0; --i) {
+                std::string const n = names[pick(5)];
+                w.startElement(n);
+                element(w, e.appendChild(n), depth + 1);
+                w.endElement();
+            }
+        } else {
+            for (int i = pick(3); i > 0; --i) {
+                std::string const t = value();
+                w.addText(t);
+                e.setText(t);
+            }
+        }
+    }
+};
+} // namespace
+
+// Whatever the characters, repeats and nesting, the writer's text is the document's, byte for
+// byte; a NUL ends a text as it does in a document.
+TEST(XmlDocument, WriterTextIsTheDocumentsOwn) {
+    for (unsigned seed = 0; seed < 400; ++seed) {
+        RandomTree t(seed);
+        XmlWriter w;
+        XmlDocument d;
+        w.startElement("Root");
+        t.element(w, d.createRoot("Root"), 0);
+        w.endElement();
+        ASSERT_EQ(w.toString(), d.toString()) << "seed " << seed;
+        XmlDocument::parse(w.toString());
+    }
+    XmlWriter w;
+    w.startElement(std::string("R\0x", 3));
+    w.addAttribute("a", std::string("1\0002", 3));
+    w.endElement();
+    EXPECT_EQ(w.toString(), "<R a=\"1\" />\n");
+}
+
+// A writer of its own refuses what it could only write by going back: attributes or text after
+// elements, elements after text, a second root.
+TEST(XmlDocument, WriterRefusesOutOfOrderParts) {
+    struct Case {
+        char const* what;
+        void (*write)(XmlWriter&);
+    } const cases[] = {
+        {"attribute after an element",
+         [](XmlWriter& w) {
+             w.startElement("c");
+             w.endElement();
+             w.addAttribute("a", "1");
+         }},
+        {"attribute after text",
+         [](XmlWriter& w) {
+             w.addText("t");
+             w.addAttribute("a", "1");
+         }},
+        {"text after an element",
+         [](XmlWriter& w) {
+             w.startElement("c");
+             w.endElement();
+             w.addText("t");
+         }},
+        {"element after text",
+         [](XmlWriter& w) {
+             w.addText("t");
+             w.startElement("c");
+         }},
+        {"second root",
+         [](XmlWriter& w) {
+             w.endElement();
+             w.startElement("r");
+         }},
+    };
+    for (Case const& c : cases) {
+        XmlWriter w;
+        w.startElement("r");
+        EXPECT_THROW(c.write(w), ExAssertionFailed) << c.what;
+    }
 }
