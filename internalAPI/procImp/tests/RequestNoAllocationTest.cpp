@@ -11,6 +11,10 @@
 namespace VnTest {
 std::atomic<bool> g_counting{false};
 std::atomic<long> g_allocations{0};
+// Set once the thread has made requests: its first makes its per-thread pool caches, which is
+// once per thread, not per request, and a loaded machine may leave a worker idle through the
+// warm-up.
+thread_local bool t_madeRequests = false;
 } // namespace VnTest
 
 // The replacement pairs malloc with free on purpose.
@@ -18,7 +22,7 @@ std::atomic<long> g_allocations{0};
 
 void* operator new(std::size_t size) {
     using namespace VnTest;
-    if (g_counting.load(std::memory_order_relaxed))
+    if (g_counting.load(std::memory_order_relaxed) && t_madeRequests)
         g_allocations.fetch_add(1, std::memory_order_relaxed);
     if (void* p = std::malloc(size ? size : 1))
         return p;
@@ -48,6 +52,7 @@ public:
             children[i] = PxRequestPtr<Node>(new Node(_depth - 1));
             engine().executeRequest(children[i].get(), i % 2 == 0);
         }
+        t_madeRequests = true;
         for (auto& c : children)
             engine().waitRequest(c.get());
     }
