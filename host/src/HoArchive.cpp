@@ -51,10 +51,10 @@ public:
     void node(HoNode const& n) {
         _written.push_back(&n);
         noteConsumers(n);
-        _w.startElement("Node");
-        _w.addAttribute("kind", kind(n));
-        _w.addAttribute("id", std::to_string(n.getId()));
-        _w.addAttribute("name", n.name());
+        _w.openTag("Node");
+        _w.writeAttrib("kind", kind(n));
+        _w.writeAttrib("id", std::to_string(n.getId()));
+        _w.writeAttrib("name", n.name());
         switch (n.getNodeKind()) {
         case PiNode::TOOL:
             tool(*static_cast<HoToolNode const&>(n).getTool());
@@ -64,10 +64,10 @@ public:
                 tool(*t);
             break;
         case PiNode::VALUE:
-            _w.addAttribute("type", std::to_string(n.inputs()[0]->type().getType()));
+            _w.writeAttrib("type", std::to_string(n.inputs()[0]->type().getType()));
             break;
         case PiNode::LINK:
-            _w.addAttribute("type", std::to_string(n.outputs()[0]->type().getType()));
+            _w.writeAttrib("type", std::to_string(n.outputs()[0]->type().getType()));
             break;
         case PiNode::BOUNDARY:
             break;
@@ -82,7 +82,7 @@ public:
                 c->getNodeKind() == PiNode::BOUNDARY
                     ? boundary(static_cast<HoBoundaryNode const&>(*c))
                     : node(*c);
-        _w.endElement();
+        _w.closeTag();
     }
 
     // By outputs, so that each output's consumers come back in their order.
@@ -91,12 +91,12 @@ public:
         for (Consumer const& c : _consumers) {
             if (!in.contains(c.node))
                 continue;
-            _w.startElement("Connection");
-            _w.addAttribute("inputNode", std::to_string(c.nodeId));
-            _w.addAttribute("input", c.input);
-            _w.addAttribute("outputNode", std::to_string(c.outputNodeId));
-            _w.addAttribute("output", c.output);
-            _w.endElement();
+            _w.openTag("Connection");
+            _w.writeAttrib("inputNode", std::to_string(c.nodeId));
+            _w.writeAttrib("input", c.input);
+            _w.writeAttrib("outputNode", std::to_string(c.outputNodeId));
+            _w.writeAttrib("output", c.output);
+            _w.closeTag();
         }
     }
 
@@ -117,24 +117,24 @@ private:
         return "";
     }
     void tool(PiTool const& t) {
-        _w.addAttribute("tool", t.getFullName());
-        _w.addAttribute("version", t.getVersion());
+        _w.writeAttrib("tool", t.getFullName());
+        _w.writeAttrib("version", t.getVersion());
     }
     void sockets(HoNode const& n) {
         for (auto const& in : n.inputs())
             if (in->kind() == PiSocket::DYNAMIC) {
-                _w.startElement("DynamicInput");
-                _w.addAttribute("name", in->name());
-                _w.addAttribute("type", std::to_string(in->type().getType()));
-                _w.addAttribute("cardinality", std::to_string(in->type().getCardinality()));
-                _w.endElement();
+                _w.openTag("DynamicInput");
+                _w.writeAttrib("name", in->name());
+                _w.writeAttrib("type", std::to_string(in->type().getType()));
+                _w.writeAttrib("cardinality", std::to_string(in->type().getCardinality()));
+                _w.closeTag();
             }
         for (auto const& o : n.outputs())
             if (o->kind() == PiSocket::DYNAMIC) {
-                _w.startElement("DynamicOutput");
-                _w.addAttribute("name", o->name());
-                _w.addAttribute("type", std::to_string(o->type().getType()));
-                _w.endElement();
+                _w.openTag("DynamicOutput");
+                _w.writeAttrib("name", o->name());
+                _w.writeAttrib("type", std::to_string(o->type().getType()));
+                _w.closeTag();
             }
         for (auto const& in : n.inputs())
             elements(*in);
@@ -143,10 +143,10 @@ private:
         bool const list = in.type().getCardinality() != PiSocketType::SINGLE;
         for (auto const& e : in.elements()) {
             if (list) {
-                _w.startElement("Element");
-                _w.addAttribute("input", in.getDottedName());
-                _w.addAttribute("name", e->name());
-                _w.endElement();
+                _w.openTag("Element");
+                _w.writeAttrib("input", in.getDottedName());
+                _w.writeAttrib("name", e->name());
+                _w.closeTag();
             }
             elements(*e);
         }
@@ -154,33 +154,33 @@ private:
     void content(HoNode const& n) {
         for (auto const& o : n.outputs())
             if (o->resultState() != 0) {
-                _w.startElement("Result");
-                _w.addAttribute("output", o->name());
-                _w.addAttribute("state", std::to_string(o->resultState()));
-                _w.endElement();
+                _w.openTag("Result");
+                _w.writeAttrib("output", o->name());
+                _w.writeAttrib("state", std::to_string(o->resultState()));
+                _w.closeTag();
             }
         for (auto const& v : n.values()) {
-            _w.startElement("Value");
-            _w.addAttribute("name", v->getName());
-            _w.addAttribute("type", std::to_string(static_cast<int>(v->getType())));
-            _w.addText(v->toString());
-            _w.endElement();
+            _w.openTag("Value");
+            _w.writeAttrib("name", v->getName());
+            _w.writeAttrib("type", std::to_string(static_cast<int>(v->getType())));
+            _w.writeText(v->toString());
+            _w.closeTag();
         }
     }
     void target(HoLinkNode const& l) {
         HoSocketRef ref = l.target() ? HoSocketRef::describe(l.target()) : l.unresolved();
         if (ref.empty())
             return;
-        _w.startElement("Target");
-        _w.addAttribute("graph", ref.graph);
-        _w.addAttribute("socket", ref.socket);
-        _w.addAttribute("side", ref.isInput ? "in" : "out");
+        _w.openTag("Target");
+        _w.writeAttrib("graph", ref.graph);
+        _w.writeAttrib("socket", ref.socket);
+        _w.writeAttrib("side", ref.isInput ? "in" : "out");
         for (std::string const& step : ref.nodePath) {
-            _w.startElement("Step");
-            _w.addAttribute("name", step);
-            _w.endElement();
+            _w.openTag("Step");
+            _w.writeAttrib("name", step);
+            _w.closeTag();
         }
-        _w.endElement();
+        _w.closeTag();
     }
     // Every consumer of the node's outputs, noted while the node and its neighbours are in the
     // cache: a walk over them all once the nodes are written would miss on each.
@@ -193,15 +193,15 @@ private:
     void boundary(HoBoundaryNode const& b) {
         _written.push_back(&b);
         noteConsumers(b);
-        _w.startElement("Boundary");
-        _w.addAttribute("side", b.isInput() ? "in" : "out");
-        _w.addAttribute("socket", b.inputs()[0]->name());
-        _w.addAttribute("type", std::to_string(b.inputs()[0]->type().getType()));
-        _w.addAttribute("static", b.kind() == PiSocket::STATIC ? "1" : "0");
-        _w.addAttribute("id", std::to_string(b.getId()));
-        _w.addAttribute("name", b.name());
+        _w.openTag("Boundary");
+        _w.writeAttrib("side", b.isInput() ? "in" : "out");
+        _w.writeAttrib("socket", b.inputs()[0]->name());
+        _w.writeAttrib("type", std::to_string(b.inputs()[0]->type().getType()));
+        _w.writeAttrib("static", b.kind() == PiSocket::STATIC ? "1" : "0");
+        _w.writeAttrib("id", std::to_string(b.getId()));
+        _w.writeAttrib("name", b.name());
         content(b);
-        _w.endElement();
+        _w.closeTag();
     }
 
     // A consumer of a written node's output; written as a connection when its own node is
@@ -563,8 +563,8 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
         if (n.getNodeKind() != PiNode::BOUNDARY && listed.insert(&n))
             list.push_back(&n);
     }
-    writer.startElement("Graph");
-    writer.addAttribute("version", "1");
+    writer.openTag("Graph");
+    writer.writeAttrib("version", "1");
     Writer w(writer);
     for (HoNode const* n : list) {
         bool inner = false;
@@ -574,7 +574,7 @@ void HoGraphImp::archiveNodes(std::vector<RCShdPtr<PiNode>> const& nodes, XmlWri
             w.node(*n);
     }
     w.connections();
-    writer.endElement();
+    writer.closeTag();
 }
 
 // A tool may have gained value inputs since its nodes were archived: they get value nodes, and

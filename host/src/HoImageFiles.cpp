@@ -510,12 +510,12 @@ ImFormat HoNumberedSequence::getFormat() const {
 
 std::string HoNumberedSequence::toXml() const {
     XmlWriter w;
-    w.startElement(kRootName);
-    w.addAttribute("pattern", _pattern);
-    w.addAttribute("first", std::to_string(_first));
-    w.addAttribute("last", std::to_string(_last));
-    w.addAttribute("missing", _holdMissing ? "hold" : "error");
-    w.endElement();
+    w.openTag(kRootName);
+    w.writeAttrib("pattern", _pattern);
+    w.writeAttrib("first", std::to_string(_first));
+    w.writeAttrib("last", std::to_string(_last));
+    w.writeAttrib("missing", _holdMissing ? "hold" : "error");
+    w.closeTag();
     return w.toString();
 }
 

@@ -104,27 +104,27 @@ HoUserSettings::Values HoUserSettings::parse(std::string_view text, std::string 
 
 std::string HoUserSettings::format(Values const& values) {
     XmlWriter w;
-    w.startElement(kRoot);
-    w.addAttribute("version", kFormatVersion);
-    w.startElement("AutoKey");
-    w.addText(values.autoKey ? "true" : "false");
-    w.endElement();
+    w.openTag(kRoot);
+    w.writeAttrib("version", kFormatVersion);
+    w.openTag("AutoKey");
+    w.writeText(values.autoKey ? "true" : "false");
+    w.closeTag();
     for (auto const& [device, settings] : values.videoDevices) {
-        w.startElement("VideoDevice");
-        w.addAttribute("name", device);
+        w.openTag("VideoDevice");
+        w.writeAttrib("name", device);
         if (!settings.empty())
-            w.addText(settings);
-        w.endElement();
+            w.writeText(settings);
+        w.closeTag();
     }
-    w.startElement("RecentProjects");
+    w.openTag("RecentProjects");
     for (ProjectListEntry const& p : values.recentProjects) {
-        w.startElement("Project");
-        w.addAttribute("path", p.getProjectPath().getString());
-        w.addAttribute("date", p.getDate().toIso8601());
-        w.endElement();
+        w.openTag("Project");
+        w.writeAttrib("path", p.getProjectPath().getString());
+        w.writeAttrib("date", p.getDate().toIso8601());
+        w.closeTag();
     }
-    w.endElement();
-    w.endElement();
+    w.closeTag();
+    w.closeTag();
     return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n" + w.toString();
 }
 

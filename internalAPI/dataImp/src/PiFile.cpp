@@ -9,6 +9,8 @@
 #include "PiProjectSettings.h"
 #include "XmlDocument.h"
 
+#include <sstream>
+
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -30,9 +32,10 @@ LgMinorGroup& logGroup() {
 PiFile::FormatOptionsUI::~FormatOptionsUI() = default;
 
 std::string PiFile::FormatOptionsUI::getOptions() const {
-    XmlWriter writer;
+    std::ostringstream text;
+    XmlWriter writer(text, 0);
     writeOptions(writer);
-    return writer.toString();
+    return text.str();
 }
 
 void PiFile::FormatOptionsUI::setOptions(std::string const& options) {

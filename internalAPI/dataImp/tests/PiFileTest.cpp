@@ -14,9 +14,9 @@ public:
     mutable int reads = 0;
     std::string quality = "high";
     void writeOptions(XmlWriter& w) const override {
-        w.startElement("Options");
-        w.addAttribute("quality", quality);
-        w.endElement();
+        w.openTag("Options");
+        w.writeAttrib("quality", quality);
+        w.closeTag();
     }
     void readOptions(XmlElement const& root) override {
         ++reads;

@@ -3,6 +3,7 @@
 #include "OPtr.h"
 #include "VnExport.h"
 
+#include <iosfwd>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -72,25 +73,27 @@ private:
     OPtr<Imp> _imp;
 };
 
-// Writes elements one after the other: start, attributes, then text or elements, end. A writer
-// of its own makes the text straight away, indented by two spaces as XmlDocument::toString
-// does; there an element holds either text or elements, and its attributes come first. A writer
-// into an element of another document adds to that document instead. Texts end at a NUL, as
-// in a document.
+// Writes elements one after the other: open, attributes, then text or elements, close. A writer
+// of its own makes the text as it goes, each element on its line, indented by `indent` spaces
+// per level as XmlDocument::toString does with two; there an element holds either text or
+// elements, and its attributes come first. A writer on a stream gives it the text when the root
+// element closes. A writer into an element of another document adds to that document instead.
+// Texts end at a NUL, as in a document.
 class VN_EXPORT XmlWriter {
 public:
-    XmlWriter();
+    explicit XmlWriter(int indent = 2);
+    XmlWriter(std::ostream& stream, int indent);
     explicit XmlWriter(XmlElement parent);
     ~XmlWriter();
 
-    void startElement(std::string_view name);
+    void openTag(std::string_view name);
     // A second value for the same name replaces the first.
-    void addAttribute(std::string_view name, std::string_view value);
+    void writeAttrib(std::string_view name, std::string_view value);
     // Replaces the element's text.
-    void addText(std::string_view text);
-    void endElement();
+    void writeText(std::string_view text);
+    void closeTag();
     // The text written so far, empty when nothing was, and for a writer into an element; all
-    // elements must be ended.
+    // elements must be closed.
     std::string toString() const;
 
 private:
@@ -109,6 +112,8 @@ private:
     XmlElement _parent;
     std::vector<Open> _open;
     std::string _text;
+    std::ostream* _stream = nullptr;
+    int _indent = 2;
 };
 
 } // namespace Vn

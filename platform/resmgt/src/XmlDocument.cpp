@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
+#include <ostream>
 #include <pugixml.hpp>
 #include <sstream>
 
@@ -242,13 +243,18 @@ void appendEscaped(std::string& out, std::string_view s, Escape const (&table)[2
     out.append(s.data() + run, s.size() - run);
 }
 
-void appendIndent(std::string& out, std::size_t depth) {
+void appendIndent(std::string& out, int indent, std::size_t depth) {
     out.push_back('\n');
-    out.append(2 * depth, ' ');
+    out.append(static_cast<std::size_t>(indent) * depth, ' ');
 }
 } // namespace
 
-XmlWriter::XmlWriter() = default;
+XmlWriter::XmlWriter(int indent) : _indent(indent) {
+    VN_ASSERT(indent >= 0);
+}
+XmlWriter::XmlWriter(std::ostream& stream, int indent) : XmlWriter(indent) {
+    _stream = &stream;
+}
 XmlWriter::XmlWriter(XmlElement parent) : _parent(parent) {
     VN_ASSERT(!parent.isNull());
 }
@@ -261,7 +267,7 @@ void XmlWriter::closeStartTag(Open& o) {
     }
 }
 
-void XmlWriter::startElement(std::string_view name) {
+void XmlWriter::openTag(std::string_view name) {
     name = untilNul(name);
     Open e;
     if (!_parent.isNull()) {
@@ -279,7 +285,7 @@ void XmlWriter::startElement(std::string_view name) {
             // clang-format on
             closeStartTag(parent);
             parent.part = Part::ELEMENTS;
-            appendIndent(_text, _open.size());
+            appendIndent(_text, _indent, _open.size());
         }
         _text.push_back('<');
         e.nameAt = _text.size();
@@ -289,7 +295,7 @@ void XmlWriter::startElement(std::string_view name) {
     _open.push_back(e);
 }
 
-void XmlWriter::addAttribute(std::string_view name, std::string_view value) {
+void XmlWriter::writeAttrib(std::string_view name, std::string_view value) {
     VN_ASSERT(!_open.empty());
     Open& o = _open.back();
     if (!o.element.isNull()) {
@@ -321,7 +327,7 @@ void XmlWriter::addAttribute(std::string_view name, std::string_view value) {
     _text.push_back('"');
 }
 
-void XmlWriter::addText(std::string_view text) {
+void XmlWriter::writeText(std::string_view text) {
     VN_ASSERT(!_open.empty());
     Open& o = _open.back();
     if (!o.element.isNull()) {
@@ -337,7 +343,7 @@ void XmlWriter::addText(std::string_view text) {
     appendEscaped(_text, text, kEscapes.text);
 }
 
-void XmlWriter::endElement() {
+void XmlWriter::closeTag() {
     VN_ASSERT(!_open.empty());
     Open const o = _open.back();
     _open.pop_back();
@@ -347,7 +353,7 @@ void XmlWriter::endElement() {
         _text.append(" />");
     } else {
         if (o.part == Part::ELEMENTS)
-            appendIndent(_text, _open.size());
+            appendIndent(_text, _indent, _open.size());
         std::size_t const at = _text.size();
         _text.resize(at + o.nameSize + 3);
         char* p = _text.data() + at;
@@ -356,8 +362,11 @@ void XmlWriter::endElement() {
         std::memcpy(p + 2, _text.data() + o.nameAt, o.nameSize);
         p[o.nameSize + 2] = '>';
     }
-    if (_open.empty())
+    if (_open.empty()) {
         _text.push_back('\n');
+        if (_stream)
+            _stream->write(_text.data(), static_cast<std::streamsize>(_text.size()));
+    }
 }
 
 std::string XmlWriter::toString() const {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <random>
+#include <sstream>
 
 using namespace Vn;
 
@@ -10,17 +11,17 @@ using namespace Vn;
 // characters; comments and blank text between elements are not children.
 TEST(XmlDocument, WriterAndParserAgree) {
     XmlWriter w;
-    w.startElement("Root");
-    w.addAttribute("a", "<\"&'>\t");
-    w.startElement("Child");
-    w.addText("  x < y & z  ");
-    w.endElement();
-    w.startElement("Child");
-    w.addText("   ");
-    w.endElement();
-    w.startElement("Other");
-    w.endElement();
-    w.endElement();
+    w.openTag("Root");
+    w.writeAttrib("a", "<\"&'>\t");
+    w.openTag("Child");
+    w.writeText("  x < y & z  ");
+    w.closeTag();
+    w.openTag("Child");
+    w.writeText("   ");
+    w.closeTag();
+    w.openTag("Other");
+    w.closeTag();
+    w.closeTag();
     XmlDocument d = XmlDocument::parse(w.toString());
     XmlElement root = d.getRoot();
     EXPECT_EQ(root.getName(), "Root");
@@ -40,8 +41,8 @@ TEST(XmlDocument, WriterAndParserAgree) {
 
     // A writer can fill an element of another document.
     XmlWriter inner(kids[0]);
-    inner.startElement("Deep");
-    inner.endElement();
+    inner.openTag("Deep");
+    inner.closeTag();
     EXPECT_NE(c.toString().find("<Deep"), std::string::npos);
 }
 
@@ -62,7 +63,7 @@ TEST(XmlDocument, MalformedTextIsRefusedWithWhereAndWhy) {
     EXPECT_THROW(XmlDocument::parse("just text"), ExBase);
     EXPECT_THROW(XmlDocument::parse(std::string("<a>\0</a>", 8)), ExBase);
     XmlWriter w;
-    w.startElement("x");
+    w.openTag("x");
     EXPECT_THROW(w.toString(), ExAssertionFailed) << "an element is still open";
 }
 
@@ -85,20 +86,20 @@ struct RandomTree {
         for (int i = pick(4); i > 0; --i) {
             std::string const n = names[pick(5)];
             std::string const v = value();
-            w.addAttribute(n, v);
+            w.writeAttrib(n, v);
             e.setAttribute(n, v);
         }
         if (depth < 3 && pick(2) == 0) {
             for (int i = pick(4); i > 0; --i) {
                 std::string const n = names[pick(5)];
-                w.startElement(n);
+                w.openTag(n);
                 element(w, e.appendChild(n), depth + 1);
-                w.endElement();
+                w.closeTag();
             }
         } else {
             for (int i = pick(3); i > 0; --i) {
                 std::string const t = value();
-                w.addText(t);
+                w.writeText(t);
                 e.setText(t);
             }
         }
@@ -113,17 +114,28 @@ TEST(XmlDocument, WriterTextIsTheDocumentsOwn) {
         RandomTree t(seed);
         XmlWriter w;
         XmlDocument d;
-        w.startElement("Root");
+        w.openTag("Root");
         t.element(w, d.createRoot("Root"), 0);
-        w.endElement();
+        w.closeTag();
         ASSERT_EQ(w.toString(), d.toString()) << "seed " << seed;
         XmlDocument::parse(w.toString());
     }
     XmlWriter w;
-    w.startElement(std::string("R\0x", 3));
-    w.addAttribute("a", std::string("1\0002", 3));
-    w.endElement();
+    w.openTag(std::string("R\0x", 3));
+    w.writeAttrib("a", std::string("1\0002", 3));
+    w.closeTag();
     EXPECT_EQ(w.toString(), "<R a=\"1\" />\n");
+
+    // Another indent, and the text handed to a stream once the root closes.
+    std::ostringstream stream;
+    XmlWriter flat(stream, 0);
+    flat.openTag("R");
+    flat.openTag("C");
+    flat.writeText("x");
+    flat.closeTag();
+    EXPECT_EQ(stream.str(), "");
+    flat.closeTag();
+    EXPECT_EQ(stream.str(), "<R>\n<C>x</C>\n</R>\n");
 }
 
 // A writer of its own refuses what it could only write by going back: attributes or text after
@@ -135,35 +147,35 @@ TEST(XmlDocument, WriterRefusesOutOfOrderParts) {
     } const cases[] = {
         {"attribute after an element",
          [](XmlWriter& w) {
-             w.startElement("c");
-             w.endElement();
-             w.addAttribute("a", "1");
+             w.openTag("c");
+             w.closeTag();
+             w.writeAttrib("a", "1");
          }},
         {"attribute after text",
          [](XmlWriter& w) {
-             w.addText("t");
-             w.addAttribute("a", "1");
+             w.writeText("t");
+             w.writeAttrib("a", "1");
          }},
         {"text after an element",
          [](XmlWriter& w) {
-             w.startElement("c");
-             w.endElement();
-             w.addText("t");
+             w.openTag("c");
+             w.closeTag();
+             w.writeText("t");
          }},
         {"element after text",
          [](XmlWriter& w) {
-             w.addText("t");
-             w.startElement("c");
+             w.writeText("t");
+             w.openTag("c");
          }},
         {"second root",
          [](XmlWriter& w) {
-             w.endElement();
-             w.startElement("r");
+             w.closeTag();
+             w.openTag("r");
          }},
     };
     for (Case const& c : cases) {
         XmlWriter w;
-        w.startElement("r");
+        w.openTag("r");
         EXPECT_THROW(c.write(w), ExAssertionFailed) << c.what;
     }
 }

@@ -56,10 +56,10 @@ std::string schemaOf(PiTool const& tool) {
 }
 
 void textElement(XmlWriter& w, std::string const& name, std::string const& text) {
-    w.startElement(name);
+    w.openTag(name);
     if (!text.empty())
-        w.addText(text);
-    w.endElement();
+        w.writeText(text);
+    w.closeTag();
 }
 
 // "true" and "1" are true, "false" and "0" false, in any case; anything else is no value.
@@ -119,9 +119,9 @@ RCShdPtr<PiToolPreset> PiToolPreset::save(RCShdPtr<PiNode const> const& node,
     // leaves an older preset of that path as it was.
     InBuildInfo const* app = InBuildInfoMgr::getAppInfo();
     XmlWriter w;
-    w.startElement("Root");
-    w.startElement("PresetsHeader");
-    w.addAttribute("DisplayGraphModifier", flag ? "true" : "false");
+    w.openTag("Root");
+    w.openTag("PresetsHeader");
+    w.writeAttrib("DisplayGraphModifier", flag ? "true" : "false");
     textElement(w, "Creator", creator);
     textElement(w, "ProductName", app ? app->getProductName() : std::string());
     textElement(w, "Version", app ? app->getVersionText() : std::string());
@@ -130,9 +130,9 @@ RCShdPtr<PiToolPreset> PiToolPreset::save(RCShdPtr<PiNode const> const& node,
     textElement(w, "ToolCategory", tool->getProtocol().getCategory());
     textElement(w, "ToolName", tool->getName());
     textElement(w, "ToolSchema", schemaOf(*tool));
-    w.endElement();
+    w.closeTag();
     PiGraphUtils::archiveNodes(Iterator<RCShdPtr<PiNode const>>::overValues({node}), w);
-    w.endElement();
+    w.closeTag();
     std::string const text = w.toString();
 
     OsFsUtils::createFilePath(path, path.getRoot(), OsFileTypes::Permissions(3, 3, 3));
