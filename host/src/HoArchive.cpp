@@ -11,7 +11,6 @@
 #include <cstdlib>
 #include <limits>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace Vn {
 
@@ -249,15 +248,17 @@ public:
 
 private:
     static void checkAttributes(XmlElement const& e) {
-        for (auto const& [name, value] : e.getAttributes())
-            if (value.size() > kMaxAttribute)
-                fail("the attribute \"" + name.substr(0, 64) + "\" of \"" + e.getName() +
-                     "\" is longer than " + std::to_string(kMaxAttribute) + " characters");
+        for (XmlAttribute a = e.getFirstAttribute(); !a.isNull(); a = a.getNext())
+            if (a.getValue().size() > kMaxAttribute)
+                fail("the attribute \"" + std::string(a.getName().substr(0, 64)) + "\" of \"" +
+                     e.getName() + "\" is longer than " + std::to_string(kMaxAttribute) +
+                     " characters");
     }
     static std::string need(XmlElement const& e, char const* attr) {
-        if (!e.hasAttribute(attr))
+        char const* value = e.findAttribute(attr);
+        if (!value)
             fail("\"" + e.getName() + "\" lacks the attribute \"" + attr + "\"");
-        return e.getAttribute(attr);
+        return value;
     }
     static long number(XmlElement const& e, char const* attr, long lo, long hi) {
         std::string const t = need(e, attr);
@@ -360,7 +361,7 @@ private:
         if (!v) {
             v = makeValue(&n, name, static_cast<PiValueType>(type));
             n.buildValue(v);
-        } else if (_loadedValues.count(v.get())) {
+        } else if (_loadedValues.contains(v.get())) {
             fail("the stored value \"" + name + "\" is given twice");
         }
         _loadedValues.insert(v.get());
@@ -452,7 +453,7 @@ private:
             if (!b || b->kind() != PiSocket::STATIC ||
                 b->inputs()[0]->type().getType() != t.getType())
                 fail("the group \"" + g.name() + "\" has no static socket \"" + socket + "\"");
-            if (_byNode.count(b))
+            if (_byNode.contains(b))
                 fail("the socket \"" + socket + "\" is given twice");
         } else {
             if (b)
@@ -505,46 +506,62 @@ private:
             fail("the input \"" + inName + "\" holds sub-inputs and takes no connection");
         if (in.type().getType() != out->type().getType())
             fail("the output \"" + outName + "\" cannot feed \"" + inName + "\": types differ");
-        if (_laterInputs.count(&in))
+        if (_laterInputs.contains(&in))
             fail("the input \"" + inName + "\" of \"" + inNode->name() + "\" is fed twice");
         _edges.emplace_back(inNode, outNode);
         // Every connection is recorded once the nodes are in, in the archive's order.
         _later.emplace_back(&in, out);
         _laterInputs.insert(&in);
     }
+    // Kahn's walk over the connected nodes, numbered as met, with each node's consumers in
+    // one flat array.
     void checkAcyclic() {
-        std::unordered_map<HoNode*, std::vector<HoNode*>> next;
-        std::unordered_map<HoNode*, int> pending;
+        HoAddressMap<HoNode*, int> number(2 * _edges.size());
+        std::vector<std::pair<int, int>> edges;
+        edges.reserve(_edges.size());
         for (auto const& [in, out] : _edges) {
-            next[out].push_back(in);
-            ++pending[in];
-            pending.try_emplace(out, 0);
+            int const o = *number.insert(out, static_cast<int>(number.size())).first;
+            int const i = *number.insert(in, static_cast<int>(number.size())).first;
+            edges.emplace_back(o, i);
         }
-        std::vector<HoNode*> ready;
-        for (auto const& [n, count] : pending)
-            if (count == 0)
-                ready.push_back(n);
+        std::size_t const n = number.size();
+        std::vector<int> first(n + 1, 0);
+        std::vector<int> pending(n, 0);
+        for (auto const& [o, i] : edges) {
+            ++first[static_cast<std::size_t>(o) + 1];
+            ++pending[static_cast<std::size_t>(i)];
+        }
+        for (std::size_t k = 0; k < n; ++k)
+            first[k + 1] += first[k];
+        std::vector<int> next(edges.size());
+        std::vector<int> fill(first.begin(), first.end() - 1);
+        for (auto const& [o, i] : edges)
+            next[static_cast<std::size_t>(fill[static_cast<std::size_t>(o)]++)] = i;
+        std::vector<int> ready;
+        for (std::size_t k = 0; k < n; ++k)
+            if (pending[k] == 0)
+                ready.push_back(static_cast<int>(k));
         std::size_t done = 0;
         while (!ready.empty()) {
-            HoNode* n = ready.back();
+            auto const k = static_cast<std::size_t>(ready.back());
             ready.pop_back();
             ++done;
-            for (HoNode* m : next[n])
-                if (--pending[m] == 0)
-                    ready.push_back(m);
+            for (int j = first[k]; j < first[k + 1]; ++j)
+                if (--pending[static_cast<std::size_t>(next[static_cast<std::size_t>(j)])] == 0)
+                    ready.push_back(next[static_cast<std::size_t>(j)]);
         }
-        if (done != pending.size())
+        if (done != n)
             fail("the connections form a cycle");
     }
 
     HoGraphImp& _g;
     std::vector<RCShdPtr<HoNode>> _tops;
     std::unordered_map<int, HoNode*> _byId;
-    std::unordered_set<HoNode*> _byNode;
-    std::unordered_set<PiValue*> _loadedValues;
+    HoAddressSet<HoNode*> _byNode;
+    HoAddressSet<PiValue*> _loadedValues;
     std::vector<std::pair<HoNode*, HoNode*>> _edges;
     std::vector<std::pair<HoInput*, HoOutput*>> _later;
-    std::unordered_set<HoInput*> _laterInputs;
+    HoAddressSet<HoInput*> _laterInputs;
 };
 
 } // namespace

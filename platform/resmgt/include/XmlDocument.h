@@ -12,6 +12,23 @@
 namespace Vn {
 
 class XmlDocument;
+class XmlElement;
+
+// A handle on an attribute of an element; a default one is null.
+class VN_EXPORT XmlAttribute {
+public:
+    XmlAttribute() noexcept = default;
+
+    bool isNull() const noexcept { return _attribute == nullptr; }
+    std::string_view getName() const;
+    std::string_view getValue() const;
+    XmlAttribute getNext() const;
+
+private:
+    friend class XmlElement;
+    explicit XmlAttribute(void* attribute) noexcept : _attribute(attribute) {}
+    void* _attribute = nullptr;
+};
 
 // A handle on an element of an XmlDocument; valid while the document lives. A default one is
 // null, and reads on a null element give empty results.
@@ -25,6 +42,10 @@ public:
     // Empty when absent.
     std::string getAttribute(std::string const& name) const;
     std::vector<std::pair<std::string, std::string>> getAttributes() const;
+    // The attributes in order, and one attribute's value or null when absent, without copies:
+    // valid while the document lives and the element is not changed.
+    XmlAttribute getFirstAttribute() const;
+    char const* findAttribute(char const* name) const;
     void setAttribute(std::string const& name, std::string const& value);
     // The text directly inside the element.
     std::string getText() const;

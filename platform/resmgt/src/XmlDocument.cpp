@@ -57,6 +57,33 @@ std::vector<std::pair<std::string, std::string>> XmlElement::getAttributes() con
     return result;
 }
 
+namespace {
+pugi::xml_attribute attribute(void* p) {
+    return pugi::xml_attribute(static_cast<pugi::xml_attribute_struct*>(p));
+}
+} // namespace
+
+std::string_view XmlAttribute::getName() const {
+    return attribute(_attribute).name();
+}
+
+std::string_view XmlAttribute::getValue() const {
+    return attribute(_attribute).value();
+}
+
+XmlAttribute XmlAttribute::getNext() const {
+    return XmlAttribute(attribute(_attribute).next_attribute().internal_object());
+}
+
+XmlAttribute XmlElement::getFirstAttribute() const {
+    return XmlAttribute(node(_node).first_attribute().internal_object());
+}
+
+char const* XmlElement::findAttribute(char const* name) const {
+    pugi::xml_attribute a = node(_node).attribute(name);
+    return a ? a.value() : nullptr;
+}
+
 void XmlElement::setAttribute(std::string const& name, std::string const& value) {
     VN_ASSERT(!isNull());
     pugi::xml_node n = node(_node);

@@ -38,6 +38,16 @@ TEST(XmlDocument, WriterAndParserAgree) {
     EXPECT_EQ(kids[1].getAttributes(),
               (std::vector<std::pair<std::string, std::string>>{{"x", "1"}}));
     EXPECT_TRUE(kids[1].getFirstChild().isNull());
+    XmlDocument const attributes = XmlDocument::parse("<B x='1' y=''/>");
+    XmlElement const two = attributes.getRoot();
+    XmlAttribute x = two.getFirstAttribute();
+    ASSERT_FALSE(x.isNull());
+    EXPECT_EQ(x.getName(), "x");
+    EXPECT_EQ(x.getValue(), "1");
+    EXPECT_EQ(x.getNext().getName(), "y");
+    EXPECT_TRUE(x.getNext().getNext().isNull());
+    EXPECT_STREQ(two.findAttribute("y"), "");
+    EXPECT_EQ(two.findAttribute("z"), nullptr);
 
     // A writer can fill an element of another document.
     XmlWriter inner(kids[0]);
