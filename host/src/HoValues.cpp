@@ -4,8 +4,8 @@
 #include "PiValueChangeInterface.h"
 
 #include <cerrno>
+#include <charconv>
 #include <cinttypes>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -43,10 +43,10 @@ struct Codec<bool> {
 template <>
 struct Codec<double> {
     static constexpr PiValueType type = PiValueType::Double;
+    // The shortest text that reads back as the same double: 0.1 rather than 0.10000000000000001.
     static std::string format(double v) {
         char buf[32];
-        std::snprintf(buf, sizeof buf, "%.17g", v);
-        return buf;
+        return std::string(buf, std::to_chars(buf, buf + sizeof buf, v).ptr);
     }
     static double parse(std::string const& t) {
         char* end = nullptr;

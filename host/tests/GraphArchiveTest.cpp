@@ -39,6 +39,7 @@ TEST_F(GraphArchive, RoundTripGivesTheSameGraph) {
     rcCast<PiMultivaluedInput>(in(A, "Points"))->appendInput();
     out(C)->setResultState(1);
     std::string const text = archive(rootNodes());
+    EXPECT_NE(text.find(">0.1</Value>"), std::string::npos) << "the shortest exact text";
 
     RCShdPtr<PiGraph> other = HoGraph::create("other");
     XmlDocument doc = XmlDocument::parse(text);
