@@ -132,6 +132,8 @@ private:
 
     XmlElement _parent;
     std::vector<Open> _open;
+    // Where the names of the open start tag's attributes stand in the text, and their sizes.
+    std::vector<std::pair<std::size_t, std::size_t>> _attributes;
     std::string _text;
     std::ostream* _stream = nullptr;
     int _indent = 2;

@@ -215,13 +215,14 @@ namespace {
 // What a character becomes in an attribute value and in text: itself (0), an entity, or a
 // character reference; the same escapes as the document's own saving, so that both give the
 // same bytes.
-enum Escape : unsigned char { KEEP, AMP, LT, GT, QUOT, NUMERIC };
+enum Escape : unsigned char { KEEP, AMP, LT, GT, QUOT, NUMERIC, END };
 struct EscapeTables {
     Escape attribute[256];
     Escape text[256];
     EscapeTables() {
         for (int c = 0; c < 256; ++c)
             attribute[c] = text[c] = KEEP;
+        attribute[0] = text[0] = END;
         for (int c = 1; c < 32; ++c)
             attribute[c] = text[c] = NUMERIC;
         text['\t'] = text['\n'] = text['\r'] = KEEP;
@@ -238,7 +239,6 @@ std::string_view untilNul(std::string_view s) {
 }
 
 void appendEscaped(std::string& out, std::string_view s, Escape const (&table)[256]) {
-    s = untilNul(s);
     std::size_t run = 0;
     for (std::size_t i = 0; i < s.size(); ++i) {
         Escape const e = table[static_cast<unsigned char>(s[i])];
@@ -247,6 +247,8 @@ void appendEscaped(std::string& out, std::string_view s, Escape const (&table)[2
         out.append(s.data() + run, i - run);
         run = i + 1;
         switch (e) {
+        case END:
+            return;
         case AMP:
             out.append("&amp;");
             break;
@@ -315,6 +317,7 @@ void XmlWriter::openTag(std::string_view name) {
             appendIndent(_text, _indent, _open.size());
         }
         _text.push_back('<');
+        _attributes.clear();
         e.nameAt = _text.size();
         e.nameSize = name.size();
         _text.append(name);
@@ -333,21 +336,21 @@ void XmlWriter::writeAttrib(std::string_view name, std::string_view value) {
     VN_ASSERT(o.part == Part::ATTRIBUTES && "attributes come before text and elements");
     // clang-format on
     name = untilNul(name);
-    // Values hold no quote once escaped, so the name followed by =" finds only that attribute.
-    std::size_t const attributesAt = o.nameAt + o.nameSize;
-    std::string_view const tag = std::string_view(_text).substr(attributesAt);
-    for (std::size_t at = tag.find(name); at != std::string_view::npos;
-         at = tag.find(name, at + 1)) {
-        if (at == 0 || tag[at - 1] != ' ' || tag.substr(at + name.size(), 2) != "=\"")
+    for (std::size_t k = 0; k < _attributes.size(); ++k) {
+        auto const [at, size] = _attributes[k];
+        if (std::string_view(_text).substr(at, size) != name)
             continue;
-        std::size_t const valueAt = attributesAt + at + name.size() + 2;
-        std::size_t const valueEnd = _text.find('"', valueAt);
+        std::size_t const valueAt = at + size + 2;
+        std::size_t const valueSize = _text.find('"', valueAt) - valueAt;
         std::string escaped;
         appendEscaped(escaped, value, kEscapes.attribute);
-        _text.replace(valueAt, valueEnd - valueAt, escaped);
+        _text.replace(valueAt, valueSize, escaped);
+        for (std::size_t later = k + 1; later < _attributes.size(); ++later)
+            _attributes[later].first = _attributes[later].first + escaped.size() - valueSize;
         return;
     }
     _text.push_back(' ');
+    _attributes.emplace_back(_text.size(), name.size());
     _text.append(name);
     _text.append("=\"");
     appendEscaped(_text, value, kEscapes.attribute);
