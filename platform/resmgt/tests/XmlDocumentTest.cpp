@@ -93,7 +93,7 @@ struct RandomTree {
     }
     void element(XmlWriter& w, XmlElement e, int depth) {
         static char const* const names[] = {"a", "ba", "ab", "aa", "id"};
-        for (int i = pick(4); i > 0; --i) {
+        for (int i = pick(7); i > 0; --i) {
             std::string const n = names[pick(5)];
             std::string const v = value();
             w.writeAttrib(n, v);
