@@ -41,10 +41,11 @@ public:
     // Connections among the copies, to be recorded once the copies are in, so that their
     // controllers hear of each; in the order of the source list.
     std::vector<std::pair<HoInput*, HoOutput*>> connections() {
-        if (!std::is_sorted(_links.begin(), _links.end(),
-                            [](Link const& a, Link const& b) { return a.at < b.at; }))
-            std::stable_sort(_links.begin(), _links.end(),
-                             [](Link const& a, Link const& b) { return a.at < b.at; });
+        auto const byPosition = [](Link const& a, Link const& b) {
+            return a.at < b.at;
+        };
+        if (!std::is_sorted(_links.begin(), _links.end(), byPosition))
+            std::stable_sort(_links.begin(), _links.end(), byPosition);
         std::vector<std::pair<HoInput*, HoOutput*>> result;
         result.reserve(_links.size());
         for (Link const& l : _links)

@@ -43,11 +43,12 @@ std::string XmlElement::getName() const {
 }
 
 bool XmlElement::hasAttribute(std::string const& name) const {
-    return !node(_node).attribute(name.c_str()).empty();
+    return findAttribute(name.c_str()) != nullptr;
 }
 
 std::string XmlElement::getAttribute(std::string const& name) const {
-    return node(_node).attribute(name.c_str()).value();
+    char const* value = findAttribute(name.c_str());
+    return value ? value : "";
 }
 
 std::vector<std::pair<std::string, std::string>> XmlElement::getAttributes() const {
