@@ -18,6 +18,7 @@
 #include <numeric>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <vector>
 
 namespace Vn {
 
@@ -93,6 +94,98 @@ void refuseTruncatedPng(std::string const& path) {
     }
 }
 
+// OpenEXR sizes an attribute's value from the header before reading it, so a few wrong bytes
+// make it allocate up to 2 GB. A header whose attribute runs past the file's end is refused
+// before the library reads it. Only the file's first megabyte is walked: a header is rarely
+// larger, and past it the library is left to judge.
+void refuseOversizedExrHeader(std::string const& path) {
+    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st {};
+    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || st.st_size < 8)
+        return;
+    std::vector<unsigned char> head(static_cast<std::size_t>(std::min<off_t>(st.st_size, 1 << 20)));
+    if (::pread(fd.get(), head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()) ||
+        std::memcmp(head.data(), "\x76\x2f\x31\x01", 4) != 0)
+        return;
+    bool const multipart = (head[5] & 0x10) != 0;
+    std::size_t at = 8;
+    // Skips a NUL-ended string; false when the walked bytes end first.
+    auto skipString = [&]() {
+        auto const* end =
+            static_cast<unsigned char const*>(std::memchr(head.data() + at, 0, head.size() - at));
+        if (!end)
+            return false;
+        at = static_cast<std::size_t>(end - head.data()) + 1;
+        return true;
+    };
+    for (;;) {
+        // A header: attributes up to an empty name. Several headers end with an empty one.
+        for (;;) {
+            if (at >= head.size())
+                return;
+            if (head[at] == 0) {
+                ++at;
+                break;
+            }
+            std::size_t const attribute = at;
+            if (!skipString() || !skipString() || at + 4 > head.size())
+                return;
+            std::uint32_t const size = static_cast<std::uint32_t>(head[at]) |
+                                       static_cast<std::uint32_t>(head[at + 1]) << 8 |
+                                       static_cast<std::uint32_t>(head[at + 2]) << 16 |
+                                       static_cast<std::uint32_t>(head[at + 3]) << 24;
+            at += 4;
+            if (size > static_cast<std::uint64_t>(st.st_size) - at)
+                refuse("read", path,
+                       "the EXR header's attribute at byte " + std::to_string(attribute) +
+                           " runs past the file's end");
+            at += size;
+        }
+        if (!multipart || at >= head.size() || head[at] == 0)
+            return;
+    }
+}
+
+// The DPX reader allocates the user data the header announces before reading it: a header whose
+// user data, or whose image data, would start or end past the file's end is refused first.
+void refuseOversizedDpxHeader(std::string const& path) {
+    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    struct stat st {};
+    unsigned char head[36];
+    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 ||
+        ::pread(fd.get(), head, sizeof head, 0) != static_cast<ssize_t>(sizeof head))
+        return;
+    bool const big = std::memcmp(head, "SDPX", 4) == 0;
+    if (!big && std::memcmp(head, "XPDS", 4) != 0)
+        return;
+    auto word = [&](int at) {
+        std::uint32_t v = 0;
+        for (int i = 0; i < 4; ++i)
+            v |= static_cast<std::uint32_t>(head[at + (big ? i : 3 - i)]) << (8 * (3 - i));
+        return v;
+    };
+    // The generic and industry headers come before the user data; unset fields are all ones.
+    std::uint64_t const imageOffset = word(4);
+    std::uint32_t const userSize = word(32);
+    std::uint64_t const userEnd = 2048ULL + (userSize == 0xffffffffU ? 0 : userSize);
+    if (imageOffset > static_cast<std::uint64_t>(st.st_size) ||
+        userEnd > static_cast<std::uint64_t>(st.st_size))
+        refuse("read", path, "the DPX header announces data past the file's end");
+}
+
+// Runs one call into the image library, which may throw what its format libraries throw: an
+// allocation a damaged header asks for, above all. It becomes the reader's own refusal.
+template <class Call>
+auto guarded(std::string const& path, Call&& call) -> decltype(call()) {
+    try {
+        return call();
+    } catch (std::bad_alloc const&) {
+        refuse("read", path, "the file asks for more memory than there is");
+    } catch (std::exception const& e) {
+        refuse("read", path, firstLine(e.what()));
+    }
+}
+
 } // namespace
 
 struct HoOiioImageFile::Imp {
@@ -126,9 +219,11 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
     OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
     Imp& imp = *file->_imp;
     refuseTruncatedPng(path);
+    refuseOversizedExrHeader(path);
+    refuseOversizedDpxHeader(path);
     // Opened with a header to fill: the reader's own copy stays with it.
-    imp.in = OIIO::ImageInput::create(path);
-    if (!imp.in || !imp.in->open(path, imp.header))
+    imp.in = guarded(path, [&] { return OIIO::ImageInput::create(path); });
+    if (!imp.in || !guarded(path, [&] { return imp.in->open(path, imp.header); }))
         refuse("read", path, firstLine(imp.in ? imp.in->geterror() : OIIO::geterror()));
     OIIO::ImageSpec const& s = imp.header;
     if (s.width < 1 || s.height < 1 || s.nchannels < 1 || s.depth != 1 ||
@@ -259,8 +354,11 @@ void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& d
     if (s.tile_width <= 0) {
         std::byte* top = guard.getAddress(0, region.ymax - 1);
         for (Part const& p : parts)
-            if (!imp.in->read_scanlines(0, 0, s.y + fileBegin, s.y + fileEnd, 0, p.chBegin, p.chEnd,
-                                        type, top + p.comp * compSize, xs, ys))
+            if (!guarded(imp.path, [&] {
+                    return imp.in->read_scanlines(0, 0, s.y + fileBegin, s.y + fileEnd, 0,
+                                                  p.chBegin, p.chEnd, type, top + p.comp * compSize,
+                                                  xs, ys);
+                }))
                 fail(*imp.in);
         return;
     }
@@ -280,9 +378,11 @@ void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& d
         top = spare.data();
     }
     for (Part const& p : parts)
-        if (!imp.in->read_tiles(0, 0, s.x, s.x + s.width, s.y + tileBegin, s.y + tileEnd, s.z,
-                                s.z + 1, p.chBegin, p.chEnd, type, top + p.comp * compSize, xs,
-                                stride, OIIO::AutoStride))
+        if (!guarded(imp.path, [&] {
+                return imp.in->read_tiles(0, 0, s.x, s.x + s.width, s.y + tileBegin, s.y + tileEnd,
+                                          s.z, s.z + 1, p.chBegin, p.chEnd, type,
+                                          top + p.comp * compSize, xs, stride, OIIO::AutoStride);
+            }))
             fail(*imp.in);
     if (!aligned)
         for (int fy = fileBegin; fy < fileEnd; ++fy)

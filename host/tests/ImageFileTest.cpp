@@ -123,16 +123,36 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     put("noend.png", png.substr(0, png.size() - 12));
     put("head.png", png.substr(0, 20));
     put("noise.exr", std::string("\x76\x2f\x31\x01") + std::string(300, '\x7f'));
-    for (char const* name : {"cut.exr", "cut.png", "noend.png", "head.png", "head.exr", "text.png",
-                             "noise.exr", "none.tif"}) {
-        SCOPED_TRACE(name);
-        std::string const path = at(name).getString();
+    // The first attribute's size, just after its name and type, said to be about 2 GB.
+    std::string bigAttribute = exr;
+    std::size_t const sizeAt = bigAttribute.find('\0', bigAttribute.find('\0', 8) + 1) + 1;
+    bigAttribute.replace(sizeAt, 4, std::string("\x00\xff\xff\x7f", 4));
+    put("bigattr.exr", bigAttribute);
+    // A DPX whose user data, announced at byte 32, would be about 3 GB in either byte order.
+    writeSample(kSamples[7], at("good.dpx").getString());
+    std::string bigUser = get("good.dpx");
+    bigUser.replace(32, 4, std::string(4, '\xc3'));
+    put("biguser.dpx", bigUser);
+    // Files the reader refuses itself, before the image library reads them, say why.
+    struct Bad {
+        char const* name;
+        char const* why;
+    };
+    for (Bad const& bad :
+         {Bad{"cut.exr", ""}, Bad{"cut.png", "runs past its end"},
+          Bad{"noend.png", "ends before its last chunk"}, Bad{"head.png", ""}, Bad{"head.exr", ""},
+          Bad{"text.png", ""}, Bad{"noise.exr", ""},
+          Bad{"bigattr.exr", "attribute at byte 8 runs past the file's end"},
+          Bad{"biguser.dpx", "announces data past the file's end"}, Bad{"none.tif", ""}}) {
+        SCOPED_TRACE(bad.name);
+        std::string const path = at(bad.name).getString();
         try {
             readWhole(path);
             ADD_FAILURE() << "read";
         } catch (ExBase const& e) {
             std::string const why = e.getReason();
             EXPECT_EQ(why.rfind("cannot read \"" + path + "\": ", 0), 0u) << why;
+            EXPECT_NE(why.find(bad.why), std::string::npos) << why;
             EXPECT_EQ(why.find('\n'), std::string::npos) << why;
         }
     }
