@@ -583,15 +583,25 @@ TEST_F(CompositionTest, ReadsPlatesAndRendersThemThroughTools) {
                                std::to_string(y));
             }
     }
-    // A plate missing: one line naming the file and frame, and no output for that frame. All
-    // that the program prints, on either stream, is that line and the count.
+    // A plate missing, and one damaged (its first attribute said to be 2 GB long): one line
+    // naming the file and frame, and no output for that frame. All that the program prints, on
+    // either stream, is that line and the count.
     fs::remove(path("plate.0004.exr"));
-    auto const [code2, err2] =
-        runCommand("{ " + std::string(VNRENDER_PATH) + " " + path("plates.xml") +
-                   " --frames 4 -o " + path("missing.exr") + " 1>&2; }");
-    EXPECT_EQ(code2, 3) << err2;
-    EXPECT_EQ(std::count(err2.begin(), err2.end(), '\n'), 2) << err2;
-    EXPECT_NE(err2.find("vnrender: error: frame 4: "), std::string::npos) << err2;
-    EXPECT_NE(err2.find("plate.0004.exr"), std::string::npos) << err2;
-    EXPECT_FALSE(fs::exists(path("missing.exr")));
+    std::string damaged = get("plate.0005.exr");
+    damaged.replace(damaged.find('\0', damaged.find('\0', 8) + 1) + 1, 4,
+                    std::string("\x00\xff\xff\x7f", 4));
+    put("plate.0005.exr", damaged);
+    for (auto const& [f, why] : {std::pair{4, ""}, {5, "runs past the file's end"}}) {
+        auto const [code2, err2] =
+            runCommand("{ " + std::string(VNRENDER_PATH) + " " + path("plates.xml") + " --frames " +
+                       std::to_string(f) + " -o " + path("bad.exr") + " 1>&2; }");
+        EXPECT_EQ(code2, 3) << err2;
+        EXPECT_EQ(std::count(err2.begin(), err2.end(), '\n'), 2) << err2;
+        EXPECT_NE(err2.find("vnrender: error: frame " + std::to_string(f) + ": "),
+                  std::string::npos)
+            << err2;
+        EXPECT_NE(err2.find("plate.000" + std::to_string(f) + ".exr"), std::string::npos) << err2;
+        EXPECT_NE(err2.find(why), std::string::npos) << err2;
+        EXPECT_FALSE(fs::exists(path("bad.exr")));
+    }
 }
