@@ -69,24 +69,54 @@ void checkSeam(OsFaultInjector::Operation op, char const* what, std::string cons
         throw OsFileError(__FILE__, __LINE__, what, path, e);
 }
 
+// The first bytes of a file about to be read, for the checks below: a format's library trusts
+// some header fields further than a damaged file deserves.
+struct FileStart {
+    // What an EXR header is read in first, and at most.
+    static constexpr std::size_t kWindow = 64 << 10;
+    static constexpr std::size_t kLargestWindow = 1 << 20;
+
+    explicit FileStart(std::string const& p)
+        : path(p), fd(::open(p.c_str(), O_RDONLY | O_CLOEXEC)) {
+        struct stat st {};
+        if (fd.isOpen() && ::fstat(fd.get(), &st) == 0)
+            size = static_cast<std::uint64_t>(st.st_size);
+        widen(64);
+    }
+    // Reads up to n bytes from the start; false when that gives no more than there was.
+    bool widen(std::size_t n) {
+        n = static_cast<std::size_t>(std::min<std::uint64_t>(n, size));
+        if (n <= head.size())
+            return false;
+        std::vector<unsigned char> more(n);
+        if (::pread(fd.get(), more.data(), n, 0) != static_cast<ssize_t>(n))
+            return false;
+        head = std::move(more);
+        return true;
+    }
+    bool startsWith(char const* magic, std::size_t n) const {
+        return head.size() >= n && std::memcmp(head.data(), magic, n) == 0;
+    }
+
+    std::string const& path;
+    OsFileDescriptor fd;
+    std::uint64_t size = 0;
+    std::vector<unsigned char> head;
+};
+
 // libpng leaves the image library's read callback by longjmp when a file ends early, and what
 // the callback held is lost: a PNG whose chunks run past its end, or that ends without its last
-// chunk, is refused before the library reads it. Other files pass.
-void refuseTruncatedPng(std::string const& path) {
-    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat st {};
+// chunk, is refused before the library reads it.
+void refuseTruncatedPng(FileStart const& f) {
     unsigned char head[8];
-    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || ::pread(fd.get(), head, 8, 0) != 8 ||
-        std::memcmp(head, "\x89PNG\r\n\x1a\n", 8) != 0)
-        return;
     // Each chunk: a big-endian length, a type, the data and a checksum.
-    for (off_t at = 8;;) {
-        if (at + 8 > st.st_size || ::pread(fd.get(), head, 8, at) != 8)
-            refuse("read", path, "the PNG file ends before its last chunk");
-        off_t const length =
-            static_cast<off_t>(head[0]) << 24 | head[1] << 16 | head[2] << 8 | head[3];
-        if (length > 0x7fffffff || at + 12 + length > st.st_size)
-            refuse("read", path,
+    for (std::uint64_t at = 8;;) {
+        if (at + 8 > f.size || ::pread(f.fd.get(), head, 8, static_cast<off_t>(at)) != 8)
+            refuse("read", f.path, "the PNG file ends before its last chunk");
+        std::uint64_t const length =
+            static_cast<std::uint64_t>(head[0]) << 24 | head[1] << 16 | head[2] << 8 | head[3];
+        if (length > 0x7fffffff || at + 12 + length > f.size)
+            refuse("read", f.path,
                    "the PNG file's chunk at byte " + std::to_string(at) + " runs past its end");
         if (std::memcmp(head + 4, "IEND", 4) == 0)
             return;
@@ -98,79 +128,78 @@ void refuseTruncatedPng(std::string const& path) {
 // make it allocate up to 2 GB. A header whose attribute runs past the file's end is refused
 // before the library reads it. Only the file's first megabyte is walked: a header is rarely
 // larger, and past it the library is left to judge.
-void refuseOversizedExrHeader(std::string const& path) {
-    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat st {};
-    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 || st.st_size < 8)
-        return;
-    std::vector<unsigned char> head(static_cast<std::size_t>(std::min<off_t>(st.st_size, 1 << 20)));
-    if (::pread(fd.get(), head.data(), head.size(), 0) != static_cast<ssize_t>(head.size()) ||
-        std::memcmp(head.data(), "\x76\x2f\x31\x01", 4) != 0)
-        return;
-    bool const multipart = (head[5] & 0x10) != 0;
+void refuseOversizedExrHeader(FileStart& f) {
+    f.widen(FileStart::kWindow);
+    bool const multipart = f.head.size() > 5 && (f.head[5] & 0x10) != 0;
     std::size_t at = 8;
-    // Skips a NUL-ended string; false when the walked bytes end first.
+    // Skips a NUL-ended string; false when the bytes read end first.
     auto skipString = [&]() {
-        auto const* end =
-            static_cast<unsigned char const*>(std::memchr(head.data() + at, 0, head.size() - at));
+        auto const* end = static_cast<unsigned char const*>(
+            std::memchr(f.head.data() + at, 0, f.head.size() - at));
         if (!end)
             return false;
-        at = static_cast<std::size_t>(end - head.data()) + 1;
+        at = static_cast<std::size_t>(end - f.head.data()) + 1;
         return true;
     };
     for (;;) {
         // A header: attributes up to an empty name. Several headers end with an empty one.
         for (;;) {
-            if (at >= head.size())
+            if (at >= f.head.size() && (!f.widen(FileStart::kLargestWindow) || at >= f.head.size()))
                 return;
-            if (head[at] == 0) {
+            if (f.head[at] == 0) {
                 ++at;
                 break;
             }
             std::size_t const attribute = at;
-            if (!skipString() || !skipString() || at + 4 > head.size())
-                return;
-            std::uint32_t const size = static_cast<std::uint32_t>(head[at]) |
-                                       static_cast<std::uint32_t>(head[at + 1]) << 8 |
-                                       static_cast<std::uint32_t>(head[at + 2]) << 16 |
-                                       static_cast<std::uint32_t>(head[at + 3]) << 24;
+            if (!skipString() || !skipString() || at + 4 > f.head.size()) {
+                // Cut by the window: read the whole first megabyte once and walk this one again.
+                if (!f.widen(FileStart::kLargestWindow))
+                    return;
+                at = attribute;
+                continue;
+            }
+            std::uint32_t const size = static_cast<std::uint32_t>(f.head[at]) |
+                                       static_cast<std::uint32_t>(f.head[at + 1]) << 8 |
+                                       static_cast<std::uint32_t>(f.head[at + 2]) << 16 |
+                                       static_cast<std::uint32_t>(f.head[at + 3]) << 24;
             at += 4;
-            if (size > static_cast<std::uint64_t>(st.st_size) - at)
-                refuse("read", path,
+            if (size > f.size - at)
+                refuse("read", f.path,
                        "the EXR header's attribute at byte " + std::to_string(attribute) +
                            " runs past the file's end");
             at += size;
         }
-        if (!multipart || at >= head.size() || head[at] == 0)
+        if (!multipart || at >= f.head.size() || f.head[at] == 0)
             return;
     }
 }
 
 // The DPX reader allocates the user data the header announces before reading it: a header whose
 // user data, or whose image data, would start or end past the file's end is refused first.
-void refuseOversizedDpxHeader(std::string const& path) {
-    OsFileDescriptor const fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    struct stat st {};
-    unsigned char head[36];
-    if (!fd.isOpen() || ::fstat(fd.get(), &st) != 0 ||
-        ::pread(fd.get(), head, sizeof head, 0) != static_cast<ssize_t>(sizeof head))
-        return;
-    bool const big = std::memcmp(head, "SDPX", 4) == 0;
-    if (!big && std::memcmp(head, "XPDS", 4) != 0)
+void refuseOversizedDpxHeader(FileStart const& f, bool bigEndian) {
+    if (f.head.size() < 36)
         return;
     auto word = [&](int at) {
         std::uint32_t v = 0;
         for (int i = 0; i < 4; ++i)
-            v |= static_cast<std::uint32_t>(head[at + (big ? i : 3 - i)]) << (8 * (3 - i));
+            v |= static_cast<std::uint32_t>(f.head[at + (bigEndian ? i : 3 - i)]) << (8 * (3 - i));
         return v;
     };
     // The generic and industry headers come before the user data; unset fields are all ones.
-    std::uint64_t const imageOffset = word(4);
     std::uint32_t const userSize = word(32);
     std::uint64_t const userEnd = 2048ULL + (userSize == 0xffffffffU ? 0 : userSize);
-    if (imageOffset > static_cast<std::uint64_t>(st.st_size) ||
-        userEnd > static_cast<std::uint64_t>(st.st_size))
-        refuse("read", path, "the DPX header announces data past the file's end");
+    if (word(4) > f.size || userEnd > f.size)
+        refuse("read", f.path, "the DPX header announces data past the file's end");
+}
+
+void refuseDamagedHeader(std::string const& path) {
+    FileStart f(path);
+    if (f.startsWith("\x89PNG\r\n\x1a\n", 8))
+        refuseTruncatedPng(f);
+    else if (f.startsWith("\x76\x2f\x31\x01", 4))
+        refuseOversizedExrHeader(f);
+    else if (f.startsWith("SDPX", 4) || f.startsWith("XPDS", 4))
+        refuseOversizedDpxHeader(f, f.startsWith("SDPX", 4));
 }
 
 // Runs one call into the image library, which may throw what its format libraries throw: an
@@ -218,9 +247,7 @@ HoOiioImageFile::~HoOiioImageFile() {
 OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path) {
     OPtr<HoOiioImageFile> file(new HoOiioImageFile(path));
     Imp& imp = *file->_imp;
-    refuseTruncatedPng(path);
-    refuseOversizedExrHeader(path);
-    refuseOversizedDpxHeader(path);
+    refuseDamagedHeader(path);
     // Opened with a header to fill: the reader's own copy stays with it.
     imp.in = guarded(path, [&] { return OIIO::ImageInput::create(path); });
     if (!imp.in || !guarded(path, [&] { return imp.in->open(path, imp.header); }))
