@@ -401,7 +401,8 @@ void HoOiioImageFile::readImage(GeRectangle<int> const& region, ImImage const& d
         top = guard.getAddress(0, region.ymax - 1);
     } else {
         stride = xs * s.width;
-        spare.resize(static_cast<std::size_t>(stride) * (tileEnd - tileBegin));
+        guarded(imp.path,
+                [&] { spare.resize(static_cast<std::size_t>(stride) * (tileEnd - tileBegin)); });
         top = spare.data();
     }
     for (Part const& p : parts)
