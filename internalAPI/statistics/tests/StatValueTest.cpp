@@ -1,8 +1,5 @@
 #include "DtRefTime.h"
 #include "ExBase.h"
-#include "LkCondVar.h"
-#include "LkSema.h"
-#include "MtThreadPool.h"
 #include "MtThreadTimes.h"
 #include "PrProcessTimes.h"
 #include "StatEx.h"
@@ -17,6 +14,8 @@
 #include "StatThreadPoolCPUUsage.h"
 #include "StatTimeStamp.h"
 #include "StatTypes.h"
+
+#include "../../../platform/resmgt/tests/WorkThenSleepPool.h"
 
 #include <vector>
 
@@ -41,51 +40,10 @@ std::vector<long long> scalars(StatList<StatScalar> const& list) {
     return v;
 }
 
-void burnCpu(double seconds) {
-    MtThreadTimes::Split start = MtThreadTimes::timeSplit();
-    volatile double sink = 0;
-    while (MtThreadTimes::cpuTime(start, MtThreadTimes::timeSplit()) < seconds)
-        for (int i = 0; i < 10000; ++i)
-            sink = sink + 1.0;
-}
-
-// Thread 0 works, then every thread notes its own CPU clock and sleeps until the pool stops.
-class IdlePool : public MtThreadPool {
-public:
-    IdlePool(int n, double work)
-        : MtThreadPool("statpool", 0, false, 0), _work(work), _lock("IdlePool"), _cv("IdlePool"),
-          _ready("IdlePool", 0), _own(static_cast<std::size_t>(n), 0) {
-        start(n);
-        for (int i = 0; i < n; ++i)
-            _ready.wait();
-    }
-    ~IdlePool() override { stop(); }
-
-    double _work;
-    LkLock _lock;
-    LkCondVar _cv;
-    LkSema _ready;
-    std::vector<MtThreadTimes::Split> _own;
-
-protected:
-    void main(int index) override {
-        if (index == 0)
-            burnCpu(_work);
-        {
-            LkGuard g(_lock);
-            _own[static_cast<std::size_t>(index)] = MtThreadTimes::timeSplit();
-        }
-        _ready.post();
-        LkGuard g(_lock);
-        while (!isStopping())
-            _cv.wait(g);
-    }
-    void notifyStop() override {
-        LkGuard g(_lock);
-        _cv.broadcast();
-    }
-};
 } // namespace
+
+using VnTest::burnCpu;
+using VnTest::WorkThenSleepPool;
 
 TEST_F(StatValues, CopiesShareAValueUntilOneOfThemIsSet) {
     StatScalar a;
@@ -202,7 +160,7 @@ TEST_F(StatValues, CpuSplitsOfTheThreadAndTheProcess) {
 }
 
 TEST_F(StatValues, PoolUsageHasOneSplitPerThread) {
-    IdlePool pool(3, 0.05);
+    WorkThenSleepPool pool(3, 0.05);
     StatResourceType type = StatTypes::getPxThreadPoolCPUUsageId();
     StatThreadPoolCPUUsage usage;
     EXPECT_EQ(usage.getNbThreads(), 0);
@@ -231,7 +189,7 @@ TEST_F(StatValues, PoolUsageHasOneSplitPerThread) {
 
 TEST_F(StatValues, PoolUsageBeyondOneBlockKeepsEachThreadInItsPlace) {
     int const n = StatThreadPoolCPUUsage::kThreadsPerBlock + 4;
-    IdlePool pool(n, 0.05);
+    WorkThenSleepPool pool(n, 0.05);
     StatThreadPoolCPUUsage usage;
     usage.timeSplit(pool);
     ASSERT_EQ(usage.getNbThreads(), n);

@@ -1,11 +1,11 @@
 #include "ExBase.h"
-#include "LkCondVar.h"
 #include "LkSema.h"
 #include "MtThread.h"
 #include "MtThreadMgr.h"
-#include "MtThreadPool.h"
 #include "MtThreadTimes.h"
 #include "PrProcessTimes.h"
+
+#include "WorkThenSleepPool.h"
 
 #include <gtest/gtest.h>
 
@@ -15,58 +15,8 @@
 
 using namespace Vn;
 
-namespace {
-
-// Burns CPU on the calling thread until it has used at least seconds of it.
-void burnCpu(double seconds) {
-    MtThreadTimes::Split start = MtThreadTimes::timeSplit();
-    volatile double sink = 0;
-    while (MtThreadTimes::cpuTime(start, MtThreadTimes::timeSplit()) < seconds)
-        for (int i = 0; i < 10000; ++i)
-            sink = sink + 1.0;
-}
-
-// Thread 0 works, the others only start; then all sleep until the pool stops. Each notes the
-// CPU time it has used by its own clock just before it sleeps.
-class WorkThenSleepPool : public MtThreadPool {
-public:
-    WorkThenSleepPool(int n, double work)
-        : MtThreadPool("cpuclock", 0, false, 0), _work(work), _lock("WorkThenSleepPool"),
-          _cv("WorkThenSleepPool"), _ready("WorkThenSleepPool", 0), _own(n, 0), _ids(n, 0) {
-        start(n);
-        for (int i = 0; i < n; ++i)
-            _ready.wait();
-    }
-    ~WorkThenSleepPool() override { stop(); }
-
-    double _work;
-    LkLock _lock;
-    LkCondVar _cv;
-    LkSema _ready;
-    std::vector<MtThreadTimes::Split> _own;
-    std::vector<MtThread::Id> _ids;
-
-protected:
-    void main(int index) override {
-        if (index == 0)
-            burnCpu(_work);
-        {
-            LkGuard g(_lock);
-            _own[index] = MtThreadTimes::timeSplit();
-            _ids[index] = MtThread::current().getId();
-        }
-        _ready.post();
-        LkGuard g(_lock);
-        while (!isStopping())
-            _cv.wait(g);
-    }
-    void notifyStop() override {
-        LkGuard g(_lock);
-        _cv.broadcast();
-    }
-};
-
-} // namespace
+using VnTest::burnCpu;
+using VnTest::WorkThenSleepPool;
 
 TEST(MtThread, AnotherThreadsCpuClockReadsThatThread) {
     WorkThenSleepPool pool(3, 0.05);
