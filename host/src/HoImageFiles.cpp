@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <numeric>
@@ -259,6 +260,14 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
                "an image of " + std::to_string(s.width) + "x" + std::to_string(s.height) + "x" +
                    std::to_string(s.depth) + " pixels with " + std::to_string(s.nchannels) +
                    " channels is not a picture that can be read");
+    // Rows and tiles are asked for at the origin plus a row: it must leave room for that.
+    constexpr int kFarthestOrigin = 1 << 30;
+    if (std::abs(static_cast<long long>(s.x)) > kFarthestOrigin ||
+        std::abs(static_cast<long long>(s.y)) > kFarthestOrigin ||
+        std::abs(static_cast<long long>(s.z)) > kFarthestOrigin)
+        refuse("read", path,
+               "the image's origin " + std::to_string(s.x) + "," + std::to_string(s.y) +
+                   " is too far out");
     float const ratio = s.get_float_attribute("PixelAspectRatio", 0.0f);
     if (ratio > 0.0f) {
         file->_pixelRatio = rationalOf(ratio);

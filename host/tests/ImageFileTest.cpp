@@ -133,17 +133,26 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
     std::string bigUser = get("good.dpx");
     bigUser.replace(32, 4, std::string(4, '\xc3'));
     put("biguser.dpx", bigUser);
-    // Files the reader refuses itself, before the image library reads them, say why.
+    {
+        // A TIFF placed so low that its last row's number would not fit in an int.
+        OIIO::ImageSpec far(1, 1000, 3, OIIO::TypeDesc::UINT8);
+        far.y = 2147483000;
+        std::vector<unsigned char> px(3000, 100);
+        auto out = OIIO::ImageOutput::create(at("far.tif").getString());
+        ASSERT_TRUE(out->open(at("far.tif").getString(), far) &&
+                    out->write_image(OIIO::TypeDesc::UINT8, px.data()) && out->close());
+    }
+    // Files the reader refuses itself say why.
     struct Bad {
         char const* name;
         char const* why;
     };
-    for (Bad const& bad :
-         {Bad{"cut.exr", ""}, Bad{"cut.png", "runs past its end"},
-          Bad{"noend.png", "ends before its last chunk"}, Bad{"head.png", ""}, Bad{"head.exr", ""},
-          Bad{"text.png", ""}, Bad{"noise.exr", ""},
-          Bad{"bigattr.exr", "attribute at byte 8 runs past the file's end"},
-          Bad{"biguser.dpx", "announces data past the file's end"}, Bad{"none.tif", ""}}) {
+    for (Bad const& bad : {Bad{"cut.exr", ""}, Bad{"cut.png", "runs past its end"},
+                           Bad{"noend.png", "ends before its last chunk"}, Bad{"head.png", ""},
+                           Bad{"head.exr", ""}, Bad{"text.png", ""}, Bad{"noise.exr", ""},
+                           Bad{"bigattr.exr", "attribute at byte 8 runs past the file's end"},
+                           Bad{"biguser.dpx", "announces data past the file's end"},
+                           Bad{"far.tif", "is too far out"}, Bad{"none.tif", ""}}) {
         SCOPED_TRACE(bad.name);
         std::string const path = at(bad.name).getString();
         try {
