@@ -4,6 +4,7 @@
 #include "HoRender.h"
 #include "LiStringUtil.h"
 #include "OsFile.h"
+#include "OsMemoryArch.h"
 #include "PiImageFileDetails.h"
 #include "XmlDocument.h"
 
@@ -268,6 +269,17 @@ OPtrRet<HoOiioImageFile> HoOiioImageFile::openForReading(std::string const& path
         refuse("read", path,
                "the image's origin " + std::to_string(s.x) + "," + std::to_string(s.y) +
                    " is too far out");
+    // A frame is read whole: one that needs more memory than this process may use is refused
+    // now, not when its pixels are read, nor by the system stopping the process.
+    std::uint64_t const usable = OsMemoryArch::getInstance().getUsableMemory();
+    std::uint64_t const needed =
+        static_cast<std::uint64_t>(s.width) * static_cast<std::uint64_t>(s.height) *
+        static_cast<std::uint64_t>(file->getFormat().getPixelFormat().getPixelSize());
+    if (usable > 0 && needed > usable)
+        refuse("read", path,
+               "an image of " + std::to_string(s.width) + "x" + std::to_string(s.height) +
+                   " pixels needs " + std::to_string(needed >> 20) + " MB, more than the " +
+                   std::to_string(usable >> 20) + " MB this process may use");
     float const ratio = s.get_float_attribute("PixelAspectRatio", 0.0f);
     if (ratio > 0.0f) {
         file->_pixelRatio = rationalOf(ratio);

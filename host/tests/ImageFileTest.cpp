@@ -102,6 +102,19 @@ std::vector<std::byte> reference(std::string const& path, ImPixelFormat const& p
 
 class ImageFileTest : public VnTest::TempFolderTest {};
 
+// The checksum of the PNG chunk whose type starts at `at` and whose data is `length` bytes, as
+// the chunk stores it.
+std::string crcOfChunk(std::string const& png, std::size_t at, std::size_t length) {
+    std::uint32_t crc = 0xffffffffU;
+    for (std::size_t i = at; i < at + 4 + length; ++i) {
+        crc ^= static_cast<unsigned char>(png[i]);
+        for (int k = 0; k < 8; ++k)
+            crc = (crc >> 1) ^ (0xedb88320U & (0U - (crc & 1U)));
+    }
+    crc ^= 0xffffffffU;
+    return {char(crc >> 24), char(crc >> 16), char(crc >> 8), char(crc)};
+}
+
 // A file read whole through the host's reader; raises what it raised.
 ImImage readWhole(std::string const& path) {
     OPtr<HoOiioImageFile> const in = HoOiioImageFile::openForReading(path);
@@ -142,6 +155,13 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
         ASSERT_TRUE(out->open(at("far.tif").getString(), far) &&
                     out->write_image(OIIO::TypeDesc::UINT8, px.data()) && out->close());
     }
+    {
+        // A PNG whose header, and nothing else, says 999999 x 999999 pixels: 16 TB as float.
+        std::string huge = get("good.png");
+        huge.replace(16, 8, std::string("\x00\x0f\x42\x3f\x00\x0f\x42\x3f", 8));
+        huge.replace(29, 4, crcOfChunk(huge, 12, 13));
+        put("huge.png", huge);
+    }
     // Files the reader refuses itself say why.
     struct Bad {
         char const* name;
@@ -152,7 +172,8 @@ TEST_F(ImageFileTest, BadFilesGiveOneErrorNamingTheFile) {
                            Bad{"head.exr", ""}, Bad{"text.png", ""}, Bad{"noise.exr", ""},
                            Bad{"bigattr.exr", "attribute at byte 8 runs past the file's end"},
                            Bad{"biguser.dpx", "announces data past the file's end"},
-                           Bad{"far.tif", "is too far out"}, Bad{"none.tif", ""}}) {
+                           Bad{"far.tif", "is too far out"},
+                           Bad{"huge.png", "MB this process may use"}, Bad{"none.tif", ""}}) {
         SCOPED_TRACE(bad.name);
         std::string const path = at(bad.name).getString();
         try {
