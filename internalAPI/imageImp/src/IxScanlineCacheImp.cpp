@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <climits>
 #include <cstring>
 #include <exception>
 #include <type_traits>
@@ -146,6 +147,23 @@ __attribute__((target("avx2"))) void gather8(float* const* rows, float const* li
     }
 }
 
+// The line stride of the cache's buffers. Lines an even number of cache lines apart crowd into
+// a few cache sets when a block of columns is walked down them: one more cache line spreads a
+// block over every set, so that it stays in the second-level cache from its read to its write.
+std::int32_t spreadLineStride(IxPixelFormat const& format, int width) {
+    std::int32_t const stride = IxTile::computeLineStride(format, width);
+    if (stride > 0 && (stride / IxTile::MIN_LINE_ALIGN) % 2 == 0)
+        return stride + IxTile::MIN_LINE_ALIGN;
+    return stride;
+}
+
+unsigned int bufferSize(std::int32_t stride, int height) {
+    std::size_t const size =
+        static_cast<std::size_t>(stride) * static_cast<std::size_t>(std::max(0, height));
+    VN_ASSERT(size <= UINT_MAX);
+    return static_cast<unsigned int>(size);
+}
+
 bool wideTranspose() noexcept {
     return IxConvertUtil::getVectorPath() >= IxConvertUtil::VectorPath::AVX2;
 }
@@ -170,12 +188,13 @@ template <class T>
 void IxScanlineCacheImp<T>::init(GeRectangle<int> const& dst, GeRectangle<int> const& src) {
     IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
     GeRectangle<int> const h(dst.xmin, dst.xmax, src.ymin, src.ymax);
-    unsigned int const sizeH = IxTile::computeBufferSize(format, h);
-    unsigned int const sizeV = IxTile::computeBufferSize(format, dst);
-    RCShdPtr<IxMemory> memory = IxMemResource::getInstance().allocate(std::max(sizeH, sizeV));
+    // Both buffers share one stride, so that a block's columns lie on the same bytes in each.
+    std::int32_t const stride = spreadLineStride(format, h.width());
+    unsigned int const size = bufferSize(stride, std::max(h.height(), dst.height()));
+    RCShdPtr<IxMemory> memory = IxMemResource::getInstance().allocate(size);
     CoRgbaColorTyped<float> const zero{};
-    _horizontal.set(createTile(format, h, memory, zero));
-    _vertical.set(createTile(format, dst, memory, zero));
+    _horizontal.set(createTile(format, h, memory, zero, stride, 0));
+    _vertical.set(createTile(format, dst, memory, zero, stride, 0));
     _currentX = dst.xmin;
     _xEnd = h.isEmpty() ? dst.xmin : h.xmax;
 }
@@ -206,15 +225,11 @@ void IxScanlineCacheImp<T>::buildScratch() {
         return;
     constexpr int B = BLOCK_WIDTH;
     IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
-    int width = std::max(_dstRows.max - _dstRows.min, _srcRows.max - _srcRows.min);
-    // Lines an even number of cache lines apart would crowd into a few cache sets: one more
-    // cache line keeps the B + 1 lines of a column apart.
-    if ((IxTile::computeLineStride(format, width) / IxTile::MIN_LINE_ALIGN) % 2 == 0 && width > 0)
-        width += static_cast<int>(IxTile::MIN_LINE_ALIGN / sizeof(T));
+    int const width = std::max(_dstRows.max - _dstRows.min, _srcRows.max - _srcRows.min);
     GeRectangle<int> const region(0, width, 0, B + 1);
-    RCShdPtr<IxMemory> memory =
-        IxMemResource::getInstance().allocate(IxTile::computeBufferSize(format, region));
-    _scratch = IxWriteGuard(createTile(format, region, std::move(memory), {}));
+    std::int32_t const stride = spreadLineStride(format, width);
+    RCShdPtr<IxMemory> memory = IxMemResource::getInstance().allocate(bufferSize(stride, B + 1));
+    _scratch = IxWriteGuard(createTile(format, region, std::move(memory), {}, stride, 0));
     _lineStride = _scratch.getLineStride() / static_cast<std::ptrdiff_t>(sizeof(T));
     IxPaddingPolicy<T> const padding(IxPaddingPolicy<T>::NOOP, zeroValue<T>());
     bool const empty = _scratch.getPixelRegion().isEmpty();
