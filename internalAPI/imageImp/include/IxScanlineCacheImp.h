@@ -29,6 +29,8 @@ public:
     ~IxScanlineCacheImp() noexcept(false) override;
 
     void init(GeRectangle<int> const& dst, GeRectangle<int> const& src) override;
+    void initOver(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                  IxWriteGuard const& target) override;
     IxWriteGuardProxy const& getHorizontalBuffer() override;
     IxWriteGuard getVerticalBuffer() override;
     bool hasNext() const override;
@@ -49,6 +51,9 @@ public:
 private:
     static typename IxScanlineCache<T>::Imp* create(GeRectangle<int> const& dst,
                                                     GeRectangle<int> const& src);
+    // The horizontal buffer in memory of its own, or in memory shared with the vertical one.
+    void setHorizontal(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                       unsigned int minSize, RCShdPtr<IxMemory>* shared);
     void buildScratch();
     void readBlock();
     void writeBlock();

@@ -1,6 +1,7 @@
 #include "IxScanlineCacheImp.h"
 #include "Assertions.h"
 #include "IxConvertUtil.h"
+#include "IxImageOps.h"
 #include "IxMemResource.h"
 
 #include <immintrin.h>
@@ -185,18 +186,42 @@ IxScanlineCacheImp<T>::~IxScanlineCacheImp() noexcept(false) {
 }
 
 template <class T>
-void IxScanlineCacheImp<T>::init(GeRectangle<int> const& dst, GeRectangle<int> const& src) {
+void IxScanlineCacheImp<T>::setHorizontal(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                                          unsigned int minSize, RCShdPtr<IxMemory>* shared) {
     IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
     GeRectangle<int> const h(dst.xmin, dst.xmax, src.ymin, src.ymax);
-    // Both buffers share one stride, so that a block's columns lie on the same bytes in each.
     std::int32_t const stride = spreadLineStride(format, h.width());
-    unsigned int const size = bufferSize(stride, std::max(h.height(), dst.height()));
+    unsigned int const size = std::max(minSize, bufferSize(stride, h.height()));
     RCShdPtr<IxMemory> memory = IxMemResource::getInstance().allocate(size);
-    CoRgbaColorTyped<float> const zero{};
-    _horizontal.set(createTile(format, h, memory, zero, stride, 0));
-    _vertical.set(createTile(format, dst, memory, zero, stride, 0));
+    _horizontal.set(createTile(format, h, memory, {}, stride, 0));
+    if (shared)
+        *shared = std::move(memory);
     _currentX = dst.xmin;
     _xEnd = h.isEmpty() ? dst.xmin : h.xmax;
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::init(GeRectangle<int> const& dst, GeRectangle<int> const& src) {
+    // Both buffers share one block and one stride, so that a block's columns lie on the same
+    // bytes in each.
+    IxPixelFormat const& format = IxScanline<T>::PIXEL_FORMAT;
+    std::int32_t const stride = spreadLineStride(format, dst.width());
+    RCShdPtr<IxMemory> memory;
+    setHorizontal(dst, src, bufferSize(stride, dst.height()), &memory);
+    _vertical.set(createTile(format, dst, std::move(memory), {}, stride, 0));
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::initOver(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                                     IxWriteGuard const& target) {
+    // clang-format off
+    VN_ASSERT(ipHoldsPixels(target, IxScanline<T>::PIXEL_FORMAT, dst) && "the target holds dst in the cache's format");
+    // clang-format on
+    setHorizontal(dst, src, 0, nullptr);
+    IxTile vertical = target.getTile();
+    setPixelRegion(vertical, dst);
+    vertical.setFillColor({});
+    _vertical.set(vertical);
 }
 
 template <class T>

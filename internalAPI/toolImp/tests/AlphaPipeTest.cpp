@@ -16,6 +16,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 using namespace VnTest;
@@ -56,12 +57,16 @@ Image blobs(GeRectangle<int> region, float fill, unsigned seed) {
             }};
 }
 
-// Runs pipe (over an alpha source) from src into a new tile over dst.
+// Runs pipe (over an alpha source) from src into a new tile over dst, or over target when given.
 IxTile run(IpScanlinePipePtr const& source, IpScanlinePipePtr const& pipe, IxTile const& src,
-           GeRectangle<int> const& dst, GeRectangle<int>* srcRegion = nullptr) {
+           GeRectangle<int> const& dst, GeRectangle<int>* srcRegion = nullptr,
+           GeRectangle<int> const* target = nullptr) {
     (void)source;
-    IxTile out(kAlpha, dst, {});
+    IxTile out(kAlpha, target ? *target : dst, {});
     IxWriteGuard g(out);
+    for (int y = out.getPixelRegion().ymin; y < out.getPixelRegion().ymax; ++y)
+        for (int x = out.getPixelRegion().xmin; x < out.getPixelRegion().xmax; ++x)
+            *g.getPixel<float>(x, y) = 0.0f;
     RCShdPtr<IpDestNode> const dest =
         IpScanlinePipeUtils::createAlphaDest(pipe, IxPixelFormat::ALPHA, dst, srcRegion);
     dest->process(g, {IxReadGuard(src)});
@@ -105,12 +110,18 @@ TEST_F(AlphaPipes, BothFeathersEqualTheConvolutionOfTheGaussian) {
                        return std::sin(0.37f * x) * std::cos(0.21f * y * y);
                    }};
     IxTile const src = alphaTile(im);
-    for (auto [rx, ry] : {std::pair{3.0f, 5.5f}, std::pair{1.0f, 0.0f}, std::pair{12.0f, 2.0f}}) {
-        GeRectangle<int> const dst(-4, 43, 3, 40);
+    GeRectangle<int> const dst(-4, 43, 3, 40);
+    // The feather's columns land in the target when it holds the region, and are copied there
+    // when it holds only part of it.
+    GeRectangle<int> const targets[] = {dst, {-9, 50, 0, 41}, {-2, 43, 3, 38}};
+    for (auto [rx, ry, target] :
+         {std::tuple{3.0f, 5.5f, targets[0]}, std::tuple{1.0f, 0.0f, targets[1]},
+          std::tuple{12.0f, 2.0f, targets[2]}, std::tuple{2.0f, 2.0f, targets[1]},
+          std::tuple{2.0f, 2.0f, targets[2]}}) {
         IpScanlinePipePtr const s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
         GeRectangle<int> srcRegion;
         IxTile const out =
-            run(s, IpScanlinePipeUtils::createBlurAlpha(s, rx, ry), src, dst, &srcRegion);
+            run(s, IpScanlinePipeUtils::createBlurAlpha(s, rx, ry), src, dst, &srcRegion, &target);
         // The older tile filter, over the same region.
         IxTile const tiled(kAlpha, dst, {});
         IpFeatherFilter2D(rx, ry).filter({IxReadGuard(src)}, IxWriteGuard(tiled), dst);
@@ -133,8 +144,12 @@ TEST_F(AlphaPipes, BothFeathersEqualTheConvolutionOfTheGaussian) {
         int const hy = static_cast<int>(ky.size() / 2);
         EXPECT_EQ(srcRegion,
                   GeRectangle<int>(dst.xmin - hx, dst.xmax + hx, dst.ymin - hy, dst.ymax + hy));
-        for (int y = dst.ymin; y < dst.ymax; ++y)
-            for (int x = dst.xmin; x < dst.xmax; ++x) {
+        for (int y = target.ymin; y < target.ymax; ++y)
+            for (int x = target.xmin; x < target.xmax; ++x) {
+                if (!dst.contains(x, y)) {
+                    ASSERT_EQ(pixel(out, x, y), 0.0f) << "outside at " << x << "," << y;
+                    continue;
+                }
                 double sum = 0.0;
                 for (int j = 0; j <= 2 * hy; ++j)
                     for (int i = 0; i <= 2 * hx; ++i)
@@ -607,6 +622,10 @@ struct CacheSpy {
         ~Imp() noexcept(false) override { delete inner; }
         void init(GeRectangle<int> const& d, GeRectangle<int> const& s) override {
             inner->init(d, s);
+        }
+        void initOver(GeRectangle<int> const& d, GeRectangle<int> const& s,
+                      IxWriteGuard const& t) override {
+            inner->initOver(d, s, t);
         }
         IxWriteGuardProxy const& getHorizontalBuffer() override {
             return inner->getHorizontalBuffer();

@@ -27,6 +27,10 @@ public:
         // May raise when the calls were out of order.
         virtual ~Imp() noexcept(false) = default;
         virtual void init(GeRectangle<int> const& dst, GeRectangle<int> const& src) = 0;
+        // init with the vertical buffer over the pixels of dst in target, which holds them in
+        // this cache's format: the results land in the target itself.
+        virtual void initOver(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                              IxWriteGuard const& target) = 0;
         virtual IxWriteGuardProxy const& getHorizontalBuffer() = 0;
         virtual IxWriteGuard getVerticalBuffer() = 0;
         virtual bool hasNext() const = 0;
@@ -42,6 +46,10 @@ public:
     static Factory getImplementationFactory();
 
     IxScanlineCache(GeRectangle<int> const& dst, GeRectangle<int> const& src);
+    // The vertical buffer lies over the pixels of dst in target, which must hold them in the
+    // cache's format (ipHoldsPixels): flush() then writes the results there.
+    IxScanlineCache(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                    IxWriteGuard const& target);
     // Raises when columns were handed out and not flushed, unless an exception is in flight.
     ~IxScanlineCache() noexcept(false);
     IxScanlineCache(IxScanlineCache const&) = delete;

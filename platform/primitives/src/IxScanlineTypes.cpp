@@ -66,6 +66,20 @@ IxScanlineCache<T>::IxScanlineCache(GeRectangle<int> const& dst, GeRectangle<int
 }
 
 template <class T>
+IxScanlineCache<T>::IxScanlineCache(GeRectangle<int> const& dst, GeRectangle<int> const& src,
+                                    IxWriteGuard const& target) {
+    Factory const factory = getImplementationFactory();
+    VN_ASSERT(factory != nullptr);
+    _imp = factory(dst, src);
+    try {
+        _imp->initOver(dst, src, target);
+    } catch (...) {
+        delete _imp;
+        throw;
+    }
+}
+
+template <class T>
 IxScanlineCache<T>::~IxScanlineCache() noexcept(false) {
     delete _imp;
 }
@@ -84,6 +98,8 @@ IxScanlineCache<T>::~IxScanlineCache() noexcept(false) {
     template IxScanlineCache<T>::Factory IxScanlineCache<T>::getImplementationFactory();           \
     template IxScanlineCache<T>::IxScanlineCache(GeRectangle<int> const&,                          \
                                                  GeRectangle<int> const&);                         \
+    template IxScanlineCache<T>::IxScanlineCache(GeRectangle<int> const&, GeRectangle<int> const&, \
+                                                 IxWriteGuard const&);                             \
     template IxScanlineCache<T>::~IxScanlineCache() noexcept(false);
 
 VN_INSTANTIATE_ROLLING(float)

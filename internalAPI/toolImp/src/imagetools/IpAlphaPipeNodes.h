@@ -117,6 +117,7 @@ public:
     void initializeProcessing() override;
     void tick(int t) override;
     void finishProcessing() override;
+    void setDirectTarget(IxWriteGuard const* target) noexcept override { _target = target; }
 
 protected:
     void computeScanline(int, IxScanline<float>&) override {}
@@ -134,6 +135,7 @@ private:
     OPtr<IxScanlineCache<float>> _cache;
     Vector<OPtr<IxScanline<float>>> _rows;
     IxScanline<float> _hRow; // over the horizontal buffer, moved row by row
+    IxWriteGuard const* _target = nullptr;
 };
 
 } // namespace Vn

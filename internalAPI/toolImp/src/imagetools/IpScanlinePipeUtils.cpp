@@ -4,6 +4,7 @@
 #include "ExBase.h"
 #include "IpAlphaPipeNodes.h"
 #include "IxGuardBase.h"
+#include "IxImageOps.h"
 #include "IxScanlineUtil.h"
 #include "IxWriteGuardProxy.h"
 #include "PmShape2d.h"
@@ -179,8 +180,13 @@ void BlurAlpha::initializeProcessing() {
     _nextRow = src.ymin;
     if (_dstRegion.isEmpty())
         return;
-    _cache.reset(new IxScanlineCache<float>(
-        _dstRegion, {_dstRegion.xmin, _dstRegion.xmax, src.ymin, src.ymax}));
+    GeRectangle<int> const h(_dstRegion.xmin, _dstRegion.xmax, src.ymin, src.ymax);
+    // Straight into the destination when it is the only consumer and holds the rows: the
+    // columns' results then need no copy. The sources are all read before the first is written.
+    if (_target && ipHoldsPixels(*_target, IxScanline<float>::PIXEL_FORMAT, _dstRegion))
+        _cache.reset(new IxScanlineCache<float>(_dstRegion, h, *_target));
+    else
+        _cache.reset(new IxScanlineCache<float>(_dstRegion, h));
     IxWriteGuard const v = _cache->getVerticalBuffer();
     for (int y = _dstRegion.ymin; y < _dstRegion.ymax; ++y)
         _rows.emplace_back(new IxScanline<float>(v, y, _dstRegion.xmin, _dstRegion.xmax,

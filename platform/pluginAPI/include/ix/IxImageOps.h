@@ -13,6 +13,7 @@
 namespace Vn {
 
 class IxGuardBase;
+class IxPixelFormat;
 class IxReadGuard;
 class IxWriteGuard;
 
@@ -21,6 +22,10 @@ VN_EXPORT IpPixels ipPixelsOf(IxGuardBase const& guard);
 // The bytes a guard's pixels span, [first, last), or {0, 0} when it holds none: two guards
 // whose spans meet may share memory.
 VN_EXPORT std::pair<std::uintptr_t, std::uintptr_t> ipByteSpan(IxGuardBase const& guard);
+// True when the guard holds the pixels of region, not empty, in format's components and depth:
+// they can then be read or written in place.
+VN_EXPORT bool ipHoldsPixels(IxGuardBase const& guard, IxPixelFormat const& format,
+                             GeRectangle<int> const& region);
 
 // The pixel operations of the primitives library over tiles.
 

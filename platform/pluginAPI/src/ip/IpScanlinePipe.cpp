@@ -217,12 +217,8 @@ void IpScanlinePipeOutput<T>::tick(int t) {
     if (!_isView.empty()) {
         // Straight into the target when it holds the whole row in this node's format.
         IxWriteGuard const& g = *_direct;
-        GeRectangle<int> const& r = g.getPixelRegion();
-        IxPixelFormat const& f = IxScanline<T>::PIXEL_FORMAT;
-        bool const whole = g.getFirst() && r.ymin <= y && y < r.ymax && r.xmin <= _dstRegion.xmin &&
-                           _dstRegion.xmax <= r.xmax &&
-                           g.getPixelFormat().getComps() == f.getComps() &&
-                           g.getPixelFormat().getDepth() == f.getDepth();
+        bool const whole = ipHoldsPixels(g, IxScanline<T>::PIXEL_FORMAT,
+                                         {_dstRegion.xmin, _dstRegion.xmax, y, y + 1});
         _isView[s] = whole;
         if (whole) {
             _views[s]->rebuild(g.getPixel<T>(_dstRegion.xmin, y), _dstRegion.xmin, _dstRegion.xmax);
@@ -335,13 +331,9 @@ void IpSourceNode::tick(int t) {
     IxReadGuard const* whole = nullptr;
     if (_sources->size() == 1) {
         IxReadGuard const& g = _sources->front();
-        GeRectangle<int> const& r = g.getPixelRegion();
         IxPixelFormat const& want =
             givesAlphaRows() ? IxScanline<float>::PIXEL_FORMAT : IxScanline<Color>::PIXEL_FORMAT;
-        if (_inPlace && g.holdsMemory() && g.getFirst() && r.ymin <= t && t < r.ymax &&
-            r.xmin <= _dstRegion.xmin && _dstRegion.xmax <= r.xmax &&
-            g.getPixelFormat().getComps() == want.getComps() &&
-            g.getPixelFormat().getDepth() == want.getDepth())
+        if (_inPlace && ipHoldsPixels(g, want, {_dstRegion.xmin, _dstRegion.xmax, t, t + 1}))
             whole = &g;
     }
     auto read = [&](auto& ring, auto const& padValue) {

@@ -39,6 +39,14 @@ void ipSet(IxWriteGuard const& dst, GeRectangle<int> const& region,
     ipSet(pixelsOf(dst, dst.getFirst()), region, color);
 }
 
+bool ipHoldsPixels(IxGuardBase const& g, IxPixelFormat const& format,
+                   GeRectangle<int> const& region) {
+    return g.holdsMemory() && g.getFirst() && !region.isEmpty() &&
+           g.getPixelRegion().contains(region) &&
+           g.getPixelFormat().getComps() == format.getComps() &&
+           g.getPixelFormat().getDepth() == format.getDepth();
+}
+
 std::pair<std::uintptr_t, std::uintptr_t> ipByteSpan(IxGuardBase const& g) {
     GeRectangle<int> const& r = g.getPixelRegion();
     if (!g.holdsMemory() || !g.getFirst() || r.isEmpty())
