@@ -59,6 +59,10 @@ private:
     void writeBlock();
     // writeBlock then readBlock of the next block, in one walk down the rows when it can.
     bool moveBlocksTogether();
+    // Prefetches eight rows from i of the block written at xw and the block read at xr.
+    void prefetchAhead(int xw, int xr, int i) const;
+    // How far ahead, in rows, the walk over a target asks for its rows.
+    static constexpr int kAheadRows = 16;
     T* scratchLine(int k) const;
 
     APtr<OPtr<IxScanline<T>>> _scancolumns;
@@ -68,6 +72,7 @@ private:
     IxWriteGuardProxy _horizontal;
     IxWriteGuardProxy _vertical;
     bool _flushCalled = false;
+    bool _overTarget = false; // the vertical buffer lies over the caller's target
     int _nbAccumulated = 0;
     int _currentX;
     bool _firstBlockToRead = true;

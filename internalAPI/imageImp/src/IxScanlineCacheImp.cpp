@@ -222,6 +222,7 @@ void IxScanlineCacheImp<T>::initOver(GeRectangle<int> const& dst, GeRectangle<in
     setPixelRegion(vertical, dst);
     vertical.setFillColor({});
     _vertical.set(vertical);
+    _overTarget = true;
 }
 
 template <class T>
@@ -393,6 +394,8 @@ bool IxScanlineCacheImp<T>::moveBlocksTogether() {
         int const srcH = _srcRows.max - _srcRows.min;
         int const last = _srcRows.max - 1;
         for (int i = 0; i < std::max(dstH, srcH); i += 8) {
+            if (_overTarget)
+                prefetchAhead(xw, xr, i + kAheadRows);
             int k = i;
             int const we = std::min(i + 8, dstH);
             for (; k + 4 <= we; k += 4) {
@@ -424,6 +427,27 @@ bool IxScanlineCacheImp<T>::moveBlocksTogether() {
             }
         }
         return true;
+    }
+}
+
+template <class T>
+void IxScanlineCacheImp<T>::prefetchAhead(int xw, int xr, int i) const {
+    // Rows lie pages apart, beyond the reach of the hardware's own prefetch: the two cache
+    // lines of a block's row are asked for ahead, for writing in the target, for reading in
+    // the horizontal buffer.
+    IxWriteGuard const& v = *_vertical;
+    IxWriteGuard const& h = *_horizontal;
+    for (int r = i; r < i + 8; ++r) {
+        if (r < _dstRows.max - _dstRows.min) {
+            auto const* p = v.getAddress(xw, _dstRows.min + r);
+            __builtin_prefetch(p, 1, 3);
+            __builtin_prefetch(p + 64, 1, 3);
+        }
+        if (r < _srcRows.max - _srcRows.min) {
+            auto const* p = h.getAddress(xr, _srcRows.min + r);
+            __builtin_prefetch(p, 0, 3);
+            __builtin_prefetch(p + 64, 0, 3);
+        }
     }
 }
 
