@@ -10,6 +10,8 @@
 
 #include <complex>
 #include <functional>
+#include <optional>
+#include <tuple>
 #include <vector>
 
 using namespace Vn;
@@ -75,17 +77,29 @@ TYPED_TEST(ScanlineCache, IdentityColumnsReproduceTheInput) {
             IxConvertUtil::limitVectorPath(path);
             // Destination as tall as, taller than and shorter than the source; heights that take
             // the groups of eight and four rows and leave some over.
-            for (auto [dstH, srcH] : {std::pair{6, 6}, std::pair{9, 5}, std::pair{3, 7},
-                                      std::pair{22, 19}, std::pair{13, 26}}) {
+            // The results in the cache's own buffer, or in a larger target that keeps the rest.
+            for (auto [dstH, srcH, over] :
+                 {std::tuple{6, 6, false}, std::tuple{9, 5, true}, std::tuple{3, 7, false},
+                  std::tuple{3, 7, true}, std::tuple{22, 19, false}, std::tuple{13, 26, true}}) {
                 GeRectangle<int> const dst(-5, -5 + width, 100, 100 + dstH);
                 GeRectangle<int> const src(0, 1, -20, -20 + srcH);
-                IxScanlineCache<T> cache(dst, src);
-                fillHorizontal(cache, {dst.xmin, dst.xmax, src.ymin, src.ymax});
+                GeRectangle<int> const around(dst.xmin - 3, dst.xmax + 2, dst.ymin - 1,
+                                              dst.ymax + 4);
+                IxWriteGuard const target(IxTile(IxScanline<T>::PIXEL_FORMAT, around, {}));
+                for (int y = around.ymin; y < around.ymax; ++y)
+                    for (int cx = around.xmin; cx < around.xmax; ++cx)
+                        *target.getPixel<T>(cx, y) = marker;
+                std::optional<IxScanlineCache<T>> cache;
+                if (over)
+                    cache.emplace(dst, src, target);
+                else
+                    cache.emplace(dst, src);
+                fillHorizontal(*cache, {dst.xmin, dst.xmax, src.ymin, src.ymax});
                 int x = dst.xmin;
-                while (cache.hasNext()) {
+                while (cache->hasNext()) {
                     IxScanline<T>* d = nullptr;
                     IxScanline<T>* s = nullptr;
-                    cache.getNext(d, s);
+                    cache->getNext(d, s);
                     ASSERT_EQ(s->getX0(), src.ymin);
                     ASSERT_EQ(s->getWidth(), srcH);
                     ASSERT_EQ(d->getX0(), dst.ymin);
@@ -95,14 +109,18 @@ TYPED_TEST(ScanlineCache, IdentityColumnsReproduceTheInput) {
                     ++x;
                 }
                 EXPECT_EQ(x, dst.xmax);
-                cache.flush();
-                IxWriteGuard const v = cache.getVerticalBuffer();
+                cache->flush();
+                IxWriteGuard const v = cache->getVerticalBuffer();
                 ASSERT_EQ(v.getPixelRegion(), dst);
-                for (int y = dst.ymin; y < dst.ymax; ++y)
-                    for (int cx = dst.xmin; cx < dst.xmax; ++cx) {
+                for (int y = around.ymin; y < around.ymax; ++y)
+                    for (int cx = around.xmin; cx < around.xmax; ++cx) {
                         int const i = y - dst.ymin;
-                        T const want = i < srcH ? make<T>(valueAt(cx, src.ymin + i)) : marker;
-                        ASSERT_EQ(*v.getPixel<T>(cx, y), want)
+                        T want = i < srcH ? make<T>(valueAt(cx, src.ymin + i)) : marker;
+                        if (!dst.contains(cx, y))
+                            want = marker;
+                        else if (!over)
+                            ASSERT_EQ(*v.getPixel<T>(cx, y), want);
+                        ASSERT_EQ(*target.getPixel<T>(cx, y), over ? want : marker)
                             << "path " << int(path) << " width " << width << " dst " << dstH
                             << " src " << srcH << " x " << cx << " y " << y;
                     }
@@ -125,6 +143,14 @@ TYPED_TEST(ScanlineCache, CallsOutOfOrderAreRefused) {
         cache.flush();
         EXPECT_EQ(assertionText([&] { cache.getNext(d, s); }), "!_flushCalled");
     }
+    // A target that lacks a row of the region, or holds another format, is refused.
+    for (IxTile const& t :
+         {IxTile(IxScanline<T>::PIXEL_FORMAT, {0, B + 2, 1, 4}, {}),
+          IxTile(IxPixelFormat(IxPixelFormat::RGBA, IxPixelFormat::UINT8), {0, B + 2, 0, 4}, {})})
+        EXPECT_NE(assertionText([&] {
+                      IxScanlineCache<T>(r, r, IxWriteGuard(t));
+                  }).find("the target holds dst in the cache's format"),
+                  std::string::npos);
     // Columns handed out and never flushed: the cache says so when it goes.
     auto* imp = new IxScanlineCacheImp<T>(r, r);
     imp->init(r, r);
