@@ -565,21 +565,28 @@ protected:
 
 TEST_F(AlphaPipes, ResultsWrittenOverTheirSourceAreThoseWrittenElsewhere) {
     // Inside the tile, so that rows could be read from it in place; the mean reads each row
-    // after the result's row of the same index is written.
+    // after the result's row of the same index is written, and the feather writes its columns
+    // straight into the tile.
     Image const im = blobs({0, 30, 0, 20}, 0.0f, 21);
     GeRectangle<int> const inner(4, 26, 3, 17);
-    IpScanlinePipePtr s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
-    IxTile const apart = run(s, IpScanlinePipePtr(new VerticalMean(s)), alphaTile(im), inner);
+    std::function<IpScanlinePipePtr(IpScanlinePipePtr const&)> const pipes[] = {
+        [](IpScanlinePipePtr const& s) { return IpScanlinePipePtr(new VerticalMean(s)); },
+        [](IpScanlinePipePtr const& s) {
+            return IpScanlinePipeUtils::createBlurAlpha(s, 2, 2);
+        }};
+    for (auto const& pipe : pipes) {
+        IpScanlinePipePtr s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxTile const apart = run(s, pipe(s), alphaTile(im), inner);
 
-    IxTile const same = alphaTile(im);
-    s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
-    IxWriteGuard g(same);
-    IpScanlinePipeUtils::createAlphaDest(IpScanlinePipePtr(new VerticalMean(s)),
-                                         IxPixelFormat::ALPHA, inner, nullptr)
-        ->process(g, {IxReadGuard(same)});
-    for (int y = inner.ymin; y < inner.ymax; ++y)
-        for (int x = inner.xmin; x < inner.xmax; ++x)
-            ASSERT_EQ(*g.getPixel<float>(x, y), pixel(apart, x, y)) << x << "," << y;
+        IxTile const same = alphaTile(im);
+        s = IpScanlinePipeUtils::createAlphaSource(IxPixelFormat::ALPHA);
+        IxWriteGuard g(same);
+        IpScanlinePipeUtils::createAlphaDest(pipe(s), IxPixelFormat::ALPHA, inner, nullptr)
+            ->process(g, {IxReadGuard(same)});
+        for (int y = inner.ymin; y < inner.ymax; ++y)
+            for (int x = inner.xmin; x < inner.xmax; ++x)
+                ASSERT_EQ(*g.getPixel<float>(x, y), pixel(apart, x, y)) << x << "," << y;
+    }
 }
 
 namespace {
