@@ -2,10 +2,15 @@
 
 #include "ExBase.h"
 #include "PiImageRepeatNode.h"
+#include "PxPassThroughNode.h"
 #include "TmTimeUtil.h"
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <future>
 #include <mutex>
+#include <thread>
 
 using namespace VnTest;
 using namespace Vn;
@@ -343,6 +348,38 @@ TEST_F(RepeatNodeTest, FramelessRatesRaiseAndRangesEndingEarlyLastAFrame) {
     Graph const locked = repeatGraph(TmTypes::NO_REPEAT, 4, 4, true);
     EXPECT_EQ(at(locked.repeat, 4.0).getFillColor().r, 4.0f);
     EXPECT_TRUE(at(locked.repeat, 6.0).getPixelRegion().isEmpty());
+}
+
+TEST_F(RepeatNodeTest, ANodeBuiltOnTheToolSideReadsItsInputsAfterTheEditsBeforeIt) {
+    // An edit that wires the in-time waits behind a sequential request held open. The node built
+    // meanwhile on another thread reads its inputs on a worker, after that edit, not while a
+    // worker may be rewiring them.
+    Graph const g = repeatGraph(Mode(0), 0, 8);
+    auto const placeholder = makeNode(new PxAnimValueNode<int>({"int"}, 0));
+    auto const wired = makeNode(new PxAnimValueNode<int>({"int"}, 5));
+    auto const face =
+        makeNode(new PxPassThroughNode<PxAnimValueProtocol<int>>({"face"}, placeholder));
+    std::promise<void> open;
+    std::shared_future<void> const opened = open.get_future().share();
+    PxRequestPtr<FnRequest> const hold(new FnRequest(
+        [opened] { opened.wait(); },
+        PxRequest::RequestType(PxRequest::SEQUENTIAL, PxRequest::REFERENCED, PxRequest::CPU)));
+    engine().executeRequest(hold.get(), false);
+    PxMutationRequest::submit(
+        new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(face), PxUPtr<PxNode const>(wired)));
+    std::atomic<bool> built{false};
+    PxStrongHndl<PxImageProtocol const> repeat;
+    std::thread builder([&] {
+        repeat = makeNode(new PiImageRepeatNode({"repeat"}, g.clock, face, g.out, g.mode, g.lock));
+        built = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(built) << "the node read its inputs before the edit queued ahead of it";
+    open.set_value();
+    builder.join();
+    engine().waitRequest(hold.get());
+    // Mode 0 holds the first frame before the range: the wired in-time, 5.
+    EXPECT_EQ(at(repeat, 0.0).getTile().getFillColor().r, 5.0f);
 }
 
 TEST_F(RepeatNodeTest, AnUnknownModeFailsEvaluationNotTheWave) {

@@ -156,8 +156,11 @@ void PiImageInputConvertNode::init() {
     PxImageNode::init();
     registerChild(getPrimary());
     registerChild(_formatNode);
-    _sourceFormat = getPrimary()->getImageFormat();
-    rebuild();
+    // The inputs are read on a worker, after the edits still on their way there.
+    piRunOnWorker([this] {
+        _sourceFormat = getPrimary()->getImageFormat();
+        rebuild();
+    });
 }
 
 void PiImageInputConvertNode::rebuild() {

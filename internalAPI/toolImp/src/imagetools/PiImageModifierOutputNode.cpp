@@ -267,9 +267,12 @@ void PiImageModifierOutputNode::init() {
         registerChild(_invert);
         registerChild(_intensity);
     }
-    _backFormat = _backChild->getImageFormat();
-    _fullFrames = computeFullFrames();
-    rebuildConvertedBack();
+    // The inputs are read on a worker, after the edits still on their way there.
+    piRunOnWorker([this] {
+        _backFormat = _backChild->getImageFormat();
+        _fullFrames = computeFullFrames();
+        rebuildConvertedBack();
+    });
 }
 
 void PiImageModifierOutputNode::rebuildConvertedBack() {

@@ -1,5 +1,6 @@
 #include "PiImageRepeatNode.h"
 #include "ExBase.h"
+#include "PiOnWorker.h"
 #include "StackGuard.h"
 #include "TmTimeUtil.h"
 
@@ -162,11 +163,15 @@ void PiImageRepeatNode::init() {
     registerChild(_outTime);
     registerChild(_repeatMode);
     registerChild(_lockDuration);
-    readFormat();
-    readInterval();
-    readMode();
+    // Edits of the inputs may still be on their way to the workers: the inputs are read there,
+    // after them.
+    piRunOnWorker([this] {
+        readFormat();
+        readInterval();
+        readMode();
+        _lock = readAtZero(_lockDuration);
+    });
     checkMode();
-    _lock = readAtZero(_lockDuration);
 }
 
 bool PiImageRepeatNode::readMode() const {
@@ -473,7 +478,7 @@ void PiImageTimeOffsetNode::init() {
     PxImageNode::init();
     registerChild(getPrimary());
     registerChild(_offset);
-    readOffset();
+    piRunOnWorker([this] { readOffset(); });
 }
 
 void PiImageTimeOffsetNode::readOffset() {
