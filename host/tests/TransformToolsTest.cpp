@@ -65,8 +65,11 @@ GeRectangle<float> rodOf(Image const& node) {
 }
 
 Frame render(Image const& node, int scale = 0) {
+    // The region first: its request runs after the edits still queued, which the direct read of
+    // the format must not overlap.
+    GeRectangle<float> const rod = rodOf(node);
     GeRectangle<int> const r = PxImageProtocol::nominalToPixelized(
-        rodOf(node), node->getImageFormat().getAspectRatio(), 1.0f / float(1 << scale));
+        rod, node->getImageFormat().getAspectRatio(), 1.0f / float(1 << scale));
     Frame f{r, std::vector<Color>(std::size_t(r.width()) * std::size_t(r.height()))};
     auto put = [&](auto const& colorAt) {
         for (int y = r.ymin; y < r.ymax; ++y)

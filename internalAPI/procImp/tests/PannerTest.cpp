@@ -10,6 +10,7 @@
 
 #include <cmath>
 #include <limits>
+#include <mutex>
 
 using namespace VnTest;
 using namespace Vn;
@@ -33,10 +34,19 @@ public:
         for (int y = r.ymin; y < r.ymax; ++y)
             for (int x = r.xmin; x < r.xmax; ++x)
                 *g.getPixel<Color>(x, y) = at(x, y);
-        last = tile;
+        std::lock_guard<std::mutex> const lock(_lastLock);
+        _last = tile;
         return PxImageResult(tile, vi);
     }
-    mutable IxTile last; // the tile made last
+    // The tile made last; tiles are made by several workers at once.
+    IxTile last() const {
+        std::lock_guard<std::mutex> const lock(_lastLock);
+        return _last;
+    }
+
+private:
+    mutable std::mutex _lastLock;
+    mutable IxTile _last;
 };
 
 PxStrongHndl<PxImageProtocol const> ramp(int width = 700, int height = 530) {
@@ -77,7 +87,7 @@ TEST_F(Panner, WholePixelPansCopyTilesAndAZeroPanForwards) {
     auto const src = ramp();
     PxImageResult const zero = tile(panner(src, 0.0, 0.0, 0), 0, 0);
     auto const* source = dynamic_cast<RampSource const*>(src.get());
-    EXPECT_EQ(IxReadGuard(zero.getTile()).getFirst(), IxReadGuard(source->last).getFirst());
+    EXPECT_EQ(IxReadGuard(zero.getTile()).getFirst(), IxReadGuard(source->last()).getFirst());
 
     // Less than a pixel without a filter moves nothing.
     PxImageResult const small = tile(panner(src, 0.4, -0.4, 0), 0, 0);
