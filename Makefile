@@ -47,11 +47,11 @@ docs:
 asan:
 	@$(MAKE) --no-print-directory PRESET=asan test
 
-# ThreadSanitizer over the randomized concurrency tests.
+# ThreadSanitizer over every test: each one runs requests on the engine's workers.
 tsan: deps
 	@cmake --preset tsan >/dev/null
 	@cmake --build --preset tsan
-	@setarch "$$(uname -m)" -R ctest --preset tsan -L stress
+	@setarch "$$(uname -m)" -R ctest --preset tsan
 
 bench:
 	@bash scripts/install-deps --bench
