@@ -2,7 +2,6 @@
 
 #include "Assertions.h"
 #include "EnvIntVar.h"
-#include "EvEventManager.h"
 #include "ExBase.h"
 #include "IxConvertServices.h"
 #include "MtThreadMgr.h"
@@ -974,10 +973,6 @@ void RequestMgrImp::shutdown() {
     _shutDown = true;
     bool const ran = _workersStarted.load();
     if (ran) {
-        sync();
-        // Callbacks that finished requests posted to the event thread may still release or submit
-        // requests: they end before the engine does, and what they submitted is drained.
-        EvEventManager::getInstance().flush();
         sync();
         MtThreadPool::stop();
     }
