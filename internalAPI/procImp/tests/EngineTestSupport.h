@@ -2,6 +2,7 @@
 
 // Requests and a fixture shared by the engine's tests.
 
+#include "EvEventManager.h"
 #include "InPackageInit.h"
 #include "LgLog.h"
 #include "PxNode.h"
@@ -133,6 +134,8 @@ protected:
         if (!::testing::Test::HasFatalFailure()) {
             if (engineImp().areWorkersStarted())
                 engine().sync();
+            // Callbacks on the event thread may still be releasing requests.
+            EvEventManager::getInstance().flush();
             // A worker may still be finishing the last post-execution.
             EXPECT_TRUE(eventually([] { return engineImp().getNbLiveRequests() == 0; }))
                 << engineImp().getNbLiveRequests() << " requests leaked";
