@@ -18,6 +18,7 @@
 #include <cmath>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <type_traits>
 #include <vector>
 
@@ -434,6 +435,45 @@ TEST_F(ProtocolRequests, PassThroughsOfEveryProtocolForwardAndFollowTheirChild) 
             return rate;
         },
         3, 4);
+}
+
+// The tool side lets nodes go on its own thread while the rewiring it sent a moment before runs
+// on a worker: a node that left the graph keeps no link, and the rewiring fails nowhere.
+TEST_F(ProtocolRequests, ANodeLetGoWhileAWorkerRewiresItKeepsNoLinks) {
+    auto const childA = makeNode(new TaggedImage(1));
+    auto const childB = makeNode(new TaggedImage(2));
+    PxStrongHndl<PxNode const> const b(childB);
+    auto makeThrough = [&] {
+        return makeNode(new PxPassThroughNode<PxImageProtocol>(
+            PxNode::Init{"pass"}, PxStrongHndl<PxImageProtocol const>(childA)));
+    };
+    // In order: let go, then rewired on a worker.
+    auto through = makeThrough();
+    auto asThrough = [](auto const& node) {
+        return PxStrongHndl<PxPassThroughProtocol>(
+            dynamic_cast<PxPassThroughProtocol*>(node.get()));
+    };
+    PxNodePtr<PxPassThroughProtocol> const kept(asThrough(through));
+    through.reset();
+    EXPECT_EQ(childA->getNbParents(), 0);
+    PxUPtr<PxNode const> const bOnWorker(b);
+    runAndWait(new FnRequest([&] { kept->setChild(bOnWorker); }));
+    EXPECT_EQ(childA->getNbParents(), 0);
+    EXPECT_EQ(childB->getNbParents(), 0);
+
+    // Racing: each node is let go as soon as its rewiring is sent.
+    LogCapture log;
+    for (int i = 0; i < 2000; ++i) {
+        auto t = makeThrough();
+        PxMutationRequest::submit(new PxSetChildRequest(PxUPtr<PxPassThroughProtocol>(asThrough(t)),
+                                                        PxUPtr<PxNode const>(b)));
+        if (i % 2 == 1)
+            std::this_thread::yield();
+    }
+    engine().sync();
+    EXPECT_EQ(log.count({"failure"}), 0);
+    EXPECT_EQ(childA->getNbParents(), 0);
+    EXPECT_EQ(childB->getNbParents(), 0);
 }
 
 TEST(ProtocolValues, ValueHoldersRefuseWhatCannotBeDrawn) {

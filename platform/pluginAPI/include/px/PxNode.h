@@ -316,11 +316,15 @@ private:
     bool arrive(int wave, PxValidityInterval const& interval, int stream) const;
     void lock() const noexcept;
     void unlock() const noexcept;
+    // Takes one entry of this node out of child's parents.
+    void forgetParent(PxNode const& child) const;
 
     char const* _typeName;
     mutable std::atomic_flag _lock = ATOMIC_FLAG_INIT;
     mutable std::vector<PxNode const*> _parents;
     mutable std::vector<PxNodePtr<PxNode const>> _children;
+    // Set by destroy, under the lock: the node has left the graph for good.
+    bool _destroyed = false;
     // What the current wave has brought to this node, under the lock.
     mutable int _arrivalsWave = -1;
     mutable std::vector<Arrival> _arrivals;

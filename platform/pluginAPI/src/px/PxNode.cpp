@@ -46,11 +46,8 @@ PxNode::~PxNode() {
     if (PxDAGMonitor* monitor = PxDAGMonitor::tryGetInstance())
         monitor->nodeDestroyed(this);
     // A node that never had a strong handle was never destroyed: leave the graph now.
-    for (auto const& c : _children) {
-        c->lock();
-        std::erase(c->_parents, this);
-        c->unlock();
-    }
+    for (auto const& c : _children)
+        forgetParent(*c);
 }
 
 // The graph lists of a node change rarely and are read by one wave at a time: a spin lock
@@ -106,14 +103,27 @@ int PxNode::getNbParents() const {
     return n;
 }
 
+// The tool side may let a node go (destroy) while a worker rewires it: a node that has left the
+// graph takes no new child and forgets a lost one quietly, so it keeps no link either way. No
+// lock is taken under another's: graphs being edited may hold a cycle for a moment.
 void PxNode::registerChild(PxNodePtr<PxNode const> const& child) const {
     VN_ASSERT(!child.isNull());
     lock();
-    _children.push_back(child);
+    bool const destroyed = _destroyed;
+    if (!destroyed)
+        _children.push_back(child);
     unlock();
+    if (destroyed)
+        return;
     child->lock();
     child->_parents.push_back(this);
     child->unlock();
+    // A destroy between the two steps could not see the parent entry: take it back.
+    lock();
+    bool const lost = _destroyed;
+    unlock();
+    if (lost)
+        forgetParent(*child);
 }
 
 void PxNode::unregisterChild(PxNodePtr<PxNode const> const& child) const {
@@ -123,31 +133,33 @@ void PxNode::unregisterChild(PxNodePtr<PxNode const> const& child) const {
     auto it = std::find_if(_children.begin(), _children.end(),
                            [&](auto const& c) { return c.get() == child.get(); });
     bool const found = it != _children.end();
+    bool const destroyed = _destroyed;
     if (found) {
         keep = *it;
         _children.erase(it);
     }
     unlock();
-    VN_ASSERT(found);
-    child->lock();
-    auto pit = std::find(child->_parents.begin(), child->_parents.end(), this);
-    if (pit != child->_parents.end())
-        child->_parents.erase(pit);
-    child->unlock();
+    VN_ASSERT(found || destroyed);
+    if (found)
+        forgetParent(*child);
+}
+
+void PxNode::forgetParent(PxNode const& child) const {
+    child.lock();
+    auto pit = std::find(child._parents.begin(), child._parents.end(), this);
+    if (pit != child._parents.end())
+        child._parents.erase(pit);
+    child.unlock();
 }
 
 void PxNode::destroy() {
     std::vector<PxNodePtr<PxNode const>> children;
     lock();
+    _destroyed = true;
     children.swap(_children);
     unlock();
-    for (auto const& c : children) {
-        c->lock();
-        auto pit = std::find(c->_parents.begin(), c->_parents.end(), this);
-        if (pit != c->_parents.end())
-            c->_parents.erase(pit);
-        c->unlock();
-    }
+    for (auto const& c : children)
+        forgetParent(*c);
 }
 
 int PxNode::getInvalidationId() noexcept {
