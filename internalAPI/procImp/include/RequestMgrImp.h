@@ -128,7 +128,7 @@ public:
     int getNbThreadsWanted() const noexcept { return static_cast<int>(_nbThreads); }
     bool areWorkersStarted() const noexcept { return _workersStarted.load(); }
     Snapshot getSnapshot() const;
-    // Requests constructed and not yet destroyed.
+    // Requests allocated and not yet freed.
     long getNbLiveRequests() const noexcept;
 
 protected:

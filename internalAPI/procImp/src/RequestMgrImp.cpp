@@ -16,6 +16,7 @@
 #include "StatTypes.h"
 
 #include <algorithm>
+#include <chrono>
 #include <mutex>
 #include <thread>
 
@@ -920,16 +921,20 @@ void RequestMgrImp::recordStatistics() {
 
 // ---- memory of requests ----
 
+// A request counts from its memory's allocation to its return: a release finishing on another
+// thread (a callback letting its request go) still counts while it frees into the pool, so the
+// engine's end can wait for it before the pool goes.
 void* RequestMgrImp::allocate(std::size_t size) {
-    return getMemPool().alloc(size);
+    void* p = getMemPool().alloc(size);
+    countLive(1);
+    return p;
 }
 void RequestMgrImp::deallocate(void* p, std::size_t size) {
     getMemPool().free(p, size);
+    countLive(-1);
 }
 
-void RequestMgrImp::initRequest(PxRequest&) {
-    countLive(1);
-}
+void RequestMgrImp::initRequest(PxRequest&) {}
 
 long RequestMgrImp::getNbLiveRequests() const noexcept {
     return liveCounters().sum() - _nbLiveRequestsBefore;
@@ -937,7 +942,6 @@ long RequestMgrImp::getNbLiveRequests() const noexcept {
 
 void RequestMgrImp::destroyRequest(PxRequest& request) {
     RequestEngine::disposeState(request);
-    countLive(-1);
 }
 
 OPtrRet<StatThreadLocal> RequestMgrImp::takeRequestStats(PxRequest* request) {
@@ -1018,12 +1022,20 @@ void RequestEngine::initializeEngine() {
         s_keepOnProcVar.getValue() != 0, s_nbThreadsVar.getValue(), s_maxConcurrentVar.getValue()));
 }
 
+constexpr int kReleaseWaitMs = 1000;
+
 void RequestEngine::finalizeEngine() {
     if (!PxRequestMgr::isInitialized())
         return;
     auto& m = mgr();
     m.shutdown();
-    long const live = m.getNbLiveRequests();
+    // Releases that other threads are finishing end within moments; a request still held
+    // after that was never released.
+    long live = m.getNbLiveRequests();
+    for (int ms = 0; live != 0 && ms < kReleaseWaitMs; ++ms) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        live = m.getNbLiveRequests();
+    }
     PxRequestMgr::finalize();
     // Requests still alive would free their memory into the pool later: keep it then.
     if (live == 0 && s_delayPoolDeleteVar.getValue() == 0) {

@@ -693,6 +693,30 @@ TEST(RequestEngineLife, ARequestReleasedAfterShutdownIsFreedQuietly) {
     EXPECT_NO_THROW(failed.reset());
 }
 
+// A callback on another thread may still be letting its request go as the engine stops: the
+// engine waits for it, and does not call it leaked.
+TEST(RequestEngineLife, ARequestBeingLetGoAsTheEngineStopsIsWaitedFor) {
+    struct SlowToDie : FnRequest {
+        std::atomic<bool>* dying;
+        explicit SlowToDie(std::atomic<bool>* d) : FnRequest([] {}), dying(d) {}
+        ~SlowToDie() override {
+            *dying = true;
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+    };
+    InInitMgr::getInstance().initialize();
+    LogCapture log;
+    std::atomic<bool> dying{false};
+    PxRequestPtr<PxRequest> held(new SlowToDie(&dying));
+    engine().executeRequest(held.get(), false);
+    engine().waitRequest(held.get());
+    std::thread letGo([&] { held.reset(); });
+    ASSERT_TRUE(eventually([&] { return dying.load(); }));
+    InInitMgr::getInstance().finalize();
+    letGo.join();
+    EXPECT_EQ(log.count({"never released"}), 0);
+}
+
 // ---- the GFX worker ----
 
 namespace {
