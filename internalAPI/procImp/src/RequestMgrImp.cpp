@@ -934,6 +934,7 @@ void RequestMgrImp::deallocate(void* p, std::size_t size) {
     countLive(-1);
 }
 
+// The request's state block comes with its state object, and the live count with its memory.
 void RequestMgrImp::initRequest(PxRequest&) {}
 
 long RequestMgrImp::getNbLiveRequests() const noexcept {
