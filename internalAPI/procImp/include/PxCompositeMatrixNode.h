@@ -67,9 +67,6 @@ public:
 
 protected:
     void init() override;
-    // Leaves the graph; the sides stay for whoever still reads the node, and later changes are
-    // ignored.
-    void destroy() override;
 
 private:
     using Handlers = std::vector<RCWeakPtr<InvalidationHandler>>;
@@ -77,11 +74,12 @@ private:
     static void remove(std::unique_ptr<Handlers>& list, RCWeakPtr<InvalidationHandler> const& h);
     static void notify(std::unique_ptr<Handlers> const& list, PxValidityInterval const& interval);
     using Side = PxNodePtr<PxAffineMatrixProtocol const>;
+    // Once the node has left the graph its sides stay for whoever still reads it, and changes
+    // are ignored.
     void replace(Side& side, PxUPtr<PxAffineMatrixProtocol const> const& node);
 
     Side _localMatrixNode;
     Side _globalMatrixNode;
-    bool _destroyed = false;
     std::unique_ptr<Handlers> _invalidationCbs;
     std::unique_ptr<Handlers> _globalInvalidationCbs;
 };

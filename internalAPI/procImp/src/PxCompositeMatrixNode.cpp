@@ -22,11 +22,6 @@ void PxCompositeMatrixNode::init() {
         registerChild(PxNodePtr<PxNode const>(_globalMatrixNode));
 }
 
-void PxCompositeMatrixNode::destroy() {
-    _destroyed = true;
-    PxNode::destroy();
-}
-
 PxResult<GeAffineMatrix3<float>>
 PxCompositeMatrixNode::getMatrix(PxTimeContext const& context) const {
     PxResult<GeAffineMatrix3<float>> global;
@@ -41,7 +36,7 @@ PxCompositeMatrixNode::getMatrix(PxTimeContext const& context) const {
 }
 
 void PxCompositeMatrixNode::replace(Side& side, PxUPtr<PxAffineMatrixProtocol const> const& node) {
-    if (side.get() == node.get() || _destroyed)
+    if (side.get() == node.get() || hasLeftGraph())
         return;
     if (side)
         unregisterChild(PxNodePtr<PxNode const>(side));
@@ -56,7 +51,7 @@ void PxCompositeMatrixNode::setLocalMatrixNode(PxUPtr<PxAffineMatrixProtocol con
 }
 
 void PxCompositeMatrixNode::setGlobalMatrixNode(PxUPtr<PxAffineMatrixProtocol const> const& node) {
-    if (_globalMatrixNode.get() == node.get() || _destroyed)
+    if (_globalMatrixNode.get() == node.get() || hasLeftGraph())
         return;
     replace(_globalMatrixNode, node);
     notify(_globalInvalidationCbs, PxValidityInterval::FULL);

@@ -338,6 +338,12 @@ TEST_F(MatrixNodes, ACompositeWithoutHandlesKeepsItsSidesAndIgnoresLateChanges) 
         engine().waitRequest(gate.get());
         engine().sync();
     }
+    // So is a change that was already under way on a worker when the handle went.
+    PxUPtr<PxAffineMatrixProtocol const> const lateSide(late.node);
+    runAndWait(new FnRequest([&] {
+        const_cast<Composite*>(raw)->setLocalMatrixNode(lateSide);
+        const_cast<Composite*>(raw)->setGlobalMatrixNode(lateSide);
+    }));
     EXPECT_EQ(late.node->getNbParents(), 0);
     auto const q = submitted(new PxAffineMatrixRequest(
         PxUPtr<PxAffineMatrixProtocol const>::unchecked(raw), PxTimeContext(0.0)));

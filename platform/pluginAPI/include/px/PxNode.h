@@ -306,6 +306,8 @@ protected:
     virtual void init();
     // Leaves the graph: the node stops being a parent of its children.
     void destroy() override;
+    // True once destroy has run: the node has left the graph for good, whichever thread let it go.
+    bool hasLeftGraph() const;
 
 private:
     struct Arrival {

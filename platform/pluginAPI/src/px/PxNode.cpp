@@ -162,6 +162,13 @@ void PxNode::destroy() {
         forgetParent(*c);
 }
 
+bool PxNode::hasLeftGraph() const {
+    lock();
+    bool const gone = _destroyed;
+    unlock();
+    return gone;
+}
+
 int PxNode::getInvalidationId() noexcept {
     return s_invalidationId.load(std::memory_order_acquire);
 }
