@@ -141,9 +141,11 @@ bool PxNodeEvaluator<T>::evaluate(PxWeakHndl<PxNode const> const& node, double m
     PxUPtr<PxAnimValueProtocol<T> const> typed;
     if (strong) {
         auto const* p = dynamic_cast<PxAnimValueProtocol<T> const*>(strong.get());
-        if (!p)
-            RCExUtil::throwExCastFailed(typeid(*strong).name(),
+        if (!p) {
+            PxNode const& actual = *strong.get();
+            RCExUtil::throwExCastFailed(typeid(actual).name(),
                                         typeid(PxAnimValueProtocol<T>).name());
+        }
         typed = PxUPtr<PxAnimValueProtocol<T> const>::unchecked(p);
     }
 

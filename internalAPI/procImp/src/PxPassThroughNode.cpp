@@ -29,8 +29,10 @@ template <class Protocol, class Child>
 void PxPassThroughBaseNode<Protocol, Child>::setChild(PxUPtr<PxNode const> const& child) {
     VN_ASSERT(!child.isNull());
     auto const* typed = dynamic_cast<Child const*>(child.get());
-    if (!typed)
-        RCExUtil::throwExCastFailed(typeid(*child.get()).name(), typeid(Child).name());
+    if (!typed) {
+        PxNode const& actual = *child.get();
+        RCExUtil::throwExCastFailed(typeid(actual).name(), typeid(Child).name());
+    }
     setChildTyped(PxUPtr<Child const>(typed));
 }
 

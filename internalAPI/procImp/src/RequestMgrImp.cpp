@@ -683,7 +683,6 @@ void RequestMgrImp::executeRequest(PxRequest* request, bool executeManually) {
     VN_ASSERT(request != nullptr);
     WorkerTLS& tls = t_worker;
     bool const isExternal = !tls._isWorker;
-    constexpr auto GFX = PxRequest::GFX;
     // clang-format off
     VN_ASSERT(!( isExternal && executeManually ));
     VN_ASSERT(!( (request->getReferencingMode() == PxRequest::FIRE_AND_FORGET ) && executeManually ));
